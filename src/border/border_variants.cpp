@@ -1,0 +1,31 @@
+#include "border/last_column.hpp"
+#include "border/last_row_and_column.hpp"
+#include "variants/combinations.hpp"
+
+namespace {
+
+/// The eighth flag is `width_is_even`.
+consteval bool instantiate_last_columns() {
+    variants::for_each_combination<variants::output_set_flags + 1>(
+        []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
+            if constexpr (requests_a_plane<Flag...>) {
+                variants::instantiate(&generate_last_column<Flag...>);
+            }
+        });
+    return true;
+}
+
+consteval bool instantiate_last_rows() {
+    variants::for_each_combination<variants::kernel_flags>(
+        []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
+            if constexpr (requests_a_plane<Flag...>) {
+                variants::instantiate(&generate_last_row_and_column<Flag...>);
+            }
+        });
+    return true;
+}
+
+static_assert(instantiate_last_columns());
+static_assert(instantiate_last_rows());
+
+} // namespace

@@ -1,0 +1,96 @@
+#pragma once
+
+#include "border/border.hpp"
+#include "kernel/block.hpp"
+#include "kernel/process_callback.hpp"
+#include "quartet/image_buffer_overlays.hpp"
+#include "quartet/single_quartet.hpp"
+
+#include <cstddef>
+#include <type_traits>
+
+namespace kernel {
+
+/// Vector body of one row pair: `block_count` blocks from column 0 on. A function of its own, since
+/// the four parities of a frame share it; it is entered once per row pair.
+/// @param float_index the running index of the float plane, which no row or tail resets
+/// @return the index behind the last block
+template <typename Indices, typename Set>
+[[gnu::noinline]] std::size_t compute_blocks(
+    Polarization_computation_arguments const& arguments, block::Constants const& constants,
+    std::size_t row, std::size_t block_count, std::size_t float_index) {
+    block::Planes const planes{
+        arguments.raw_image,  arguments.normalized_stokes_image,
+        arguments.s0_image,   arguments.s1_image,
+        arguments.s2_image,   arguments.azimuth_image,
+        arguments.dolp_image, arguments.width,
+    };
+    block::Constants const broadcast = constants;
+    std::size_t offset = row * planes.width;
+    std::size_t const end = offset + block_count * block::columns;
+    for (; offset != end; offset += block::columns, float_index += block::stored_floats) {
+        block::compute_block<Indices, Set>(planes, broadcast, offset, float_index);
+    }
+    return float_index;
+}
+
+} // namespace kernel
+
+/// The walk over one frame. Every pixel of a 16-bit plane is written once, in this order:
+///
+///     row pairs    | blocks of 16 columns | scalar tail | last column(s) |
+///       ...
+///     last row(s)  | generate_last_row_and_column                       |
+///
+/// A row pair reads three rows, so the last row pair of an even height is the border's. The loop
+/// bounds are unsigned and wrap outside the contract (a width below 16 with a height above 2).
+template <
+    typename Indices, typename Same_output_range, typename Want_normalized_stokes, typename Want_s0,
+    typename Want_s1, typename Want_s2, typename Want_azimuth, typename Want_dolp,
+    typename Height_is_even, typename Width_is_even>
+requires requests_a_plane<
+    Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth, Want_dolp>
+[[gnu::always_inline]] inline int Polarization_process_vector_avx2_callback::process(
+    Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices) {
+    using Set = Output_set<
+        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+        Want_dolp>;
+
+    Image_buffer_overlays overlays = make_image_buffer_overlays(arguments);
+    auto const generate = [&](std::size_t row, std::size_t column,
+                              std::array<float, 16> const& matrix) {
+        generate_polarization_output_data_for_single_quartet<
+            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+            Want_dolp, false, false>(row, column, matrix, arguments, overlays);
+    };
+
+    // A block reads 32 columns of each row. With one block less than whole ones in the row, the
+    // last block's reads end inside it.
+    std::size_t const block_count = (arguments.width >> 4) - 1;
+    block::Constants const constants = block::broadcast_constants<Set>(arguments);
+    std::size_t float_index = 0;
+    std::size_t row = 0;
+    if (arguments.height != 2) {
+        do {
+            if (block_count != 0) {
+                float_index = kernel::compute_blocks<Indices, Set>(
+                    arguments, constants, row, block_count, float_index);
+            }
+            std::size_t column = block::columns * block_count;
+            for (; arguments.width - 2 > column; column += 2) {
+                generate(row, column, matrices.even_row_even_column);
+                generate(row, column + 1, matrices.even_row_odd_column);
+                generate(row + 1, column, matrices.odd_row_even_column);
+                generate(row + 1, column + 1, matrices.odd_row_odd_column);
+            }
+            generate_last_column<
+                Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+                Want_dolp, Width_is_even>(arguments, matrices, overlays, row, column);
+            row += 2;
+        } while (arguments.height - 2 > row);
+    }
+    generate_last_row_and_column<
+        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+        Want_dolp, Height_is_even, Width_is_even>(arguments, matrices, overlays, row);
+    return 0;
+}

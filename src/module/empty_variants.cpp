@@ -1,0 +1,32 @@
+#include "kernel/process_callback.hpp"
+#include "module/run_policy.hpp"
+#include "variants/combinations.hpp"
+#include "variants/vector_data_indices_avx2.hpp"
+
+#include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
+
+namespace {
+
+/// The leaves without an output return 0 from the module's own objects: a call that requests
+/// nothing reaches no vector code and so runs on any processor.
+template <typename Indices>
+consteval bool instantiate_empty_variants() {
+    variants::for_each_combination<variants::kernel_flags>(
+        []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
+            if constexpr (!requests_a_plane<Flag...>) {
+                using Leaf = var_to_template<
+                    Polarization_process_vector_avx2_callback, 0, std::tuple<Indices, Flag...>>;
+                variants::instantiate(&Leaf::template impl<
+                                      int, Polarization_computation_arguments const&,
+                                      Calibration_matrices const&>);
+            }
+        });
+    return true;
+}
+
+static_assert(instantiate_empty_variants<Phase_0_indices>());
+static_assert(instantiate_empty_variants<Phase_1_indices>());
+static_assert(instantiate_empty_variants<Phase_2_indices>());
+static_assert(instantiate_empty_variants<Phase_3_indices>());
+
+} // namespace
