@@ -1,0 +1,120 @@
+#include "support/equality_checker.hpp"
+
+#include "reference/reference_transform.hpp"
+#include "support/fault_report.hpp"
+
+#include <cstdlib>
+#include <xmmintrin.h>
+
+namespace support {
+namespace {
+
+std::size_t all_calls{0};
+
+/// The lower six bits record which exceptions occurred; all others steer the arithmetic.
+constexpr unsigned exception_flags{0x3F};
+
+std::uint64_t number_from_environment(char const* name, std::uint64_t otherwise) {
+    char const* const text = std::getenv(name);
+    return text == nullptr ? otherwise : std::strtoull(text, nullptr, 0);
+}
+
+template <typename Element>
+Element* requested(Scene const& scene, Plane plane, std::vector<std::byte>& bytes) {
+    return scene.wanted.has(plane) ? static_cast<Element*>(static_cast<void*>(bytes.data()))
+                                   : nullptr;
+}
+
+} // namespace
+
+Equality_checker::Equality_checker(Transform transform) : transform_{transform} {
+    for (Plane const plane : every_plane) {
+        expected_[static_cast<std::size_t>(plane)].resize(bytes_per_pixel(plane) * largest_frame);
+    }
+}
+
+void Equality_checker::compute_expected(Scene const& scene) {
+    for (Plane const plane : every_plane) {
+        if (scene.wanted.has(plane)) {
+            auto& bytes = expected_[static_cast<std::size_t>(plane)];
+            fill_plane({bytes.data(), bytes_per_pixel(plane) * scene.pixels()}, Fill::plain);
+        }
+    }
+    Polarization_computation_arguments const arguments{
+        scene.height,
+        scene.width,
+        scene.polar_phase,
+        scene.samples.data(),
+        scene.scale.bit_depth,
+        scene.scale.maximum_input_value,
+        scene.scale.maximum_output_value,
+        scene.scale.maximum_output_value_integer,
+        requested<float>(scene, Plane::normalized_stokes, expected_[0]),
+        requested<std::uint16_t>(scene, Plane::s0, expected_[1]),
+        requested<std::uint16_t>(scene, Plane::s1, expected_[2]),
+        requested<std::uint16_t>(scene, Plane::s2, expected_[3]),
+        requested<std::uint16_t>(scene, Plane::azimuth, expected_[4]),
+        requested<std::uint16_t>(scene, Plane::dolp, expected_[5])};
+    Calibration_matrices const matrices{
+        scene.matrices[0], scene.matrices[1], scene.matrices[2], scene.matrices[3]};
+    static_cast<void>(reference::transform(arguments, matrices));
+}
+
+testing::AssertionResult Equality_checker::check_plane(Scene const& scene, Plane plane) const {
+    if (!scene.wanted.has(plane)) {
+        if (frame_.is_untouched(plane)) {
+            return testing::AssertionSuccess();
+        }
+        return testing::AssertionFailure() << name_of(plane) << " was written unasked";
+    }
+    auto const actual = frame_.plane(plane);
+    std::span const expected{expected_[static_cast<std::size_t>(plane)].data(), actual.size()};
+    auto const difference = first_difference(
+        plane, scene.width, expected, actual,
+        scene.any_nan_is_equal ? Nan_rule::any_nan_is_equal : Nan_rule::exact_bits);
+    if (!difference) {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure() << describe(*difference);
+}
+
+testing::AssertionResult Equality_checker::operator()(Scene const& scene) {
+    Fault_report const report{scene};
+    compute_expected(scene);
+    for (Edge const edge : both_edges) {
+        frame_.load(scene, edge, edge == Edge::end ? Fill::plain : Fill::inverted);
+        unsigned const control = _mm_getcsr() & ~exception_flags;
+        int const result = frame_.run(transform_);
+        ++calls_;
+        ++all_calls;
+        char const* const where = edge == Edge::end ? "at the end, " : "at the start, ";
+        if (result != 0) {
+            return testing::AssertionFailure()
+                   << "returned " << result << "; guard " << where << describe(scene);
+        }
+        if ((_mm_getcsr() & ~exception_flags) != control) {
+            return testing::AssertionFailure()
+                   << "changed the floating-point control word; guard " << where << describe(scene);
+        }
+        for (Plane const plane : every_plane) {
+            if (auto verdict = check_plane(scene, plane); !verdict) {
+                return verdict << "; guard " << where << describe(scene);
+            }
+        }
+    }
+    return testing::AssertionSuccess();
+}
+
+std::size_t checked_calls() {
+    return all_calls;
+}
+
+std::uint64_t equality_rounds() {
+    return number_from_environment("VELDRANE_EQUALITY_ROUNDS", 1);
+}
+
+std::uint64_t equality_seed() {
+    return number_from_environment("VELDRANE_EQUALITY_SEED", 20'240'229);
+}
+
+} // namespace support

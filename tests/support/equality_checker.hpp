@@ -1,0 +1,57 @@
+/// @file
+/// The library against the reference, bit for bit, in guarded memory.
+
+#ifndef VELDRANE_TESTS_SUPPORT_EQUALITY_CHECKER_HPP
+#define VELDRANE_TESTS_SUPPORT_EQUALITY_CHECKER_HPP
+
+#include "support/comparison.hpp"
+#include "support/guarded_frame.hpp"
+#include "support/scene.hpp"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+namespace support {
+
+/// Frames of up to this many pixels fit a checker and `compute`.
+inline constexpr std::size_t largest_frame{std::size_t{64} * 1024};
+
+class Equality_checker {
+public:
+    explicit Equality_checker(
+        Transform transform = &qn_polarization_processor_transform_vector_avx2);
+
+    /// Runs the scene twice, flush against either edge of the guarded memory and on opposite fills,
+    /// and compares every plane: requested ones with the reference, the others with their fill.
+    /// @return the first thing that is wrong, with the scene
+    testing::AssertionResult operator()(Scene const& scene);
+
+    /// Calls of the transform so far.
+    std::size_t calls() const { return calls_; }
+
+private:
+    void compute_expected(Scene const& scene);
+    testing::AssertionResult check_plane(Scene const& scene, Plane plane) const;
+
+    Transform transform_;
+    Guarded_frame frame_{largest_frame};
+    std::array<std::vector<std::byte>, every_plane.size()> expected_;
+    std::size_t calls_{0};
+};
+
+/// Calls that all checkers of the process have made.
+std::size_t checked_calls();
+
+/// The number of times that the equality tests go through their scenes, each time with other seeds:
+/// the environment's VELDRANE_EQUALITY_ROUNDS, else 1.
+std::uint64_t equality_rounds();
+
+/// The seed of the first round: the environment's VELDRANE_EQUALITY_SEED, else a fixed one.
+std::uint64_t equality_seed();
+
+} // namespace support
+
+#endif

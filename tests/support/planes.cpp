@@ -1,0 +1,71 @@
+#include "support/planes.hpp"
+
+#include "support/equality_checker.hpp"
+#include "support/fault_report.hpp"
+#include "support/guarded_frame.hpp"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cstring>
+#include <string>
+
+namespace support {
+namespace {
+
+using Bytes = std::array<std::vector<std::byte>, every_plane.size()>;
+
+Bytes run_at_edge(Guarded_frame& frame, Scene const& scene, Edge edge, Fill fill) {
+    frame.load(scene, edge, fill);
+    EXPECT_EQ(frame.run(&qn_polarization_processor_transform_vector_avx2), 0) << describe(scene);
+    Bytes planes;
+    for (Plane const plane : every_plane) {
+        if (scene.wanted.has(plane)) {
+            auto const bytes = frame.plane(plane);
+            planes[static_cast<std::size_t>(plane)].assign(bytes.begin(), bytes.end());
+        } else {
+            EXPECT_TRUE(frame.is_untouched(plane)) << name_of(plane) << " of " << describe(scene);
+        }
+    }
+    return planes;
+}
+
+template <typename Element>
+Grid<Element> grid_of(Bytes const& planes, Plane plane, std::size_t width) {
+    auto const& bytes = planes[static_cast<std::size_t>(plane)];
+    Grid<Element> grid{width, std::vector<Element>(bytes.size() / sizeof(Element))};
+    if (!bytes.empty()) {
+        std::memcpy(grid.elements.data(), bytes.data(), bytes.size());
+    }
+    return grid;
+}
+
+} // namespace
+
+Planes compute(Scene const& scene) {
+    static Guarded_frame frame{largest_frame};
+    Fault_report const report{scene};
+    Bytes const at_end = run_at_edge(frame, scene, Edge::end, Fill::plain);
+    Bytes const at_start = run_at_edge(frame, scene, Edge::start, Fill::inverted);
+    for (Plane const plane : every_plane) {
+        auto const index = static_cast<std::size_t>(plane);
+        EXPECT_TRUE(at_end[index] == at_start[index])
+            << name_of(plane)
+            << " depends on its place or its former contents: " << describe(scene);
+    }
+    return {
+        grid_of<Ratios>(at_end, Plane::normalized_stokes, scene.width),
+        grid_of<std::uint16_t>(at_end, Plane::s0, scene.width),
+        grid_of<std::uint16_t>(at_end, Plane::s1, scene.width),
+        grid_of<std::uint16_t>(at_end, Plane::s2, scene.width),
+        grid_of<std::uint16_t>(at_end, Plane::azimuth, scene.width),
+        grid_of<std::uint16_t>(at_end, Plane::dolp, scene.width)};
+}
+
+float untouched_ratio(std::size_t float_index) {
+    std::uint32_t const low = fill_element(2 * float_index, Fill::plain);
+    std::uint32_t const high = fill_element(2 * float_index + 1, Fill::plain);
+    return std::bit_cast<float>(high << 16 | low);
+}
+
+} // namespace support

@@ -1,0 +1,54 @@
+/// @file
+/// Results of single calls of the library, for tests that know the right values.
+
+#ifndef VELDRANE_TESTS_SUPPORT_PLANES_HPP
+#define VELDRANE_TESTS_SUPPORT_PLANES_HPP
+
+#include "support/scene.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace support {
+
+/// A plane by row and column.
+template <typename Element>
+struct Grid {
+    std::size_t width;
+    std::vector<Element> elements;
+
+    Element const& operator()(std::size_t row, std::size_t column) const {
+        return elements[row * width + column];
+    }
+
+    bool operator==(Grid const&) const = default;
+};
+
+using Counts = Grid<std::uint16_t>;
+
+/// S1 / S0 and S2 / S0.
+using Ratios = std::array<float, 2>;
+
+/// The planes that a scene asked for; the others are empty.
+struct Planes {
+    Grid<Ratios> normalized_stokes;
+    Counts s0;
+    Counts s1;
+    Counts s2;
+    Counts azimuth;
+    Counts dolp;
+};
+
+/// Runs the library on guarded memory at both edges. Reports a test failure if a call returns
+/// anything but 0, leaves an element of a 16-bit plane unwritten or touches a plane unasked, or if
+/// the edges differ. What no store reached in the float plane is `untouched_ratio`.
+Planes compute(Scene const& scene);
+
+/// What an untouched pair of the float plane holds at a float index.
+float untouched_ratio(std::size_t float_index);
+
+} // namespace support
+
+#endif

@@ -1,0 +1,18 @@
+/// @file
+/// Entry of every test program: runs the tests and prints how much was compared.
+
+#include "support/equality_checker.hpp"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+int main(int argument_count, char** arguments) {
+    testing::InitGoogleTest(&argument_count, arguments);
+    int const result = RUN_ALL_TESTS();
+    if (std::size_t const calls = support::checked_calls(); calls != 0) {
+        std::cout << "guarded calls compared with the reference: " << calls << ", first seed "
+                  << support::equality_seed() << ", rounds " << support::equality_rounds() << '\n';
+    }
+    return result;
+}
