@@ -1,0 +1,227 @@
+// Reading of raw frames: every sample as stored, everything else refused with its reason.
+#include "frame_reading.hpp"
+
+#include "failure.hpp"
+#include "image_writing.hpp"
+#include "test_files.hpp"
+
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+
+namespace {
+
+using namespace polarize_tool;
+using test_files::encoded;
+using test_files::Folder;
+using test_files::pattern;
+
+std::string refusal(std::filesystem::path const& file) {
+    try {
+        read_frame(file);
+    } catch (File_failure const& failure) {
+        return failure.what();
+    }
+    return "not refused";
+}
+
+void expect_same_samples(Frame const& frame, cv::Mat const& image) {
+    ASSERT_EQ(frame.width, static_cast<std::size_t>(image.cols));
+    ASSERT_EQ(frame.height, static_cast<std::size_t>(image.rows));
+    ASSERT_EQ(frame.samples.size(), image.total());
+    std::size_t index = 0;
+    for (int row = 0; row < image.rows; ++row) {
+        for (int column = 0; column < image.cols; ++column, ++index) {
+            unsigned const expected = image.depth() == CV_8U ? image.at<std::uint8_t>(row, column)
+                                                             : image.at<std::uint16_t>(row, column);
+            ASSERT_EQ(frame.samples[index], expected) << "row " << row << " column " << column;
+        }
+    }
+}
+
+class Frame_reading : public testing::Test {
+protected:
+    std::filesystem::path file(std::vector<std::uint8_t> const& bytes) {
+        test_files::write(folder_ / "frame", bytes);
+        return folder_ / "frame";
+    }
+    std::filesystem::path file(std::string const& text) {
+        test_files::write(folder_ / "frame", text);
+        return folder_ / "frame";
+    }
+    Folder folder_;
+};
+
+TEST_F(Frame_reading, png_and_pgm_of_8_and_16_bits) {
+    int files = 0;
+    for (int const type : {CV_8UC1, CV_16UC1}) {
+        for (char const* const ending : {".png", ".pgm"}) {
+            cv::Mat const image = pattern(61, 43, type);
+            SCOPED_TRACE(ending);
+            expect_same_samples(read_frame(file(encoded(image, ending))), image);
+            ++files;
+        }
+    }
+    std::printf("%d files read\n", files);
+}
+
+TEST_F(Frame_reading, tiff_uncompressed_and_lzw) {
+    int files = 0;
+    for (int const type : {CV_8UC1, CV_16UC1}) {
+        for (int const compression : {1, 5}) {
+            for (int const predictor : {1, 2}) {
+                // Enough rows for several strips, enough entropy for 12-bit codes and a new table.
+                cv::Mat const image = pattern(301, 203, type);
+                SCOPED_TRACE(testing::Message() << "compression " << compression);
+                expect_same_samples(
+                    read_frame(file(encoded(
+                        image, ".tif",
+                        {cv::IMWRITE_TIFF_COMPRESSION, compression, 317, predictor}))),
+                    image);
+                ++files;
+            }
+        }
+    }
+    std::printf("%d files read\n", files);
+}
+
+// Long runs make strings that end with the byte they add; the table fills and is cleared.
+TEST_F(Frame_reading, lzw_tiff_of_runs) {
+    cv::Mat image = cv::Mat::zeros(600, 500, CV_8UC1);
+    image(cv::Rect(100, 100, 200, 300)).setTo(7);
+    expect_same_samples(
+        read_frame(file(encoded(image, ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 5}))), image);
+}
+
+TEST_F(Frame_reading, tiff_written_by_the_tools) {
+    std::vector<std::uint16_t> const samples = {1, 2, 3, 40000, 65535, 0};
+    Frame const frame = read_frame(file(encode_tiff(samples, 3, 2)));
+    EXPECT_EQ(frame.samples, samples);
+    EXPECT_EQ(frame.width, 3U);
+}
+
+TEST_F(Frame_reading, big_endian_tiff) {
+    std::vector<std::uint8_t> bytes = {'M', 'M', 0, 42, 0, 0, 0, 8, 0, 7};
+    auto const entry = [&bytes](unsigned tag, unsigned type, unsigned value) {
+        for (unsigned const byte : {tag >> 8, tag & 255U, 0U, type, 0U, 0U, 0U, 1U}) {
+            bytes.push_back(static_cast<std::uint8_t>(byte));
+        }
+        std::uint32_t const stored = type == 3 ? value << 16 : value;
+        for (int shift = 24; shift >= 0; shift -= 8) {
+            bytes.push_back(static_cast<std::uint8_t>(stored >> shift));
+        }
+    };
+    entry(256, 3, 2);
+    entry(257, 3, 1);
+    entry(258, 3, 16);
+    entry(259, 3, 1);
+    entry(262, 3, 1);
+    entry(273, 4, 8 + 2 + 7 * 12 + 4);
+    entry(279, 4, 4);
+    bytes.insert(bytes.end(), {0, 0, 0, 0, 0x12, 0x34, 0xFF, 0x01});
+    EXPECT_EQ(read_frame(file(bytes)).samples, (std::vector<std::uint16_t>{0x1234, 0xFF01}));
+}
+
+TEST_F(Frame_reading, binary_pgm_samples_are_unchanged_whatever_the_maximum) {
+    using Samples = std::vector<std::uint16_t>;
+    EXPECT_EQ(
+        read_frame(file(std::string("P5\n2 2\n15\n\x01\x0f\x02\x03"))).samples,
+        (Samples{1, 15, 2, 3}));
+    EXPECT_EQ(
+        read_frame(file(std::string("P5 2 1 4095 \x0f\xff\x01\x02"))).samples,
+        (Samples{4095, 258}));
+}
+
+TEST_F(Frame_reading, what_is_no_frame_is_refused) {
+    struct Case {
+        std::vector<std::uint8_t> bytes;
+        char const* reason;
+    };
+    cv::Mat const colour(20, 20, CV_8UC3, cv::Scalar(1, 2, 3));
+    cv::Mat const alpha(20, 20, CV_8UC4, cv::Scalar(1, 2, 3, 4));
+    cv::Mat const floats(20, 20, CV_32FC1, cv::Scalar(0.5));
+    std::string const text = "a text\n";
+    std::vector<Case> const cases = {
+        {encoded(colour, ".png"), "colour image"},
+        {encoded(alpha, ".png"), "colour image"},
+        {encoded(colour, ".tif"), "colour image"},
+        {encoded(colour, ".ppm"), "colour image"},
+        {encode_tiff(std::vector<float>(400), 20, 20), "8 or 16 bits"},
+        {{'P', '2', ' ', '1', ' ', '1', ' ', '9', ' ', '5'}, "plain (ASCII) PGM"},
+        {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF or binary PGM"},
+        {{text.begin(), text.end()}, "not a PNG, TIFF or binary PGM"},
+        {{}, "not a PNG, TIFF or binary PGM"}};
+    for (Case const& refused : cases) {
+        std::string const line = refusal(file(refused.bytes));
+        EXPECT_NE(line.find(refused.reason), std::string::npos) << line;
+        EXPECT_EQ(line.find((folder_ / "frame").string()), 0U) << line;
+    }
+    std::printf("%zu refusals\n", cases.size());
+}
+
+// No prefix of a file gives a wrong picture. A TIFF may lack the end of its directory, four bytes that
+// say that no other picture follows, and still hold every sample.
+TEST_F(Frame_reading, every_truncation_is_refused) {
+    std::vector<std::vector<std::uint8_t>> const files = {
+        encoded(pattern(40, 20, CV_8UC1), ".png"),
+        encoded(pattern(40, 20, CV_16UC1), ".png"),
+        encoded(pattern(40, 20, CV_8UC1), ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 5}),
+        encoded(pattern(40, 20, CV_16UC1), ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 1}),
+        encode_tiff(std::vector<std::uint16_t>(800, 77), 40, 20),
+        encoded(pattern(40, 20, CV_8UC1), ".pgm"),
+        encoded(pattern(40, 20, CV_16UC1), ".pgm")};
+    std::size_t refused = 0;
+    for (auto const& whole : files) {
+        std::vector<std::uint16_t> const samples = read_frame(file(whole)).samples;
+        bool const is_tiff = whole[0] == 'I';
+        std::size_t const step = 1 + whole.size() / 200;
+        for (std::size_t missing = 1; missing <= whole.size(); missing += step) {
+            auto const part = file(std::vector<std::uint8_t>(
+                whole.begin(), whole.end() - static_cast<std::ptrdiff_t>(missing)));
+            if (is_tiff && missing <= 4) {
+                EXPECT_TRUE(refusal(part) != "not refused" || read_frame(part).samples == samples);
+            } else {
+                ASSERT_NE(refusal(part), "not refused") << missing << " of " << whole.size();
+                ++refused;
+            }
+        }
+    }
+    std::printf("%zu truncated files refused\n", refused);
+    EXPECT_GT(refused, 700U);
+}
+
+TEST_F(Frame_reading, a_changed_byte_of_a_png_is_noticed) {
+    std::vector<std::uint8_t> bytes = encoded(pattern(40, 20, CV_16UC1), ".png");
+    bytes[bytes.size() / 2] ^= 1U;
+    EXPECT_NE(refusal(file(bytes)).find("damaged"), std::string::npos);
+}
+
+// A wild directory or strip may yield a wrong picture, but never an access outside the file.
+TEST_F(Frame_reading, changed_bytes_of_a_tiff_do_no_harm) {
+    std::vector<std::uint8_t> const whole =
+        encoded(pattern(40, 20, CV_8UC1), ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 5});
+    std::size_t refused = 0;
+    for (std::size_t index = 0; index < whole.size(); ++index) {
+        std::vector<std::uint8_t> bytes = whole;
+        bytes[index] ^= 0xA5U;
+        refused += refusal(file(bytes)) == "not refused" ? 0U : 1U;
+    }
+    std::printf("%zu of %zu changed files refused\n", refused, whole.size());
+    EXPECT_GT(refused, whole.size() / 10);
+}
+
+TEST_F(Frame_reading, missing_files_and_folders_are_named) {
+    EXPECT_NE(refusal(folder_ / "none.png").find("No such file"), std::string::npos);
+    EXPECT_NE(refusal(folder_.path()).find("folder"), std::string::npos);
+}
+
+TEST_F(Frame_reading, nothing_is_written_to_standard_error) {
+    std::vector<std::uint8_t> bytes = encoded(pattern(40, 20, CV_16UC1), ".png");
+    bytes.resize(bytes.size() / 2);
+    auto const damaged = file(bytes);
+    testing::internal::CaptureStderr();
+    EXPECT_NE(refusal(damaged), "not refused");
+    std::fprintf(stderr, "restored");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "restored");
+}
+
+} // namespace

@@ -1,0 +1,25 @@
+/// @file
+/// The subcommands of veldrane-polarize.
+#ifndef VELDRANE_TOOLS_COMMANDS_HPP
+#define VELDRANE_TOOLS_COMMANDS_HPP
+
+namespace CLI {
+class App;
+}
+
+namespace polarize_tool {
+
+// Exit codes of the program.
+inline constexpr int all_done = 0;
+inline constexpr int an_input_failed = 1;
+inline constexpr int wrong_usage = 2;
+
+/// Each adds one subcommand. When the command line names it, it runs during parsing and sets
+/// `exit_code` to other than all_done if it fails for a part of its inputs; it throws
+/// std::exception, with a line for the user, if nothing can be done.
+void add_simulate_command(CLI::App& program, int& exit_code);
+void add_process_command(CLI::App& program, int& exit_code);
+
+} // namespace polarize_tool
+
+#endif

@@ -1,0 +1,32 @@
+/// @file
+/// Pictures for the eye, made from the azimuth and the degree plane.
+#ifndef VELDRANE_TOOLS_PICTURES_HPP
+#define VELDRANE_TOOLS_PICTURES_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <span>
+
+namespace polarize_tool {
+
+/// Two planes of one frame on the scale 0 to `full_scale`.
+struct Picture_source {
+    std::span<std::uint16_t const> azimuth;
+    std::span<std::uint16_t const> degree;
+    std::size_t width;
+    std::size_t height;
+    unsigned full_scale;
+};
+
+/// The angle as hue, dimmed by the degree of polarisation. Angles 0 and 180 have one hue; all hues
+/// of one degree look equally bright, so that brightness tells the degree alone.
+cv::Mat angle_degree_picture(Picture_source const& source);
+
+/// The degree on a perceptually uniform scale of colours, from 0 (black) to 1 (pale yellow). Needs
+/// no azimuth.
+cv::Mat degree_picture(Picture_source const& source);
+
+} // namespace polarize_tool
+
+#endif
