@@ -2,6 +2,7 @@
 
 #include "failure.hpp"
 #include "standard_error.hpp"
+#include "tiff_reading.hpp"
 
 #include <cerrno>
 #include <cstring>
@@ -9,20 +10,21 @@
 #include <iterator>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace polarize_tool {
 namespace {
 
-std::vector<char> contents(std::filesystem::path const& file) {
+std::string contents(std::filesystem::path const& file) {
     std::error_code error;
     if (std::filesystem::is_directory(file, error)) {
         throw File_failure(file, "cannot be read: it is a folder; name the frames in it");
     }
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
-    std::vector<char> bytes(std::istreambuf_iterator<char>(stream), {});
+    std::string bytes(std::istreambuf_iterator<char>(stream), {});
     if (!stream.is_open() || stream.bad()) {
         throw File_failure(
             file, std::string("cannot be read: ") + std::strerror(errno != 0 ? errno : EIO));
@@ -30,53 +32,78 @@ std::vector<char> contents(std::filesystem::path const& file) {
     return bytes;
 }
 
-/// The formats that carry raw frames, by their first bytes. OpenCV reads more, but those are lossy
-/// or change samples: a plain (ASCII) PGM of up to 8 bits is stretched to 255.
-void require_frame_format(std::filesystem::path const& file, std::string_view bytes) {
+enum class Format { png, tiff, pgm, other };
+
+/// OpenCV reads more formats, but those are lossy or change samples: a plain (ASCII) PGM of up to
+/// 8 bits is stretched to 255.
+Format format_of(std::string_view bytes) {
     using namespace std::string_view_literals;
-    for (std::string_view const signature :
-         {"\x89PNG\r\n\x1a\n"sv, "II*\0"sv, "MM\0*"sv, "P5"sv, "P6"sv}) {
-        if (bytes.starts_with(signature)) {
-            return;
-        }
+    if (bytes.starts_with("\x89PNG\r\n\x1a\n"sv)) {
+        return Format::png;
     }
-    if (bytes.starts_with("P2"sv)) {
-        throw File_failure(file, "a plain (ASCII) PGM is not read; save it as binary PGM or PNG");
+    if (bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv)) {
+        return Format::tiff;
     }
-    throw File_failure(file, "not a PNG, TIFF or binary PGM image");
+    return bytes.starts_with("P5"sv) || bytes.starts_with("P6"sv) ? Format::pgm : Format::other;
 }
 
-cv::Mat decode(std::vector<char> const& bytes) {
+/// A PNG's header chunk says in byte 24 how many bits a sample has. OpenCV stretches fewer than 8.
+bool has_narrow_samples(std::string_view png) {
+    constexpr std::size_t bit_depth = 24;
+    return png.size() > bit_depth && png[bit_depth] < 8;
+}
+
+cv::Mat decode(std::string const& bytes) {
     // The decoders print their own complaints; the caller's line says all that a user can act on.
     Silenced_standard_error const silence;
     try {
-        return cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
+        return cv::imdecode(std::vector<char>(bytes.begin(), bytes.end()), cv::IMREAD_UNCHANGED);
     } catch (cv::Exception const&) {
         return {};
     }
 }
 
+std::string read_with_opencv(std::string const& bytes, Frame& frame) {
+    cv::Mat const image = decode(bytes);
+    if (image.empty()) {
+        return damaged_image;
+    }
+    if (image.channels() != 1) {
+        return "a colour image; a raw frame has one grey sample per pixel";
+    }
+    frame.width = static_cast<std::size_t>(image.cols);
+    frame.height = static_cast<std::size_t>(image.rows);
+    frame.samples.resize(image.total());
+    image.convertTo(cv::Mat(image.rows, image.cols, CV_16UC1, frame.samples.data()), CV_16U);
+    return {};
+}
+
+std::string read(std::string const& bytes, Frame& frame) {
+    switch (format_of(bytes)) {
+    case Format::tiff:
+        return read_tiff(bytes, frame);
+    case Format::png:
+        if (has_narrow_samples(bytes)) {
+            return "samples are not unsigned numbers of 8 or 16 bits";
+        }
+        return read_with_opencv(bytes, frame);
+    case Format::pgm:
+        return read_with_opencv(bytes, frame);
+    case Format::other:
+        break;
+    }
+    return bytes.starts_with("P2") ? "a plain (ASCII) PGM is not read; save it as binary PGM or PNG"
+                                   : "not a PNG, TIFF or binary PGM image";
+}
+
 } // namespace
 
 Frame read_frame(std::filesystem::path const& file) {
-    std::vector<char> const bytes = contents(file);
-    require_frame_format(file, {bytes.data(), bytes.size()});
-    cv::Mat const image = decode(bytes);
-    if (image.empty()) {
-        throw File_failure(file, "damaged or cut short; copy or record it again");
+    Frame frame;
+    std::string const problem = read(contents(file), frame);
+    if (!problem.empty()) {
+        throw File_failure(file, problem);
     }
-    if (image.channels() != 1) {
-        throw File_failure(file, "a colour image; a raw frame has one grey sample per pixel");
-    }
-    if (image.depth() != CV_8U && image.depth() != CV_16U) {
-        throw File_failure(file, "samples are not unsigned numbers of 8 or 16 bits");
-    }
-    Frame frame{
-        .width = static_cast<std::size_t>(image.cols),
-        .height = static_cast<std::size_t>(image.rows),
-        .samples = std::vector<std::uint16_t>(image.total()),
-    };
-    image.convertTo(cv::Mat(image.rows, image.cols, CV_16UC1, frame.samples.data()), CV_16U);
     return frame;
 }
 

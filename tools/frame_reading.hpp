@@ -9,8 +9,8 @@
 
 namespace polarize_tool {
 
-/// Reads one grey PNG, TIFF or binary PGM of 8 or 16 bits, told apart by content and not by name. No
-/// sample is scaled; 8-bit samples are widened unchanged.
+/// Reads one grey PNG, TIFF or binary PGM of 8 or 16 bits, told apart by content and not by name.
+/// No sample is scaled; 8-bit samples are widened unchanged.
 /// @throws File_failure if the file is no such image, or not whole
 Frame read_frame(std::filesystem::path const& file);
 

@@ -20,8 +20,7 @@ namespace {
 /// Uncompressed, all rows in one strip.
 template <typename Sample>
 std::vector<std::uint8_t> encode(
-    std::span<Sample const> samples, std::size_t width, std::size_t height,
-    std::size_t channels) {
+    std::span<Sample const> samples, std::size_t width, std::size_t height, std::size_t channels) {
     std::ostringstream stream;
     {
         std::unique_ptr<TIFF, decltype(&TIFFClose)> const image(
@@ -44,8 +43,8 @@ std::vector<std::uint8_t> encode(
             TIFFSetField(image.get(), TIFFTAG_EXTRASAMPLES, 1, &unspecified);
         }
         auto const bytes = static_cast<tmsize_t>(samples.size_bytes());
-        if (TIFFWriteEncodedStrip(
-                image.get(), 0, const_cast<Sample*>(samples.data()), bytes) != bytes) {
+        if (TIFFWriteEncodedStrip(image.get(), 0, const_cast<Sample*>(samples.data()), bytes) !=
+            bytes) {
             throw std::runtime_error("the image is too large for a TIFF file");
         }
     }

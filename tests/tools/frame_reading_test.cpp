@@ -145,6 +145,8 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
         {encoded(alpha, ".png"), "colour image"},
         {encoded(colour, ".tif"), "colour image"},
         {encoded(colour, ".ppm"), "colour image"},
+        {encoded(pattern(20, 20, CV_8UC1) > 99, ".png", {cv::IMWRITE_PNG_BILEVEL, 1}),
+         "8 or 16 bits"},
         {encode_tiff(std::vector<float>(400), 20, 20), "8 or 16 bits"},
         {{'P', '2', ' ', '1', ' ', '1', ' ', '9', ' ', '5'}, "plain (ASCII) PGM"},
         {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF or binary PGM"},
@@ -158,8 +160,33 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
     std::printf("%zu refusals\n", cases.size());
 }
 
-// No prefix of a file gives a wrong picture. A TIFF may lack the end of its directory, four bytes that
-// say that no other picture follows, and still hold every sample.
+TEST_F(Frame_reading, a_field_of_a_tiff_that_would_change_samples_is_refused) {
+    std::vector<std::uint16_t> const samples(6, 9);
+    std::vector<std::uint8_t> const whole = encode_tiff(samples, 3, 2);
+    std::size_t const directory = whole[4] + 256U * whole[5];
+    // Changes the field `tag` into `new_tag` with a value.
+    auto const with = [&](unsigned tag, unsigned new_tag, std::uint8_t value) {
+        std::vector<std::uint8_t> bytes = whole;
+        bool found = false;
+        for (std::size_t entry = directory + 2; entry + 12 <= bytes.size(); entry += 12) {
+            if (bytes[entry] + 256U * bytes[entry + 1] == tag) {
+                bytes[entry] = static_cast<std::uint8_t>(new_tag);
+                bytes[entry + 8] = value;
+                found = true;
+            }
+        }
+        EXPECT_TRUE(found) << tag;
+        return refusal(file(bytes));
+    };
+    EXPECT_EQ(with(262, 262, 1), "not refused");
+    EXPECT_NE(with(262, 262, 0).find("0 is white"), std::string::npos);
+    EXPECT_NE(with(262, 262, 2).find("colour"), std::string::npos);
+    EXPECT_NE(with(339, 339, 2).find("8 or 16 bits"), std::string::npos);
+    EXPECT_NE(with(284, 274, 3).find("turned"), std::string::npos);
+}
+
+// No prefix of a file gives a wrong picture. A TIFF may lack the end of its directory, four bytes
+// that say that no other picture follows, and still hold every sample.
 TEST_F(Frame_reading, every_truncation_is_refused) {
     std::vector<std::vector<std::uint8_t>> const files = {
         encoded(pattern(40, 20, CV_8UC1), ".png"),

@@ -356,10 +356,10 @@ TEST_F(Process_command, a_failed_input_leaves_nothing_and_the_others_are_process
     test_files::write(folder_ / "flat.png", encoded(pattern(40, 1, CV_8UC1), ".png"));
     std::filesystem::create_directory(folder_ / "folder.png");
     std::vector<std::pair<char const*, char const*>> const cases = {
-        {"half.png", "truncated or damaged PNG"},
-        {"half.tif", "truncated TIFF"},
-        {"short.pgm", "truncated PGM"},
-        {"notes.txt", "not a PNG, TIFF or PGM"},
+        {"half.png", "damaged or cut short"},
+        {"half.tif", "damaged or cut short"},
+        {"short.pgm", "damaged or cut short"},
+        {"notes.txt", "not a PNG, TIFF or binary PGM"},
         {"colour.png", "colour image"},
         {"narrow.png", "15 x 20 pixels is too small"},
         {"flat.png", "40 x 1 pixels is too small"},
