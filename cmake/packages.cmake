@@ -1,0 +1,46 @@
+# Two Debian packages, runtime and development: `cpack` in a release build.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_VENDOR Veldrane)
+set(CPACK_PACKAGE_CONTACT "Veldrane MRV polarization maintainers <maintainers@example.org>")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGE_DESCRIPTION
+    "Turns raw frames of polarisation image sensors, a 2x2 mosaic of linear polarisers,
+into planes of intensity, linear Stokes quantities, angle and degree of linear polarisation.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL runtime development)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveldrane-mrv-polarization)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packages/triggers)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n")
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libveldrane-mrv-polarization-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+    "libveldrane-mrv-polarization (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+
+# What Debian wants beside the files of any package: copyright and changelog, in these packages only.
+string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
+foreach(component RUNTIME DEVELOPMENT)
+  string(TOLOWER ${component} component_name)
+  set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
+  set(changelog ${PROJECT_BINARY_DIR}/packages/${package}/changelog.Debian)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/packages/changelog.in ${changelog} @ONLY)
+  execute_process(COMMAND gzip -9nkf ${changelog} COMMAND_ERROR_IS_FATAL ANY)
+  install(
+    FILES ${CMAKE_CURRENT_LIST_DIR}/packages/copyright ${changelog}.gz
+    DESTINATION share/doc/${package}
+    COMPONENT ${component_name} EXCLUDE_FROM_ALL)
+endforeach()
+include(CPack)
