@@ -4,9 +4,6 @@ set(CPACK_PACKAGE_VENDOR Veldrane)
 set(CPACK_PACKAGE_CONTACT "Veldrane MRV polarization maintainers <maintainers@example.org>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Turns raw frames of polarisation image sensors, a 2x2 mosaic of linear polarisers,
-into planes of intensity, linear Stokes quantities, angle and degree of linear polarisation.")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
@@ -20,6 +17,9 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveldrane-mrv-polarization)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION
+    "Turns frames of sensors with a 2x2 mosaic of linear polarisers into planes of intensity, linear
+Stokes quantities, angle and degree of linear polarisation: shared library and program.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/packages/triggers)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_STRICT_PERMISSION ON)
@@ -27,6 +27,8 @@ file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n"
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libveldrane-mrv-polarization-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
+    "Header, CMake package and pkg-config file of the shared library.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libveldrane-mrv-polarization (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
