@@ -1,10 +1,10 @@
 # Where Debian expects things. Two components: `runtime` (library, program) and `development` (header,
 # CMake package, pkg-config file). The library's file name carries no version: programs load it by
 # exactly this name.
-if(EXISTS /etc/debian_version AND CMAKE_LIBRARY_ARCHITECTURE)
-  set(CMAKE_INSTALL_LIBDIR
-      lib/${CMAKE_LIBRARY_ARCHITECTURE}
-      CACHE PATH "Folder of libraries below the prefix")
+if(NOT DEFINED CMAKE_INSTALL_LIBDIR
+   AND EXISTS /etc/debian_version
+   AND CMAKE_LIBRARY_ARCHITECTURE)
+  set(CMAKE_INSTALL_LIBDIR lib/${CMAKE_LIBRARY_ARCHITECTURE})
 endif()
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)

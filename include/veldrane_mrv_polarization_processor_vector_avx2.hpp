@@ -146,14 +146,21 @@ struct Calibration_matrices {
 extern "C" {
 
 /// Takes a reference on the module's binding to the optional logging library. Meant to be called
-/// once before the first frame; the transform works without it. Thread-safe.
+/// once before the first frame; the transform works without it. Thread-safe; the logging library
+/// must not call back into it or into terminate.
 /// @return 0
+/// @throw std::system_error with the lock's error number if the lock cannot be taken,
+/// std::bad_alloc
+///        if memory fails, and whatever the logging library's mrv_get_log throws; the count of
+///        references is unchanged then
 __attribute__((visibility("default"))) int
 qn_polarization_processor_vector_avx2_module_initialize();
 
 /// Gives back a reference taken by qn_polarization_processor_vector_avx2_module_initialize; the
 /// last one releases the binding. Without a reference it does nothing. Thread-safe.
 /// @return 0
+/// @throw std::system_error with the lock's error number if the lock cannot be taken; nothing has
+///        changed then
 __attribute__((visibility("default"))) int qn_polarization_processor_vector_avx2_module_terminate();
 
 /// Computes every requested plane of one frame: those whose pointer in `arguments` is not null.

@@ -22,6 +22,9 @@ std::string contents(std::filesystem::path const& file) {
     if (std::filesystem::is_directory(file, error)) {
         throw File_failure(file, "cannot be read: it is a folder; name the frames in it");
     }
+    if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
+        throw File_failure(file, "cannot be read: it is no regular file; name image files");
+    }
     errno = 0;
     std::ifstream stream(file, std::ios::binary);
     std::string bytes(std::istreambuf_iterator<char>(stream), {});
@@ -69,7 +72,7 @@ std::string read_with_opencv(std::string const& bytes, Frame& frame) {
         return damaged_image;
     }
     if (image.channels() != 1) {
-        return "a colour image; a raw frame has one grey sample per pixel";
+        return colour_image;
     }
     frame.width = static_cast<std::size_t>(image.cols);
     frame.height = static_cast<std::size_t>(image.rows);
@@ -84,7 +87,7 @@ std::string read(std::string const& bytes, Frame& frame) {
         return read_tiff(bytes, frame);
     case Format::png:
         if (has_narrow_samples(bytes)) {
-            return "samples are not unsigned numbers of 8 or 16 bits";
+            return samples_of_other_kind;
         }
         return read_with_opencv(bytes, frame);
     case Format::pgm:
@@ -92,8 +95,9 @@ std::string read(std::string const& bytes, Frame& frame) {
     case Format::other:
         break;
     }
-    return bytes.starts_with("P2") ? "a plain (ASCII) PGM is not read; save it as binary PGM or PNG"
-                                   : "not a PNG, TIFF or binary PGM image";
+    return bytes.starts_with("P2")
+               ? "a plain (ASCII) PGM is not read; save it as binary PGM or PNG"
+               : "not a PNG, TIFF or binary PGM image; convert it to one of these";
 }
 
 } // namespace

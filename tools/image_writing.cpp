@@ -110,6 +110,14 @@ void Staged_files::add(std::filesystem::path const& file, std::span<std::uint8_t
 }
 
 void Staged_files::publish() {
+    // A rename onto a folder fails; found out before the first one, it leaves nothing half done.
+    for (Staged_file const& file : files_) {
+        std::error_code error;
+        if (std::filesystem::is_directory(file.final, error)) {
+            throw File_failure(
+                file.final, "cannot be written: a folder has this name; use another folder");
+        }
+    }
     for (Staged_file const& file : files_) {
         std::error_code error;
         std::filesystem::rename(file.temporary, file.final, error);

@@ -84,7 +84,7 @@ void warn_above_bit_depth(fs::path const& name, Frame const& frame, int bit_dept
         std::fprintf(
             stderr,
             "veldrane-polarize: warning: %s: has samples up to %u, above the full scale %u of "
-            "bit depth %d; the total intensity may clip\n",
+            "bit depth %d; the total intensity may clip; give a larger --bit-depth\n",
             name.c_str(), largest, limit, bit_depth);
     }
 }
@@ -95,19 +95,17 @@ void print_summary(
     std::sort(times.begin(), times.end());
     double const best = times.front();
     double const median = (times[(times.size() - 1) / 2] + times[times.size() / 2]) / 2.0;
-    double const pixels_per_millisecond_in_millions =
+    double const megapixels_per_second =
         static_cast<double>(frame.samples.size()) / median / 1000.0;
     std::string line = name.string() + ": " + std::to_string(frame.width) + " x " +
                        std::to_string(frame.height) + ", transform ";
     char text[160];
     if (times.size() == 1) {
-        std::snprintf(
-            text, sizeof text, "%.3f ms, %.0f Mpixel/s", median,
-            pixels_per_millisecond_in_millions);
+        std::snprintf(text, sizeof text, "%.3f ms, %.0f Mpixel/s", median, megapixels_per_second);
     } else {
         std::snprintf(
             text, sizeof text, "best %.3f ms, median %.3f ms of %zu, %.0f Mpixel/s", best, median,
-            times.size(), pixels_per_millisecond_in_millions);
+            times.size(), megapixels_per_second);
     }
     line += text;
     line += ", wrote";
@@ -129,8 +127,9 @@ void process_frame(
     }
     if (!taken_stems.insert(name.stem().string()).second) {
         throw File_failure(
-            name, "another input has the same name but for its ending; its results would be "
-                  "overwritten, so use another folder");
+            name,
+            "given twice, or another input has the same name but for its ending; process it in "
+            "a call of its own with another folder");
     }
     warn_above_bit_depth(name, frame, options.settings.bit_depth);
     Transform_result const result = transform(frame, options.settings);

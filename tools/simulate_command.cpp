@@ -3,8 +3,10 @@
 #include "simulation.hpp"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <utility>
 
@@ -104,7 +106,9 @@ void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
     command.add_option("--bit-depth", settings.bit_depth, "Significant bits of a sample, 8 to 16")
         ->check(CLI::Range(8, 16))
         ->capture_default_str();
-    command.add_option("--seed", settings.seed, "Start of the noise")->capture_default_str();
+    command.add_option("--seed", settings.seed, "Start of the noise, 0 to 2^63 - 1")
+        ->check(CLI::Range(std::int64_t{0}, std::numeric_limits<std::int64_t>::max()))
+        ->capture_default_str();
     command.add_flag("--no-noise", options->no_noise, "Leave out shot noise and read noise");
     command
         .add_option(

@@ -2,6 +2,7 @@
 
 #include "standard_error.hpp"
 
+#include <algorithm>
 #include <memory>
 #include <sstream>
 #include <tiffio.h>
@@ -9,6 +10,9 @@
 
 namespace polarize_tool {
 namespace {
+
+/// A damaged size is not to be allocated. OpenCV has the same limit.
+constexpr std::size_t largest_frame = std::size_t{1} << 30;
 
 template <typename Value>
 Value field(TIFF* image, std::uint32_t tag) {
@@ -21,12 +25,12 @@ Value field(TIFF* image, std::uint32_t tag) {
 std::string layout_problem(TIFF* image) {
     if (field<std::uint16_t>(image, TIFFTAG_SAMPLESPERPIXEL) != 1 ||
         field<std::uint16_t>(image, TIFFTAG_PHOTOMETRIC) > PHOTOMETRIC_MINISBLACK) {
-        return "a colour image; a raw frame has one grey sample per pixel";
+        return colour_image;
     }
     auto const bits = field<std::uint16_t>(image, TIFFTAG_BITSPERSAMPLE);
     if ((bits != 8 && bits != 16) ||
         field<std::uint16_t>(image, TIFFTAG_SAMPLEFORMAT) != SAMPLEFORMAT_UINT) {
-        return "samples are not unsigned numbers of 8 or 16 bits";
+        return samples_of_other_kind;
     }
     if (field<std::uint16_t>(image, TIFFTAG_PHOTOMETRIC) != PHOTOMETRIC_MINISBLACK) {
         return "its samples are inverted (0 is white); save it with 0 as black";
@@ -71,10 +75,9 @@ std::string read_tiff(std::string const& bytes, Frame& frame) {
     }
     frame.width = field<std::uint32_t>(image, TIFFTAG_IMAGEWIDTH);
     frame.height = field<std::uint32_t>(image, TIFFTAG_IMAGELENGTH);
-    // No compression that libtiff reads packs a frame a thousandfold: a size beyond that is damage,
-    // and not to be allocated.
-    if (frame.width == 0 || frame.height > 1000 * bytes.size() / frame.width) {
-        return damaged_image;
+    if (frame.width == 0 || frame.height > largest_frame / frame.width) {
+        return "its size is " + std::to_string(frame.width) + " x " + std::to_string(frame.height) +
+               ", more than 2^30 pixels; crop it";
     }
     frame.samples.resize(frame.width * frame.height);
     return read_rows(image, frame) ? std::string() : damaged_image;

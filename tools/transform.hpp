@@ -1,5 +1,5 @@
 /// @file
-/// One frame through the polarisation processor, with everything checked that it does not check.
+/// One frame through the polarisation processor, and the checks that have to come before it.
 #ifndef VELDRANE_TOOLS_TRANSFORM_HPP
 #define VELDRANE_TOOLS_TRANSFORM_HPP
 

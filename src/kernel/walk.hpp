@@ -64,8 +64,8 @@ requires requests_a_plane<
             Want_dolp, false, false>(row, column, matrix, arguments, overlays);
     };
 
-    // A block reads 32 columns of each row. With one block less than whole ones in the row, the
-    // last block's reads end inside it.
+    // A block may read 32 columns of each row from its first one on. With one block less than whole
+    // ones in the row, the last block's reads end inside it.
     std::size_t const block_count = (arguments.width >> 4) - 1;
     block::Constants const constants = block::broadcast_constants<Set>(arguments);
     std::size_t float_index = 0;

@@ -8,9 +8,9 @@
 ///
 /// The order of the fields is fixed: they are reached through the exported `logger`.
 struct Mrv_log_object {
-    /// @throw std::bad_alloc, or what mrv_get_log throws. The library stays open in the latter
-    /// case:
-    ///        whoever throws from there may still be using it.
+    /// @throw std::bad_alloc, or what mrv_get_log throws: the logging library stays open then,
+    /// since
+    ///        what was thrown may come from it.
     Mrv_log_object();
     ~Mrv_log_object();
     Mrv_log_object(Mrv_log_object const&) = delete;
