@@ -3,7 +3,10 @@
 #include "reference/reference_transform.hpp"
 #include "support/fault_report.hpp"
 
+#include <charconv>
 #include <cstdlib>
+#include <stdexcept>
+#include <string>
 #include <xmmintrin.h>
 
 namespace support {
@@ -15,8 +18,18 @@ std::size_t all_calls{0};
 constexpr unsigned exception_flags{0x3F};
 
 std::uint64_t number_from_environment(char const* name, std::uint64_t otherwise) {
-    char const* const text = std::getenv(name);
-    return text == nullptr ? otherwise : std::strtoull(text, nullptr, 0);
+    char const* const value = std::getenv(name);
+    if (value == nullptr) {
+        return otherwise;
+    }
+    std::string_view const text{value};
+    std::uint64_t number{0};
+    auto const [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc{} || end != text.data() + text.size()) {
+        throw std::invalid_argument{
+            std::string{name} + " is \"" + value + "\"; give a decimal number"};
+    }
+    return number;
 }
 
 template <typename Element>
@@ -109,12 +122,24 @@ std::size_t checked_calls() {
     return all_calls;
 }
 
-std::uint64_t equality_rounds() {
-    return number_from_environment("VELDRANE_EQUALITY_ROUNDS", 1);
+Equality_rounds equality_rounds() {
+    Equality_rounds const rounds{
+        number_from_environment("VELDRANE_EQUALITY_SEED", 20'240'229),
+        number_from_environment("VELDRANE_EQUALITY_FIRST_ROUND", 0),
+        number_from_environment("VELDRANE_EQUALITY_ROUNDS", 1)};
+    if (rounds.count == 0) {
+        throw std::invalid_argument{"VELDRANE_EQUALITY_ROUNDS is 0; give at least 1"};
+    }
+    return rounds;
 }
 
-std::uint64_t equality_seed() {
-    return number_from_environment("VELDRANE_EQUALITY_SEED", 20'240'229);
+std::vector<std::uint64_t> equality_seeds() {
+    Equality_rounds const rounds = equality_rounds();
+    std::vector<std::uint64_t> seeds;
+    for (std::uint64_t round = 0; round < rounds.count; ++round) {
+        seeds.push_back(rounds.seed + 1'000'000 * (rounds.first + round));
+    }
+    return seeds;
 }
 
 } // namespace support

@@ -12,6 +12,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace support {
@@ -45,12 +46,21 @@ private:
 /// Calls that all checkers of the process have made.
 std::size_t checked_calls();
 
-/// The number of times that the equality tests go through their scenes, each time with other seeds:
-/// the environment's VELDRANE_EQUALITY_ROUNDS, else 1.
-std::uint64_t equality_rounds();
+/// The equality tests go through their scenes in rounds, each with other seeds.
+struct Equality_rounds {
+    /// Of round 0: the environment's VELDRANE_EQUALITY_SEED, else a fixed one.
+    std::uint64_t seed;
+    /// The round to begin with: VELDRANE_EQUALITY_FIRST_ROUND, else 0.
+    std::uint64_t first;
+    /// VELDRANE_EQUALITY_ROUNDS, else 1.
+    std::uint64_t count;
+};
 
-/// The seed of the first round: the environment's VELDRANE_EQUALITY_SEED, else a fixed one.
-std::uint64_t equality_seed();
+/// @throws std::invalid_argument if one of the three is set and no number, or there is no round
+Equality_rounds equality_rounds();
+
+/// The first seed of each round. No round takes more than a million.
+std::vector<std::uint64_t> equality_seeds();
 
 } // namespace support
 

@@ -172,4 +172,39 @@ TEST(Equality_checker, names_the_scene_of_a_write_to_an_input) {
         "memory fault in scene: 5 x 33, phase 1");
 }
 
+// The memory of a plane stays where it is from call to call.
+std::uint16_t* remembered_s0 = nullptr;
+
+TEST(Equality_checker, notices_a_write_to_a_plane_that_was_not_requested) {
+    Equality_checker check{[](Arguments const& arguments, Matrices const& matrices) {
+        if (arguments.s0_image != nullptr) {
+            remembered_s0 = arguments.s0_image;
+        } else {
+            remembered_s0[0] = static_cast<std::uint16_t>(remembered_s0[0] ^ 1U);
+        }
+        return right(arguments, matrices);
+    }};
+    Scene scene = scene_with_a_block();
+    EXPECT_TRUE(check(scene));
+    scene.wanted = only(Plane::s1);
+    auto const verdict = check(scene);
+    EXPECT_FALSE(verdict);
+    EXPECT_TRUE(contains(verdict.message(), "s0_image")) << verdict.message();
+}
+
+// 0 / 0 is one certain NaN: where no matrix brings in others, its bits count.
+TEST(Equality_checker, notices_another_nan_where_only_one_can_arise) {
+    Scene const scene = make_scene(5, 33, Sample_kind::all_zero, Matrix_kind::ideal, 1, 77);
+    EXPECT_FALSE(scene.any_nan_is_equal);
+    std::string const message = message_of(
+        [](Arguments const& arguments, Matrices const& matrices) {
+            int const result = right(arguments, matrices);
+            float& last = arguments.normalized_stokes_image[2 * 5 * 33 - 1];
+            last = -last;
+            return result;
+        },
+        scene);
+    EXPECT_TRUE(contains(message, "normalized_stokes_image row 4 column 32")) << message;
+}
+
 } // namespace

@@ -1,5 +1,7 @@
 #include "support/guarded_frame.hpp"
 
+#include "support/needed_rows.hpp"
+
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -70,10 +72,17 @@ void Guarded_frame::load(Scene const& scene, Edge edge, Fill fill) {
 }
 
 void Guarded_frame::load_matrices(Scene const& scene, Edge edge) {
+    std::size_t const first_row = edge == Edge::start ? first_needed_row(scene.wanted) : 0;
+    std::size_t const end_row = edge == Edge::end ? end_of_needed_rows(scene.wanted) : matrix_rows;
+    constexpr std::size_t row_bytes = row_weights * sizeof(float);
+    std::size_t const accessible_bytes = row_bytes * (end_row - first_row);
     std::array<Matrix const*, 4> guarded{};
     for (std::size_t position = 0; position < guarded.size(); ++position) {
-        new (weights_[position].writable(sizeof(Matrix), edge)) Matrix{scene.matrices[position]};
-        guarded[position] = as<Matrix const>(weights_[position].guarded(sizeof(Matrix), edge));
+        std::memcpy(
+            weights_[position].writable(accessible_bytes, edge),
+            scene.matrices[position].data() + row_weights * first_row, accessible_bytes);
+        guarded[position] = as<Matrix const>(
+            weights_[position].guarded(accessible_bytes, edge) - row_bytes * first_row);
     }
     constexpr std::size_t bytes = sizeof(Calibration_matrices);
     new (matrices_pages_.writable(bytes, edge))

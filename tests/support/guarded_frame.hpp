@@ -1,5 +1,7 @@
 /// @file
 /// The buffers of one call, each in guarded memory of its own that is reused from call to call.
+/// The weights of a matrix that the wanted planes do not need lie beyond the guard: those behind
+/// the last needed row at the end, those before the first needed row at the start.
 
 #ifndef VELDRANE_TESTS_SUPPORT_GUARDED_FRAME_HPP
 #define VELDRANE_TESTS_SUPPORT_GUARDED_FRAME_HPP

@@ -3,6 +3,7 @@
 /// must end the process; planes that are not asked for are null and a write to them is noticed.
 
 #include "support/guarded_frame.hpp"
+#include "support/needed_rows.hpp"
 
 #include <gtest/gtest.h>
 
@@ -225,6 +226,51 @@ TEST(Guarded_frame, notices_a_write_to_any_byte_of_a_plane) {
     }
 }
 
+/// The row of a matrix that the wrong transform below reads.
+std::size_t read_row{0};
+
+void run_read_of_row(Plane_set wanted, Edge edge) {
+    Scene scene = small_scene();
+    scene.wanted = wanted;
+    Guarded_frame frame{small_scene_pixels};
+    frame.load(scene, edge, Fill::plain);
+    frame.run([](Arguments const&, Matrices const& matrices) {
+        return read_volatile(members(matrices)[victim]->data() + row_weights * read_row);
+    });
+}
+
+TEST(Guarded_frame, traps_reads_of_rows_that_the_planes_do_not_need) {
+    constexpr std::array sets{Plane_set{0},         only(Plane::s0),   only(Plane::s1),
+                              only(Plane::s2),      only(Plane::dolp), only(Plane::azimuth),
+                              only(every_plane[0]), all_planes};
+    int trapped = 0;
+    for (Plane_set const wanted : sets) {
+        for (read_row = end_of_needed_rows(wanted); read_row < matrix_rows; ++read_row) {
+            victim = read_row;
+            EXPECT_DEATH(run_read_of_row(wanted, Edge::end), "");
+            ++trapped;
+        }
+        for (read_row = 0; read_row < first_needed_row(wanted); ++read_row) {
+            victim = read_row;
+            EXPECT_DEATH(run_read_of_row(wanted, Edge::start), "");
+            ++trapped;
+        }
+    }
+    // Behind the needed rows 4, 3, 2 and six times 1, before them 4, 1, 2 and 1.
+    EXPECT_EQ(trapped, 22);
+}
+
+TEST(Guarded_frame, leaves_the_rows_accessible_that_the_planes_need) {
+    for (unsigned bits = 1; bits < plane_set_count; ++bits) {
+        for (read_row = 0; read_row < matrix_rows; ++read_row) {
+            for (victim = 0; victim < 4 && needs_row({bits}, read_row); ++victim) {
+                run_read_of_row({bits}, Edge::end);
+                run_read_of_row({bits}, Edge::start);
+            }
+        }
+    }
+}
+
 TEST(Guarded_frame, hands_over_the_inputs_of_the_scene) {
     static Scene const scene = small_scene();
     for (Edge const edge : both_edges) {
@@ -235,7 +281,8 @@ TEST(Guarded_frame, hands_over_the_inputs_of_the_scene) {
                 std::memcmp(arguments.raw_image, scene.samples.data(), 2 * small_scene_pixels);
             for (std::size_t position = 0; position < 4; ++position) {
                 different |= std::memcmp(
-                    members(matrices)[position], &scene.matrices[position], sizeof(Matrix));
+                    members(matrices)[position], &scene.matrices[position],
+                    end_of_needed_rows(all_planes) * row_weights * sizeof(float));
             }
             return different;
         });

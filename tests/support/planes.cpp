@@ -15,9 +15,10 @@ namespace {
 
 using Bytes = std::array<std::vector<std::byte>, every_plane.size()>;
 
-Bytes run_at_edge(Guarded_frame& frame, Scene const& scene, Edge edge, Fill fill) {
+Bytes run_at_edge(
+    Guarded_frame& frame, Scene const& scene, Edge edge, Fill fill, Transform transform) {
     frame.load(scene, edge, fill);
-    EXPECT_EQ(frame.run(&qn_polarization_processor_transform_vector_avx2), 0) << describe(scene);
+    EXPECT_EQ(frame.run(transform), 0) << describe(scene);
     Bytes planes;
     for (Plane const plane : every_plane) {
         if (scene.wanted.has(plane)) {
@@ -40,13 +41,18 @@ Grid<Element> grid_of(Bytes const& planes, Plane plane, std::size_t width) {
     return grid;
 }
 
+template <typename Element>
+bool agrees(Grid<Element> const& part, Grid<Element> const& whole, bool wanted) {
+    return wanted ? part == whole : part.elements.empty();
+}
+
 } // namespace
 
-Planes compute(Scene const& scene) {
+Planes compute(Scene const& scene, Transform transform) {
     static Guarded_frame frame{largest_frame};
     Fault_report const report{scene};
-    Bytes const at_end = run_at_edge(frame, scene, Edge::end, Fill::plain);
-    Bytes const at_start = run_at_edge(frame, scene, Edge::start, Fill::inverted);
+    Bytes const at_end = run_at_edge(frame, scene, Edge::end, Fill::plain, transform);
+    Bytes const at_start = run_at_edge(frame, scene, Edge::start, Fill::inverted, transform);
     for (Plane const plane : every_plane) {
         auto const index = static_cast<std::size_t>(plane);
         EXPECT_TRUE(at_end[index] == at_start[index])
@@ -60,6 +66,17 @@ Planes compute(Scene const& scene) {
         grid_of<std::uint16_t>(at_end, Plane::s2, scene.width),
         grid_of<std::uint16_t>(at_end, Plane::azimuth, scene.width),
         grid_of<std::uint16_t>(at_end, Plane::dolp, scene.width)};
+}
+
+bool is_part_of(Planes const& part, Planes const& whole, Plane_set part_set) {
+    return agrees(
+               part.normalized_stokes, whole.normalized_stokes,
+               part_set.has(Plane::normalized_stokes)) &&
+           agrees(part.s0, whole.s0, part_set.has(Plane::s0)) &&
+           agrees(part.s1, whole.s1, part_set.has(Plane::s1)) &&
+           agrees(part.s2, whole.s2, part_set.has(Plane::s2)) &&
+           agrees(part.azimuth, whole.azimuth, part_set.has(Plane::azimuth)) &&
+           agrees(part.dolp, whole.dolp, part_set.has(Plane::dolp));
 }
 
 float untouched_ratio(std::size_t float_index) {

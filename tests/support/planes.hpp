@@ -1,9 +1,11 @@
 /// @file
-/// Results of single calls of the library, for tests that know the right values.
+/// Results of single calls of the library, or of what stands in for it, for tests that know the
+/// right values.
 
 #ifndef VELDRANE_TESTS_SUPPORT_PLANES_HPP
 #define VELDRANE_TESTS_SUPPORT_PLANES_HPP
 
+#include "support/guarded_frame.hpp"
 #include "support/scene.hpp"
 
 #include <array>
@@ -41,10 +43,15 @@ struct Planes {
     Counts dolp;
 };
 
-/// Runs the library on guarded memory at both edges. Reports a test failure if a call returns
+/// Runs the transform on guarded memory at both edges. Reports a test failure if a call returns
 /// anything but 0, leaves an element of a 16-bit plane unwritten or touches a plane unasked, or if
 /// the edges differ. What no store reached in the float plane is `untouched_ratio`.
-Planes compute(Scene const& scene);
+Planes compute(
+    Scene const& scene, Transform transform = &qn_polarization_processor_transform_vector_avx2);
+
+/// Whether the planes of a set are those of a result with more of them, or the same, and all others
+/// are absent.
+bool is_part_of(Planes const& part, Planes const& whole, Plane_set part_set);
 
 /// What an untouched pair of the float plane holds at a float index.
 float untouched_ratio(std::size_t float_index);

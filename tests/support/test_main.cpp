@@ -11,8 +11,10 @@ int main(int argument_count, char** arguments) {
     testing::InitGoogleTest(&argument_count, arguments);
     int const result = RUN_ALL_TESTS();
     if (std::size_t const calls = support::checked_calls(); calls != 0) {
-        std::cout << "guarded calls compared with the reference: " << calls << ", first seed "
-                  << support::equality_seed() << ", rounds " << support::equality_rounds() << '\n';
+        auto const rounds = support::equality_rounds();
+        std::cout << "guarded calls compared with the reference: " << calls << ", seed "
+                  << rounds.seed << ", first round " << rounds.first << ", rounds " << rounds.count
+                  << '\n';
     }
     return result;
 }
