@@ -1,0 +1,115 @@
+/// @file
+/// Any call inside the contract, drawn from the input: geometry, settings, planes, phase, matrices
+/// and samples. Ends the process if the library and the reference disagree in a bit.
+
+#include "input_reader.hpp"
+
+#include "reduced/chosen_variants.hpp"
+#include "reduced/plain_call.hpp"
+
+#include <array>
+#include <cstdlib>
+
+namespace {
+
+using namespace reduced;
+using namespace support;
+using fuzz::Input_reader;
+
+#ifdef REDUCED_VARIANTS
+Variant draw_variant(Input_reader& input) {
+    return chosen_variants[input.below(chosen_variants.size())];
+}
+#else
+Variant draw_variant(Input_reader& input) {
+    auto const flags = input.next<std::uint16_t>();
+    Variant variant{flags >> 9U & 3U};
+    for (std::size_t place = 1; place < parameter_count; ++place) {
+        variant[place] = flags >> (place - 1) & 1U;
+    }
+    return variant;
+}
+#endif
+
+/// Full scales are often taken from the usual ones: a float of random bits rarely leads anywhere.
+float draw_full_scale(Input_reader& input) {
+    constexpr std::array usual{65535.0F, 4095.0F, 255.0F, 1.0F, 0.5F, 65534.75F, 1e-30F};
+    unsigned const choice = input.below(2 * usual.size());
+    return choice < usual.size() ? usual[choice] : input.next<float>();
+}
+
+Scale draw_scale(Input_reader& input, bool same_output_range) {
+    auto const bit_depth = input.next<std::int32_t>();
+    std::uint32_t const expected =
+        (std::uint32_t{1} << (static_cast<std::uint32_t>(bit_depth) & 31U)) - 1U;
+    std::uint32_t const difference = same_output_range ? 0 : 1U | input.next<std::uint32_t>();
+    float input_maximum = draw_full_scale(input);
+    float output_maximum = draw_full_scale(input);
+    // What the contract excludes; a NaN is no number that is at most 65535.
+    if (!(output_maximum <= 65535.0F)) {
+        output_maximum = 65535.0F;
+    }
+    if (input_maximum == 0.0F) {
+        input_maximum = 1.0F;
+    }
+    return {
+        bit_depth, input_maximum, output_maximum, static_cast<std::int32_t>(expected ^ difference)};
+}
+
+/// Small weights that most sums of samples keep exact, or any float at all.
+float draw_weight(Input_reader& input, bool any_float) {
+    return any_float ? input.next<float>() : static_cast<float>(input.next<std::int8_t>()) / 16;
+}
+
+Matrix_set draw_matrices(Input_reader& input) {
+    bool const any_float = input.below(2) != 0;
+    Matrix_set matrices{};
+    for (Matrix& matrix : matrices) {
+        for (float& weight : matrix) {
+            weight = draw_weight(input, any_float);
+        }
+    }
+    return matrices;
+}
+
+/// The rest of the input over and over.
+Samples draw_samples(Input_reader& input, std::size_t count) {
+    auto const bytes = input.rest();
+    Samples samples(count);
+    for (std::size_t index = 0; index < count && !bytes.empty(); ++index) {
+        std::size_t const low = 2 * index % bytes.size();
+        std::size_t const high = (2 * index + 1) % bytes.size();
+        samples[index] = static_cast<std::uint16_t>(bytes[low] | bytes[high] << 8);
+    }
+    return samples;
+}
+
+/// Sizes of the variant's parities: 2 to 11 rows and 16 to 79 columns, or 2 to 79 of two rows.
+Scene draw_scene(Input_reader& input) {
+    Variant const variant = draw_variant(input);
+    std::size_t const height = 2 * (1 + input.below(5)) + (variant[height_place] != 0 ? 0 : 1);
+    std::size_t const width_is_odd = variant[width_place] != 0 ? 0 : 1;
+    std::size_t const width = height == 2 ? 2 * (1 + input.below(39)) + width_is_odd
+                                          : 16 + 2 * input.below(32) + width_is_odd;
+    Scene scene{height, width, {}, {}};
+    scene.wanted = {0};
+    scene.polar_phase = static_cast<std::int32_t>(variant[phase_place]);
+    for (std::size_t plane = 0; plane < plane_count; ++plane) {
+        scene.wanted.bits |= variant[first_plane_place + plane] << plane;
+    }
+    scene.scale = draw_scale(input, variant[range_place] != 0);
+    scene.matrices = draw_matrices(input);
+    scene.samples = draw_samples(input, scene.pixels());
+    scene.any_nan_is_equal = true;
+    return scene;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
+    Input_reader input{{data, size}};
+    if (!equals_the_reference(draw_scene(input))) {
+        std::abort();
+    }
+    return 0;
+}
