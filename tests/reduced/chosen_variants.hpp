@@ -1,6 +1,6 @@
 /// @file
 /// The variants of a reduced build: fourteen kernels in which every two values of every two of the
-/// ten parameters meet. Instrumenting all 2016 takes a compiler hours.
+/// ten parameters meet. Instrumented, all 2016 take a compiler many minutes a file.
 
 #ifndef VELDRANE_TESTS_REDUCED_CHOSEN_VARIANTS_HPP
 #define VELDRANE_TESTS_REDUCED_CHOSEN_VARIANTS_HPP
