@@ -1,10 +1,9 @@
 #pragma once
 
 #include "border/border.hpp"
+#include "quartet/quartets_of_row.hpp"
 #include "quartet/single_quartet.hpp"
 #include "variants/output_set.hpp"
-
-#include <cstddef>
 
 template <
     typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
@@ -31,18 +30,20 @@ void generate_last_row_and_column(
             Want_dolp, last_column, last_row>(r, c, matrix, arguments, overlays);
     };
 
-    std::size_t column = 0;
-    for (; arguments.width - 2 > column; column += 2) {
-        generate.template operator()<false, first_is_last_row>(
-            row, column, matrices.even_row_even_column);
-        generate.template operator()<false, first_is_last_row>(
-            row, column + 1, matrices.even_row_odd_column);
-        if constexpr (height_is_even) {
-            generate.template operator()<false, true>(
-                row + 1, column, matrices.odd_row_even_column);
-            generate.template operator()<false, true>(
-                row + 1, column + 1, matrices.odd_row_odd_column);
-        }
+    auto const generate_quartets = [&]<bool last_row>(
+                                       unsigned long r, std::array<float, 16> const& even,
+                                       std::array<float, 16> const& odd, unsigned long end) {
+        generate_quartets_of_row<
+            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+            Want_dolp, last_row>(r, 0, end, even, odd, arguments, overlays);
+    };
+
+    unsigned long const column = (arguments.width - 1) & ~1UL;
+    generate_quartets.template operator()<first_is_last_row>(
+        row, matrices.even_row_even_column, matrices.even_row_odd_column, column);
+    if constexpr (height_is_even) {
+        generate_quartets.template operator()<true>(
+            row + 1, matrices.odd_row_even_column, matrices.odd_row_odd_column, column);
     }
 
     // The frame's final pixel takes the matrix of its position only where height and width have the

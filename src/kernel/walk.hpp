@@ -4,7 +4,7 @@
 #include "kernel/block.hpp"
 #include "kernel/process_callback.hpp"
 #include "quartet/image_buffer_overlays.hpp"
-#include "quartet/single_quartet.hpp"
+#include "quartet/quartets_of_row.hpp"
 
 #include <cstddef>
 #include <type_traits>
@@ -57,15 +57,15 @@ requires requests_a_plane<
         Want_dolp>;
 
     Image_buffer_overlays overlays = make_image_buffer_overlays(arguments);
-    auto const generate = [&](std::size_t row, std::size_t column,
-                              std::array<float, 16> const& matrix) {
-        generate_polarization_output_data_for_single_quartet<
+    auto const generate_quartets = [&](std::size_t row, std::size_t begin, std::size_t end,
+                                       std::array<float, 16> const& even,
+                                       std::array<float, 16> const& odd) {
+        generate_quartets_of_row<
             Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-            Want_dolp, false, false>(row, column, matrix, arguments, overlays);
+            Want_dolp, false>(row, begin, end, even, odd, arguments, overlays);
     };
 
-    // A block may read 32 columns of each row from its first one on. With one block less than whole
-    // ones in the row, the last block's reads end inside it.
+    // One block less than whole ones in the row: the tail has at least 16 columns.
     std::size_t const block_count = (arguments.width >> 4) - 1;
     block::Constants const constants = block::broadcast_constants<Set>(arguments);
     std::size_t float_index = 0;
@@ -76,13 +76,13 @@ requires requests_a_plane<
                 float_index = kernel::compute_blocks<Indices, Set>(
                     arguments, constants, row, block_count, float_index);
             }
-            std::size_t column = block::columns * block_count;
-            for (; arguments.width - 2 > column; column += 2) {
-                generate(row, column, matrices.even_row_even_column);
-                generate(row, column + 1, matrices.even_row_odd_column);
-                generate(row + 1, column, matrices.odd_row_even_column);
-                generate(row + 1, column + 1, matrices.odd_row_odd_column);
-            }
+            std::size_t const tail = block::columns * block_count;
+            // The last even column below which the tail ends: width - 2 or width - 1.
+            std::size_t const column = (arguments.width - 1) & ~std::size_t{1};
+            generate_quartets(
+                row, tail, column, matrices.even_row_even_column, matrices.even_row_odd_column);
+            generate_quartets(
+                row + 1, tail, column, matrices.odd_row_even_column, matrices.odd_row_odd_column);
             generate_last_column<
                 Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
                 Want_dolp, Width_is_even>(arguments, matrices, overlays, row, column);

@@ -1,55 +1,68 @@
 #pragma once
 
 #include "quartet/constants.hpp"
-#include "quartet/image_buffer_overlays.hpp"
-
-#include <cstddef>
-#include <cstdint>
-#include <immintrin.h>
 
 namespace quartet {
 
-/// A pixel's own sample and its neighbours, as lane 0 of four registers.
+/// A pixel's own sample and its neighbours.
+template <typename Lanes>
 struct Samples {
-    __m128 own, horizontal, vertical, diagonal;
+    typename Lanes::Vector own, horizontal, vertical, diagonal;
 };
 
-/// Reads a quartet. The flags move a neighbour to the other side of the pixel:
-///
-///     neither    last_column    last_row    both
-///      o h          h o           v d        d v
-///      v d          d v           o h        h o
-template <bool last_column, bool last_row>
-[[gnu::always_inline]] inline Samples read_samples(
-    Image_buffer_overlay const& raw_image, std::size_t row, std::size_t column) {
-    std::size_t const beside = last_column ? column - 1 : column + 1;
-    std::size_t const below = last_row ? row - 1 : row + 1;
-    auto const sample = [&raw_image](std::size_t r, std::size_t c) {
-        return _mm_cvtsi32_ss(_mm_setzero_ps(), raw_image.at(r, c));
-    };
-    return {sample(row, column), sample(row, beside), sample(below, column), sample(below, beside)};
-}
+/// The estimates of a quartet. Only what the output set needs is set.
+template <typename Lanes>
+struct Stokes {
+    typename Lanes::Vector s0, s1, s2;
+};
 
 /// One row of a matrix applied to a quartet: a rounded product of the second sample, then fused
 /// additions of the first, third and fourth. The order decides the last bits.
-[[gnu::always_inline]] inline __m128 weighted_sum(Samples const& samples, float const* weights) {
-    __m128 sum = _mm_mul_ss(samples.horizontal, _mm_load_ss(weights + 1));
-    sum = _mm_fmadd_ss(samples.own, _mm_load_ss(weights + 0), sum);
-    sum = _mm_fmadd_ss(samples.vertical, _mm_load_ss(weights + 2), sum);
-    return _mm_fmadd_ss(samples.diagonal, _mm_load_ss(weights + 3), sum);
+template <typename Lanes>
+[[gnu::always_inline]] inline typename Lanes::Vector weighted_sum(
+    Samples<Lanes> const& samples, float const* weights) {
+    auto sum = Lanes::multiply(samples.horizontal, Lanes::load(weights + 1));
+    sum = Lanes::fused_multiply_add(samples.own, Lanes::load(weights + 0), sum);
+    sum = Lanes::fused_multiply_add(samples.vertical, Lanes::load(weights + 2), sum);
+    return Lanes::fused_multiply_add(samples.diagonal, Lanes::load(weights + 3), sum);
 }
 
-/// S0 from row 0. The halving is a multiplication of its own, not a part of the weights.
-[[gnu::always_inline]] inline __m128 s0(Samples const& samples, float const* matrix) {
-    return _mm_mul_ss(_mm_set_ss(constants::s0_factor), weighted_sum(samples, matrix));
+/// S0, S1 and S2 from rows 0, 1 and 2; a row that no output needs is not read. The halving of S0 is
+/// a multiplication of its own, not a part of the weights.
+template <typename Set, typename Lanes>
+[[gnu::always_inline]] inline Stokes<Lanes> estimate(
+    Samples<Lanes> const& samples, float const* matrix) {
+    Stokes<Lanes> stokes{};
+    if constexpr (Set::needs_s0) {
+        stokes.s0 =
+            Lanes::multiply(Lanes::constant(constants::s0_factor), weighted_sum(samples, matrix));
+    }
+    if constexpr (Set::needs_s1) {
+        stokes.s1 = weighted_sum(samples, matrix + 4);
+    }
+    if constexpr (Set::needs_s2) {
+        stokes.s2 = weighted_sum(samples, matrix + 8);
+    }
+    return stokes;
 }
 
-[[gnu::always_inline]] inline __m128 s1(Samples const& samples, float const* matrix) {
-    return weighted_sum(samples, matrix + 4);
+/// What a Stokes plane gets before the clamp: (M * s) / Q, a true division, where the planes have a
+/// scale of their own.
+template <typename Set, typename Lanes, typename Vector = typename Lanes::Vector>
+[[gnu::always_inline]] inline Vector stokes_plane_value(
+    Vector s, Vector maximum_output_value, float const& maximum_input_value) {
+    if constexpr (Set::rescale) {
+        return Lanes::divide(
+            Lanes::multiply(maximum_output_value, s), Lanes::load(&maximum_input_value));
+    } else {
+        return s;
+    }
 }
 
-[[gnu::always_inline]] inline __m128 s2(Samples const& samples, float const* matrix) {
-    return weighted_sum(samples, matrix + 8);
+/// The clamp of every 16-bit plane: a NaN becomes the limit and -0 becomes +0.
+template <typename Lanes, typename Vector = typename Lanes::Vector>
+[[gnu::always_inline]] inline Vector clamp(Vector value, Vector limit) {
+    return Lanes::larger(Lanes::smaller(value, limit), Lanes::zero());
 }
 
 } // namespace quartet

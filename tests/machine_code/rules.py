@@ -9,11 +9,17 @@ from disassembly import parse
 
 LEAF = "var_to_template<Polarization_process_vector_avx2_callback, 0u,"
 GENERATOR = "void generate_polarization_output_data_for_single_quartet<"
+ROW = "void generate_quartets_of_row<"
 BLOCKS = "compute_blocks<"
 
 # --- How many there are.
 
-INSTANCES = {"kernels": 2016, "leaves without an output": 32, "generators": 504}
+INSTANCES = {
+    "kernels": 2016,
+    "leaves without an output": 32,
+    "generators": 504,
+    "rows of quartets": 252,
+}
 
 
 def is_part_of_another(name):
@@ -154,6 +160,7 @@ def instances_in(functions):
         "kernels": sum(map(is_kernel, whole)),
         "leaves without an output": sum(map(is_empty_leaf, whole)),
         "generators": sum(map(is_generator, whole)),
+        "rows of quartets": sum(ROW in name for name in whole),
     }
 
 
