@@ -16,8 +16,8 @@ inline constexpr std::size_t columns = 16;
 /// Floats that a block stores of one row of the float plane.
 inline constexpr std::size_t stored_floats = 16;
 
-/// One value for each output vector: (first row, low half), (first row, high half), (second row,
-/// low half), (second row, high half).
+/// One value for each output vector: (first row, even columns), (first row, odd columns), (second
+/// row, even columns), (second row, odd columns).
 struct Output_vectors {
     __m256 vector[4];
 };
@@ -27,10 +27,12 @@ struct Row_offsets {
     std::size_t first, second;
 };
 
-[[gnu::always_inline]] inline void store_plane(
-    std::uint16_t* plane, Row_offsets offsets, Output_vectors const& values, __m256 limit) {
-    store_pixels(plane + offsets.first, values.vector[0], values.vector[1], limit);
-    store_pixels(plane + offsets.second, values.vector[2], values.vector[3], limit);
+/// Stores a plane of which `pixels(row)` are the 16 pixels of either row.
+template <typename Pixels_of_row>
+[[gnu::always_inline]] inline void store_rows(
+    std::uint16_t* plane, Row_offsets offsets, Pixels_of_row pixels) {
+    store_16_pixels(plane + offsets.first, pixels(std::integral_constant<unsigned, 0>{}));
+    store_16_pixels(plane + offsets.second, pixels(std::integral_constant<unsigned, 1>{}));
 }
 
 /// Evaluates `value(i)` for the four output vectors and stores the plane.
@@ -39,7 +41,26 @@ template <typename Value>
     std::uint16_t* plane, Row_offsets offsets, __m256 limit, Value value) {
     Output_vectors values;
     unroll<4>([&](auto i) { values.vector[i] = value(i); });
-    store_plane(plane, offsets, values, limit);
+    store_rows(plane, offsets, [&](auto row) {
+        return pack_pixels(values.vector[2 * row], values.vector[2 * row + 1], limit);
+    });
+}
+
+/// The plane of S1 or S2: from floats where it is rescaled, else from the samples.
+template <typename Indices, auto index, typename Set>
+[[gnu::always_inline]] inline void compute_difference_plane(
+    std::uint16_t* plane, Row_offsets offsets, Arranged_rows const& samples,
+    Output_vectors const& differences, Constants const& broadcast) {
+    if constexpr (Set::rescale) {
+        compute_plane(plane, offsets, broadcast.maximum_output_value, [&](auto i) {
+            return stokes_plane_value<true>(differences.vector[i], broadcast);
+        });
+    } else {
+        store_rows(plane, offsets, [&](auto row) {
+            return positive_part(
+                difference_operands<Indices, index, row, Pixels::all>(samples), broadcast);
+        });
+    }
 }
 
 template <typename Set>
@@ -56,6 +77,10 @@ template <typename Set>
     if constexpr (Set::rescale) {
         broadcast.input_reciprocal =
             _mm256_rcp_ps(_mm256_broadcast_ss(&arguments.maximum_input_value));
+    }
+    if constexpr (Set::same_output_range && (Set::want_s1 || Set::want_s2)) {
+        __m256 const largest = _mm256_set1_ps(65535.0F);
+        broadcast.largest_pixel = pack_pixels(largest, largest, broadcast.maximum_output_value);
     }
     return broadcast;
 }
@@ -75,33 +100,36 @@ struct Planes {
 template <typename Indices, typename Set>
 [[gnu::always_inline]] inline void compute_block(
     Planes const& planes, Constants const& broadcast, std::size_t offset, std::size_t float_index) {
-    Sample_vectors const samples = load_block(planes.raw_image + offset, planes.width);
+    Arranged_rows const samples = load_block(planes.raw_image + offset, planes.width);
     Row_offsets const offsets{offset, offset + planes.width};
     __m256 const limit = broadcast.maximum_output_value;
 
     [[maybe_unused]] Output_vectors s0_of, s1_of, s2_of;
     unroll<4>([&](auto i) {
+        constexpr unsigned row = i / 2;
+        constexpr Pixels pixels = i % 2 == 0 ? Pixels::even : Pixels::odd;
         if constexpr (Set::needs_s0) {
-            s0_of.vector[i] = s0<Indices, i>(samples);
+            s0_of.vector[i] = s0<Indices, row, pixels>(samples);
         }
         if constexpr (Set::needs_s1) {
-            s1_of.vector[i] = s1<Indices, i>(samples);
+            s1_of.vector[i] = difference<Indices, Indices::s1_operand, row, pixels>(samples);
         }
         if constexpr (Set::needs_s2) {
-            s2_of.vector[i] = s2<Indices, i>(samples);
+            s2_of.vector[i] = difference<Indices, Indices::s2_operand, row, pixels>(samples);
         }
     });
 
     if constexpr (Set::want_normalized_stokes) {
-        float* const target = planes.normalized_stokes_image + float_index;
-        auto const ratio = [&](Output_vectors const& s, std::size_t i) {
-            return _mm256_div_ps(s.vector[i], s0_of.vector[i]);
-        };
-        store_normalized_pairs(
-            target, ratio(s1_of, 0), ratio(s2_of, 0), ratio(s1_of, 1), ratio(s2_of, 1));
-        store_normalized_pairs(
-            target + 2 * planes.width, ratio(s1_of, 2), ratio(s2_of, 2), ratio(s1_of, 3),
-            ratio(s2_of, 3));
+        unroll<2>([&](auto row) {
+            auto const stored = [row](Output_vectors const& s) {
+                return stored_pixels(s.vector[2 * row], s.vector[2 * row + 1]);
+            };
+            __m256 const s0_stored = stored(s0_of);
+            store_normalized_pairs(
+                planes.normalized_stokes_image + float_index + row * 2 * planes.width,
+                _mm256_div_ps(signed_zero(stored(s1_of)), s0_stored),
+                _mm256_div_ps(signed_zero(stored(s2_of)), s0_stored));
+        });
     }
     if constexpr (Set::want_s0) {
         compute_plane(planes.s0_image, offsets, limit, [&](auto i) {
@@ -109,14 +137,12 @@ template <typename Indices, typename Set>
         });
     }
     if constexpr (Set::want_s1) {
-        compute_plane(planes.s1_image, offsets, limit, [&](auto i) {
-            return stokes_plane_value<Set::rescale>(s1_of.vector[i], broadcast);
-        });
+        compute_difference_plane<Indices, Indices::s1_operand, Set>(
+            planes.s1_image, offsets, samples, s1_of, broadcast);
     }
     if constexpr (Set::want_s2) {
-        compute_plane(planes.s2_image, offsets, limit, [&](auto i) {
-            return stokes_plane_value<Set::rescale>(s2_of.vector[i], broadcast);
-        });
+        compute_difference_plane<Indices, Indices::s2_operand, Set>(
+            planes.s2_image, offsets, samples, s2_of, broadcast);
     }
     if constexpr (Set::want_azimuth) {
         compute_plane(planes.azimuth_image, offsets, limit, [&](auto i) {

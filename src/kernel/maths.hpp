@@ -16,46 +16,63 @@ struct Constants {
     __m256 maximum_output_value;
     __m256 azimuth_scale;    ///< maximum_output_value / 180, a true division
     __m256 input_reciprocal; ///< approximate reciprocal of maximum_input_value
+    __m256i largest_pixel;   ///< what 65535 is stored as, in 16 bits
 };
 
-template <typename Indices, std::size_t output_vector>
-[[gnu::always_inline]] inline __m256 s0(Sample_vectors const& samples) {
-    auto const operand = [&samples]<std::size_t i>() {
-        return samples.vector[Indices::s0_operand(output_vector, i)];
-    };
-    __m256 const first =
-        _mm256_add_ps(operand.template operator()<0>(), operand.template operator()<1>());
-    __m256 const second =
-        _mm256_add_ps(operand.template operator()<2>(), operand.template operator()<3>());
-    return _mm256_mul_ps(_mm256_add_ps(first, second), _mm256_set1_ps(constants::s0_factor));
+/// The two samples whose difference is S1 or S2.
+template <Pixels pixels>
+struct Difference_operands {
+    __m256i minuend, subtrahend;
+};
+
+/// @tparam index `Indices::s1_operand` or `Indices::s2_operand`
+template <typename Indices, auto index, unsigned row, Pixels pixels>
+[[gnu::always_inline]] inline Difference_operands<pixels> difference_operands(
+    Arranged_rows const& samples) {
+    return {
+        operand<Indices, index(2 * row, 0), index(2 * row + 1, 0), pixels>(samples),
+        operand<Indices, index(2 * row, 1), index(2 * row + 1, 1), pixels>(samples)};
 }
 
-template <typename Indices, std::size_t output_vector>
-[[gnu::always_inline]] inline __m256 s1(Sample_vectors const& samples) {
-    return _mm256_sub_ps(
-        samples.vector[Indices::s1_operand(output_vector, 0)],
-        samples.vector[Indices::s1_operand(output_vector, 1)]);
+/// S0 of the output vector (row, pixels of even or odd columns). Sums of samples are exact in
+/// integers as in floats, and so is the halving.
+template <typename Indices, unsigned row, Pixels pixels>
+[[gnu::always_inline]] inline __m256 s0(Arranged_rows const& samples) {
+    constexpr auto low = [](std::size_t i) { return Indices::s0_operand(2 * row, i); };
+    constexpr auto high = [](std::size_t i) { return Indices::s0_operand(2 * row + 1, i); };
+    __m256i const first = _mm256_add_epi32(
+        operand<Indices, low(0), high(0), pixels>(samples),
+        operand<Indices, low(1), high(1), pixels>(samples));
+    __m256i const second = _mm256_add_epi32(
+        operand<Indices, low(2), high(2), pixels>(samples),
+        operand<Indices, low(3), high(3), pixels>(samples));
+    return _mm256_mul_ps(
+        _mm256_cvtepi32_ps(_mm256_add_epi32(first, second)), _mm256_set1_ps(constants::s0_factor));
 }
 
-template <typename Indices, std::size_t output_vector>
-[[gnu::always_inline]] inline __m256 s2(Sample_vectors const& samples) {
-    return _mm256_sub_ps(
-        samples.vector[Indices::s2_operand(output_vector, 0)],
-        samples.vector[Indices::s2_operand(output_vector, 1)]);
+/// S1 or S2, exact. The difference of equal samples is +0 here in every rounding mode; as a
+/// difference of floats it would be -0 when rounding downwards. `signed_zero` makes up for it where
+/// the sign can be seen.
+template <typename Indices, auto index, unsigned row, Pixels pixels>
+[[gnu::always_inline]] inline __m256 difference(Arranged_rows const& samples) {
+    auto const [minuend, subtrahend] = difference_operands<Indices, index, row, pixels>(samples);
+    return _mm256_cvtepi32_ps(_mm256_sub_epi32(minuend, subtrahend));
 }
 
-[[gnu::always_inline]] inline __m256 magnitude(__m256 x) {
-    return _mm256_andnot_ps(_mm256_set1_ps(-0.0F), x);
+/// The pixels of a plane of S1 or S2 in sample units, in column order. A sample that is subtracted
+/// from one stays an integer, so the clamps and the conversion come down to two saturations: the
+/// difference ends at 0, and no integer lies between the limit and what the limit is stored as,
+/// whichever way the conversion rounds.
+[[gnu::always_inline]] inline __m256i positive_part(
+    Difference_operands<Pixels::all> operands, Constants const& broadcast) {
+    return _mm256_min_epu16(
+        _mm256_subs_epu16(operands.minuend, operands.subtrahend), broadcast.largest_pixel);
 }
 
-/// Sets the sign bit of a positive number where the mask is set.
-[[gnu::always_inline]] inline __m256 negate_where(__m256 mask, __m256 positive) {
-    return _mm256_or_ps(_mm256_and_ps(mask, _mm256_set1_ps(-0.0F)), positive);
-}
-
-[[gnu::always_inline]] inline __m256 select_by_sum(
-    __m256 mask, __m256 where_set, __m256 elsewhere) {
-    return _mm256_add_ps(_mm256_and_ps(mask, where_set), _mm256_andnot_ps(mask, elsewhere));
+/// The difference m - n of floats from that of integers: only its zeros depend on the rounding
+/// mode, as those of (+0) + (-0) do.
+[[gnu::always_inline]] inline __m256 signed_zero(__m256 difference) {
+    return _mm256_add_ps(difference, _mm256_set1_ps(-0.0F));
 }
 
 /// linear + cubic * x^2, the polynomial of the arctangent without its outer factor x.
@@ -65,40 +82,49 @@ template <typename Indices, std::size_t output_vector>
         _mm256_set1_ps(constants::atan_linear_coefficient));
 }
 
-/// Angle of the points (x, y) in radians, -pi to +pi: twice the angle of polarisation. Candidates
-/// that are infinite or NaN are masked out before the sums.
+/// Angle of the points (x, y) in radians, -pi to +pi: twice the angle of polarisation. x and y are
+/// differences of samples, finite and without -0. With P(z) = FMA(z * z, cubic, linear) it is
+///
+///     where |x| > |y|   FMA(t, P(t), base)        t = y * rcp(x), base 0 or, for x < 0, +-pi
+///     elsewhere         FMA(-u, P(u), 0) + side   u = rcp(t), side +-pi / 2
+///     where x = 0       side
+///     where x = y = 0   0                         signs from y
+///
+/// Evaluated as FMA(z, P(z), base) + side with z = t or -u, the one of base and side that is not
+/// wanted being +0. Why these are the same bits in every rounding mode:
+///   - z and -z have one P; a product's rounding does not see which factor carries the sign;
+///   - + 0 changes no sum but -0, and only the sign of a zero angle, which + 90 degrees absorbs;
+///   - where x = 0, t is infinite and u a zero, so the FMA is a zero and the sum `side`;
+///   - at x = y = 0, and nowhere else, t = 0 * infinity makes the angle a NaN, and a NaN does not
+///     equal itself.
+/// `side` must not enter the FMA: it would be rounded together with the product.
 [[gnu::always_inline]] inline __m256 doubled_angle(__m256 x, __m256 y) {
-    __m256 const zero = _mm256_setzero_ps();
+    __m256 const sign_bit = _mm256_set1_ps(-0.0F);
     __m256 const y_over_x = _mm256_mul_ps(y, _mm256_rcp_ps(x));
-    __m256 const x_over_y = _mm256_rcp_ps(y_over_x);
+    __m256 const minus_x_over_y = _mm256_xor_ps(_mm256_rcp_ps(y_over_x), sign_bit);
 
-    __m256 const half_turn =
-        negate_where(_mm256_cmp_ps(y, zero, _CMP_NGE_UQ), _mm256_set1_ps(constants::pi_constant));
-    __m256 const base = _mm256_andnot_ps(_mm256_cmp_ps(x, zero, _CMP_GT_OQ), half_turn);
-    __m256 const direct = _mm256_fmadd_ps(y_over_x, atan_polynomial_factor(y_over_x), base);
+    __m256 const wide =
+        _mm256_cmp_ps(_mm256_andnot_ps(sign_bit, x), _mm256_andnot_ps(sign_bit, y), _CMP_GT_OQ);
+    __m256 const z = _mm256_blendv_ps(minus_x_over_y, y_over_x, wide);
 
-    // Unlike `base`, `side` is added by an operation of its own.
-    __m256 const side = negate_where(
-        _mm256_cmp_ps(y, zero, _CMP_NGT_UQ), _mm256_set1_ps(constants::half_pi_constant));
-    __m256 const reflected =
-        _mm256_add_ps(_mm256_fnmadd_ps(x_over_y, atan_polynomial_factor(x_over_y), zero), side);
+    __m256 const y_sign = _mm256_and_ps(y, sign_bit);
+    __m256 const half_turn = _mm256_or_ps(y_sign, _mm256_set1_ps(constants::pi_constant));
+    __m256 const quarter_turn = _mm256_or_ps(y_sign, _mm256_set1_ps(constants::half_pi_constant));
+    // A blend looks at sign bits alone: x < 0, and wide.
+    __m256 const base = _mm256_blendv_ps(_mm256_setzero_ps(), half_turn, _mm256_and_ps(x, wide));
+    __m256 const side = _mm256_andnot_ps(wide, quarter_turn);
 
-    __m256 const wide = _mm256_cmp_ps(magnitude(x), magnitude(y), _CMP_GT_OQ);
-    __m256 const off_y_axis = select_by_sum(wide, direct, reflected);
-
-    __m256 const on_y_axis = _mm256_andnot_ps(_mm256_cmp_ps(y, zero, _CMP_EQ_OQ), side);
-    __m256 const x_nonzero = _mm256_cmp_ps(x, zero, _CMP_NEQ_UQ);
-    return select_by_sum(x_nonzero, off_y_axis, on_y_axis);
+    __m256 const angle = _mm256_add_ps(_mm256_fmadd_ps(z, atan_polynomial_factor(z), base), side);
+    return _mm256_and_ps(angle, _mm256_cmp_ps(angle, angle, _CMP_ORD_Q));
 }
 
-/// Azimuth, clamped to 0 .. maximum_output_value.
+/// Azimuth before the clamps. Its lower clamp is that of the saturating pack.
 [[gnu::always_inline]] inline __m256 azimuth_value(
     __m256 s1, __m256 s2, Constants const& broadcast) {
     __m256 const degrees = _mm256_fmadd_ps(
         doubled_angle(s1, s2), _mm256_set1_ps(constants::doubled_angle_to_degrees),
         _mm256_set1_ps(constants::azimuth_offset_degrees));
-    __m256 const value = _mm256_mul_ps(degrees, broadcast.azimuth_scale);
-    return _mm256_max_ps(_mm256_min_ps(value, broadcast.maximum_output_value), _mm256_setzero_ps());
+    return _mm256_mul_ps(degrees, broadcast.azimuth_scale);
 }
 
 /// Degree of linear polarisation before the clamp. S0 = 0 gives 0: the mask removes the infinity,

@@ -5,29 +5,39 @@
 
 namespace block {
 
-/// Stores 16 pixels of one row of a 16-bit plane. The saturating pack is the lower clamp: a
-/// negative value becomes 0. It works in 128-bit halves, so the quarters come out in the order
-///     low 0-3, high 0-3, low 4-7, high 4-7
-/// and the 64-bit permutation (0, 2, 1, 3) puts them right. minps returns its second operand for a
-/// NaN, which so becomes the limit.
-[[gnu::always_inline]] inline void store_pixels(
-    std::uint16_t* target, __m256 low, __m256 high, __m256 limit) {
+/// Clamps and converts the 16 pixels of one row of a 16-bit plane and puts them in column order.
+/// minps returns its second operand for a NaN, which so becomes the limit; the conversion rounds in
+/// the mode in force; the saturating pack is the lower clamp. It works in 128-bit halves, and in
+/// each the pixels of even and odd columns then take turns:
+///     even 0 2 4 6  odd 1 3 5 7   ->   0 1 2 3 4 5 6 7
+[[gnu::always_inline]] inline __m256i pack_pixels(__m256 even, __m256 odd, __m256 limit) {
     __m256i const packed = _mm256_packus_epi32(
-        _mm256_cvtps_epi32(_mm256_min_ps(low, limit)),
-        _mm256_cvtps_epi32(_mm256_min_ps(high, limit)));
-    __m256i const ordered = _mm256_permute4x64_epi64(packed, _MM_SHUFFLE(3, 1, 2, 0));
-    auto* const destination = reinterpret_cast<__m128i*>(target);
-    _mm_storeu_si128(destination, _mm256_castsi256_si128(ordered));
-    _mm_storeu_si128(destination + 1, _mm256_extracti128_si256(ordered, 1));
+        _mm256_cvtps_epi32(_mm256_min_ps(even, limit)),
+        _mm256_cvtps_epi32(_mm256_min_ps(odd, limit)));
+    __m256i const take_turns = _mm256_setr_epi8(
+        0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15, //
+        0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
+    return _mm256_shuffle_epi8(packed, take_turns);
 }
 
-/// Stores the normalised pairs of one row of a block: eight of its sixteen pixels, two floats each,
-///     pixels 0 1 4 5 of the low half, pixels 2 3 6 7 of the high half.
-/// Callers know the plane in this packed form; the other eight pixels are not stored.
-[[gnu::always_inline]] inline void store_normalized_pairs(
-    float* target, __m256 s1_low, __m256 s2_low, __m256 s1_high, __m256 s2_high) {
-    _mm256_storeu_ps(target, _mm256_unpacklo_ps(s1_low, s2_low));
-    _mm256_storeu_ps(target + 8, _mm256_unpackhi_ps(s1_high, s2_high));
+/// The eight of a row's sixteen pixels whose ratios are stored, in their order:
+///     even pixels  0 2 4 6 | 8 10 12 14
+///     odd pixels   1 3 5 7 | 9 11 13 15   ->   0 1 4 5 | 10 11 14 15
+[[gnu::always_inline]] inline __m256 stored_pixels(__m256 even, __m256 odd) {
+    __m256 const low = _mm256_blend_ps(even, _mm256_moveldup_ps(odd), 0b10101010);
+    __m256 const high = _mm256_blend_ps(_mm256_movehdup_ps(even), odd, 0b10101010);
+    return _mm256_blend_ps(low, high, 0b11110000);
+}
+
+/// Stores the ratios of one row of a block as pairs. Callers know the plane in this packed form;
+/// the other eight pixels are not stored.
+[[gnu::always_inline]] inline void store_normalized_pairs(float* target, __m256 s1, __m256 s2) {
+    __m256 const first = _mm256_unpacklo_ps(s1, s2);
+    __m256 const second = _mm256_unpackhi_ps(s1, s2);
+    _mm_storeu_ps(target, _mm256_castps256_ps128(first));
+    _mm_storeu_ps(target + 4, _mm256_castps256_ps128(second));
+    _mm_storeu_ps(target + 8, _mm256_extractf128_ps(first, 1));
+    _mm_storeu_ps(target + 12, _mm256_extractf128_ps(second, 1));
 }
 
 } // namespace block

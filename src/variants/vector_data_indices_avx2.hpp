@@ -28,7 +28,14 @@ struct Vector_data_indices_avx2 {
     static_assert(sizeof...(Index) == 32, "an index list has 32 places");
     static_assert(((Index < vector_count) && ...), "an index names one of twelve sample vectors");
 
-    static constexpr unsigned list[] = {Index...};
+    static constexpr unsigned list[sizeof...(Index)] = {Index...};
+
+    /// The source row of a sample vector, counted from the pair's first row, and which of a
+    /// neighbourhood's two columns it holds.
+    static constexpr unsigned source_row(unsigned index) { return index >= 8 ? 2 : index & 1; }
+    static constexpr bool is_even(unsigned index) {
+        return index >= 8 ? index % 2 == 0 : index % 4 == 1 || index % 4 == 2;
+    }
 
     static constexpr unsigned s0_operand(std::size_t output_vector, std::size_t operand) {
         return list[4 * output_vector + operand];
