@@ -34,29 +34,41 @@ template <typename Indices, auto index, unsigned row, Pixels pixels>
         operand<Indices, index(2 * row, 1), index(2 * row + 1, 1), pixels>(samples)};
 }
 
-/// S0 of the output vector (row, pixels of even or odd columns). Sums of samples are exact in
-/// integers as in floats, and so is the halving.
-template <typename Indices, unsigned row, Pixels pixels>
-[[gnu::always_inline]] inline __m256 s0(Arranged_rows const& samples) {
-    constexpr auto low = [](std::size_t i) { return Indices::s0_operand(2 * row, i); };
-    constexpr auto high = [](std::size_t i) { return Indices::s0_operand(2 * row + 1, i); };
-    __m256i const first = _mm256_add_epi32(
-        operand<Indices, low(0), high(0), pixels>(samples),
-        operand<Indices, low(1), high(1), pixels>(samples));
-    __m256i const second = _mm256_add_epi32(
-        operand<Indices, low(2), high(2), pixels>(samples),
-        operand<Indices, low(3), high(3), pixels>(samples));
-    return _mm256_mul_ps(
-        _mm256_cvtepi32_ps(_mm256_add_epi32(first, second)), _mm256_set1_ps(constants::s0_factor));
+/// Values of a row's 16 pixels: those of even and those of odd columns.
+struct Pair {
+    __m256 even, odd;
+};
+
+/// S0 of a row. Sums of samples are exact in integers as in floats, and so is the halving.
+template <typename Indices, unsigned row>
+[[gnu::always_inline]] inline Pair s0(Arranged_rows const& samples) {
+    auto const of = [&samples]<Pixels pixels>() __attribute__((always_inline)) {
+        constexpr auto low = [](std::size_t i) { return Indices::s0_operand(2 * row, i); };
+        constexpr auto high = [](std::size_t i) { return Indices::s0_operand(2 * row + 1, i); };
+        __m256i const first = _mm256_add_epi32(
+            operand<Indices, low(0), high(0), pixels>(samples),
+            operand<Indices, low(1), high(1), pixels>(samples));
+        __m256i const second = _mm256_add_epi32(
+            operand<Indices, low(2), high(2), pixels>(samples),
+            operand<Indices, low(3), high(3), pixels>(samples));
+        return _mm256_mul_ps(
+            _mm256_cvtepi32_ps(_mm256_add_epi32(first, second)),
+            _mm256_set1_ps(constants::s0_factor));
+    };
+    return {of.template operator()<Pixels::even>(), of.template operator()<Pixels::odd>()};
 }
 
-/// S1 or S2, exact. The difference of equal samples is +0 here in every rounding mode; as a
-/// difference of floats it would be -0 when rounding downwards. `signed_zero` makes up for it where
-/// the sign can be seen.
-template <typename Indices, auto index, unsigned row, Pixels pixels>
-[[gnu::always_inline]] inline __m256 difference(Arranged_rows const& samples) {
-    auto const [minuend, subtrahend] = difference_operands<Indices, index, row, pixels>(samples);
-    return _mm256_cvtepi32_ps(_mm256_sub_epi32(minuend, subtrahend));
+/// S1 or S2 of a row, exact. The difference of equal samples is +0 here in every rounding mode; as
+/// a difference of floats it would be -0 when rounding downwards. `signed_zero` makes up for it
+/// where the sign can be seen.
+template <typename Indices, auto index, unsigned row>
+[[gnu::always_inline]] inline Pair difference(Arranged_rows const& samples) {
+    auto const of = [&samples]<Pixels pixels>() __attribute__((always_inline)) {
+        auto const [minuend, subtrahend] =
+            difference_operands<Indices, index, row, pixels>(samples);
+        return _mm256_cvtepi32_ps(_mm256_sub_epi32(minuend, subtrahend));
+    };
+    return {of.template operator()<Pixels::even>(), of.template operator()<Pixels::odd>()};
 }
 
 /// The pixels of a plane of S1 or S2 in sample units, in column order. A sample that is subtracted

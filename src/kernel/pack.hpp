@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kernel/maths.hpp"
+
 #include <cstdint>
 #include <immintrin.h>
 
@@ -23,9 +25,9 @@ namespace block {
 /// The eight of a row's sixteen pixels whose ratios are stored, in their order:
 ///     even pixels  0 2 4 6 | 8 10 12 14
 ///     odd pixels   1 3 5 7 | 9 11 13 15   ->   0 1 4 5 | 10 11 14 15
-[[gnu::always_inline]] inline __m256 stored_pixels(__m256 even, __m256 odd) {
-    __m256 const low = _mm256_blend_ps(even, _mm256_moveldup_ps(odd), 0b10101010);
-    __m256 const high = _mm256_blend_ps(_mm256_movehdup_ps(even), odd, 0b10101010);
+[[gnu::always_inline]] inline __m256 stored_pixels(Pair of) {
+    __m256 const low = _mm256_blend_ps(of.even, _mm256_moveldup_ps(of.odd), 0b10101010);
+    __m256 const high = _mm256_blend_ps(_mm256_movehdup_ps(of.even), of.odd, 0b10101010);
     return _mm256_blend_ps(low, high, 0b11110000);
 }
 

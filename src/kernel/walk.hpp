@@ -13,6 +13,12 @@ namespace kernel {
 
 /// Vector body of one row pair: `block_count` blocks from column 0 on. A function of its own, since
 /// the four parities of a frame share it; it is entered once per row pair.
+///
+/// All blocks of the first row come before those of the second: half as many streams of stores at a
+/// time, which memory serves better than it minds the middle row being read twice, and no more
+/// vectors alive than there are registers. Nothing can tell the order: the blocks of a row pair
+/// store to places of their own, in the float plane too, where the rows are 2 * width floats apart
+/// and the blocks of one take fewer than width.
 /// @param float_index the running index of the float plane, which no row or tail resets
 /// @return the index behind the last block
 template <typename Indices, typename Set>
@@ -26,12 +32,18 @@ template <typename Indices, typename Set>
         arguments.dolp_image, arguments.width,
     };
     block::Constants const broadcast = constants;
-    std::size_t offset = row * planes.width;
-    std::size_t const end = offset + block_count * block::columns;
-    for (; offset != end; offset += block::columns, float_index += block::stored_floats) {
-        block::compute_block<Indices, Set>(planes, broadcast, offset, float_index);
+    std::size_t const begin = row * planes.width;
+    std::size_t const size = block_count * block::columns;
+    static_assert(block::columns == block::stored_floats, "one step for pixels and floats");
+    for (std::size_t step = 0; step != size; step += block::columns) {
+        block::compute_row_of_block<Indices, Set, 0>(
+            planes, broadcast, begin + step, float_index + step);
     }
-    return float_index;
+    for (std::size_t step = 0; step != size; step += block::columns) {
+        block::compute_row_of_block<Indices, Set, 1>(
+            planes, broadcast, begin + step, float_index + step);
+    }
+    return float_index + size;
 }
 
 } // namespace kernel
