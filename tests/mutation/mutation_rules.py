@@ -88,7 +88,12 @@ SISTER_OPERATIONS = {
     "cvtss": ["cvttss"],
     "cvtps": ["cvttps"],
     "packus": ["packs"],
-    "cvtepu16": ["cvtepi16"],
+    "subs": ["adds"],
+    "srli": ["slli"],
+    "slli": ["srli"],
+    "xor": ["or"],
+    "moveldup": ["movehdup"],
+    "storeh": ["storel"],
 }
 
 
@@ -96,6 +101,53 @@ def sister_operation(code):
     for match in re.finditer(r"\b_mm(?:256)?_([a-z0-9]+)_\w+(?=\()", code):
         for sister in SISTER_OPERATIONS.get(match.group(1), []):
             yield match.start(1), match.end(1), sister
+
+
+SISTER_LANE_OPERATIONS = {
+    "add": ["subtract"],
+    "subtract": ["add"],
+    "multiply": ["add"],
+    "divide": ["multiply"],
+    "smaller": ["larger"],
+    "larger": ["smaller"],
+    "equal": ["less"],
+    "less": ["greater", "not_greater"],
+    "greater": ["less", "equal"],
+    "not_greater": ["greater", "less"],
+    "both": ["either", "second_without_first"],
+    "second_without_first": ["both"],
+    "either": ["both"],
+    "square_root": ["approximate_reciprocal"],
+    "approximate_reciprocal": ["square_root"],
+}
+
+
+def sister_lane_operation(code):
+    for match in re.finditer(r"\bLanes::(\w+)(?=\()", code):
+        for sister in SISTER_LANE_OPERATIONS.get(match.group(1), []):
+            yield match.start(1), match.end(1), sister
+
+
+def fused_or_separate_lanes(code):
+    for match, arguments, end in calls(code, "Lanes::fused_multiply_add"):
+        a, b, c = (code[start:stop] for start, stop in arguments)
+        yield match.start(), end, f"Lanes::add(Lanes::multiply({a}, {b}), {c})"
+    for match, arguments, end in calls(code, "Lanes::add"):
+        for this, other in ((0, 1), (1, 0)):
+            text = code[slice(*arguments[this])]
+            if text.startswith("Lanes::multiply("):
+                factors, added = text[text.index("(") + 1 : -1], code[slice(*arguments[other])]
+                yield match.start(), end, f"Lanes::fused_multiply_add({factors}, {added})"
+
+
+def exact_or_approximate_quotient_of_lanes(code):
+    for match, arguments, end in calls(code, "Lanes::(?:approximate_reciprocal|divide)"):
+        texts = [code[slice(*part)] for part in arguments]
+        if len(texts) == 1:
+            yield match.start(), end, f"Lanes::divide(Lanes::constant(1.0F), {texts[0]})"
+        else:
+            quotient = f"{texts[0]}, Lanes::approximate_reciprocal({texts[1]})"
+            yield match.start(), end, f"Lanes::multiply({quotient})"
 
 
 def fused_or_separate(code):
@@ -137,7 +189,9 @@ COMPARISONS = {
     "NGE_UQ": ["NGT_UQ", "GE_OQ", "LT_OQ"],
     "NGT_UQ": ["NGE_UQ", "GT_OQ", "LE_OQ"],
     "GT_OQ": ["GE_OQ", "LT_OQ", "NLE_UQ"],
+    "LT_OQ": ["LE_OQ", "GT_OQ"],
     "EQ_OQ": ["NEQ_UQ", "EQ_UQ"],
+    "ORD_Q": ["UNORD_Q"],
     "NEQ_UQ": ["EQ_OQ", "NEQ_OQ"],
 }
 
@@ -291,13 +345,15 @@ SISTER_NAMES = {
     "s0": "s1", "s1": "s2", "s2": "s1", "azimuth": "dolp", "dolp": "azimuth",
     "horizontal": "vertical", "vertical": "diagonal", "diagonal": "own",
     "s2_over_s1": "s1_over_s2", "s1_over_s2": "s2_over_s1",
-    "y_over_x": "x_over_y", "x_over_y": "y_over_x", "base": "side", "side": "half_turn",
+    "y_over_x": "minus_x_over_y", "minus_x_over_y": "y_over_x", "base": "side", "side": "base",
     "maximum_output_value": "maximum_input_value", "maximum_input_value": "maximum_output_value",
     "first": "second", "second": "first", "height": "width", "width": "height",
     "last_column": "last_row", "last_row": "last_column",
     "height_is_even": "width_is_even", "width_is_even": "height_is_even",
-    "low": "mid", "mid": "high", "high": "mid", "in_group": "crossing", "reversed": "crossing",
-    "crossing": "in_group", "half": "next", "beside": "column", "below": "row",
+    "low": "high", "high": "low", "beside": "column", "below": "row",
+    "even": "odd", "odd": "even", "next_even": "even", "minuend": "subtrahend",
+    "columns": "next_columns", "next_columns": "columns", "own_odd": "vertical_odd",
+    "vertical_odd": "own_odd", "half_turn": "quarter_turn", "quarter_turn": "half_turn",
     "half_pi_constant": "pi_constant", "pi_constant": "half_pi_constant",
     "Phase_0_indices": "Phase_1_indices", "Phase_1_indices": "Phase_3_indices",
     "Phase_2_indices": "Phase_1_indices", "Phase_3_indices": "Phase_2_indices",
@@ -349,6 +405,9 @@ def changed_string(code):
 
 RULES = [
     sister_operation,
+    sister_lane_operation,
+    fused_or_separate_lanes,
+    exact_or_approximate_quotient_of_lanes,
     fused_or_separate,
     exact_or_approximate_quotient,
     comparison_predicate,
