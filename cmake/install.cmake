@@ -1,5 +1,5 @@
-# Where Debian expects things. Two components: `runtime` (library, program) and `development` (header,
-# CMake package, pkg-config file). The library's file name carries no version: programs load it by
+# Where Debian expects things. Two components: `runtime` (library, program) and `development` (headers,
+# the layer for applications as an archive, CMake package, pkg-config files). The library's file name carries no version: programs load it by
 # exactly this name.
 if(NOT DEFINED CMAKE_INSTALL_LIBDIR
    AND EXISTS /etc/debian_version
@@ -19,6 +19,19 @@ install(
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(TARGET veldrane-polarize)
   install(TARGETS veldrane-polarize RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  install(
+    FILES ${PROJECT_SOURCE_DIR}/tools/veldrane-polarize.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME veldrane-polarize
+    COMPONENT runtime)
+  # There are none where help2man is missing.
+  install(
+    DIRECTORY ${PROJECT_BINARY_DIR}/tools/manual/
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT runtime
+    FILES_MATCHING
+    PATTERN "*.1.gz"
+    PATTERN CMakeFiles EXCLUDE)
 endif()
 install(
   FILES ${PROJECT_SOURCE_DIR}/include/veldrane_mrv_polarization_processor_vector_avx2.hpp
@@ -31,10 +44,28 @@ install(
   DESTINATION ${package_dir}
   COMPONENT development)
 
+# An export of its own: whoever wants the processor alone need not have what this layer depends on.
+if(TARGET polarization_client)
+  install(TARGETS polarization_client EXPORT veldrane_mrv_polarization_client
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(
+    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT development
+    FILES_MATCHING
+    PATTERN "*.hpp")
+  install(
+    EXPORT veldrane_mrv_polarization_client
+    NAMESPACE veldrane_mrv::
+    FILE veldrane_mrv_polarization-client-targets.cmake
+    DESTINATION ${package_dir}
+    COMPONENT development)
+endif()
+
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/veldrane_mrv_polarization-config.cmake.in
   ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization-config.cmake INSTALL_DESTINATION ${package_dir}
-  NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+  NO_SET_AND_CHECK_MACRO)
 write_basic_package_version_file(
   ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization-config-version.cmake
   COMPATIBILITY SameMajorVersion)
@@ -46,9 +77,14 @@ install(
 
 # The prefix is found from the file's own place, so that an installed tree can be moved.
 file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
-configure_file(${CMAKE_CURRENT_LIST_DIR}/veldrane_mrv_polarization.pc.in
-               ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization.pc @ONLY)
-install(
-  FILES ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
-  COMPONENT development)
+set(pkgconfig_names veldrane_mrv_polarization)
+if(TARGET polarization_client)
+  list(APPEND pkgconfig_names veldrane_mrv_polarization_client)
+endif()
+foreach(name IN LISTS pkgconfig_names)
+  configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(
+    FILES ${PROJECT_BINARY_DIR}/${name}.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT development)
+endforeach()

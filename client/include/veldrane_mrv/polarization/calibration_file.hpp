@@ -1,0 +1,57 @@
+/// @file
+/// Calibrations on disk, as JSON that people can read.
+///
+/// The file holds every figure of a `Calibration`; weights and figures come back bit for bit. Its
+/// `schema` names the format and its version, which grows with every change of the keys.
+#ifndef VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
+#define VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
+
+#include "veldrane_mrv/polarization/calibration.hpp"
+
+#include <cstddef>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace veldrane_mrv::polarization {
+
+inline constexpr char const* calibration_schema_name = "veldrane_mrv.polarization_calibration";
+inline constexpr int calibration_schema_version = 1;
+
+/// Something is wrong with a file. `what` is one line for a user: "FILE, line N: PROBLEM; REMEDY".
+class File_error : public std::runtime_error {
+public:
+    /// @param line counted from 1, or 0 if no line is to blame
+    /// @param key  path of the key to blame, such as "analysers/2/throughput", or empty
+    File_error(
+        std::filesystem::path const& file, std::size_t line, std::string const& key,
+        std::string const& problem, std::string const& remedy);
+
+    std::filesystem::path const& file() const { return file_; }
+    std::size_t line() const { return line_; }
+    std::string const& key() const { return key_; }
+    std::string const& remedy() const { return remedy_; }
+
+private:
+    std::filesystem::path file_;
+    std::size_t line_;
+    std::string key_;
+    std::string remedy_;
+};
+
+/// Writes beside `file` and renames, so that there is a whole file or none; replaces an old one.
+/// @throw Argument_error if a number is infinite or NaN or a text is not UTF-8
+/// @throw File_error if the file cannot be written; an old file is unchanged then
+void save(Calibration const& calibration, std::filesystem::path const& file);
+
+/// @throw File_error if the file cannot be read, is no calibration, is damaged, or comes from a
+///        newer schema
+Calibration load_calibration(std::filesystem::path const& file);
+
+/// The same from and to text; `name` stands for the file in messages.
+std::string calibration_to_json(Calibration const& calibration);
+Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name);
+
+} // namespace veldrane_mrv::polarization
+
+#endif

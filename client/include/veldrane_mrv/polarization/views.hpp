@@ -1,0 +1,102 @@
+/// @file
+/// Frames and planes as views whose invariants hold from their construction on, and planes that own
+/// their memory.
+///
+/// Everything is row-major and densely packed: the pixel in row r and column c of a frame of width
+/// w is element r * w + c, in `normalized_stokes` elements 2 * (r * w + c) and the one behind it.
+#ifndef VELDRANE_MRV_POLARIZATION_VIEWS_HPP
+#define VELDRANE_MRV_POLARIZATION_VIEWS_HPP
+
+#include "veldrane_mrv/polarization/planes.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace veldrane_mrv::polarization {
+
+/// A raw frame: height * width samples in host byte order, owned by somebody else.
+///
+/// Invariants: at least one row and one column, a count of samples that fits the address space,
+/// samples not null, at an even address, and as many as height * width. That a frame is large
+/// enough for the processor is for `transform` to check.
+class Frame_view {
+public:
+    /// @throw Argument_error if an invariant would not hold
+    Frame_view(std::span<std::uint16_t const> samples, std::size_t height, std::size_t width);
+
+    /// For samples without a known count; there must be height * width of them.
+    /// @throw Argument_error if an invariant would not hold
+    Frame_view(std::uint16_t const* samples, std::size_t height, std::size_t width);
+
+    std::span<std::uint16_t const> samples() const { return {samples_, height_ * width_}; }
+    std::uint16_t const* data() const { return samples_; }
+    std::size_t height() const { return height_; }
+    std::size_t width() const { return width_; }
+    std::size_t pixels() const { return height_ * width_; }
+
+    std::span<std::uint16_t const> row(std::size_t row) const {
+        return {samples_ + row * width_, width_};
+    }
+    std::uint16_t operator()(std::size_t row, std::size_t column) const {
+        return samples_[row * width_ + column];
+    }
+
+private:
+    std::uint16_t const* samples_;
+    std::size_t height_;
+    std::size_t width_;
+};
+
+/// Where results go. An empty span says that the plane is not wanted; the others have exactly
+/// height * width elements, `normalized_stokes` 2 * height * width, which `transform` checks.
+struct Plane_views {
+    std::span<std::uint16_t> s0{};
+    std::span<std::uint16_t> s1{};
+    std::span<std::uint16_t> s2{};
+    std::span<std::uint16_t> azimuth{};
+    std::span<std::uint16_t> dolp{};
+    std::span<float> normalized_stokes{};
+
+    /// Any of the five 16-bit planes.
+    /// @throw Argument_error for `Plane::normalized_stokes`
+    std::span<std::uint16_t>& integer_plane(Plane plane);
+    std::span<std::uint16_t> integer_plane(Plane plane) const;
+
+    /// The planes whose span is not empty.
+    Plane_set wanted() const;
+};
+
+/// Memory for a chosen set of planes of one frame. Can be used for one frame after another.
+class Planes {
+public:
+    /// 16-bit planes start as zeros. `normalized_stokes` starts as NaNs, since the fast mode stores
+    /// only part of it.
+    /// @throw Argument_error if height or width is 0 or the planes do not fit the address space
+    Planes(std::size_t height, std::size_t width, Plane_set wanted);
+
+    std::size_t height() const { return height_; }
+    std::size_t width() const { return width_; }
+    Plane_set wanted() const { return wanted_; }
+
+    /// Views into this object, valid until it is moved from or dies.
+    Plane_views views();
+
+    /// One of the five 16-bit planes, empty if it was not chosen.
+    /// @throw Argument_error for `Plane::normalized_stokes`
+    std::span<std::uint16_t const> integer_plane(Plane plane) const;
+    std::span<float const> normalized_stokes() const { return normalized_stokes_; }
+
+private:
+    std::size_t height_;
+    std::size_t width_;
+    Plane_set wanted_;
+    std::array<std::vector<std::uint16_t>, 5> integer_planes_;
+    std::vector<float> normalized_stokes_;
+};
+
+} // namespace veldrane_mrv::polarization
+
+#endif

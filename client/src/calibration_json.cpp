@@ -1,0 +1,238 @@
+#include "json_node.hpp"
+
+#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+
+#include <cmath>
+#include <limits>
+
+namespace veldrane_mrv::polarization {
+namespace {
+
+// A calibration has three levels; deeper texts could exhaust the stack.
+constexpr int deepest_level = 16;
+
+double finite(double number, std::string const& figure) {
+    if (!std::isfinite(number)) {
+        throw Argument_error(
+            figure, std::isnan(number) ? "NaN" : "infinite", "give a finite number");
+    }
+    return number;
+}
+
+Json matrices_json(Matrices const& matrices) {
+    Json all = Json::array();
+    for (auto const& matrix : matrices.by_position) {
+        Json rows = Json::array();
+        for (std::size_t row = 0; row < 4; ++row) {
+            Json weights = Json::array();
+            for (std::size_t column = 0; column < 4; ++column) {
+                weights.push_back(finite(matrix[4 * row + column], "weight of a matrix"));
+            }
+            rows.push_back(weights);
+        }
+        all.push_back(rows);
+    }
+    return all;
+}
+
+Json analysers_json(std::array<Analyser, 4> const& analysers) {
+    Json all = Json::array();
+    for (Analyser const& analyser : analysers) {
+        Json one = {
+            {"throughput", finite(analyser.throughput, "throughput")},
+            {"diattenuation", finite(analyser.diattenuation, "diattenuation")},
+            {"orientation_degrees", finite(analyser.orientation, "orientation")},
+            {"dark_level", nullptr},
+            {"residual", finite(analyser.residual, "residual")}};
+        if (analyser.dark_level) {
+            one["dark_level"] = finite(*analyser.dark_level, "dark level");
+        }
+        all.push_back(one);
+    }
+    return all;
+}
+
+Json quality_json(Calibration_quality const& quality) {
+    Json flags = Json::array();
+    for (Quality_flag const flag : quality.flags) {
+        flags.push_back(name_of(flag));
+    }
+    return {
+        {"rms_residual", finite(quality.rms_residual, "rms residual")},
+        {"condition_number", finite(quality.condition_number, "condition number")},
+        {"frame_count", quality.frame_count},
+        {"worst_angle_gap_degrees", finite(quality.worst_angle_gap, "worst angle gap")},
+        {"source_level", finite(quality.source_level, "source level")},
+        {"flags", flags}};
+}
+
+void check_schema(Node const& root) {
+    std::string const foreign = "give a calibration file that this software wrote";
+    Node const schema = [&] {
+        try {
+            return root["schema"];
+        } catch (File_error const&) {
+            root.refuse("this is no calibration, the key \"schema\" is missing", foreign);
+        }
+    }();
+    schema.require_object({"name", "version"});
+    if (schema["name"].text() != calibration_schema_name) {
+        schema["name"].refuse("this is \"" + schema["name"].text() + "\", no calibration", foreign);
+    }
+    std::size_t const version = schema["version"].count();
+    if (version > calibration_schema_version) {
+        schema["version"].refuse(
+            "version " + std::to_string(version) + " is newer than " +
+                std::to_string(calibration_schema_version) + ", the newest known",
+            "update this software, or calibrate again with this one");
+    }
+    if (version < calibration_schema_version) {
+        schema["version"].refuse("there is no version " + std::to_string(version));
+    }
+}
+
+Mosaic read_mosaic(Node const& node) {
+    try {
+        return Mosaic::parse(node.text());
+    } catch (Argument_error const& error) {
+        node.refuse(error.what());
+    }
+}
+
+Matrices read_matrices(Node const& node) {
+    Matrices matrices{};
+    node.require_array(4);
+    for (std::size_t position = 0; position < 4; ++position) {
+        node[position].require_array(4);
+        for (std::size_t row = 0; row < 4; ++row) {
+            Node const weights = node[position][row];
+            weights.require_array(4);
+            for (std::size_t column = 0; column < 4; ++column) {
+                matrices.by_position[position][4 * row + column] = weights[column].weight();
+            }
+        }
+    }
+    return matrices;
+}
+
+Analyser read_analyser(Node const& node) {
+    node.require_object(
+        {"throughput", "diattenuation", "orientation_degrees", "dark_level", "residual"});
+    Analyser analyser;
+    analyser.throughput = node["throughput"].number(std::numeric_limits<double>::min());
+    analyser.diattenuation = node["diattenuation"].number(0);
+    analyser.orientation = node["orientation_degrees"].number();
+    if (Node const level = node["dark_level"]; !level.is_null()) {
+        analyser.dark_level = level.number();
+    }
+    analyser.residual = node["residual"].number(0);
+    return analyser;
+}
+
+Quality_flag read_flag(Node const& node) {
+    std::string const name = node.text();
+    for (Quality_flag const flag : all_quality_flags) {
+        if (name_of(flag) == name) {
+            return flag;
+        }
+    }
+    node.refuse("there is no flag \"" + name + "\"");
+}
+
+Calibration_quality read_quality(Node const& node) {
+    node.require_object(
+        {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
+         "source_level", "flags"});
+    Calibration_quality quality;
+    quality.rms_residual = node["rms_residual"].number(0);
+    quality.condition_number = node["condition_number"].number(0);
+    quality.frame_count = node["frame_count"].count();
+    quality.worst_angle_gap = node["worst_angle_gap_degrees"].number(0);
+    quality.source_level = node["source_level"].number(0);
+    Node const flags = node["flags"];
+    for (std::size_t index = 0; index < flags.array_size(); ++index) {
+        quality.flags.push_back(read_flag(flags[index]));
+    }
+    return quality;
+}
+
+Provenance read_provenance(Node const& node) {
+    node.require_object({"software_version", "time", "sensor", "sources"});
+    Provenance provenance;
+    provenance.software_version = node["software_version"].text();
+    provenance.time = node["time"].text();
+    provenance.sensor = node["sensor"].text();
+    Node const sources = node["sources"];
+    for (std::size_t index = 0; index < sources.array_size(); ++index) {
+        provenance.sources.push_back(sources[index].text());
+    }
+    return provenance;
+}
+
+Json parse(std::string const& text, std::filesystem::path const& name) {
+    auto const shallow = [](int depth, Json::parse_event_t, Json&) {
+        if (depth > deepest_level) {
+            throw std::length_error{"values are nested too deeply"};
+        }
+        return true;
+    };
+    try {
+        return Json::parse(text, shallow);
+    } catch (Json::parse_error const& error) {
+        throw File_error(
+            name, line_at(text, error.byte == 0 ? 0 : error.byte - 1), "", "this is no valid JSON",
+            damaged);
+    } catch (Json::out_of_range const&) {
+        throw File_error(name, 0, "", "a number is too large", damaged);
+    } catch (std::length_error const& error) {
+        throw File_error(name, 0, "", error.what(), damaged);
+    }
+}
+
+} // namespace
+
+std::string calibration_to_json(Calibration const& calibration) {
+    Provenance const& provenance = calibration.provenance;
+    Json const json = {
+        {"schema", {{"name", calibration_schema_name}, {"version", calibration_schema_version}}},
+        {"mosaic", calibration.mosaic.to_string()},
+        {"matrices", matrices_json(calibration.matrices)},
+        {"analysers", analysers_json(calibration.analysers)},
+        {"quality", quality_json(calibration.quality)},
+        {"provenance",
+         {{"software_version", provenance.software_version},
+          {"time", provenance.time},
+          {"sensor", provenance.sensor},
+          {"sources", Json(provenance.sources)}}}};
+    try {
+        return json.dump(2) + "\n";
+    } catch (Json::type_error const&) {
+        throw Argument_error("provenance", "not UTF-8", "give names of valid UTF-8");
+    }
+}
+
+Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name) {
+    Json const json = parse(text, name);
+    Node::Document const document{name, find_json_lines(text)};
+    Node const root{document, json, ""};
+    if (!document.lines.repeated_key.empty()) {
+        Node{document, json, document.lines.repeated_key}.refuse("this key stands there twice");
+    }
+    check_schema(root);
+    root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});
+    Calibration calibration{
+        read_mosaic(root["mosaic"]),
+        read_matrices(root["matrices"]),
+        {},
+        read_quality(root["quality"]),
+        read_provenance(root["provenance"])};
+    Node const analysers = root["analysers"];
+    analysers.require_array(calibration.analysers.size());
+    for (std::size_t position = 0; position < calibration.analysers.size(); ++position) {
+        calibration.analysers[position] = read_analyser(analysers[position]);
+    }
+    return calibration;
+}
+
+} // namespace veldrane_mrv::polarization

@@ -1,0 +1,49 @@
+/// @file
+/// What the processor relies on and does not check.
+#ifndef VELDRANE_CLIENT_GUARANTEES_HPP
+#define VELDRANE_CLIENT_GUARANTEES_HPP
+
+#include "veldrane_mrv/polarization/transform.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace veldrane_mrv::polarization {
+
+/// Memory that a call reads or writes.
+struct Buffer {
+    std::string_view name;
+    std::uintptr_t begin;
+    std::size_t bytes;
+
+    template <class Element>
+    Buffer(std::string_view buffer_name, std::span<Element> elements)
+        : name{buffer_name}, begin{reinterpret_cast<std::uintptr_t>(elements.data())},
+          bytes{elements.size_bytes()} {}
+};
+
+/// At least 2 x 2, and 16 columns unless there are exactly two rows.
+void check_frame_size(Frame_view const& frame);
+
+/// The plane's size and address. Does nothing if it is not wanted.
+template <class Element>
+void check_plane(std::string_view name, std::span<Element> plane, std::size_t elements_needed);
+
+extern template void check_plane(std::string_view, std::span<std::uint16_t>, std::size_t);
+extern template void check_plane(std::string_view, std::span<std::int32_t>, std::size_t);
+extern template void check_plane(std::string_view, std::span<float>, std::size_t);
+
+/// The frame and the planes, also those of size 0.
+std::vector<Buffer> buffers_of(Frame_view const& frame, Plane_views const& planes);
+
+void check_overlap(std::vector<Buffer> buffers);
+
+/// One call of the processor, which must have been checked.
+void call_processor(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
+
+} // namespace veldrane_mrv::polarization
+
+#endif

@@ -1,0 +1,94 @@
+#include "json_lines.hpp"
+
+#include <algorithm>
+
+namespace veldrane_mrv::polarization {
+namespace {
+
+class Scanner {
+public:
+    explicit Scanner(std::string_view text) : text_{text} {}
+
+    Json_lines scan() {
+        value({});
+        return std::move(found_);
+    }
+
+private:
+    char next() {
+        while (at_ < text_.size() && blank(text_[at_])) {
+            line_ += text_[at_] == '\n' ? 1U : 0U;
+            ++at_;
+        }
+        return at_ < text_.size() ? text_[at_] : '\0';
+    }
+
+    static bool blank(char character) {
+        return character == ' ' || character == '\n' || character == '\r' || character == '\t';
+    }
+
+    void value(std::string const& path) {
+        char const first = next();
+        if (!found_.line_of.try_emplace(path, line_).second) {
+            found_.repeated_key = path;
+        }
+        if (first == '{' || first == '[') {
+            members(path, first == '{');
+        } else if (first == '"') {
+            string();
+        } else {
+            at_ = std::min(text_.find_first_of(",]} \n\r\t", at_), text_.size());
+        }
+    }
+
+    void members(std::string const& path, bool object) {
+        ++at_;
+        std::string const parent = path.empty() ? "" : path + "/";
+        for (std::size_t index = 0; next() != '\0'; ++index) {
+            if (text_[at_] == '}' || text_[at_] == ']') {
+                ++at_;
+                return;
+            }
+            if (text_[at_] == ',') {
+                ++at_;
+                next();
+            }
+            std::string key = std::to_string(index);
+            if (object) {
+                key = string();
+                next();
+                ++at_; // the colon
+            }
+            value(parent + key);
+        }
+    }
+
+    // The string's text as it stands; keys of this system hold no escapes.
+    std::string string() {
+        std::size_t const begin = ++at_;
+        while (at_ < text_.size() && text_[at_] != '"') {
+            at_ += text_[at_] == '\\' ? 2U : 1U;
+        }
+        std::size_t const end = std::min(at_, text_.size());
+        at_ = std::min(at_ + 1, text_.size());
+        return std::string{text_.substr(begin, end - begin)};
+    }
+
+    std::string_view text_;
+    std::size_t at_ = 0;
+    std::size_t line_ = 1;
+    Json_lines found_;
+};
+
+} // namespace
+
+Json_lines find_json_lines(std::string_view text) {
+    return Scanner{text}.scan();
+}
+
+std::size_t line_at(std::string_view text, std::size_t byte) {
+    std::string_view const before = text.substr(0, std::min(byte, text.size()));
+    return 1 + static_cast<std::size_t>(std::ranges::count(before, '\n'));
+}
+
+} // namespace veldrane_mrv::polarization

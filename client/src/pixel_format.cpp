@@ -1,0 +1,229 @@
+#include "veldrane_mrv/polarization/pixel_format.hpp"
+
+#include "pixel_layouts.hpp"
+
+#include "veldrane_mrv/polarization/argument_error.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string>
+
+namespace veldrane_mrv::polarization {
+namespace {
+
+using namespace pixel_layouts;
+
+struct Description {
+    std::string_view name;
+    unsigned bit_depth;
+    unsigned stored_bits;
+};
+
+constexpr std::array<Description, all_pixel_formats.size()> descriptions = {
+    {{"Mono8", 8, 8},
+     {"Mono10", 10, 16},
+     {"Mono12", 12, 16},
+     {"Mono14", 14, 16},
+     {"Mono16", 16, 16},
+     {"Mono10p", 10, 10},
+     {"Mono12p", 12, 12},
+     {"Mono10Packed", 10, 12},
+     {"Mono12Packed", 12, 12}}};
+
+Description const& describe(Pixel_format format) {
+    return descriptions.at(static_cast<std::size_t>(format));
+}
+
+void unpack_checked(Pixel_format format, std::byte const* row, std::span<std::uint16_t> samples) {
+    if (samples.empty()) {
+        return;
+    }
+    switch (format) {
+    case Pixel_format::mono8:
+        std::transform(row, row + samples.size(), samples.begin(), [](std::byte value) {
+            return std::to_integer<std::uint16_t>(value);
+        });
+        return;
+    case Pixel_format::mono10p:
+        return unpack_groups<Bit_packed<10>>(row, samples.size(), samples.data());
+    case Pixel_format::mono12p:
+        return unpack_groups<Bit_packed<12>>(row, samples.size(), samples.data());
+    case Pixel_format::mono10_packed:
+        return unpack_groups<Pair_packed<10>>(row, samples.size(), samples.data());
+    case Pixel_format::mono12_packed:
+        return unpack_groups<Pair_packed<12>>(row, samples.size(), samples.data());
+    case Pixel_format::mono10:
+    case Pixel_format::mono12:
+    case Pixel_format::mono14:
+    case Pixel_format::mono16:
+        std::memcpy(samples.data(), row, samples.size_bytes());
+        return;
+    }
+}
+
+void pack_checked(Pixel_format format, std::span<std::uint16_t const> samples, std::byte* row) {
+    if (samples.empty()) {
+        return;
+    }
+    switch (format) {
+    case Pixel_format::mono8:
+        std::transform(samples.begin(), samples.end(), row, [](std::uint16_t value) {
+            return static_cast<std::byte>(value);
+        });
+        return;
+    case Pixel_format::mono10p:
+        return pack_groups<Bit_packed<10>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono12p:
+        return pack_groups<Bit_packed<12>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono10_packed:
+        return pack_groups<Pair_packed<10>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono12_packed:
+        return pack_groups<Pair_packed<12>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono10:
+    case Pixel_format::mono12:
+    case Pixel_format::mono14:
+    case Pixel_format::mono16:
+        std::memcpy(row, samples.data(), samples.size_bytes());
+        return;
+    }
+}
+
+std::size_t product(char const* argument, std::size_t left, std::size_t right) {
+    if (right != 0 && left > std::numeric_limits<std::size_t>::max() / right) {
+        throw Argument_error(argument, std::to_string(left), "give a size that fits in memory");
+    }
+    return left * right;
+}
+
+std::size_t checked_stride(Pixel_format format, std::size_t width, std::size_t stride) {
+    std::size_t const row_bytes = bytes_per_row(format, width);
+    if (stride != 0 && stride < row_bytes) {
+        throw Argument_error(
+            "stride", std::to_string(stride),
+            "give 0 for rows without a gap, or at least the " + std::to_string(row_bytes) +
+                " bytes of a row of " + std::to_string(width) + " samples in " +
+                std::string(name_of(format)));
+    }
+    return stride == 0 ? row_bytes : stride;
+}
+
+void check_row_bytes(Pixel_format format, std::size_t width, std::size_t bytes) {
+    std::size_t const needed = bytes_per_row(format, width);
+    if (bytes < needed) {
+        throw Argument_error(
+            "row", std::to_string(bytes) + " bytes",
+            "give the " + std::to_string(needed) + " bytes that " + std::to_string(width) +
+                " samples take in " + std::string(name_of(format)));
+    }
+}
+
+// The number of rows in `samples`.
+std::size_t check_frame(
+    Pixel_format format, std::size_t bytes, std::size_t width, std::size_t samples,
+    std::size_t stride) {
+    if (width == 0 || samples % width != 0) {
+        throw Argument_error(
+            "width", std::to_string(width),
+            "give a width of which the " + std::to_string(samples) + " samples are a multiple");
+    }
+    std::size_t const height = samples / width;
+    std::size_t const needed = bytes_per_frame(format, height, width, stride);
+    if (bytes < needed) {
+        throw Argument_error(
+            "frame", std::to_string(bytes) + " bytes",
+            "give the " + std::to_string(needed) + " bytes that " + std::to_string(height) + " x " +
+                std::to_string(width) + " samples take in " + std::string(name_of(format)));
+    }
+    return height;
+}
+
+void check_samples(Pixel_format format, std::span<std::uint16_t const> samples) {
+    unsigned const limit = (1U << bit_depth_of(format)) - 1;
+    auto const largest = std::max_element(samples.begin(), samples.end());
+    if (largest != samples.end() && *largest > limit) {
+        throw Argument_error(
+            "samples", std::to_string(*largest),
+            "give samples of at most " + std::to_string(limit) + ", the largest that " +
+                std::string(name_of(format)) + " holds");
+    }
+}
+
+} // namespace
+
+std::string_view name_of(Pixel_format format) {
+    return describe(format).name;
+}
+
+Pixel_format parse_pixel_format(std::string_view name) {
+    auto const found = std::find_if(
+        descriptions.begin(), descriptions.end(),
+        [name](Description const& description) { return description.name == name; });
+    if (found != descriptions.end()) {
+        return all_pixel_formats.at(static_cast<std::size_t>(found - descriptions.begin()));
+    }
+    std::string accepted;
+    for (Description const& description : descriptions) {
+        accepted += (accepted.empty() ? "" : ", ") + std::string(description.name);
+    }
+    throw Argument_error("pixel format", std::string(name), "give one of " + accepted);
+}
+
+unsigned bit_depth_of(Pixel_format format) {
+    return describe(format).bit_depth;
+}
+
+unsigned stored_bits_of(Pixel_format format) {
+    return describe(format).stored_bits;
+}
+
+std::size_t bytes_per_row(Pixel_format format, std::size_t width) {
+    return product("width", width, stored_bits_of(format)) / 8 +
+           (width * stored_bits_of(format) % 8 != 0 ? 1 : 0);
+}
+
+std::size_t bytes_per_frame(
+    Pixel_format format, std::size_t height, std::size_t width, std::size_t stride) {
+    std::size_t const step = checked_stride(format, width, stride);
+    if (height == 0) {
+        return 0;
+    }
+    // The last row's gap is no part of the frame, so the sum stays below the product.
+    return product("height", height, step) - step + bytes_per_row(format, width);
+}
+
+void unpack_row(
+    Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples) {
+    check_row_bytes(format, samples.size(), row.size());
+    unpack_checked(format, row.data(), samples);
+}
+
+void unpack_frame(
+    Pixel_format format, std::span<std::byte const> frame, std::size_t width,
+    std::span<std::uint16_t> samples, std::size_t stride) {
+    std::size_t const height = check_frame(format, frame.size(), width, samples.size(), stride);
+    std::size_t const step = checked_stride(format, width, stride);
+    for (std::size_t row = 0; row < height; ++row) {
+        unpack_checked(format, frame.data() + row * step, samples.subspan(row * width, width));
+    }
+}
+
+void pack_row(
+    Pixel_format format, std::span<std::uint16_t const> samples, std::span<std::byte> row) {
+    check_row_bytes(format, samples.size(), row.size());
+    check_samples(format, samples);
+    pack_checked(format, samples, row.data());
+}
+
+void pack_frame(
+    Pixel_format format, std::span<std::uint16_t const> samples, std::size_t width,
+    std::span<std::byte> frame, std::size_t stride) {
+    std::size_t const height = check_frame(format, frame.size(), width, samples.size(), stride);
+    std::size_t const step = checked_stride(format, width, stride);
+    check_samples(format, samples);
+    for (std::size_t row = 0; row < height; ++row) {
+        pack_checked(format, samples.subspan(row * width, width), frame.data() + row * step);
+    }
+}
+
+} // namespace veldrane_mrv::polarization

@@ -1,0 +1,239 @@
+// Calibrations as files: every figure comes back bit for bit, writing leaves a whole file or the
+// old one, and damaged, foreign or newer files are refused with line and key.
+
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+
+#include "simulated_sensor.hpp"
+
+#include "veldrane_mrv/polarization/argument_error.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <limits>
+#include <random>
+#include <string>
+#include <unistd.h>
+
+namespace client_test {
+namespace {
+
+using namespace veldrane_mrv::polarization;
+namespace fs = std::filesystem;
+
+Calibration some_calibration(std::uint64_t seed) {
+    auto const sensor =
+        Simulated_sensor::imperfect(Mosaic::from_phase(static_cast<int>(seed % 4)), seed);
+    Calibration calibration = ideal_calibration(sensor.mosaic);
+    calibration.analysers = sensor.analysers;
+    calibration.analysers[1].dark_level = 63.1 + static_cast<double>(seed);
+    calibration.analysers[3].residual = 0.1 / 3;
+    calibration.matrices = matrices_of(sensor.analysers);
+    calibration.quality = {1.0 / 7, 1.5 + 1e-15, 36, 5.000000000000001, 3000.7, {}};
+    calibration.quality.flags = {Quality_flag::few_frames, Quality_flag::dark_level_unknown};
+    calibration.provenance = {
+        "1.2.3", "2026-01-31T12:00:00Z", {"a \"b\".png", "ö/\\.tif", "line\nbreak"}, "sensor 7"};
+    return calibration;
+}
+
+class Calibration_file : public testing::Test {
+protected:
+    Calibration_file()
+        : folder_{
+              fs::temp_directory_path() / ("calibration_file_test_" + std::to_string(::getpid()))} {
+        fs::create_directories(folder_);
+    }
+    ~Calibration_file() override { fs::remove_all(folder_); }
+
+    std::size_t files() const {
+        return static_cast<std::size_t>(
+            std::distance(fs::directory_iterator{folder_}, fs::directory_iterator{}));
+    }
+
+    fs::path folder_;
+};
+
+struct Refusal {
+    std::size_t line;
+    std::string key;
+    std::string what;
+};
+
+Refusal refusal_of(std::string const& text) {
+    try {
+        calibration_from_json(text, "cal.json");
+    } catch (File_error const& error) {
+        EXPECT_EQ(error.file(), "cal.json");
+        EXPECT_FALSE(error.remedy().empty());
+        EXPECT_EQ(std::string{error.what()}.find('\n'), std::string::npos);
+        return {error.line(), error.key(), error.what()};
+    }
+    return {0, "", "nothing"};
+}
+
+// The text with the first `from` replaced.
+std::string changed(std::string text, std::string const& from, std::string const& to) {
+    std::size_t const place = text.find(from);
+    EXPECT_NE(place, std::string::npos) << from;
+    return text.replace(place, from.size(), to);
+}
+
+std::size_t line_of(std::string const& text, std::string const& part) {
+    auto const end = text.begin() + static_cast<std::ptrdiff_t>(text.find(part));
+    return 1 + static_cast<std::size_t>(std::count(text.begin(), end, '\n'));
+}
+
+TEST_F(Calibration_file, comes_back_as_it_was) {
+    for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+        Calibration const calibration = some_calibration(seed);
+        fs::path const file = folder_ / "cal.json";
+        save(calibration, file);
+        EXPECT_EQ(load_calibration(file), calibration);
+        EXPECT_EQ(files(), 1U);
+    }
+}
+
+TEST_F(Calibration_file, every_float_comes_back_bit_for_bit) {
+    std::mt19937_64 random{4};
+    Calibration calibration = some_calibration(1);
+    std::size_t compared = 0;
+    for (int round = 0; round < 200; ++round) {
+        for (auto& matrix : calibration.matrices.by_position) {
+            for (float& weight : matrix) {
+                auto const bits = static_cast<std::uint32_t>(random());
+                std::memcpy(&weight, &bits, sizeof weight);
+                weight = std::isfinite(weight) ? weight : -0.0F;
+            }
+        }
+        Calibration const back = calibration_from_json(calibration_to_json(calibration), "text");
+        ASSERT_EQ(std::memcmp(&back.matrices, &calibration.matrices, sizeof back.matrices), 0);
+        compared += 64;
+    }
+    std::cout << compared << " floats\n";
+}
+
+TEST_F(Calibration_file, infinities_and_nans_are_refused_and_the_old_file_stays) {
+    fs::path const file = folder_ / "cal.json";
+    Calibration const good = some_calibration(1);
+    save(good, file);
+    for (double const bad :
+         {std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()}) {
+        Calibration calibration = good;
+        calibration.matrices.by_position[2][5] = static_cast<float>(bad);
+        EXPECT_THROW(save(calibration, file), Argument_error);
+        calibration = good;
+        calibration.analysers[0].throughput = bad;
+        EXPECT_THROW(save(calibration, file), Argument_error);
+        calibration = good;
+        calibration.quality.rms_residual = bad;
+        EXPECT_THROW(save(calibration, file), Argument_error);
+    }
+    Calibration calibration = good;
+    calibration.provenance.sensor = "\xFF";
+    EXPECT_THROW(save(calibration, file), Argument_error);
+    EXPECT_EQ(load_calibration(file), good);
+    EXPECT_EQ(files(), 1U);
+}
+
+TEST_F(Calibration_file, places_that_cannot_be_written_or_read_are_named) {
+    fs::path const plain = folder_ / "plain";
+    std::ofstream{plain} << "text";
+    fs::create_directories(folder_ / "taken" / "inside");
+    for (fs::path const& file :
+         {plain / "cal.json", folder_ / "none" / "cal.json", folder_ / "taken",
+          fs::path{"/proc/cal.json"}}) {
+        try {
+            save(some_calibration(1), file);
+            ADD_FAILURE() << file;
+        } catch (File_error const& error) {
+            EXPECT_EQ(error.file(), file);
+            EXPECT_NE(std::string{error.what()}.find(file.string()), std::string::npos);
+        }
+    }
+    EXPECT_EQ(files(), 2U);
+    EXPECT_THROW(load_calibration(folder_ / "none.json"), File_error);
+    EXPECT_THROW(load_calibration(folder_), File_error);
+    EXPECT_THROW(load_calibration("/dev/zero"), File_error);
+}
+
+TEST_F(Calibration_file, every_piece_of_a_file_is_refused) {
+    std::string const text = calibration_to_json(some_calibration(3));
+    std::size_t refused = 0;
+    for (std::size_t size = 0; size + 1 < text.size(); size += size < 400 ? 1 : 37, ++refused) {
+        Refusal const refusal = refusal_of(text.substr(0, size));
+        ASSERT_NE(refusal.what, "nothing") << size;
+        ASSERT_NE(refusal.line, 0U) << size;
+    }
+    std::cout << refused << " lengths\n";
+}
+
+TEST_F(Calibration_file, foreign_files_are_refused) {
+    EXPECT_NE(refusal_of("").what, "nothing");
+    EXPECT_NE(refusal_of("[]").what.find("no calibration"), std::string::npos);
+    EXPECT_NE(refusal_of("{\"a\": 1}").what.find("no calibration"), std::string::npos);
+    EXPECT_NE(refusal_of("\x89PNG\r\n").what.find("no valid JSON"), std::string::npos);
+    EXPECT_NE(refusal_of(std::string(100000, '[')).what, "nothing");
+    EXPECT_NE(refusal_of(std::string(100000, '[') + std::string(100000, ']')).what, "nothing");
+    std::string const text = calibration_to_json(some_calibration(3));
+    Refusal const refusal = refusal_of(changed(text, "polarization_calibration", "other"));
+    EXPECT_EQ(refusal.key, "schema/name");
+    EXPECT_EQ(refusal.line, 3U);
+}
+
+TEST_F(Calibration_file, a_newer_version_is_refused_with_the_remedy) {
+    std::string const text = calibration_to_json(some_calibration(3));
+    Refusal const refusal = refusal_of(changed(text, "\"version\": 1", "\"version\": 2"));
+    EXPECT_EQ(
+        refusal.what, "cal.json, line 4, schema/version: version 2 is newer than 1, the newest "
+                      "known; update this software, or calibrate again with this one");
+    EXPECT_EQ(refusal_of(changed(text, "\"version\": 1", "\"version\": 0")).key, "schema/version");
+    EXPECT_EQ(refusal_of(changed(text, "\"version\": 1", "\"version\": -1")).key, "schema/version");
+}
+
+TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
+    std::string const text = calibration_to_json(some_calibration(3));
+    struct Damage {
+        std::string from;
+        std::string to;
+        std::string key;
+    };
+    std::string const throughput = "\"throughput\": ";
+    std::vector<Damage> const damages = {
+        {throughput, "\"throughput\": -", "analysers/0/throughput"},
+        {throughput, "\"throughput\": \"x\", \"extra\": ", "analysers/0/extra"},
+        {throughput, "\"throughput\": 1, \"throughput\": ", "analysers/0/throughput"},
+        {"\"diattenuation\": 0", "\"diattenuation\": -1", "analysers/0/diattenuation"},
+        {"\"dark_level\": 66.1", "\"dark_level\": true", "analysers/1/dark_level"},
+        {"\"frame_count\": 36", "\"frame_count\": 3.6", "quality/frame_count"},
+        {"\"few_frames\"", "\"many_frames\"", "quality/flags/0"},
+        {"\"135,0,90,45\"", "\"135,0,90,90\"", "mosaic"},
+        {"\"sensor 7\"", "7", "provenance/sensor"},
+        {"\"1.2.3\"", "null", "provenance/software_version"},
+        {"\"mosaic\"", "\"mosaics\"", "mosaics"}};
+    for (Damage const& damage : damages) {
+        Refusal const refusal = refusal_of(changed(text, damage.from, damage.to));
+        EXPECT_EQ(refusal.key, damage.key) << refusal.what;
+        EXPECT_EQ(refusal.line, line_of(text, damage.from)) << refusal.what;
+    }
+    Refusal const missing = refusal_of(changed(text, "\"residual\": 0.0", "\"dark_level\": 0.0"));
+    EXPECT_EQ(missing.key, "analysers/0/dark_level");
+    EXPECT_NE(missing.what.find("twice"), std::string::npos);
+    for (std::string const number : {"1e39", "-4e38"}) {
+        std::size_t const begin = text.find("\"matrices\"");
+        std::size_t const weight = text.find_first_of("-0123456789", begin);
+        std::size_t const end = text.find_first_of(",\n", weight);
+        std::string damaged = text;
+        Refusal const refusal = refusal_of(damaged.replace(weight, end - weight, number));
+        EXPECT_EQ(refusal.key, "matrices/0/0/0");
+        EXPECT_EQ(refusal.line, 1 + line_of(text, "\"matrices\"") + 2);
+    }
+    EXPECT_NE(refusal_of(changed(text, "1.5", "1e999")).what, "nothing");
+    EXPECT_NE(refusal_of(changed(text, "36", "NaN")).line, 0U);
+    std::cout << damages.size() + 5 << " damages\n";
+}
+
+} // namespace
+} // namespace client_test
