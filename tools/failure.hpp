@@ -1,5 +1,5 @@
 /// @file
-/// The one error of the tool's parts: something about one file is wrong.
+/// The errors of the tool's parts: something about one file is wrong.
 #ifndef VELDRANE_TOOLS_FAILURE_HPP
 #define VELDRANE_TOOLS_FAILURE_HPP
 
@@ -14,6 +14,18 @@ class File_failure : public std::runtime_error {
 public:
     File_failure(std::filesystem::path const& file, std::string const& problem)
         : std::runtime_error(file.string() + ": " + problem) {}
+};
+
+/// The place of the results takes nothing more: every further file would fail for the same reason.
+class Output_exhausted : public File_failure {
+public:
+    using File_failure::File_failure;
+};
+
+/// The command line asks for something that cannot be; nothing has been done.
+class Usage_error : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
 };
 
 } // namespace polarize_tool

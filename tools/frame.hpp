@@ -3,17 +3,23 @@
 #ifndef VELDRANE_TOOLS_FRAME_HPP
 #define VELDRANE_TOOLS_FRAME_HPP
 
+#include "veldrane_mrv/polarization/views.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace polarize_tool {
 
+namespace polarization = veldrane_mrv::polarization;
+
 /// Samples row by row without padding.
 struct Frame {
     std::size_t width = 0;
     std::size_t height = 0;
     std::vector<std::uint16_t> samples;
+
+    polarization::Frame_view view() const { return {samples, height, width}; }
 };
 
 } // namespace polarize_tool

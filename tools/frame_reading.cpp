@@ -6,34 +6,72 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <fcntl.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
-#include <string>
 #include <string_view>
-#include <vector>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace polarize_tool {
 namespace {
 
-std::string contents(std::filesystem::path const& file) {
-    std::error_code error;
-    if (std::filesystem::is_directory(file, error)) {
-        throw File_failure(file, "cannot be read: it is a folder; name the frames in it");
-    }
-    if (std::filesystem::exists(file, error) && !std::filesystem::is_regular_file(file, error)) {
-        throw File_failure(file, "cannot be read: it is no regular file; name image files");
-    }
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    std::string bytes(std::istreambuf_iterator<char>(stream), {});
-    if (!stream.is_open() || stream.bad()) {
-        throw File_failure(
-            file, std::string("cannot be read: ") + std::strerror(errno != 0 ? errno : EIO));
-    }
-    return bytes;
+[[noreturn]] void fail_to_read(std::filesystem::path const& file, int error) {
+    throw File_failure(file, std::string("cannot be read: ") + std::strerror(error));
 }
+
+class Open_file {
+public:
+    explicit Open_file(std::filesystem::path const& file)
+        : file_(file), number_(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+        if (number_ < 0 || fstat(number_, &status_) != 0) {
+            fail_to_read(file, errno);
+        }
+        if (S_ISDIR(status_.st_mode)) {
+            refuse("cannot be read: it is a folder; name the frames in it");
+        }
+        if (!S_ISREG(status_.st_mode)) {
+            refuse("cannot be read: it is no regular file; name image files");
+        }
+    }
+    ~Open_file() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+    Open_file(Open_file const&) = delete;
+    Open_file& operator=(Open_file const&) = delete;
+
+    std::size_t size() const { return static_cast<std::size_t>(status_.st_size); }
+
+    // As many bytes as there are, at most `count`.
+    void read(std::uint64_t offset, std::size_t count, std::string& bytes) const {
+        bytes.resize(count);
+        std::size_t done = 0;
+        while (done < count) {
+            ssize_t const part = pread(
+                number_, bytes.data() + done, count - done, static_cast<off_t>(offset + done));
+            if (part < 0 && errno != EINTR) {
+                fail_to_read(file_, errno);
+            }
+            if (part == 0) {
+                break;
+            }
+            done += part > 0 ? static_cast<std::size_t>(part) : 0;
+        }
+        bytes.resize(done);
+    }
+
+private:
+    [[noreturn]] void refuse(char const* problem) {
+        close(number_);
+        throw File_failure(file_, problem);
+    }
+
+    std::filesystem::path const& file_;
+    int number_;
+    struct stat status_ = {};
+};
 
 enum class Format { png, tiff, pgm, other };
 
@@ -44,7 +82,7 @@ Format format_of(std::string_view bytes) {
     if (bytes.starts_with("\x89PNG\r\n\x1a\n"sv)) {
         return Format::png;
     }
-    if (bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv)) {
+    if (begins_like_tiff(bytes)) {
         return Format::tiff;
     }
     return bytes.starts_with("P5"sv) || bytes.starts_with("P6"sv) ? Format::pgm : Format::other;
@@ -56,18 +94,20 @@ bool has_narrow_samples(std::string_view png) {
     return png.size() > bit_depth && png[bit_depth] < 8;
 }
 
-cv::Mat decode(std::string const& bytes) {
+cv::Mat decoded(std::string_view bytes) {
     // The decoders print their own complaints; the caller's line says all that a user can act on.
     Silenced_standard_error const silence;
     try {
-        return cv::imdecode(std::vector<char>(bytes.begin(), bytes.end()), cv::IMREAD_UNCHANGED);
+        cv::Mat const encoded(
+            1, static_cast<int>(bytes.size()), CV_8UC1, const_cast<char*>(bytes.data()));
+        return cv::imdecode(encoded, cv::IMREAD_UNCHANGED);
     } catch (cv::Exception const&) {
         return {};
     }
 }
 
-std::string read_with_opencv(std::string const& bytes, Frame& frame) {
-    cv::Mat const image = decode(bytes);
+std::string read_with_opencv(std::string_view bytes, Frame& frame) {
+    cv::Mat const image = decoded(bytes);
     if (image.empty()) {
         return damaged_image;
     }
@@ -81,7 +121,7 @@ std::string read_with_opencv(std::string const& bytes, Frame& frame) {
     return {};
 }
 
-std::string read(std::string const& bytes, Frame& frame) {
+std::string read_image(std::string_view bytes, Frame& frame) {
     switch (format_of(bytes)) {
     case Format::tiff:
         return read_tiff(bytes, frame);
@@ -97,18 +137,78 @@ std::string read(std::string const& bytes, Frame& frame) {
     }
     return bytes.starts_with("P2")
                ? "a plain (ASCII) PGM is not read; save it as binary PGM or PNG"
-               : "not a PNG, TIFF or binary PGM image; convert it to one of these";
+               : "not a PNG, TIFF or binary PGM image; convert it to one of these, or describe raw "
+                 "samples with --pixel-format, --width and --height";
 }
 
 } // namespace
 
 Frame read_frame(std::filesystem::path const& file) {
-    Frame frame;
-    std::string const problem = read(contents(file), frame);
-    if (!problem.empty()) {
-        throw File_failure(file, problem);
+    Frame_reader reader(std::nullopt);
+    Fetched_frame fetched;
+    reader.fetch({file, 0, 1}, fetched);
+    reader.decode(fetched);
+    return std::move(fetched.frame);
+}
+
+Frame_reader::Frame_reader(std::optional<Raw_layout> raw) : raw_(raw) {}
+
+Frame_reader::~Frame_reader() = default;
+
+void Frame_reader::fetch(Frame_place const& place, Fetched_frame& target) {
+    target.place = place;
+    target.is_decoded = false;
+    if (!raw_ && place.is_part()) {
+        fetch_page(place, target);
+        return;
     }
-    return frame;
+    Open_file const file(place.file);
+    if (!raw_) {
+        file.read(0, file.size(), target.bytes);
+        return;
+    }
+    file.read(raw_->offset_of(place.index), raw_->frame_bytes(), target.bytes);
+    if (target.bytes.size() != raw_->frame_bytes()) {
+        throw File_failure(
+            place.file, "ends within frame " + std::to_string(place.index) + ", at byte " +
+                            std::to_string(file.size()) + "; has it become shorter meanwhile?");
+    }
+}
+
+// Pictures of one file share an open file, so that finding the next does not mean a walk through
+// all before it.
+void Frame_reader::fetch_page(Frame_place const& place, Fetched_frame& target) {
+    if (tiff_ == nullptr || open_file_ != place.file) {
+        tiff_ = nullptr;
+        { Open_file const is_there(place.file); }
+        tiff_ = std::make_unique<Tiff_file>(place.file);
+        open_file_ = place.file;
+    }
+    std::string const problem = tiff_->read(place.index, target.frame);
+    if (!problem.empty()) {
+        throw File_failure(place.name(), problem);
+    }
+    target.is_decoded = true;
+}
+
+void Frame_reader::decode(Fetched_frame& target) const {
+    if (target.is_decoded) {
+        return;
+    }
+    Frame& frame = target.frame;
+    if (raw_) {
+        frame.width = raw_->width;
+        frame.height = raw_->height;
+        frame.samples.resize(frame.width * frame.height);
+        polarization::unpack_frame(
+            raw_->format, std::as_bytes(std::span(target.bytes)), frame.width, frame.samples,
+            raw_->stride);
+        return;
+    }
+    std::string const problem = read_image(target.bytes, frame);
+    if (!problem.empty()) {
+        throw File_failure(target.place.name(), problem);
+    }
 }
 
 } // namespace polarize_tool

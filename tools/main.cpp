@@ -1,10 +1,15 @@
+#include "build_identification.hpp"
 #include "commands.hpp"
+#include "failure.hpp"
+#include "interruption.hpp"
+#include "messages.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cstdio>
+#include <memory>
 #include <new>
 #include <opencv2/core/utils/logger.hpp>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -13,7 +18,7 @@ namespace {
 std::string usage_line(CLI::Error const& error) {
     std::string line = error.what();
     std::replace(line.begin(), line.end(), '\n', ' ');
-    return "veldrane-polarize: " + line + " (see veldrane-polarize --help-all)";
+    return line + " (see veldrane-polarize --help-all)";
 }
 
 // The parser would only say that a subcommand is missing.
@@ -29,11 +34,33 @@ std::string unknown_subcommand(CLI::App const& program, std::string const& word)
     return "unknown subcommand '" + word + "'; there are: " + known;
 }
 
+// Breaks descriptions between words, so that a line fits a terminal of 100 columns.
+class Wrapping_formatter : public CLI::Formatter {
+public:
+    std::string make_option_desc(CLI::Option const* option) const override {
+        constexpr std::size_t text_width = 70; // beside the names
+        std::istringstream words(option->get_description());
+        std::string text;
+        std::size_t used = 0;
+        for (std::string word; words >> word; used += word.size() + 1) {
+            bool const is_full = used > 0 && used + word.size() > text_width;
+            used = is_full ? 0 : used;
+            text.append(text.empty() ? "" : is_full ? "\n" : " ").append(word);
+        }
+        return text;
+    }
+};
+
+std::string version_text() {
+    return "veldrane-polarize " VELDRANE_VERSION "\nprocessor: " +
+           polarize_tool::processor_identification();
+}
+
 int run(CLI::App& program, int argument_count, char** arguments, int const& exit_code) {
     if (argument_count > 1 && arguments[1][0] != '-') {
         std::string const problem = unknown_subcommand(program, arguments[1]);
         if (!problem.empty()) {
-            std::fprintf(stderr, "veldrane-polarize: %s\n", problem.c_str());
+            polarize_tool::complain(problem);
             return polarize_tool::wrong_usage;
         }
     }
@@ -42,14 +69,20 @@ int run(CLI::App& program, int argument_count, char** arguments, int const& exit
         return exit_code;
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) {
-            return program.exit(error); // a request for help
+            return program.exit(error); // a request for help or the version
         }
-        std::fprintf(stderr, "%s\n", usage_line(error).c_str());
+        polarize_tool::complain(usage_line(error));
         return polarize_tool::wrong_usage;
+    } catch (polarize_tool::Usage_error const& error) {
+        polarize_tool::complain(error.what());
+        return polarize_tool::wrong_usage;
+    } catch (polarize_tool::Interrupted const& interruption) {
+        polarize_tool::complain(interruption.what());
+        return polarize_tool::interrupted;
     } catch (std::bad_alloc const&) {
-        std::fprintf(stderr, "veldrane-polarize: out of memory; use a smaller frame\n");
+        polarize_tool::complain("out of memory; use a smaller frame");
     } catch (std::exception const& error) {
-        std::fprintf(stderr, "veldrane-polarize: %s\n", error.what());
+        polarize_tool::complain(error.what());
     }
     return polarize_tool::an_input_failed;
 }
@@ -58,14 +91,26 @@ int run(CLI::App& program, int argument_count, char** arguments, int const& exit
 
 int main(int argument_count, char** arguments) {
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
+    polarize_tool::catch_interruptions();
     CLI::App program{
         "Turns raw frames of polarisation image sensors into polarimetric planes.\n"
-        "Exit code: 0 all done, 1 an input failed, 2 wrong usage.",
+        "Exit code: 0 all done, 1 some inputs failed and the others are done, 2 wrong usage, "
+        "130 interrupted.",
         "veldrane-polarize"};
+    program.formatter(std::make_shared<Wrapping_formatter>());
     program.set_help_all_flag("--help-all", "Print the help of all subcommands and exit");
+    program.set_version_flag(
+        "--version", version_text, "Print the build's identification and exit");
+    program.footer("Example:\n"
+                   "  veldrane-polarize simulate -o frame.png --phase 2\n"
+                   "  veldrane-polarize process frame.png -o results --phase 2 --bit-depth 12\n"
+                   "`veldrane-polarize COMMAND --help` explains every option of a command.");
     program.require_subcommand(1);
     int exit_code = polarize_tool::all_done;
-    polarize_tool::add_simulate_command(program, exit_code);
     polarize_tool::add_process_command(program, exit_code);
+    polarize_tool::add_inspect_command(program, exit_code);
+    polarize_tool::add_report_command(program, exit_code);
+    polarize_tool::add_simulate_command(program, exit_code);
+    polarize_tool::add_calibrate_command(program, exit_code);
     return run(program, argument_count, arguments, exit_code);
 }

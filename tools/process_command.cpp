@@ -1,180 +1,42 @@
 #include "commands.hpp"
 #include "failure.hpp"
-#include "frame_reading.hpp"
-#include "image_writing.hpp"
-#include "results.hpp"
-#include "transform.hpp"
+#include "process_run.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <cstdio>
-#include <filesystem>
+#include <map>
 #include <memory>
-#include <new>
 #include <optional>
-#include <set>
 #include <string>
-#include <vector>
 
 namespace polarize_tool {
 namespace {
 
-namespace fs = std::filesystem;
+using polarization::Mode;
 
-struct Process_options {
-    std::vector<fs::path> frames;
-    fs::path folder;
-    std::string planes = "s0,s1,s2,azimuth,dolp,normalized_stokes";
-    Transform_settings settings;
+struct Command_line {
+    Process_options run;
+    Sample_options samples;
+    Mosaic_options mosaic;
+    Results results;
+    std::string planes = "all";
+    std::optional<unsigned> full_scale;
+    std::filesystem::path calibration_file;
+    std::optional<Mode> mode;
+    Units units = Units::scaled;
+    bool is_signed = false;
+    bool wants_pictures = true;
+    bool overwrites = false;
+    unsigned repetitions = 1;
 };
 
-std::vector<std::string> parts_at_commas(std::string const& list) {
-    std::vector<std::string> parts;
-    std::size_t start = 0;
-    for (std::size_t comma = list.find(','); comma != std::string::npos;
-         comma = list.find(',', start)) {
-        parts.push_back(list.substr(start, comma - start));
-        start = comma + 1;
-    }
-    parts.push_back(list.substr(start));
-    return parts;
-}
-
-std::optional<Plane> plane_called(std::string const& name) {
-    auto const found = std::find(plane_names.begin(), plane_names.end(), name);
-    if (found == plane_names.end()) {
-        return std::nullopt;
-    }
-    return static_cast<Plane>(found - plane_names.begin());
-}
-
-std::string plane_list_problem(std::string const& list) {
-    for (std::string const& name : parts_at_commas(list)) {
-        if (!plane_called(name)) {
-            return "unknown plane '" + name +
-                   "'; the planes are s0,s1,s2,azimuth,dolp,normalized_stokes";
-        }
-    }
-    return {};
-}
-
-bool same_file(fs::path const& a, fs::path const& b) {
-    std::error_code error;
-    return fs::weakly_canonical(a, error) == fs::weakly_canonical(b, error);
-}
-
-// A frame must not be lost to a result, neither its own nor another frame's.
-void refuse_overwriting(Process_options const& options, fs::path const& frame) {
-    for (fs::path const& file :
-         result_files(options.folder, frame.stem().string(), options.settings.planes)) {
-        for (fs::path const& input : options.frames) {
-            if (same_file(file, input)) {
-                throw File_failure(
-                    frame, "its result would overwrite the input " + input.string() +
-                               "; choose another folder");
-            }
-        }
-    }
-}
-
-void warn_above_bit_depth(fs::path const& name, Frame const& frame, int bit_depth) {
-    unsigned const limit = (1U << bit_depth) - 1U;
-    unsigned const largest = *std::max_element(frame.samples.begin(), frame.samples.end());
-    if (largest > limit) {
-        std::fprintf(
-            stderr,
-            "veldrane-polarize: warning: %s: has samples up to %u, above the full scale %u of "
-            "bit depth %d; the total intensity may clip; give a larger --bit-depth\n",
-            name.c_str(), largest, limit, bit_depth);
-    }
-}
-
-void print_summary(
-    fs::path const& name, Frame const& frame, Process_options const& options,
-    std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    double const best = times.front();
-    double const median = (times[(times.size() - 1) / 2] + times[times.size() / 2]) / 2.0;
-    double const megapixels_per_second =
-        static_cast<double>(frame.samples.size()) / median / 1000.0;
-    std::string line = name.string() + ": " + std::to_string(frame.width) + " x " +
-                       std::to_string(frame.height) + ", transform ";
-    char text[160];
-    if (times.size() == 1) {
-        std::snprintf(text, sizeof text, "%.3f ms, %.0f Mpixel/s", median, megapixels_per_second);
-    } else {
-        std::snprintf(
-            text, sizeof text, "best %.3f ms, median %.3f ms of %zu, %.0f Mpixel/s", best, median,
-            times.size(), megapixels_per_second);
-    }
-    line += text;
-    line += ", wrote";
-    for (fs::path const& file :
-         result_files(options.folder, name.stem().string(), options.settings.planes)) {
-        line += " " + file.string();
-    }
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
-}
-
-void process_frame(
-    fs::path const& name, Process_options const& options, std::set<std::string>& taken_stems) {
-    refuse_overwriting(options, name);
-    Frame const frame = read_frame(name);
-    std::string const problem = size_problem(frame);
-    if (!problem.empty()) {
-        throw File_failure(name, problem);
-    }
-    if (!taken_stems.insert(name.stem().string()).second) {
-        throw File_failure(
-            name,
-            "given twice, or another input has the same name but for its ending; process it in "
-            "a call of its own with another folder");
-    }
-    warn_above_bit_depth(name, frame, options.settings.bit_depth);
-    Transform_result const result = transform(frame, options.settings);
-    write_results(options.folder, name.stem().string(), frame, result, options.settings);
-    print_summary(name, frame, options, result.milliseconds);
-}
-
-int run_process(Process_options& options) {
-    options.settings.planes.clear();
-    for (std::string const& name : parts_at_commas(options.planes)) {
-        options.settings.planes.insert(*plane_called(name));
-    }
-    std::string const lacking = missing_instructions();
-    if (!lacking.empty()) {
-        throw std::runtime_error(
-            "this processor lacks " + lacking +
-            ", which the transform needs; use one of 2013 or "
-            "later (Intel Haswell, AMD Excavator)");
-    }
-    make_folder(options.folder);
-    std::vector<std::string> failures;
-    std::set<std::string> taken_stems;
-    for (fs::path const& frame : options.frames) {
-        try {
-            process_frame(frame, options, taken_stems);
-        } catch (std::bad_alloc const&) {
-            failures.push_back(frame.string() + ": too large for the memory of this machine");
-        } catch (File_failure const& failure) {
-            failures.emplace_back(failure.what());
-        } catch (std::exception const& failure) {
-            failures.push_back(frame.string() + ": " + failure.what());
-        }
-    }
-    for (std::string const& failure : failures) {
-        std::fprintf(stderr, "veldrane-polarize: %s\n", failure.c_str());
-    }
-    return failures.empty() ? all_done : an_input_failed;
-}
-
 constexpr char const* planes_help =
-    "Planes to compute, separated by commas. s0, s1, s2, azimuth and dolp become 16-bit TIFF, "
-    "normalized_stokes a 32-bit float TIFF of two channels, S1/S0 and S2/S0, as the processor "
-    "lays them out: at the pixel's own place only in frames of two rows or fewer than 32 columns, "
-    "NaN where it stores nothing. With dolp there is a picture FRAME_degree.png, with dolp and "
-    "azimuth also FRAME_angle_degree.png";
+    "Planes to compute, separated by commas: s0, s1, s2, azimuth, dolp (16 bits a number unless "
+    "--signed or --units say otherwise), normalized_stokes (32-bit floats, S1/S0 and S2/S0), or "
+    "all. In fast mode normalized_stokes lies as the processor packs it: at the pixel's own place "
+    "only in frames of two rows or fewer than 32 columns, NaN where it stores nothing";
 
 constexpr char const* full_scale_help =
     "Full scale N of the 16-bit planes, 1 to 65535: 180 degrees of azimuth and a degree of "
@@ -183,43 +45,211 @@ constexpr char const* full_scale_help =
     "clips. N = 2^B - 1 keeps them in sample units, and S0 clips at N. Any other N scales them by "
     "N / (2 (2^B - 1))";
 
+constexpr char const* calibration_help =
+    "Calibration of this sensor, as `calibrate` writes it. Every pixel goes through its weights "
+    "(calibrated mode); it also tells the mosaic";
+
+constexpr char const* mode_help =
+    "fast: one call of the processor a frame. calibrated: every pixel through the weights of its "
+    "position, every plane at pixel positions; without --calibration by those of ideal analysers";
+
+constexpr char const* units_help =
+    "scaled: steps of the full scale. degrees or radians: 32-bit floats in physical units; the "
+    "angle from 0 along the rows, counter-clockwise, NaN where the degree is 0; the degree as a "
+    "fraction, NaN where S0 is 0; S0, S1, S2 in sample units";
+
+constexpr char const* pictures_help =
+    "Write pictures of the degree (FRAME_degree.png, with dolp) and the angle dimmed by the degree "
+    "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
+    "for frames that are alone in their file";
+
+constexpr char const* example =
+    "Examples:\n"
+    "  veldrane-polarize process frame.png -o results --phase 2 --bit-depth 12\n"
+    "  veldrane-polarize process run.raw -o results --pixel-format Mono12p --width 2448 \\\n"
+    "      --height 2048 --layout 90,45,135,0 --planes azimuth,dolp --format npy --jobs 2\n"
+    "Each plane is written to DIR/FRAME_PLANE.tif, and what its numbers mean to\n"
+    "DIR/FRAME_PLANE.json. Frames of a file with many are numbered: FRAME_000000_PLANE.tif.";
+
+polarization::Plane_set planes_of(std::string const& list) {
+    try {
+        return polarization::parse_planes(list);
+    } catch (polarization::Argument_error const& error) {
+        throw Usage_error(std::string("--planes: ") + error.what());
+    }
+}
+
+void refuse_unfit_format(Results const& results) {
+    for (polarization::Plane const plane : results.processing.planes.list()) {
+        if (results.format == File_format::png &&
+            results.processing.kind_of(plane) != Sample_kind::uint16) {
+            throw Usage_error(
+                "--format png holds 16-bit numbers only, and " + std::string(name_of(plane)) +
+                " is none here; use --format tiff or npy, or other --planes");
+        }
+    }
+}
+
+void check_usage(Command_line const& line) {
+    if (line.calibration_file.empty()) {
+        static_cast<void>(line.mosaic.required());
+    } else if (line.mode == Mode::fast) {
+        throw Usage_error(
+            "--mode fast applies weights to few pixels only; leave out --calibration or --mode");
+    }
+    static_cast<void>(line.mosaic.given());
+}
+
+// The mosaic and the weights for the region's first pixel, which becomes that of the frame.
+polarization::Settings settings_of(
+    Command_line const& line, Frame_preparation const& preparation, Origin& origin) {
+    polarization::Scale const scale(preparation.bit_depth(), line.full_scale);
+    Region const region = preparation.region().value_or(Region{0, 0, 0, 0});
+    if (line.calibration_file.empty()) {
+        return polarization::ideal_settings(
+            line.mosaic.required().of_region(region.row, region.column), scale);
+    }
+    origin.calibration = polarization::load_calibration(line.calibration_file);
+    origin.calibration_file = line.calibration_file;
+    auto const given = line.mosaic.given();
+    if (given && *given != origin.calibration->mosaic) {
+        throw Usage_error(
+            "--phase or --layout is " + given->to_string() + ", but " +
+            line.calibration_file.string() + " is for " + origin.calibration->mosaic.to_string() +
+            "; leave the option out");
+    }
+    auto const calibration = of_region(*origin.calibration, region.row, region.column);
+    return {calibration.mosaic, scale, calibration.matrices};
+}
+
+void require_processor() {
+    std::string const lacking = polarization::missing_instructions();
+    if (!lacking.empty()) {
+        throw std::runtime_error(
+            "this processor lacks " + lacking +
+            ", which the transform needs; use one of 2013 or later (Intel Haswell, AMD Excavator)");
+    }
+}
+
+int run_process(Command_line& line, bool pictures_given) {
+    std::optional<Raw_layout> const raw = line.run.input.raw_layout();
+    check_usage(line);
+    polarization::Plane_set const planes = planes_of(line.planes);
+    require_processor();
+    Frame_preparation const preparation(line.samples, raw);
+    Origin origin{
+        line.samples.shift, preparation.subtracts_dark(), preparation.region(), {}, std::nullopt};
+    polarization::Settings const settings = settings_of(line, preparation, origin);
+    Results& results = line.results;
+    results.processing = {
+        settings,   line.mode.value_or(origin.calibration ? Mode::calibrated : Mode::fast),
+        planes,     line.is_signed,
+        line.units, line.repetitions};
+    results.origin = std::move(origin);
+    results.existing = line.overwrites ? Existing_files::replace : Existing_files::keep;
+    if (pictures_given) {
+        results.pictures = line.wants_pictures;
+    }
+    refuse_unfit_format(results);
+    if (line.repetitions > 1) {
+        line.run.jobs = 1; // another thread would disturb the times
+    }
+    make_folder(results.folder);
+    return Process_run(line.run, preparation, results)();
+}
+
+// The words of a choice without the numbers behind them.
+template <class Choice>
+CLI::Validator one_of(std::map<std::string, Choice> const& choices, std::string const& words) {
+    return CLI::CheckedTransformer(choices).description(words);
+}
+
+void add_plane_options(CLI::App& command, Command_line& line) {
+    std::string const group = "Planes";
+    command.add_option("--planes", line.planes, planes_help)
+        ->type_name("LIST")
+        ->capture_default_str()
+        ->group(group);
+    command.add_option("--calibration", line.calibration_file, calibration_help)
+        ->type_name("FILE.json")
+        ->group(group);
+    std::map<std::string, Mode> const modes = {
+        {"fast", Mode::fast}, {"calibrated", Mode::calibrated}};
+    command.add_option("--mode", line.mode, mode_help)
+        ->transform(one_of(modes, "fast|calibrated"))
+        ->type_name("CHOICE")
+        ->group(group);
+    command
+        .add_flag(
+            "--signed", line.is_signed,
+            "S1 and S2 with their signs, as 32-bit integers, by two passes; otherwise negative "
+            "ones are stored as 0")
+        ->group(group);
+    std::map<std::string, Units> const units = {
+        {"scaled", Units::scaled}, {"degrees", Units::degrees}, {"radians", Units::radians}};
+    command.add_option("--units", line.units, units_help)
+        ->transform(one_of(units, "scaled|degrees|radians"))
+        ->type_name("CHOICE")
+        ->group(group);
+    command.add_option("--full-scale", line.full_scale, full_scale_help)
+        ->type_name("N")
+        ->check(CLI::Range(1, 65535))
+        ->group(group);
+}
+
+void add_output_options(CLI::App& command, Command_line& line) {
+    std::string const group = "Results";
+    command
+        .add_option("-o,--output", line.results.folder, "Folder of the results, made if missing")
+        ->required()
+        ->type_name("DIR")
+        ->group(group);
+    std::map<std::string, File_format> const formats = {
+        {"tiff", File_format::tiff},
+        {"png", File_format::png},
+        {"raw", File_format::raw},
+        {"npy", File_format::npy}};
+    command
+        .add_option(
+            "--format", line.results.format,
+            "tiff (uncompressed), png (16-bit planes only), npy (NumPy), or raw: the numbers alone")
+        ->transform(one_of(formats, "tiff|png|raw|npy"))
+        ->type_name("CHOICE")
+        ->group(group);
+    command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
+    command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
+        ->group(group);
+    command
+        .add_option("-j,--jobs", line.run.jobs, "Frames worked on at once; 0 is one for each core")
+        ->check(CLI::Range(0, 1024))
+        ->capture_default_str()
+        ->group(group);
+    command
+        .add_option(
+            "--repeat", line.repetitions,
+            "Run the transform so many times, 1 to 100000, and print the best and median time")
+        ->check(CLI::Range(1, 100000))
+        ->capture_default_str()
+        ->group(group);
+    command.add_flag("-q,--quiet", line.run.is_quiet, "Say nothing but what went wrong")
+        ->group(group);
+}
+
 } // namespace
 
 void add_process_command(CLI::App& program, int& exit_code) {
-    auto const options = std::make_shared<Process_options>();
-    Transform_settings& settings = options->settings;
+    auto const line = std::make_shared<Command_line>();
     CLI::App& command = *program.add_subcommand(
-        "process", "Computes the polarimetric planes of raw frames (grey PNG, TIFF or PGM of 8 or "
-                   "16 bits) and writes them to DIR/FRAME_PLANE.tif.");
-    command.add_option("frames", options->frames, "The raw frames")->required()->type_name("FRAME");
-    command.add_option("-o,--output", options->folder, "Folder of the results, made if missing")
-        ->required()
-        ->type_name("DIR");
-    command
-        .add_option(
-            "--phase", settings.phase,
-            "Mosaic, top-left cell row by row in degrees: 0: 0 135 / 45 90, 1: 45 90 / 0 135, "
-            "2: 90 45 / 135 0, 3: 135 0 / 90 45")
-        ->required()
-        ->check(CLI::Range(0, 3));
-    command
-        .add_option("--bit-depth", settings.bit_depth, "Significant bits B of a sample, 1 to 16")
-        ->required()
-        ->check(CLI::Range(1, 16));
-    command.add_option("--planes", options->planes, planes_help)
-        ->type_name("LIST")
-        ->check(plane_list_problem)
-        ->capture_default_str();
-    command.add_option("--full-scale", settings.full_scale, full_scale_help)
-        ->type_name("N")
-        ->check(CLI::Range(1, 65535));
-    command
-        .add_option(
-            "--repeat", settings.repetitions,
-            "Run the transform so many times, 1 to 100000, and print the best and median time")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str();
-    command.callback([options, &exit_code] { exit_code = run_process(*options); });
+        "process", "Computes the polarimetric planes of raw frames and writes them to files.");
+    add_input_options(command, line->run.input);
+    add_sample_options(command, line->samples);
+    add_mosaic_options(command, line->mosaic);
+    add_plane_options(command, *line);
+    add_output_options(command, *line);
+    command.footer(example);
+    command.callback([line, &command, &exit_code] {
+        exit_code = run_process(*line, command.count("--pictures") > 0);
+    });
 }
 
 } // namespace polarize_tool

@@ -3,68 +3,85 @@
 #include "image_writing.hpp"
 #include "pictures.hpp"
 
+#include <string>
+
 namespace polarize_tool {
 namespace {
 
+using polarization::Plane;
+
 constexpr char const* angle_degree_suffix = "_angle_degree.png";
 constexpr char const* degree_suffix = "_degree.png";
-
-std::filesystem::path plane_file(
-    std::filesystem::path const& folder, std::string const& stem, Plane plane) {
-    return folder / (stem + "_" + std::string(name_of(plane)) + ".tif");
-}
-
-bool shows_degree(std::set<Plane> const& planes) {
-    return planes.contains(Plane::dolp);
-}
-
-bool shows_angle(std::set<Plane> const& planes) {
-    return planes.contains(Plane::dolp) && planes.contains(Plane::azimuth);
-}
+constexpr char const* sidecar_ending = ".json";
 
 } // namespace
 
-std::vector<std::filesystem::path> result_files(
-    std::filesystem::path const& folder, std::string const& stem, std::set<Plane> const& planes) {
+std::filesystem::path Results::file_of(Frame_place const& place, std::string const& ending) const {
+    return folder / (place.stem() + ending);
+}
+
+std::filesystem::path Results::plane_file(Frame_place const& place, Plane plane) const {
+    std::string ending = "_";
+    ending.append(name_of(plane)).append(".").append(ending_of(format));
+    return file_of(place, ending);
+}
+
+bool Results::shows_degree(Frame_place const& place) const {
+    return pictures.value_or(!place.is_part()) && processing.planes.contains(Plane::dolp);
+}
+
+bool Results::shows_angle(Frame_place const& place) const {
+    return shows_degree(place) && processing.planes.contains(Plane::azimuth);
+}
+
+std::vector<std::filesystem::path> Results::files_of(Frame_place const& place) const {
     std::vector<std::filesystem::path> files;
-    for (Plane const plane : planes) {
-        files.push_back(plane_file(folder, stem, plane));
+    for (Plane const plane : processing.planes.list()) {
+        files.push_back(plane_file(place, plane));
+        files.push_back(plane_file(place, plane).replace_extension(sidecar_ending));
     }
-    if (shows_angle(planes)) {
-        files.push_back(folder / (stem + angle_degree_suffix));
+    if (shows_angle(place)) {
+        files.push_back(file_of(place, angle_degree_suffix));
     }
-    if (shows_degree(planes)) {
-        files.push_back(folder / (stem + degree_suffix));
+    if (shows_degree(place)) {
+        files.push_back(file_of(place, degree_suffix));
     }
     return files;
 }
 
-void write_results(
-    std::filesystem::path const& folder, std::string const& stem, Frame const& frame,
-    Transform_result const& result, Transform_settings const& settings) {
-    Staged_files files;
-    for (Plane const plane : settings.planes) {
-        auto const file = plane_file(folder, stem, plane);
-        if (plane == Plane::normalized_stokes) {
-            constexpr std::size_t channels = 2;
-            files.add(
-                file, encode_tiff(result.normalized_stokes, frame.width, frame.height, channels));
+Staged_files Results::stage(Frame_place const& place, Frame_processor const& processed) const {
+    Staged_files files(existing);
+    for (Plane const plane : processing.planes.list()) {
+        std::filesystem::path const file = plane_file(place, plane);
+        Array_view const array = processed.array(plane);
+        Encoded_array const encoded = encode(array, format);
+        if (encoded.samples_follow) {
+            files.add(file, {encoded.head, array.bytes()});
         } else {
-            files.add(file, encode_tiff(result.plane(plane), frame.width, frame.height));
+            files.add(file, encoded.head);
         }
+        std::filesystem::path beside = file;
+        files.add(
+            beside.replace_extension(sidecar_ending),
+            sidecar(plane, file, array, place, processing, origin));
     }
-    auto const full_scale =
-        static_cast<unsigned>(output_scale(settings.bit_depth, settings.full_scale).maximum_output);
+    stage_pictures(place, processed, files);
+    return files;
+}
+
+void Results::stage_pictures(
+    Frame_place const& place, Frame_processor const& processed, Staged_files& files) const {
+    if (!shows_degree(place)) {
+        return;
+    }
+    Array_view const size = processed.array(Plane::dolp);
     Picture_source const source{
-        result.plane(Plane::azimuth), result.plane(Plane::dolp), frame.width, frame.height,
-        full_scale};
-    if (shows_angle(settings.planes)) {
-        files.add(folder / (stem + angle_degree_suffix), encode_png(angle_degree_picture(source)));
+        processed.stored(Plane::azimuth), processed.stored(Plane::dolp), size.width(),
+        size.height(), processing.settings.scale.full_scale()};
+    if (shows_angle(place)) {
+        files.add(file_of(place, angle_degree_suffix), encode_png(angle_degree_picture(source)));
     }
-    if (shows_degree(settings.planes)) {
-        files.add(folder / (stem + degree_suffix), encode_png(degree_picture(source)));
-    }
-    files.publish();
+    files.add(file_of(place, degree_suffix), encode_png(degree_picture(source)));
 }
 
 } // namespace polarize_tool

@@ -3,25 +3,41 @@
 #ifndef VELDRANE_TOOLS_RESULTS_HPP
 #define VELDRANE_TOOLS_RESULTS_HPP
 
-#include "frame.hpp"
-#include "transform.hpp"
+#include "processing.hpp"
+#include "sidecar.hpp"
+#include "staged_files.hpp"
 
 #include <filesystem>
-#include <set>
-#include <string>
+#include <optional>
 #include <vector>
 
 namespace polarize_tool {
 
-/// Paths of all files that `planes` of a frame called `stem` lead to.
-std::vector<std::filesystem::path> result_files(
-    std::filesystem::path const& folder, std::string const& stem, std::set<Plane> const& planes);
+/// What of a frame goes where. Constant during a run.
+struct Results {
+    std::filesystem::path folder;
+    File_format format = File_format::tiff;
+    /// Without a choice, frames that are alone in their file get pictures.
+    std::optional<bool> pictures;
+    Existing_files existing = Existing_files::keep;
+    Processing processing;
+    Origin origin;
 
-/// Writes them, all or none.
-/// @throws File_failure
-void write_results(
-    std::filesystem::path const& folder, std::string const& stem, Frame const& frame,
-    Transform_result const& result, Transform_settings const& settings);
+    /// All files of a frame.
+    std::vector<std::filesystem::path> files_of(Frame_place const& place) const;
+
+    /// Writes them, except that nothing has appeared yet: that takes `publish` of what it returns.
+    /// @throws File_failure
+    Staged_files stage(Frame_place const& place, Frame_processor const& processed) const;
+
+private:
+    std::filesystem::path file_of(Frame_place const& place, std::string const& ending) const;
+    std::filesystem::path plane_file(Frame_place const& place, polarization::Plane plane) const;
+    bool shows_degree(Frame_place const& place) const;
+    bool shows_angle(Frame_place const& place) const;
+    void stage_pictures(
+        Frame_place const& place, Frame_processor const& processed, Staged_files& files) const;
+};
 
 } // namespace polarize_tool
 

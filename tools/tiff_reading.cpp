@@ -1,9 +1,8 @@
 #include "tiff_reading.hpp"
 
-#include "standard_error.hpp"
+#include "failure.hpp"
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 #include <tiffio.h>
 #include <tiffio.hxx>
@@ -13,6 +12,23 @@ namespace {
 
 /// A damaged size is not to be allocated. OpenCV has the same limit.
 constexpr std::size_t largest_frame = std::size_t{1} << 30;
+
+// libtiff prints its complaints unless told otherwise; the caller's line says all that a user can
+// act on. Whether there was one tells a broken list of pictures from one that ends.
+thread_local unsigned errors = 0;
+
+void count_error(char const*, char const*, va_list) {
+    ++errors;
+}
+
+void keep_libtiff_quiet() {
+    static bool const done = [] {
+        TIFFSetErrorHandler(count_error);
+        TIFFSetWarningHandler(nullptr);
+        return true;
+    }();
+    static_cast<void>(done);
+}
 
 template <typename Value>
 Value field(TIFF* image, std::uint32_t tag) {
@@ -58,18 +74,7 @@ bool read_rows(TIFF* image, Frame& frame) {
     return true;
 }
 
-} // namespace
-
-std::string read_tiff(std::string const& bytes, Frame& frame) {
-    // libtiff prints its own complaints; the caller's line says all that a user can act on.
-    Silenced_standard_error const silence;
-    std::istringstream stream(bytes);
-    std::unique_ptr<TIFF, decltype(&TIFFClose)> const owner(
-        TIFFStreamOpen("memory", &stream), &TIFFClose);
-    TIFF* const image = owner.get();
-    if (image == nullptr) {
-        return damaged_image;
-    }
+std::string read_picture(TIFF* image, Frame& frame) {
     if (std::string problem = layout_problem(image); !problem.empty()) {
         return problem;
     }
@@ -81,6 +86,55 @@ std::string read_tiff(std::string const& bytes, Frame& frame) {
     }
     frame.samples.resize(frame.width * frame.height);
     return read_rows(image, frame) ? std::string() : damaged_image;
+}
+
+using Tiff_pointer = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
+
+} // namespace
+
+bool begins_like_tiff(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    return bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv) ||
+           bytes.starts_with("II+\0"sv) || bytes.starts_with("MM\0+"sv);
+}
+
+std::string read_tiff(std::string_view bytes, Frame& frame) {
+    keep_libtiff_quiet();
+    std::istringstream stream{std::string(bytes)};
+    Tiff_pointer const image(TIFFStreamOpen("memory", &stream), &TIFFClose);
+    return image == nullptr ? damaged_image : read_picture(image.get(), frame);
+}
+
+struct Tiff_file::Handle {
+    Tiff_pointer image;
+};
+
+Tiff_file::Tiff_file(std::filesystem::path const& file) {
+    keep_libtiff_quiet();
+    Tiff_pointer image(TIFFOpen(file.c_str(), "r"), &TIFFClose);
+    if (image == nullptr) {
+        throw File_failure(file, damaged_image);
+    }
+    handle_ = std::make_unique<Handle>(Handle{std::move(image)});
+}
+
+Tiff_file::~Tiff_file() = default;
+
+Tiff_file::Pages Tiff_file::pages() {
+    errors = 0;
+    auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(handle_->image.get()));
+    return {count, errors == 0};
+}
+
+std::string Tiff_file::read(std::size_t page, Frame& frame) {
+    TIFF* const image = handle_->image.get();
+    // The next picture is found at once, any other by the list from its start.
+    bool const is_current = TIFFCurrentDirectory(image) == page;
+    bool const is_next = std::size_t{TIFFCurrentDirectory(image)} + 1 == page;
+    bool const found =
+        is_current || (is_next ? TIFFReadDirectory(image) != 0
+                               : TIFFSetDirectory(image, static_cast<tdir_t>(page)) != 0);
+    return found ? read_picture(image, frame) : damaged_image;
 }
 
 } // namespace polarize_tool

@@ -2,7 +2,6 @@
 #include "frame_reading.hpp"
 
 #include "failure.hpp"
-#include "image_writing.hpp"
 #include "test_files.hpp"
 
 #include <gtest/gtest.h>
@@ -94,7 +93,7 @@ TEST_F(Frame_reading, lzw_tiff_of_runs) {
 
 TEST_F(Frame_reading, tiff_written_by_the_tools) {
     std::vector<std::uint16_t> const samples = {1, 2, 3, 40000, 65535, 0};
-    Frame const frame = read_frame(file(encode_tiff(samples, 3, 2)));
+    Frame const frame = read_frame(file(test_files::tool_tiff(samples, 3, 2)));
     EXPECT_EQ(frame.samples, samples);
     EXPECT_EQ(frame.width, 3U);
 }
@@ -147,7 +146,7 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
         {encoded(colour, ".ppm"), "colour image"},
         {encoded(pattern(20, 20, CV_8UC1) > 99, ".png", {cv::IMWRITE_PNG_BILEVEL, 1}),
          "8 or 16 bits"},
-        {encode_tiff(std::vector<float>(400), 20, 20), "8 or 16 bits"},
+        {test_files::tool_tiff(std::vector<float>(400), 20, 20), "8 or 16 bits"},
         {{'P', '2', ' ', '1', ' ', '1', ' ', '9', ' ', '5'}, "plain (ASCII) PGM"},
         {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF or binary PGM"},
         {{text.begin(), text.end()}, "not a PNG, TIFF or binary PGM"},
@@ -162,7 +161,7 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
 
 TEST_F(Frame_reading, a_field_of_a_tiff_that_would_change_samples_is_refused) {
     std::vector<std::uint16_t> const samples(6, 9);
-    std::vector<std::uint8_t> const whole = encode_tiff(samples, 3, 2);
+    std::vector<std::uint8_t> const whole = test_files::tool_tiff(samples, 3, 2);
     std::size_t const directory = whole[4] + 256U * whole[5];
     // Changes the field `tag` into `new_tag` with a value.
     auto const with = [&](unsigned tag, unsigned new_tag, std::uint8_t value) {
@@ -193,7 +192,7 @@ TEST_F(Frame_reading, every_truncation_is_refused) {
         encoded(pattern(40, 20, CV_16UC1), ".png"),
         encoded(pattern(40, 20, CV_8UC1), ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 5}),
         encoded(pattern(40, 20, CV_16UC1), ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 1}),
-        encode_tiff(std::vector<std::uint16_t>(800, 77), 40, 20),
+        test_files::tool_tiff(std::vector<std::uint16_t>(800, 77), 40, 20),
         encoded(pattern(40, 20, CV_8UC1), ".pgm"),
         encoded(pattern(40, 20, CV_16UC1), ".pgm")};
     std::size_t refused = 0;

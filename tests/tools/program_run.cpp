@@ -1,8 +1,7 @@
 #include "program_run.hpp"
 
-#include "test_files.hpp"
-
 #include <algorithm>
+#include <csignal>
 #include <fcntl.h>
 #include <spawn.h>
 #include <stdexcept>
@@ -19,10 +18,9 @@ std::string text_of(std::filesystem::path const& file) {
 
 } // namespace
 
-Outcome run_command(std::vector<std::string> const& command) {
-    test_files::Folder const folder;
-    auto const output = folder / "out";
-    auto const errors = folder / "err";
+Running_program::Running_program(std::vector<std::string> const& command) {
+    auto const output = folder_ / "out";
+    auto const errors = folder_ / "err";
     std::vector<char*> arguments;
     for (std::string const& argument : command) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
@@ -34,15 +32,44 @@ Outcome run_command(std::vector<std::string> const& command) {
     int const create = O_WRONLY | O_CREAT | O_TRUNC;
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), create, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), create, 0600);
-    pid_t process = 0;
     int const failed = posix_spawn(
-        &process, command.front().c_str(), &actions, nullptr, arguments.data(), environ);
+        &process_, command.front().c_str(), &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    if (failed != 0 || waitpid(process, &status, 0) != process) {
+    if (failed != 0) {
         throw std::runtime_error("cannot run " + command.front());
     }
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, text_of(output), text_of(errors)};
+}
+
+Running_program::~Running_program() {
+    if (is_running()) {
+        send(SIGKILL);
+        waitpid(process_, &status_, 0);
+    }
+}
+
+bool Running_program::is_running() {
+    has_ended_ = has_ended_ || waitpid(process_, &status_, WNOHANG) == process_;
+    return !has_ended_;
+}
+
+void Running_program::send(int signal) const {
+    if (!has_ended_) {
+        kill(process_, signal);
+    }
+}
+
+Outcome Running_program::wait() {
+    if (!has_ended_ && waitpid(process_, &status_, 0) != process_) {
+        throw std::runtime_error("the program is lost");
+    }
+    has_ended_ = true;
+    return {
+        WIFEXITED(status_) ? WEXITSTATUS(status_) : -1, text_of(folder_ / "out"),
+        text_of(folder_ / "err")};
+}
+
+Outcome run_command(std::vector<std::string> const& command) {
+    return Running_program(command).wait();
 }
 
 Outcome run(std::vector<std::string> const& arguments) {

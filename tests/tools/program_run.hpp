@@ -3,7 +3,10 @@
 #ifndef VELDRANE_TESTS_TOOLS_PROGRAM_RUN_HPP
 #define VELDRANE_TESTS_TOOLS_PROGRAM_RUN_HPP
 
+#include "test_files.hpp"
+
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace program_run {
@@ -14,7 +17,28 @@ struct Outcome {
     std::string errors;
 };
 
-/// veldrane-polarize with `arguments`; an empty standard input.
+/// A program with an empty standard input, from its start to `wait`.
+class Running_program {
+public:
+    /// `command` starts with the program's path.
+    explicit Running_program(std::vector<std::string> const& command);
+    /// Ends the program if nobody has waited for it.
+    ~Running_program();
+    Running_program(Running_program const&) = delete;
+    Running_program& operator=(Running_program const&) = delete;
+
+    bool is_running();
+    void send(int signal) const;
+    Outcome wait();
+
+private:
+    test_files::Folder folder_;
+    pid_t process_ = 0;
+    int status_ = 0;
+    bool has_ended_ = false;
+};
+
+/// veldrane-polarize with `arguments`.
 Outcome run(std::vector<std::string> const& arguments);
 
 /// Any program; `command` starts with its path.

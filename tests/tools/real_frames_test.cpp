@@ -1,7 +1,7 @@
 // Frames of a real sensor, where the environment variable POLARIZATION_FRAMES names their folder.
 #include "program_run.hpp"
 #include "test_files.hpp"
-#include "transform.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -13,8 +13,9 @@ TEST(Real_frames, fruits_are_processed_and_polarised_weakly) {
     if (frames == nullptr) {
         GTEST_SKIP() << "POLARIZATION_FRAMES is not set";
     }
-    if (!polarize_tool::missing_instructions().empty()) {
-        GTEST_SKIP() << "this processor lacks " << polarize_tool::missing_instructions();
+    std::string const lacking = veldrane_mrv::polarization::missing_instructions();
+    if (!lacking.empty()) {
+        GTEST_SKIP() << "this processor lacks " << lacking;
     }
     std::filesystem::path const frame =
         std::filesystem::path(frames) / "fruits_2448x2048_8bit_phase2.png";
@@ -28,7 +29,7 @@ TEST(Real_frames, fruits_are_processed_and_polarised_weakly) {
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.errors, "");
     std::printf("%s", outcome.output.c_str());
-    EXPECT_EQ(test_files::names_in(folder.path()).size(), 8U);
+    EXPECT_EQ(test_files::names_in(folder.path()).size(), 14U);
     test_files::Tiff const degree =
         test_files::read_tiff(folder / "fruits_2448x2048_8bit_phase2_dolp.tif");
     ASSERT_EQ(degree.samples.size(), 2448U * 2048U);

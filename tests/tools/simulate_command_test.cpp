@@ -109,7 +109,16 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
         {small(folder / "a.png", {"--colour"}), "--colour"},
         {{"simulate", "-o", (folder / "a.png").string(), "--width", "1"}, "--width"},
         {{"simulate", "-o", (folder / "a.png").string(), "--height", "99999"}, "--height"},
-        {small(folder / "a.tif"), "must end in .png"}};
+        {small(folder / "a.tif"), "must end in .png"},
+        {small(folder / "a.png", {"--frames", "0"}), "--frames"},
+        {small(folder / "a.raw", {"--pixel-format", "Mono10"}), "12 bits"},
+        {small(folder / "a.raw", {"--pixel-format", "mono12"}), "Mono12Packed"},
+        {small(folder / "a.png", {"--polarizer-series", "0:180"}), "A0:A1:STEP"},
+        {small(folder / "a.png", {"--polarizer-series", "90:0:10"}), "A0:A1:STEP"},
+        {small(folder / "a.png", {"--polarizer-series", "0:90:0"}), "A0:A1:STEP"},
+        {small(folder / "a.png", {"--polarizer-series", "0:90:9", "--frames", "2"}), "--frames"},
+        {small(folder / "a.raw", {"--polarizer-series", "0:90:9"}), "PNG files only"},
+        {small(folder / "a.png", {"--orientation-spread", "2"}), "--imperfect"}};
     for (auto const& [arguments, word] : cases) {
         Outcome const outcome = run(arguments);
         EXPECT_EQ(outcome.code, 2) << outcome.errors;
@@ -121,11 +130,22 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
     std::printf("%zu refusals\n", cases.size());
 }
 
+TEST(Simulate_command, an_existing_frame_stays_unless_overwriting_is_asked_for) {
+    Folder const folder;
+    test_files::write(folder / "a.png", "precious");
+    Outcome const refused = run(small(folder / "a.png"));
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_NE(refused.errors.find("--overwrite"), std::string::npos) << refused.errors;
+    EXPECT_EQ(test_files::read(folder / "a.png").size(), 8U);
+    EXPECT_EQ(run(small(folder / "a.png", {"--overwrite"})).code, 0);
+    EXPECT_GT(test_files::read(folder / "a.png").size(), 8U);
+}
+
 TEST(Simulate_command, a_place_that_cannot_be_written_is_refused_with_code_1) {
     Folder const folder;
     test_files::write(folder / "file", "x");
     std::vector<std::vector<std::string>> const cases = {
-        small(folder / "none" / "a.png"), small(folder / "file" / "a.png"),
+        small("/proc/a.png"), small(folder / "file" / "a.png"),
         small(folder / "a.png", {"--truth", (folder / "file" / "truth").string()})};
     for (auto const& arguments : cases) {
         Outcome const outcome = run(arguments);

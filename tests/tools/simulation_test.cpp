@@ -1,7 +1,6 @@
 // The simulated frame: physics of the scene, statistics of the noise, sampling, determinism.
 #include "simulation.hpp"
 
-#include "mosaic.hpp"
 #include "scene.hpp"
 
 #include <algorithm>
@@ -132,6 +131,7 @@ TEST(Simulation, same_seed_same_frame_other_seed_other_frame) {
 TEST(Simulation, samples_are_the_truth_behind_each_polariser) {
     int checked = 0;
     for (int phase = 0; phase < 4; ++phase) {
+        auto const mosaic = polarization::Mosaic::from_phase(phase);
         Simulation_settings settings;
         settings.width = 90;
         settings.height = 70;
@@ -140,7 +140,7 @@ TEST(Simulation, samples_are_the_truth_behind_each_polariser) {
         settings.noise = false;
         Simulation const made = simulate(settings);
         for (std::size_t index = 0; index < made.frame.samples.size(); ++index, ++checked) {
-            int const angle = polariser_angle(phase, index / 90, index % 90);
+            int const angle = mosaic.angle(index / 90, index % 90);
             double const p = static_cast<double>(made.truth.degree[index]);
             double const phi = static_cast<double>(made.truth.angle[index]);
             double const expected = static_cast<double>(made.truth.s0[index]) / 2.0 *
@@ -209,6 +209,67 @@ TEST(Simulation, noise_has_the_variance_of_counted_electrons_and_of_reading) {
         sums[0] / counts[0], counts[0], sums[1] / counts[1], counts[1]);
     EXPECT_NEAR(sums[0] / counts[0], 1.0, 0.008);
     EXPECT_NEAR(sums[1] / counts[1], 1.0, 0.008);
+}
+
+TEST(Simulation, frames_of_a_run_differ_by_their_noise_alone) {
+    Simulation_settings settings;
+    settings.width = 100;
+    settings.height = 80;
+    Light const light = scene_light(settings);
+    EXPECT_EQ(record(light, settings, 0).samples, simulate(settings).frame.samples);
+    EXPECT_NE(record(light, settings, 1).samples, record(light, settings, 0).samples);
+    settings.noise = false;
+    EXPECT_EQ(record(light, settings, 1).samples, record(light, settings, 0).samples);
+}
+
+TEST(Simulation, imperfect_analysers_stay_within_their_spread) {
+    Analyser_spread spread;
+    double lowest = 2.0;
+    double highest = 0.0;
+    for (spread.seed = 0; spread.seed < 500; ++spread.seed) {
+        Analysers const analysers = imperfect_analysers(2, spread);
+        double mean = 0.0;
+        for (std::size_t position = 0; position < 4; ++position) {
+            polarization::Analyser const& analyser = analysers[position];
+            int const nominal =
+                polarization::Mosaic::from_phase(2).angle(position / 2, position % 2);
+            mean += analyser.throughput / 4.0;
+            ASSERT_NEAR(analyser.throughput, 1.0, 0.1 / 0.95);
+            ASSERT_GE(analyser.diattenuation, 0.85);
+            ASSERT_LE(analyser.diattenuation, 0.99);
+            ASSERT_LE(std::abs(std::remainder(analyser.orientation - nominal, 180.0)), 3.0);
+            ASSERT_GE(analyser.orientation, 0.0);
+            lowest = std::min(lowest, analyser.diattenuation);
+            highest = std::max(highest, analyser.diattenuation);
+        }
+        ASSERT_NEAR(mean, 1.0, 1e-12);
+    }
+    std::printf("diattenuations from %.4f to %.4f\n", lowest, highest);
+    EXPECT_LT(lowest, 0.852);
+    EXPECT_GT(highest, 0.988);
+}
+
+// Malus' law with throughput and contrast, on a source behind a polariser.
+TEST(Simulation, samples_of_imperfect_analysers_follow_their_figures) {
+    Simulation_settings settings;
+    settings.width = 20;
+    settings.height = 10;
+    settings.bit_depth = 16;
+    settings.noise = false;
+    settings.analysers = imperfect_analysers(0, {});
+    std::size_t checked = 0;
+    for (double angle = 0.0; angle < 180.0; angle += 11.0) {
+        auto const samples = record(uniform_light(settings, angle), settings).samples;
+        for (std::size_t index = 0; index < samples.size(); ++index, ++checked) {
+            polarization::Analyser const& analyser =
+                (*settings.analysers)[polarization::cell_position(index / 20, index % 20)];
+            double const apart = (angle - analyser.orientation) * std::numbers::pi / 90.0;
+            double const expected = 0.8 * 65535.0 * analyser.throughput / 2.0 *
+                                    (1.0 + analyser.diattenuation * std::cos(apart));
+            ASSERT_NEAR(samples[index], expected, 0.51);
+        }
+    }
+    std::printf("%zu samples checked\n", checked);
 }
 
 } // namespace

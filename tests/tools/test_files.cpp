@@ -1,5 +1,7 @@
 #include "test_files.hpp"
 
+#include "array_writing.hpp"
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -60,6 +62,28 @@ std::vector<std::uint8_t> encoded(
         throw std::runtime_error("cannot encode " + ending);
     }
     return bytes;
+}
+
+namespace {
+
+std::vector<std::uint8_t> whole_tiff(polarize_tool::Array_view const& array) {
+    auto const encoded = polarize_tool::encode(array, polarize_tool::File_format::tiff);
+    std::vector<std::uint8_t> bytes = encoded.head;
+    bytes.insert(bytes.end(), array.bytes().begin(), array.bytes().end());
+    return bytes;
+}
+
+} // namespace
+
+std::vector<std::uint8_t> tool_tiff(
+    std::span<std::uint16_t const> samples, std::size_t width, std::size_t height,
+    std::size_t channels) {
+    return whole_tiff({samples, width, height, channels});
+}
+
+std::vector<std::uint8_t> tool_tiff(
+    std::span<float const> samples, std::size_t width, std::size_t height, std::size_t channels) {
+    return whole_tiff({samples, width, height, channels});
 }
 
 cv::Mat pattern(int width, int height, int type) {

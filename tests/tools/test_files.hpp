@@ -38,6 +38,14 @@ std::vector<std::string> names_in(std::filesystem::path const& folder);
 std::vector<std::uint8_t> encoded(
     cv::Mat const& image, std::string const& ending, std::vector<int> const& parameters = {});
 
+/// The whole contents of a TIFF of the tools, `channels` samples a pixel.
+std::vector<std::uint8_t> tool_tiff(
+    std::span<std::uint16_t const> samples, std::size_t width, std::size_t height,
+    std::size_t channels = 1);
+std::vector<std::uint8_t> tool_tiff(
+    std::span<float const> samples, std::size_t width, std::size_t height,
+    std::size_t channels = 1);
+
 /// A grey image of `type` CV_8UC1 or CV_16UC1 in which each sample follows from its position.
 cv::Mat pattern(int width, int height, int type);
 

@@ -1,0 +1,173 @@
+// veldrane-polarize calibrate: figures against those that were simulated, and every refusal.
+#include "program_run.hpp"
+#include "test_files.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+
+#include <cmath>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
+
+namespace {
+
+using program_run::line_count;
+using program_run::Outcome;
+using program_run::run;
+using Names = std::vector<std::string>;
+namespace polarization = veldrane_mrv::polarization;
+
+class Calibrate_command : public testing::Test {
+protected:
+    void simulate_series(Names const& more = {}) const {
+        Names arguments = {
+            "simulate",
+            "-o",
+            in_folder("cal.png"),
+            "--polarizer-series",
+            "0:165:15",
+            "--width",
+            "120",
+            "--height",
+            "100",
+            "--phase",
+            "2",
+            "--bit-depth",
+            "12",
+            "--imperfect"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        Outcome const outcome = run(arguments);
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    }
+
+    Outcome calibrate(Names const& more = {}, std::string const& frames = "cal_angle_*.png") const {
+        Names arguments = {"calibrate", in_folder(frames), "-o", in_folder("out.json"), "--phase",
+                           "2",         "--bit-depth",     "12"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return run(arguments);
+    }
+
+    void expect_refused(Outcome const& outcome, int code, std::string const& word) const {
+        EXPECT_EQ(outcome.code, code) << outcome.errors;
+        EXPECT_NE(outcome.errors.find(word), std::string::npos) << word << ": " << outcome.errors;
+        EXPECT_EQ(outcome.output, "");
+        for (std::string const& name : test_files::names_in(folder_.path())) {
+            EXPECT_EQ(name.find("out."), std::string::npos) << name;
+        }
+    }
+
+    std::string in_folder(std::string const& name) const { return (folder_ / name).string(); }
+
+    test_files::Folder folder_;
+};
+
+TEST_F(Calibrate_command, finds_the_analysers_that_were_simulated) {
+    double worst_orientation = 0.0;
+    double worst_figure = 0.0;
+    for (char const* const seed : {"1", "2", "3", "4"}) {
+        simulate_series({"--analyser-seed", seed, "--overwrite"});
+        Outcome const outcome = calibrate({"--sensor", "number 7", "--overwrite"});
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        auto const truth = polarization::load_calibration(folder_ / "cal_analysers.json");
+        auto const found = polarization::load_calibration(folder_ / "out.json");
+        EXPECT_EQ(found.provenance.sensor, "number 7");
+        EXPECT_EQ(found.provenance.sources.size(), 12U);
+        EXPECT_EQ(found.quality.frame_count, 12U);
+        for (std::size_t position = 0; position < 4; ++position) {
+            auto const& expected = truth.analysers[position];
+            auto const& analyser = found.analysers[position];
+            worst_orientation = std::max(
+                worst_orientation,
+                std::abs(std::remainder(analyser.orientation - expected.orientation, 180.0)));
+            worst_figure = std::max(
+                {worst_figure, std::abs(analyser.throughput - expected.throughput),
+                 std::abs(analyser.diattenuation - expected.diattenuation)});
+        }
+    }
+    std::printf(
+        "4 sensors: orientations within %.4f degrees, throughput and diattenuation within %.5f\n",
+        worst_orientation, worst_figure);
+    EXPECT_LT(worst_orientation, 0.1);
+    EXPECT_LT(worst_figure, 0.003);
+}
+
+TEST_F(Calibrate_command, prints_a_table_and_draws_a_plot) {
+    simulate_series();
+    Outcome const outcome = calibrate();
+    ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_GE(line_count(outcome.output), 7U) << outcome.output;
+    for (char const* const word :
+         {"throughput", "diattenuation", "orientation", "residual", "135"}) {
+        EXPECT_NE(outcome.output.find(word), std::string::npos) << word;
+    }
+    cv::Mat const plot = cv::imread(in_folder("out.png"));
+    EXPECT_EQ(plot.size(), cv::Size(960, 720));
+    cv::Scalar mean;
+    cv::Scalar deviation;
+    cv::meanStdDev(plot, mean, deviation);
+    EXPECT_GT(deviation[0], 10.0) << "something has been drawn";
+    Outcome const again = calibrate();
+    EXPECT_EQ(again.code, 1);
+    EXPECT_NE(again.errors.find("--overwrite"), std::string::npos) << again.errors;
+}
+
+TEST_F(Calibrate_command, angles_from_a_table_agree_with_those_from_names) {
+    simulate_series();
+    ASSERT_EQ(calibrate().code, 0);
+    auto const by_name = polarization::load_calibration(folder_ / "out.json");
+    ASSERT_EQ(calibrate({"--angles", in_folder("cal_angles.csv"), "--overwrite"}).code, 0);
+    auto const by_table = polarization::load_calibration(folder_ / "out.json");
+    EXPECT_EQ(by_name.matrices, by_table.matrices);
+    std::filesystem::remove(folder_ / "out.json");
+    std::filesystem::remove(folder_ / "out.png");
+    std::vector<std::pair<std::string, char const*>> const cases = {
+        {"name,angle\n", "names no column 'file'"},
+        {"file,angle\ncal_angle_000.0.png\n", "line 2: has 1 values for 2 columns"},
+        {"file;angle\n\ncal_angle_000.0.png;east\n", "line 3: angle 'east' is no number"},
+        {"angle,file\n0,other.png\n", "has no row in"}};
+    for (auto const& [table, reason] : cases) {
+        test_files::write(folder_ / "table.csv", table);
+        expect_refused(calibrate({"--angles", in_folder("table.csv")}), 1, reason);
+    }
+    expect_refused(calibrate({"--angles", in_folder("none.csv")}), 1, "No such file");
+}
+
+TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
+    simulate_series();
+    expect_refused(calibrate({}, "cal_angle_000.0.png"), 1, "angle");
+    expect_refused(calibrate({"--phase", "2"}), 2, "--phase");
+    expect_refused(
+        run(
+            {"calibrate", in_folder("cal_angle_*.png"), "-o", in_folder("out.json"), "--phase", "0",
+             "--bit-depth", "12"}),
+        1, "orientation");
+    expect_refused(
+        run(
+            {"calibrate", in_folder("cal_angle_*.png"), "-o", in_folder("out.json"), "--bit-depth",
+             "12"}),
+        2, "--phase or --layout is required");
+    expect_refused(
+        run(
+            {"calibrate", in_folder("cal_angle_*.png"), "-o", "/proc/self/out.json", "--phase", "2",
+             "--bit-depth", "12"}),
+        1, "/proc/self/out.json: cannot be written");
+    std::filesystem::copy_file(folder_ / "cal_angle_000.0.png", folder_ / "cal_angle_of_what.png");
+    expect_refused(calibrate(), 1, "its name tells no angle");
+    std::filesystem::remove(folder_ / "cal_angle_of_what.png");
+    test_files::write(folder_ / "cal_angle_010.0.png", "not an image");
+    expect_refused(calibrate(), 1, "1 of 13 frames cannot be used");
+}
+
+TEST_F(Calibrate_command, a_region_keeps_the_mosaic_of_the_whole_frame) {
+    simulate_series();
+    ASSERT_EQ(calibrate().code, 0);
+    auto const whole = polarization::load_calibration(folder_ / "out.json");
+    ASSERT_EQ(calibrate({"--region", "11,13,71,57", "--overwrite"}).code, 0);
+    auto const part = polarization::load_calibration(folder_ / "out.json");
+    for (std::size_t position = 0; position < 4; ++position) {
+        EXPECT_NEAR(
+            whole.analysers[position].orientation, part.analysers[position].orientation, 0.2);
+    }
+    EXPECT_NE(whole.matrices, part.matrices);
+}
+
+} // namespace

@@ -1,0 +1,119 @@
+// veldrane-polarize inspect, run as a user runs it.
+#include "program_run.hpp"
+#include "test_files.hpp"
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
+#include <sstream>
+
+namespace {
+
+using program_run::Outcome;
+using program_run::run;
+using test_files::encoded;
+using test_files::Folder;
+
+class Inspect_command : public testing::Test {
+protected:
+    std::string written(std::string const& name, cv::Mat const& image) const {
+        test_files::write(folder_ / name, encoded(image, ".png"));
+        return (folder_ / name).string();
+    }
+
+    // Phase 0 behind a polariser along the rows: all light at one corner, none at the opposite.
+    std::string polarised() const {
+        cv::Mat image(32, 48, CV_8UC1);
+        for (int row = 0; row < image.rows; ++row) {
+            for (int column = 0; column < image.cols; ++column) {
+                constexpr int cell[] = {200, 100, 100, 3};
+                image.at<std::uint8_t>(row, column) =
+                    static_cast<std::uint8_t>(cell[2 * (row % 2) + column % 2]);
+            }
+        }
+        return written("polarised.png", image);
+    }
+
+    Folder folder_;
+};
+
+TEST_F(Inspect_command, text_says_what_the_frame_cannot_tell_and_how_to_find_out) {
+    Outcome const outcome = run({"inspect", polarised()});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.errors, "");
+    for (char const* const words :
+         {"polarised.png: 48 x 32", "3 to 200, mean 100.8", "8 bits used", "--polarizer-angle 0",
+          "diagonals", "even row", "200.0", "#####"}) {
+        EXPECT_NE(outcome.output.find(words), std::string::npos) << words << outcome.output;
+    }
+}
+
+TEST_F(Inspect_command, a_known_polariser_tells_the_phase) {
+    Outcome const outcome = run({"inspect", polarised(), "--polarizer-angle", "0"});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_NE(outcome.output.find("Phase 0: "), std::string::npos) << outcome.output;
+    Outcome const crossed = run({"inspect", polarised(), "--polarizer-angle", "90"});
+    EXPECT_NE(crossed.output.find("Phase 2: "), std::string::npos) << crossed.output;
+}
+
+TEST_F(Inspect_command, simulated_series_tells_the_phase_that_it_was_made_with) {
+    for (std::string const phase : {"0", "1", "2", "3"}) {
+        std::string const name = (folder_ / ("series" + phase + ".png")).string();
+        ASSERT_EQ(
+            run({"simulate", "-o", name, "--phase", phase, "--width", "64", "--height", "64",
+                 "--polarizer-series", "0:135:45"})
+                .code,
+            0);
+        unsigned frames = 0;
+        for (std::string const& file : test_files::names_in(folder_.path())) {
+            std::size_t const place = file.find("angle_");
+            if (!file.starts_with("series" + phase) || !file.ends_with(".png") ||
+                place == std::string::npos) {
+                continue;
+            }
+            std::string const angle = std::to_string(std::stod(file.substr(place + 6)));
+            Outcome const outcome =
+                run({"inspect", (folder_ / file).string(), "--polarizer-angle", angle, "--json"});
+            EXPECT_EQ(
+                std::to_string(nlohmann::json::parse(outcome.output)["phase"].value("phase", -1)),
+                phase)
+                << file << " " << outcome.output;
+            ++frames;
+        }
+        EXPECT_EQ(frames, 4U);
+    }
+}
+
+TEST_F(Inspect_command, json_is_one_object_a_line) {
+    Outcome const outcome = run({"inspect", polarised(), polarised(), "--json"});
+    EXPECT_EQ(outcome.code, 0);
+    std::istringstream lines(outcome.output);
+    unsigned count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        auto const json = nlohmann::json::parse(line);
+        EXPECT_EQ(json["width"], 48);
+        EXPECT_EQ(json["saturation"]["at_full_scale"], 0.0);
+    }
+    EXPECT_EQ(count, 2U);
+}
+
+TEST_F(Inspect_command, a_frame_that_cannot_be_read_does_not_lose_the_others) {
+    test_files::write(folder_ / "noise.png", std::string("no picture"));
+    Outcome const outcome = run({"inspect", (folder_ / "noise.png").string(), polarised()});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(program_run::line_count(outcome.errors), 1U);
+    EXPECT_NE(outcome.errors.find("noise.png"), std::string::npos) << outcome.errors;
+    EXPECT_NE(outcome.output.find("48 x 32"), std::string::npos);
+}
+
+TEST_F(Inspect_command, a_single_pixel_and_wrong_usage_are_one_line) {
+    std::string const pixel = written("pixel.png", cv::Mat(1, 1, CV_8UC1, cv::Scalar(5)));
+    Outcome const refused = run({"inspect", pixel});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(program_run::line_count(refused.errors), 1U) << refused.errors;
+    Outcome const usage = run({"inspect", polarised(), "--polarizer-angle", "north"});
+    EXPECT_EQ(usage.code, 2);
+    EXPECT_EQ(program_run::line_count(usage.errors), 1U) << usage.errors;
+}
+
+} // namespace

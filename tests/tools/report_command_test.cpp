@@ -1,0 +1,105 @@
+// veldrane-polarize report, run as a user runs it: a page that needs nothing else, and refusals.
+// What a browser shows of it is for report_browser_test.
+#include "program_run.hpp"
+#include "test_files.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
+
+#include <gtest/gtest.h>
+#include <opencv2/core.hpp>
+
+namespace {
+
+using program_run::line_count;
+using program_run::Outcome;
+using program_run::run;
+using test_files::encoded;
+using test_files::Folder;
+using Names = std::vector<std::string>;
+
+class Report_command : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!veldrane_mrv::polarization::missing_instructions().empty()) {
+            GTEST_SKIP() << "this processor cannot run the transform";
+        }
+        test_files::write(
+            folder_ / "a<b>&.png", encoded(test_files::pattern(40, 20, CV_8UC1), ".png"));
+    }
+
+    Outcome report(Names const& more, std::string const& frame = "a<b>&.png") const {
+        Names arguments{"report", (folder_ / frame).string(), "-o", page(), "--bit-depth", "8"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return run(arguments);
+    }
+    std::string page() const { return (folder_ / "page.html").string(); }
+    std::string text() const {
+        auto const bytes = test_files::read(page());
+        return {bytes.begin(), bytes.end()};
+    }
+
+    // The program fails with one line that holds `words`, and leaves no page.
+    void expect_refusal(Outcome const& outcome, int code, std::string const& words) const {
+        EXPECT_EQ(outcome.code, code) << outcome.errors;
+        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+        EXPECT_NE(outcome.errors.find(words), std::string::npos) << outcome.errors;
+        for (std::string const& name : test_files::names_in(folder_.path())) {
+            EXPECT_EQ(name.find(".html"), std::string::npos) << name;
+        }
+    }
+
+    Folder folder_;
+};
+
+TEST_F(Report_command, page_is_complete_and_reaches_for_nothing_outside) {
+    Outcome const outcome = report({"--phase", "2"});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(line_count(outcome.output), 1U);
+    std::string const html = text();
+    EXPECT_EQ(html.find("{{"), std::string::npos);
+    EXPECT_EQ(html.find("http:"), std::string::npos);
+    EXPECT_EQ(html.find("https:"), std::string::npos);
+    EXPECT_EQ(html.find("a<b>"), std::string::npos) << "the name is not escaped";
+    for (char const* const words :
+         {"default-src 'none'", "<h1>a&lt;b&gt;&amp;.png</h1>", "40 × 20 pixels", "phase 2",
+          "id=\"plane-s0\"", "id=\"plane-azimuth\"", "id=\"plane-dolp\"", "</html>"}) {
+        EXPECT_NE(html.find(words), std::string::npos) << words;
+    }
+    EXPECT_LT(html.size(), 1'500'000U);
+}
+
+TEST_F(Report_command, a_page_that_is_there_stays_unless_it_may_be_replaced) {
+    test_files::write(folder_ / "page.html", std::string("mine"));
+    Outcome const refused = report({"--phase", "0"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_EQ(line_count(refused.errors), 1U);
+    EXPECT_EQ(text(), "mine");
+    EXPECT_EQ(report({"--phase", "0", "--overwrite"}).code, 0);
+    EXPECT_NE(text(), "mine");
+}
+
+TEST_F(Report_command, the_frame_is_never_replaced_by_its_page) {
+    std::string const frame = (folder_ / "a<b>&.png").string();
+    auto const before = test_files::read(frame);
+    Outcome const outcome =
+        run({"report", frame, "-o", frame, "--bit-depth", "8", "--phase", "0", "--overwrite"});
+    expect_refusal(outcome, 1, "is the frame itself");
+    EXPECT_EQ(test_files::read(frame), before);
+}
+
+TEST_F(Report_command, what_cannot_be_is_one_line) {
+    expect_refusal(report({}), 2, "--phase or --layout is required");
+    std::string const frame = (folder_ / "a<b>&.png").string();
+    expect_refusal(report({frame, "--phase", "0"}), 2, "2 inputs");
+    expect_refusal(report({"--phase", "0", "--start", "7"}), 1, "--start");
+    expect_refusal(report({"--phase", "0"}, "none.png"), 1, "none.png");
+    test_files::write(
+        folder_ / "pixel.png", encoded(cv::Mat(1, 1, CV_8UC1, cv::Scalar(1)), ".png"));
+    expect_refusal(report({"--phase", "0"}, "pixel.png"), 1, "pixel.png");
+    test_files::write(
+        folder_ / "large.png", encoded(cv::Mat(2002, 4000, CV_8UC1, cv::Scalar(1)), ".png"));
+    expect_refusal(report({"--phase", "0"}, "large.png"), 1, "--region");
+    EXPECT_EQ(report({"--phase", "0", "--region", "0,0,64,64"}, "large.png").code, 0);
+}
+
+} // namespace

@@ -1,0 +1,43 @@
+#include "build_identification.hpp"
+
+#include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
+
+#include <algorithm>
+#include <dlfcn.h>
+#include <fstream>
+#include <iterator>
+#include <string_view>
+
+namespace polarize_tool {
+namespace {
+
+// The library keeps its identification in its data for tools that search files, and exports no
+// symbol for it; which file it was loaded from, the loader tells.
+std::string identification_in(std::string const& file) {
+    constexpr std::string_view start = "Version = ";
+    std::string_view const marker = "$Id: veldrane_mrv_polarization_processor_vector_avx2";
+    std::ifstream stream(file, std::ios::binary);
+    std::string const bytes(std::istreambuf_iterator<char>(stream), {});
+    std::size_t const place = bytes.find(marker);
+    std::size_t const version = bytes.find(start, place);
+    std::size_t const end = bytes.find(" $", version);
+    if (place == std::string::npos || version == std::string::npos || end == std::string::npos) {
+        return "version unknown (" + file + " cannot be read)";
+    }
+    return bytes.substr(version, end - version);
+}
+
+} // namespace
+
+std::string const& processor_identification() {
+    static std::string const identification = [] {
+        Dl_info library = {};
+        auto const address =
+            reinterpret_cast<void const*>(&qn_polarization_processor_transform_vector_avx2);
+        bool const found = dladdr(address, &library) != 0 && library.dli_fname != nullptr;
+        return identification_in(found ? library.dli_fname : "the library");
+    }();
+    return identification;
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,189 @@
+#include "angle_list.hpp"
+#include "calibration_plot.hpp"
+#include "calibration_table.hpp"
+#include "commands.hpp"
+#include "failure.hpp"
+#include "frame_preparation.hpp"
+#include "image_writing.hpp"
+#include "interruption.hpp"
+#include "messages.hpp"
+#include "progress.hpp"
+#include "staged_files.hpp"
+#include "veldrane_mrv/polarization/calibration_estimate.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+#include <utility>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Command_line {
+    Input_options input;
+    Sample_options samples;
+    Mosaic_options mosaic;
+    fs::path angles;
+    fs::path output;
+    fs::path plot;
+    std::string sensor;
+    double source_degree = 1.0;
+    bool overwrites = false;
+    bool is_quiet = false;
+};
+
+constexpr char const* example =
+    "Example:\n"
+    "  veldrane-polarize calibrate 'series/*.png' -o sensor.json --phase 2 --bit-depth 12 \\\n"
+    "      --angles series/cal_angles.csv\n"
+    "Without --angles the angle is the number behind `angle_` in the name, as in\n"
+    "cal_angle_045.0.png. `simulate --polarizer-series` makes such frames.";
+
+constexpr char const* angles_help =
+    "Table of the polariser's angles in degrees, counted as those of the mosaic: a line "
+    "`file,angle`, then a line for each frame. Further columns may be `intensity`, the light "
+    "relative to other frames, and `frame`, the number in a file of many";
+
+polarization::Estimation_options estimation_of(
+    Command_line const& line, Frame_preparation const& preparation) {
+    polarization::Estimation_options options;
+    options.bit_depth = preparation.bit_depth();
+    options.source_degree = line.source_degree;
+    options.sensor = line.sensor;
+    if (auto const region = line.samples.region()) {
+        options.region = {region->row, region->column, region->height, region->width};
+    }
+    if (preparation.subtracts_dark()) {
+        options.dark_levels = {0.0, 0.0, 0.0, 0.0};
+    }
+    return options;
+}
+
+polarization::Series_point measured(
+    Frame_place const& place, Polariser_setting const& setting, Frame_reader& reader,
+    Frame_preparation const& preparation, polarization::Estimation_options const& options) {
+    Fetched_frame fetched;
+    reader.fetch(place, fetched);
+    reader.decode(fetched);
+    preparation.apply(fetched.frame, place.name());
+    return polarization::measure(
+        {fetched.frame.view(), setting.angle, setting.intensity, place.name()}, options);
+}
+
+/// Every frame that cannot be used is named, and then there is no calibration: one that silently
+/// left out frames would not be what was asked for.
+std::vector<polarization::Series_point> measure_all(
+    Command_line const& line, std::vector<Frame_place> const& places,
+    Frame_preparation const& preparation, polarization::Estimation_options const& options) {
+    std::vector<Polariser_setting> const settings = line.angles.empty()
+                                                        ? settings_from_names(places)
+                                                        : settings_from_table(line.angles, places);
+    Frame_reader reader(line.input.raw_layout());
+    std::vector<polarization::Series_point> series;
+    std::vector<std::string> failures;
+    {
+        Progress progress(places.size(), !line.is_quiet);
+        for (std::size_t number = 0; number < places.size(); ++number) {
+            throw_if_interrupted();
+            try {
+                series.push_back(
+                    measured(places[number], settings[number], reader, preparation, options));
+                progress.add(series.back().height * series.back().width);
+            } catch (File_failure const& failure) {
+                failures.emplace_back(failure.what());
+            } catch (std::exception const& error) {
+                failures.push_back(places[number].name() + ": " + error.what());
+            }
+        }
+    }
+    for (std::string const& failure : failures) {
+        complain(failure);
+    }
+    if (!failures.empty()) {
+        throw File_failure(
+            line.output, "not written, since " + std::to_string(failures.size()) + " of " +
+                             std::to_string(places.size()) +
+                             " frames cannot be used; correct or leave them out");
+    }
+    return series;
+}
+
+void run_calibrate(Command_line& line) {
+    auto const raw = line.input.raw_layout();
+    polarization::Mosaic const mosaic = line.mosaic.required();
+    // The whole frame is kept, since the mosaic is that of the whole frame.
+    Sample_options uncut = line.samples;
+    uncut.region_text.clear();
+    Frame_preparation const preparation(uncut, raw);
+    polarization::Estimation_options const options = estimation_of(line, preparation);
+    if (line.plot.empty()) {
+        line.plot = line.output;
+        line.plot.replace_extension(".png");
+    }
+    if (line.output.has_parent_path()) {
+        make_folder(line.output.parent_path());
+    }
+    Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
+    files.add(line.output, std::string()); // found out now if it cannot be written
+    Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
+    if (!found.failures.empty()) {
+        for (std::string const& failure : found.failures) {
+            complain(failure);
+        }
+        throw File_failure(line.output, "not written, since some inputs hold no frame");
+    }
+    auto const series = measure_all(line, found.frames, preparation, options);
+    polarization::Calibration const calibration =
+        polarization::estimate_calibration(series, mosaic, options);
+    std::string const json = polarization::calibration_to_json(calibration);
+    files.append({reinterpret_cast<std::uint8_t const*>(json.data()), json.size()});
+    files.add(line.plot, encode_png(calibration_plot(calibration, series, line.source_degree)));
+    files.publish();
+    for (polarization::Quality_flag const flag : calibration.quality.flags) {
+        warn(std::string(explanation_of(flag)));
+    }
+    if (!line.is_quiet) {
+        say(calibration_table(calibration));
+        say("wrote " + line.output.string() + " " + line.plot.string());
+    }
+}
+
+} // namespace
+
+void add_calibrate_command(CLI::App& program, int& /*exit_code*/) {
+    auto const line = std::make_shared<Command_line>();
+    CLI::App& command = *program.add_subcommand(
+        "calibrate",
+        "Measures a sensor's analysers from frames of a uniform source behind a linear polariser "
+        "at known angles.");
+    add_input_options(command, line->input);
+    add_sample_options(command, line->samples);
+    add_mosaic_options(command, line->mosaic);
+    command.add_option("-o,--output", line->output, "The calibration")
+        ->required()
+        ->type_name("FILE.json");
+    command.add_option("--angles", line->angles, angles_help)->type_name("TABLE.csv");
+    command
+        .add_option(
+            "--plot", line->plot,
+            "Picture of measured and fitted means; without this option beside the calibration, "
+            "ending in .png")
+        ->type_name("FILE.png");
+    command.add_option("--sensor", line->sensor, "Name of the sensor, for the file")
+        ->type_name("NAME");
+    command
+        .add_option(
+            "--source-degree", line->source_degree,
+            "Degree of polarisation of the light behind the polariser, above 0 to 1")
+        ->check(CLI::Range(0.01, 1.0))
+        ->capture_default_str();
+    command.add_flag("--overwrite", line->overwrites, "Replace files that are there");
+    command.add_flag("-q,--quiet", line->is_quiet, "Say nothing but what went wrong");
+    command.footer(example);
+    command.callback([line] { run_calibrate(*line); });
+}
+
+} // namespace polarize_tool

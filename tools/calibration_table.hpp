@@ -1,0 +1,18 @@
+/// @file
+/// A calibration as text for a terminal.
+#ifndef VELDRANE_TOOLS_CALIBRATION_TABLE_HPP
+#define VELDRANE_TOOLS_CALIBRATION_TABLE_HPP
+
+#include "veldrane_mrv/polarization/calibration.hpp"
+
+#include <string>
+
+namespace polarize_tool {
+
+/// A line for each position of the mosaic's cell, then the quality of the fit. Ends without a line
+/// feed.
+std::string calibration_table(veldrane_mrv::polarization::Calibration const& calibration);
+
+} // namespace polarize_tool
+
+#endif

@@ -1,0 +1,178 @@
+#include "frame_finding.hpp"
+
+#include "failure.hpp"
+#include "tiff_reading.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstring>
+#include <fstream>
+#include <glob.h>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool sorts_before(fs::path const& a, fs::path const& b) {
+    return strverscmp(a.c_str(), b.c_str()) < 0;
+}
+
+bool has_ending_of_frames(fs::path const& file, bool raw) {
+    constexpr std::array<char const*, 4> images = {".png", ".pgm", ".tif", ".tiff"};
+    constexpr std::array<char const*, 3> recordings = {".raw", ".bin", ".dat"};
+    std::string ending = file.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char letter) {
+        return static_cast<char>(std::tolower(letter));
+    });
+    return raw ? std::find(recordings.begin(), recordings.end(), ending) != recordings.end()
+               : std::find(images.begin(), images.end(), ending) != images.end();
+}
+
+std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
+    std::vector<fs::path> files;
+    std::error_code error;
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        fs::path const file = entry->path();
+        std::error_code ignored;
+        if (file.filename().string().front() != '.' && fs::is_regular_file(file, ignored) &&
+            has_ending_of_frames(file, raw)) {
+            files.push_back(file);
+        }
+    }
+    if (error) {
+        throw File_failure(folder, "cannot be read: " + error.message());
+    }
+    if (files.empty()) {
+        throw File_failure(
+            folder,
+            raw ? "holds no recording (.raw, .bin, .dat); name the files"
+                : "holds no PNG, TIFF or PGM file; name the files, or describe raw ones with "
+                  "--pixel-format");
+    }
+    std::sort(files.begin(), files.end(), sorts_before);
+    return files;
+}
+
+std::vector<fs::path> files_matching(std::string const& pattern) {
+    glob_t found = {};
+    std::vector<fs::path> files;
+    if (glob(pattern.c_str(), 0, nullptr, &found) == 0) {
+        files.assign(found.gl_pathv, found.gl_pathv + found.gl_pathc);
+    }
+    globfree(&found);
+    std::erase_if(files, [](fs::path const& file) {
+        std::error_code ignored;
+        return fs::is_directory(file, ignored);
+    });
+    if (files.empty()) {
+        throw File_failure(pattern, "matches no file; check the folder and the pattern");
+    }
+    std::sort(files.begin(), files.end(), sorts_before);
+    return files;
+}
+
+std::vector<fs::path> files_of(std::string const& input, bool raw) {
+    std::error_code error;
+    if (fs::is_directory(input, error)) {
+        return files_in(input, raw);
+    }
+    bool const is_pattern = input.find_first_of("*?[") != std::string::npos;
+    if (is_pattern && !fs::exists(input, error)) {
+        return files_matching(input);
+    }
+    return {input};
+}
+
+bool is_tiff(fs::path const& file) {
+    std::array<char, 4> start = {};
+    std::ifstream stream(file, std::ios::binary);
+    stream.read(start.data(), start.size());
+    return begins_like_tiff({start.data(), static_cast<std::size_t>(stream.gcount())});
+}
+
+void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
+    for (std::size_t index = 0; index < count; ++index) {
+        found.frames.push_back({file, index, count});
+    }
+}
+
+void look_into(Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& raw) {
+    std::error_code error;
+    if (!fs::is_regular_file(file, error)) {
+        add_frames(found, file, 1); // reading it says what is wrong
+        return;
+    }
+    if (raw) {
+        std::uint64_t const size = fs::file_size(file, error);
+        std::size_t const count = error ? 1 : raw->frames_in(size);
+        if (count == 0) {
+            throw File_failure(file, raw->size_problem(size));
+        }
+        add_frames(found, file, count);
+        return;
+    }
+    if (!is_tiff(file)) {
+        add_frames(found, file, 1);
+        return;
+    }
+    Tiff_file::Pages const pages = Tiff_file(file).pages();
+    add_frames(found, file, std::max<std::size_t>(pages.count, 1));
+    if (!pages.is_complete && pages.count > 0) {
+        throw File_failure(
+            file, "damaged or cut short behind picture " + std::to_string(pages.count) +
+                      "; copy or record it again");
+    }
+}
+
+std::vector<Frame_place> selected(
+    std::vector<Frame_place> const& frames, Frame_selection const& selection) {
+    std::vector<Frame_place> chosen;
+    std::size_t const stop = std::min(selection.stop.value_or(frames.size()), frames.size());
+    for (std::size_t number = selection.start; number < stop; number += selection.step) {
+        chosen.push_back(frames[number]);
+    }
+    return chosen;
+}
+
+} // namespace
+
+std::string Frame_place::name() const {
+    return is_part() ? file.string() + ", frame " + std::to_string(index) : file.string();
+}
+
+std::string Frame_place::stem() const {
+    std::string const start = file.stem().string();
+    if (!is_part()) {
+        return start;
+    }
+    constexpr std::size_t least_digits = 6;
+    std::string const number = std::to_string(index);
+    return start + "_" + std::string(least_digits - std::min(least_digits, number.size()), '0') +
+           number;
+}
+
+Found_frames find_frames(
+    std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
+    Frame_selection const& selection) {
+    Found_frames found;
+    for (std::string const& input : inputs) {
+        try {
+            for (fs::path const& file : files_of(input, raw.has_value())) {
+                try {
+                    look_into(found, file, raw);
+                } catch (File_failure const& failure) {
+                    found.failures.emplace_back(failure.what());
+                }
+            }
+        } catch (File_failure const& failure) {
+            found.failures.emplace_back(failure.what());
+        }
+    }
+    found.frames = selected(found.frames, selection);
+    return found;
+}
+
+} // namespace polarize_tool

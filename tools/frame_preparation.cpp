@@ -1,0 +1,112 @@
+#include "frame_preparation.hpp"
+
+#include "failure.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
+
+#include <algorithm>
+
+namespace polarize_tool {
+namespace {
+
+void shift_down(Frame& frame, int bits) {
+    for (std::uint16_t& sample : frame.samples) {
+        sample = static_cast<std::uint16_t>(sample >> bits);
+    }
+}
+
+std::string size_of(std::size_t width, std::size_t height) {
+    return std::to_string(width) + " x " + std::to_string(height);
+}
+
+// In place: every row moves towards the start.
+void cut(Frame& frame, Region const& region, std::string const& name) {
+    bool const fits = region.column < frame.width && region.width <= frame.width - region.column &&
+                      region.row < frame.height && region.height <= frame.height - region.row;
+    if (!fits) {
+        throw File_failure(
+            name, "has " + size_of(frame.width, frame.height) + " pixels; the region of " +
+                      size_of(region.width, region.height) + " at column " +
+                      std::to_string(region.column) + ", row " + std::to_string(region.row) +
+                      " does not fit in; give a smaller --region");
+    }
+    for (std::size_t row = 0; row < region.height; ++row) {
+        std::uint16_t const* const from =
+            frame.samples.data() + (region.row + row) * frame.width + region.column;
+        std::copy(from, from + region.width, frame.samples.data() + row * region.width);
+    }
+    frame.width = region.width;
+    frame.height = region.height;
+    frame.samples.resize(region.width * region.height);
+}
+
+} // namespace
+
+Frame_preparation::Frame_preparation(
+    Sample_options const& options, std::optional<Raw_layout> const& raw)
+    : bit_depth_(options.depth(raw)), shift_(options.shift), region_(options.region()) {
+    if (bit_depth_ < 1) {
+        throw Usage_error("--shift " + std::to_string(shift_) + " leaves nothing of the samples");
+    }
+    if (!options.dark_frames.empty()) {
+        read_dark(options, raw);
+    }
+}
+
+void Frame_preparation::read_dark(
+    Sample_options const& options, std::optional<Raw_layout> const& raw) {
+    Found_frames const found = find_frames(options.dark_frames, raw);
+    if (!found.failures.empty()) {
+        throw std::runtime_error("dark frame " + found.failures.front());
+    }
+    Frame_reader reader(raw);
+    Fetched_frame fetched;
+    polarization::Dark_frame_average average;
+    for (Frame_place const& place : found.frames) {
+        reader.fetch(place, fetched);
+        reader.decode(fetched);
+        shift_down(fetched.frame, shift_);
+        try {
+            average.add(fetched.frame.view());
+        } catch (polarization::Argument_error const& error) {
+            throw File_failure(place.name(), std::string("as a dark frame: ") + error.what());
+        }
+    }
+    dark_ = average.result();
+}
+
+void Frame_preparation::apply(Frame& frame, std::string const& name) const {
+    if (shift_ > 0) {
+        shift_down(frame, shift_);
+    }
+    if (dark_) {
+        if (dark_->width() != frame.width || dark_->height() != frame.height) {
+            throw File_failure(
+                name, "has " + size_of(frame.width, frame.height) + " pixels, the dark frame " +
+                          size_of(dark_->width(), dark_->height()) +
+                          "; take dark frames with the same settings");
+        }
+        polarization::subtract(frame.view(), *dark_, frame.samples);
+    }
+    if (region_) {
+        cut(frame, *region_, name);
+    }
+}
+
+std::string Frame_preparation::depth_warning(Frame const& frame, std::string const& name) const {
+    unsigned const limit = (1U << bit_depth_) - 1U;
+    // The bits of all samples together are quick to find and tell whether to look closer.
+    unsigned bits = 0;
+    for (std::uint16_t const sample : frame.samples) {
+        bits |= sample;
+    }
+    if (bits <= limit) {
+        return {};
+    }
+    unsigned const largest = *std::max_element(frame.samples.begin(), frame.samples.end());
+    return name + ": has samples up to " + std::to_string(largest) + ", above the full scale " +
+           std::to_string(limit) + " of bit depth " + std::to_string(bit_depth_) +
+           "; the total intensity may clip; give a larger --bit-depth, or --shift for samples at "
+           "the upper end of 16 bits";
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,47 @@
+/// @file
+/// From samples as stored to samples as the transform takes them.
+#ifndef VELDRANE_TOOLS_FRAME_PREPARATION_HPP
+#define VELDRANE_TOOLS_FRAME_PREPARATION_HPP
+
+#include "frame_reading.hpp"
+#include "input_options.hpp"
+#include "veldrane_mrv/polarization/dark_frame.hpp"
+
+#include <optional>
+#include <string>
+
+namespace polarize_tool {
+
+/// Moves samples down, subtracts the dark frame, and cuts out the region, in this order. Constant
+/// after construction, so that any number of threads may use it.
+class Frame_preparation {
+public:
+    /// Reads the dark frames, of the same kind as the frames.
+    /// @throws File_failure, Usage_error
+    Frame_preparation(Sample_options const& options, std::optional<Raw_layout> const& raw);
+
+    int bit_depth() const { return bit_depth_; }
+    int shift() const { return shift_; }
+    std::optional<Region> const& region() const { return region_; }
+    bool subtracts_dark() const { return dark_.has_value(); }
+    /// Of the whole frame, at the four positions of a cell.
+    std::optional<polarization::Dark_frame> const& dark() const { return dark_; }
+
+    /// @throws File_failure if frame, dark frame and region do not fit together
+    void apply(Frame& frame, std::string const& name) const;
+
+    /// A warning if samples are above the bit depth, else empty.
+    std::string depth_warning(Frame const& frame, std::string const& name) const;
+
+private:
+    void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
+
+    int bit_depth_;
+    int shift_;
+    std::optional<Region> region_;
+    std::optional<polarization::Dark_frame> dark_;
+};
+
+} // namespace polarize_tool
+
+#endif

@@ -1,0 +1,67 @@
+#include "messages.hpp"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <mutex>
+#include <unistd.h>
+
+namespace polarize_tool {
+namespace {
+
+// A descriptor of its own: see Silenced_standard_error, which redirects number 2.
+int error_descriptor() {
+    static int const copy = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    return copy >= 0 ? copy : STDERR_FILENO;
+}
+
+// Made before any thread can have redirected standard error.
+[[maybe_unused]] int const opened_at_start = error_descriptor();
+
+std::mutex output_mutex;
+std::string status; // what the terminal's last line shows, guarded by output_mutex
+
+constexpr char const* start_of_line_and_erase = "\r\x1b[K";
+
+void write_error(std::string const& text) {
+    if (write(error_descriptor(), text.data(), text.size()) < 0) {
+        return; // nobody is left to be told
+    }
+}
+
+void print_error_line(std::string const& line) {
+    std::lock_guard const lock(output_mutex);
+    std::string const erase = status.empty() ? "" : start_of_line_and_erase;
+    write_error(erase + "veldrane-polarize: " + line + "\n" + status);
+}
+
+} // namespace
+
+void complain(std::string const& line) {
+    print_error_line(line);
+}
+
+void warn(std::string const& line) {
+    print_error_line("warning: " + line);
+}
+
+void say(std::string const& line) {
+    std::lock_guard const lock(output_mutex);
+    if (!status.empty()) {
+        write_error(start_of_line_and_erase);
+    }
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+    write_error(status);
+}
+
+bool error_output_is_terminal() {
+    return isatty(error_descriptor()) != 0;
+}
+
+void show_status(std::string const& line) {
+    std::lock_guard const lock(output_mutex);
+    write_error(start_of_line_and_erase + line);
+    status = line;
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,27 @@
+/// @file
+/// What the program says: results on standard output, everything else on standard error.
+#ifndef VELDRANE_TOOLS_MESSAGES_HPP
+#define VELDRANE_TOOLS_MESSAGES_HPP
+
+#include <string>
+
+namespace polarize_tool {
+
+/// One line on standard error, behind the program's name. From any thread; libraries that are being
+/// silenced do not keep it back.
+void complain(std::string const& line);
+void warn(std::string const& line);
+
+/// One line on standard output.
+void say(std::string const& line);
+
+/// True if somebody watches standard error.
+bool error_output_is_terminal();
+
+/// Shows a line that the next one replaces, below all lines said so far. Empty removes it. Only for
+/// a terminal.
+void show_status(std::string const& line);
+
+} // namespace polarize_tool
+
+#endif

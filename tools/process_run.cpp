@@ -1,0 +1,210 @@
+#include "process_run.hpp"
+
+#include "commands.hpp"
+#include "failure.hpp"
+#include "interruption.hpp"
+#include "messages.hpp"
+#include "progress.hpp"
+#include "veldrane_mrv/polarization/pipeline.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+#include <unordered_set>
+#include <utility>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string canonical_name(fs::path const& file) {
+    std::error_code error;
+    fs::path const found = fs::weakly_canonical(file, error);
+    return error ? file.string() : found.string();
+}
+
+std::string times_of(Frame const& frame, std::vector<double> times) {
+    std::sort(times.begin(), times.end());
+    double const best = times.front();
+    double const median = (times[(times.size() - 1) / 2] + times[times.size() / 2]) / 2.0;
+    double const rate = static_cast<double>(frame.samples.size()) / median / 1000.0;
+    char text[160];
+    if (times.size() == 1) {
+        std::snprintf(text, sizeof text, "transform %.3f ms, %.0f Mpixel/s", median, rate);
+    } else {
+        std::snprintf(
+            text, sizeof text, "transform best %.3f ms, median %.3f ms of %zu, %.0f Mpixel/s", best,
+            median, times.size(), rate);
+    }
+    return text;
+}
+
+} // namespace
+
+Process_run::Process_run(
+    Process_options const& options, Frame_preparation const& preparation, Results const& results)
+    : options_(options), preparation_(preparation), results_(results),
+      reader_(options.input.raw_layout()) {}
+
+// Every failure of a frame becomes one line that names it.
+template <class Action>
+void Process_run::naming(Frame_place const& place, Action action) {
+    try {
+        action();
+    } catch (Output_exhausted const&) {
+        is_exhausted_ = true;
+        throw;
+    } catch (File_failure const&) {
+        throw;
+    } catch (std::bad_alloc const&) {
+        throw File_failure(
+            place.name(),
+            "too large for the memory of this machine; give --region or fewer --jobs");
+    } catch (std::exception const& error) {
+        throw File_failure(place.name(), error.what());
+    }
+}
+
+std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> const& frames) {
+    std::unordered_set<std::string> inputs;
+    for (Frame_place const& frame : frames) {
+        if (frame.index == 0 || !frame.is_part()) {
+            inputs.insert(canonical_name(frame.file));
+        }
+    }
+    std::unordered_set<std::string> stems;
+    std::vector<Frame_place> free;
+    for (Frame_place const& frame : frames) {
+        std::vector<fs::path> const files = results_.files_of(frame);
+        auto const overwritten =
+            std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
+                return inputs.contains(canonical_name(file));
+            });
+        if (overwritten != files.end()) {
+            failures_.push_back(
+                frame.name() + ": its result would overwrite the input " + overwritten->string() +
+                "; choose another folder");
+        } else if (!stems.insert(frame.stem()).second) {
+            failures_.push_back(
+                frame.name() + ": given twice, or another input has the same name but for its "
+                               "folder or ending; process it in a call of its own with another "
+                               "folder");
+        } else {
+            free.push_back(frame);
+        }
+    }
+    return free;
+}
+
+void Process_run::fetch(Frame_place const& place, Slot& slot) {
+    naming(place, [&] {
+        for (fs::path const& file : results_.files_of(place)) {
+            refuse_existing(file, results_.existing);
+        }
+        reader_.fetch(place, slot.fetched);
+    });
+}
+
+void Process_run::work(Slot& slot) {
+    Frame_place const& place = slot.fetched.place;
+    naming(place, [&] {
+        Frame& frame = slot.fetched.frame;
+        reader_.decode(slot.fetched);
+        preparation_.apply(frame, place.name());
+        std::string const warning = preparation_.depth_warning(frame, place.name());
+        if (!warning.empty() && (!place.is_part() || !has_warned_.exchange(true))) {
+            warn(warning);
+        }
+        slot.processor.run(frame);
+        slot.staged = results_.stage(place, slot.processor);
+    });
+}
+
+void Process_run::publish(Slot& slot) {
+    naming(slot.fetched.place, [&] { slot.staged.publish(); });
+    pixels_ += slot.fetched.frame.samples.size();
+    if (!options_.is_quiet && !slot.fetched.place.is_part()) {
+        say(line_of(slot));
+    }
+}
+
+std::string Process_run::line_of(Slot const& slot) const {
+    Frame const& frame = slot.fetched.frame;
+    std::string line = slot.fetched.place.name() + ": " + std::to_string(frame.width) + " x " +
+                       std::to_string(frame.height) + ", " +
+                       times_of(frame, slot.processor.milliseconds()) + ", wrote";
+    for (fs::path const& file : results_.files_of(slot.fetched.place)) {
+        if (file.extension() != ".json") {
+            line.append(" ").append(file.string());
+        }
+    }
+    return line;
+}
+
+std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
+    Progress progress(frames.size(), !options_.is_quiet);
+    polarization::Pipeline_options pipeline;
+    pipeline.threads = options_.jobs;
+    pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
+    auto outcome = polarization::run_pipeline(
+        pipeline,
+        [this] {
+            return Slot{{}, Frame_processor(results_.processing), Staged_files()};
+        },
+        [&](std::size_t index, Slot& slot) {
+            if (index < frames.size()) {
+                fetch(frames[index], slot);
+            }
+            return index < frames.size();
+        },
+        [&](std::size_t, Slot& slot) { work(slot); },
+        [&](std::size_t, Slot& slot) {
+            publish(slot);
+            progress.add(slot.fetched.frame.samples.size());
+        });
+    seconds_ = progress.seconds();
+    std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
+        return a.index < b.index;
+    });
+    for (auto const& failure : outcome.failed) {
+        failures_.push_back(failure.message);
+    }
+    return outcome.done.size();
+}
+
+void Process_run::report(std::size_t done, std::size_t total) const {
+    if (!options_.is_quiet && total > 1) {
+        char text[160];
+        std::snprintf(
+            text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done,
+            total, seconds_, static_cast<double>(done) / seconds_,
+            static_cast<double>(pixels_) / seconds_ / 1e6);
+        say(std::string(text).append(", results in ").append(results_.folder.string()));
+    }
+    for (std::string const& failure : failures_) {
+        complain(failure);
+    }
+    if (is_exhausted_) {
+        complain(
+            "stopped, since further results would fail likewise; " + std::to_string(done) + " of " +
+            std::to_string(total) + " frames are done");
+    }
+}
+
+int Process_run::operator()() {
+    Found_frames found =
+        find_frames(options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
+    failures_ = std::move(found.failures);
+    if (found.frames.empty() && failures_.empty()) {
+        throw std::runtime_error("--start, --stop and --step leave no frame; choose others");
+    }
+    std::vector<Frame_place> const frames = without_clashes(found.frames);
+    std::size_t const done = run(frames);
+    report(done, frames.size());
+    throw_if_interrupted();
+    return failures_.empty() ? all_done : an_input_failed;
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,66 @@
+/// @file
+/// Many frames through the processor to files, on several threads.
+#ifndef VELDRANE_TOOLS_PROCESS_RUN_HPP
+#define VELDRANE_TOOLS_PROCESS_RUN_HPP
+
+#include "frame_finding.hpp"
+#include "frame_preparation.hpp"
+#include "results.hpp"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace polarize_tool {
+
+struct Process_options {
+    Input_options input;
+    unsigned jobs = 0; // one a core
+    bool is_quiet = false;
+};
+
+/// One run of `process`.
+class Process_run {
+public:
+    /// References to objects that outlive the run.
+    Process_run(
+        Process_options const& options, Frame_preparation const& preparation,
+        Results const& results);
+
+    /// Does all frames that can be done and says what could not.
+    /// @return the program's exit code
+    int operator()();
+
+private:
+    struct Slot {
+        Fetched_frame fetched;
+        Frame_processor processor;
+        Staged_files staged;
+    };
+    /// Which frames can go ahead: those whose results fall on no input and on no other result.
+    std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
+    /// @return how many frames were done
+    std::size_t run(std::vector<Frame_place> const& frames);
+    void fetch(Frame_place const& place, Slot& slot);
+    void work(Slot& slot);
+    void publish(Slot& slot);
+    std::string line_of(Slot const& slot) const;
+    void report(std::size_t done, std::size_t total) const;
+    template <class Action>
+    void naming(Frame_place const& place, Action action);
+
+    Process_options const& options_;
+    Frame_preparation const& preparation_;
+    Results const& results_;
+    Frame_reader reader_;
+    std::vector<std::string> failures_;
+    std::atomic<bool> is_exhausted_ = false;
+    std::atomic<bool> has_warned_ = false;
+    std::uint64_t pixels_ = 0;
+    double seconds_ = 0.0;
+};
+
+} // namespace polarize_tool
+
+#endif

@@ -1,0 +1,45 @@
+/// @file
+/// How far a run over many frames has come, for somebody who watches.
+#ifndef VELDRANE_TOOLS_PROGRESS_HPP
+#define VELDRANE_TOOLS_PROGRESS_HPP
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace polarize_tool {
+
+/// "[#####.....]  5/10 frames, 432 Mpixel/s, 12 s left" for `seconds` since the start.
+std::string progress_line(
+    std::size_t done, std::size_t total, std::uint64_t pixels, double seconds);
+
+/// A bar on standard error if it is a terminal and `wanted`. For one thread.
+class Progress {
+public:
+    Progress(std::size_t total, bool wanted);
+    /// Takes the bar away.
+    ~Progress();
+    Progress(Progress const&) = delete;
+    Progress& operator=(Progress const&) = delete;
+
+    void add(std::uint64_t pixels);
+
+    std::size_t frames() const { return frames_; }
+    std::uint64_t pixels() const { return pixels_; }
+    double seconds() const;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    bool is_shown_;
+    std::size_t total_;
+    std::size_t frames_ = 0;
+    std::uint64_t pixels_ = 0;
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point last_shown_ = start_;
+};
+
+} // namespace polarize_tool
+
+#endif

@@ -1,0 +1,33 @@
+/// @file
+/// A JSON file beside each plane that says what its numbers mean.
+#ifndef VELDRANE_TOOLS_SIDECAR_HPP
+#define VELDRANE_TOOLS_SIDECAR_HPP
+
+#include "frame_finding.hpp"
+#include "input_options.hpp"
+#include "processing.hpp"
+#include "veldrane_mrv/polarization/calibration.hpp"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace polarize_tool {
+
+/// Where the numbers come from, as far as all frames of a run share it.
+struct Origin {
+    int shift = 0;
+    bool dark_subtracted = false;
+    std::optional<Region> region;
+    std::filesystem::path calibration_file;
+    std::optional<polarization::Calibration> calibration;
+};
+
+/// The text of the sidecar of `plane` in `file`.
+std::string sidecar(
+    polarization::Plane plane, std::filesystem::path const& file, Array_view const& array,
+    Frame_place const& place, Processing const& processing, Origin const& origin);
+
+} // namespace polarize_tool
+
+#endif
