@@ -62,6 +62,7 @@ class Suite:
         options = [
             "CMAKE_BUILD_TYPE=Release",
             "VELDRANE_BUILD_TESTS=ON",
+            "VELDRANE_BUILD_CLIENT=OFF",
             "VELDRANE_BUILD_TOOLS=OFF",
         ]
         done = subprocess.run(
