@@ -5,6 +5,8 @@
 #include "quartet/single_quartet.hpp"
 #include "variants/output_set.hpp"
 
+#include <array>
+
 template <
     typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
     typename Want_s2, typename Want_azimuth, typename Want_dolp, typename Height_is_even,

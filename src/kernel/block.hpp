@@ -3,6 +3,8 @@
 #include "kernel/load.hpp"
 #include "kernel/maths.hpp"
 #include "kernel/pack.hpp"
+#include "quartet/arranged_row.hpp"
+#include "quartet/constants.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -47,12 +49,13 @@ struct Planes {
 };
 
 /// Ordinary stores fetch each line first. Hardware asks for it ahead within a page; this far ahead
-/// a prefetch hides the wait at the next page too. Its address may lie behind the plane, where it
-/// has no effect.
+/// a prefetch hides the wait at the next page too. Its address may lie behind the plane: a number
+/// then, no pointer, and the processor passes over what it may not read.
 inline constexpr std::size_t prefetched_bytes = 256;
 
 [[gnu::always_inline]] inline void store_row(std::uint16_t* target, __m256i pixels) {
-    _mm_prefetch(reinterpret_cast<char const*>(target) + prefetched_bytes, _MM_HINT_T0);
+    auto const ahead = reinterpret_cast<std::uintptr_t>(target) + prefetched_bytes;
+    _mm_prefetch(reinterpret_cast<char const*>(ahead), _MM_HINT_T0);
     store_16_pixels(target, pixels);
 }
 

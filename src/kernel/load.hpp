@@ -45,6 +45,9 @@ template <typename Indices, unsigned index, Pixels pixels>
 /// has two different samples for them, which only phase 0 does, the halves are joined.
 template <typename Indices, unsigned index_low, unsigned index_high, Pixels pixels>
 [[gnu::always_inline]] inline __m256i operand(Arranged_rows const& samples) {
+    static_assert(
+        Indices::is_of_low_half(index_low) && !Indices::is_of_low_half(index_high),
+        "a place of a half names a vector of that half");
     __m256i const low = sample<Indices, index_low, pixels>(samples);
     if constexpr (
         Indices::source_row(index_low) == Indices::source_row(index_high) &&

@@ -74,7 +74,8 @@ template <typename Indices, auto index, unsigned row>
 /// The pixels of a plane of S1 or S2 in sample units, in column order. A sample that is subtracted
 /// from one stays an integer, so the clamps and the conversion come down to two saturations: the
 /// difference ends at 0, and no integer lies between the limit and what the limit is stored as,
-/// whichever way the conversion rounds.
+/// whichever way the conversion rounds. A limit that is negative or none stores 0 either way, one
+/// above 65535 is the pack's saturation.
 [[gnu::always_inline]] inline __m256i positive_part(
     Difference_operands<Pixels::all> operands, Constants const& broadcast) {
     return _mm256_min_epu16(
@@ -105,10 +106,13 @@ template <typename Indices, auto index, unsigned row>
 /// Evaluated as FMA(z, P(z), base) + side with z = t or -u, the one of base and side that is not
 /// wanted being +0. Why these are the same bits in every rounding mode:
 ///   - z and -z have one P; a product's rounding does not see which factor carries the sign;
-///   - + 0 changes no sum but -0, and only the sign of a zero angle, which + 90 degrees absorbs;
+///   - adding +0 changes nothing but the sign of a zero, and the sign of an angle of zero is gone
+///     when 90 degrees are added to it;
 ///   - where x = 0, t is infinite and u a zero, so the FMA is a zero and the sum `side`;
 ///   - at x = y = 0, and nowhere else, t = 0 * infinity makes the angle a NaN, and a NaN does not
-///     equal itself.
+///     equal itself;
+///   - a quotient that is neither zero nor infinite lies between 1 / 65536 and 65536 in magnitude:
+///     no operation here meets a subnormal number, whatever the modes for these are.
 /// `side` must not enter the FMA: it would be rounded together with the product.
 [[gnu::always_inline]] inline __m256 doubled_angle(__m256 x, __m256 y) {
     __m256 const sign_bit = _mm256_set1_ps(-0.0F);

@@ -2,7 +2,6 @@
 
 #include "kernel/maths.hpp"
 
-#include <cstdint>
 #include <immintrin.h>
 
 namespace block {

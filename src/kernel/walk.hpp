@@ -6,8 +6,8 @@
 #include "quartet/image_buffer_overlays.hpp"
 #include "quartet/quartets_of_row.hpp"
 
+#include <array>
 #include <cstddef>
-#include <type_traits>
 
 namespace kernel {
 
@@ -77,7 +77,9 @@ requires requests_a_plane<
             Want_dolp, false>(row, begin, end, even, odd, arguments, overlays);
     };
 
-    // One block less than whole ones in the row: the tail has at least 16 columns.
+    // One block less than whole ones in the row: the tail has at least 16 columns. Which pixels are
+    // a block's and which are a quartet's decides their bits, so the split is a part of the
+    // results' definition.
     std::size_t const block_count = (arguments.width >> 4) - 1;
     block::Constants const constants = block::broadcast_constants<Set>(arguments);
     std::size_t float_index = 0;

@@ -8,6 +8,7 @@
 #include "quartet/stokes.hpp"
 #include "variants/output_set.hpp"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <immintrin.h>
@@ -62,7 +63,7 @@ struct Group_samples {
     }
     if ((count & 4) != 0) {
         end -= 4;
-        _mm_storeh_pd(reinterpret_cast<double*>(end), _mm_castsi128_pd(rest));
+        _mm_storeu_si64(end, _mm_unpackhi_epi64(rest, rest));
         rest = _mm_slli_si128(rest, 8);
     }
     if ((count & 2) != 0) {

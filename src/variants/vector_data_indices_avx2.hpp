@@ -5,9 +5,9 @@
 /// Which sample vector of a block goes into which place of the Stokes sums and differences, for one
 /// orientation of the mosaic. A type without objects: kernels are instantiated against it.
 ///
-/// A block has twelve vectors of eight lanes. Lane p belongs to output pixel p of the half; its 2x2
-/// neighbourhood has one even and one odd column, and r0, r1, r2 are the row pair's two rows and
-/// the row below:
+/// The indices name samples of a block by source row, column parity and the half of the block whose
+/// pixels use them. Each pixel's 2x2 neighbourhood has one even and one odd column, and r0, r1, r2
+/// are the row pair's two rows and the row below:
 ///
 ///             low half      high half
 ///            even   odd    even   odd
@@ -35,6 +35,10 @@ struct Vector_data_indices_avx2 {
     static constexpr unsigned source_row(unsigned index) { return index >= 8 ? 2 : index & 1; }
     static constexpr bool is_even(unsigned index) {
         return index >= 8 ? index % 2 == 0 : index % 4 == 1 || index % 4 == 2;
+    }
+
+    static constexpr bool is_of_low_half(unsigned index) {
+        return index < 4 || index == 8 || index == 9;
     }
 
     static constexpr unsigned s0_operand(std::size_t output_vector, std::size_t operand) {
