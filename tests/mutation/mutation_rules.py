@@ -229,7 +229,7 @@ def neighbouring_float(code):
             yield match.start(), match.end(), neighbour.hex() + "F"
 
 
-COMMUTATIVE = r"_mm(256)?_(add|mul|and|or|cmpeq)_"
+COMMUTATIVE = r"_mm(256)?_(add|mul|and|or|cmpeq)_|Lanes::(add|multiply|both|either|equal)$"
 EXCHANGEABLE = r"[A-Za-z_][\w:]*"
 NOT_A_CALL = (
     "if|for|while|switch|constexpr|catch|requires|decltype|sizeof|_MM_SHUFFLE|__attribute__"
