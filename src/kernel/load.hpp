@@ -28,15 +28,18 @@ enum class Pixels { even, odd, all };
 template <typename Indices, unsigned index, Pixels pixels>
 [[gnu::always_inline]] inline __m256i sample(Arranged_rows const& samples) {
     Arranged_row const& row = samples.row[Indices::source_row(index)];
-    if constexpr (pixels == Pixels::all) {
-        // Of an even pixel the even column is its own, of an odd pixel the next one.
-        return Indices::is_even(index)
-                   ? _mm256_blend_epi16(row.columns, row.next_columns, 0b10101010)
-                   : _mm256_blend_epi16(row.next_columns, row.columns, 0b10101010);
-    } else if constexpr (!Indices::is_even(index)) {
-        return row.odd;
+    constexpr bool is_even = Indices::is_even(index);
+    // Of an even pixel the even column is its own, of an odd pixel the next one.
+    if constexpr (is_even && pixels == Pixels::all) {
+        return _mm256_blend_epi16(row.columns, row.next_columns, 0b10101010);
+    } else if constexpr (pixels == Pixels::all) {
+        return _mm256_blend_epi16(row.next_columns, row.columns, 0b10101010);
+    } else if constexpr (is_even && pixels == Pixels::even) {
+        return row.even;
+    } else if constexpr (is_even) {
+        return row.next_even;
     } else {
-        return pixels == Pixels::even ? row.even : row.next_even;
+        return row.odd;
     }
 }
 
@@ -45,13 +48,10 @@ template <typename Indices, unsigned index, Pixels pixels>
 /// has two different samples for them, which only phase 0 does, the halves are joined.
 template <typename Indices, unsigned index_low, unsigned index_high, Pixels pixels>
 [[gnu::always_inline]] inline __m256i operand(Arranged_rows const& samples) {
-    static_assert(
-        Indices::is_of_low_half(index_low) && !Indices::is_of_low_half(index_high),
-        "a place of a half names a vector of that half");
+    static_assert(Indices::is_of_low_half(index_low), "a low place names a vector of the low half");
+    static_assert(!Indices::is_of_low_half(index_high), "a high place names one of the high half");
     __m256i const low = sample<Indices, index_low, pixels>(samples);
-    if constexpr (
-        Indices::source_row(index_low) == Indices::source_row(index_high) &&
-        Indices::is_even(index_low) == Indices::is_even(index_high)) {
+    if constexpr (Indices::are_alike(index_low, index_high)) {
         return low;
     } else {
         __m256i const high = sample<Indices, index_high, pixels>(samples);

@@ -145,12 +145,13 @@ void generate_quartets_of_row(
         }
         return;
     }
+    std::size_t const vertical_row = last_row ? row - 1 : row + 1;
     while (begin != end) {
         std::size_t const left = end - begin;
         std::size_t const count = left < quartet::group_columns ? left : quartet::group_columns;
         begin += count;
         quartet::generate_group<Set>(
-            row, last_row ? row - 1 : row + 1, begin - quartet::group_columns, count, even.data(),
-            odd.data(), arguments, overlays);
+            row, vertical_row, begin - quartet::group_columns, count, even.data(), odd.data(),
+            arguments, overlays);
     }
 }

@@ -30,15 +30,19 @@ struct Vector_data_indices_avx2 {
 
     static constexpr unsigned list[sizeof...(Index)] = {Index...};
 
-    /// The source row of a sample vector, counted from the pair's first row, and which of a
-    /// neighbourhood's two columns it holds.
-    static constexpr unsigned source_row(unsigned index) { return index >= 8 ? 2 : index & 1; }
-    static constexpr bool is_even(unsigned index) {
+    /// The source row of a sample vector, counted from the pair's first row, which of a
+    /// neighbourhood's two columns it holds, and for which half of the block.
+    static consteval unsigned source_row(unsigned index) { return index >= 8 ? 2 : index & 1; }
+    static consteval bool is_even(unsigned index) {
         return index >= 8 ? index % 2 == 0 : index % 4 == 1 || index % 4 == 2;
     }
-
-    static constexpr bool is_of_low_half(unsigned index) {
+    static consteval bool is_of_low_half(unsigned index) {
         return index < 4 || index == 8 || index == 9;
+    }
+
+    /// Whether two vectors differ in nothing but the half.
+    static consteval bool are_alike(unsigned index, unsigned other) {
+        return source_row(index) == source_row(other) && is_even(index) == is_even(other);
     }
 
     static constexpr unsigned s0_operand(std::size_t output_vector, std::size_t operand) {
