@@ -1,6 +1,6 @@
-# Where Debian expects things. Two components: `runtime` (library, program) and `development` (headers,
-# the layer for applications as an archive, CMake package, pkg-config files). The library's file name carries no version: programs load it by
-# exactly this name.
+# Where Debian expects things. Two components: `runtime` (library, program) and `development`
+# (headers, the layer for applications as an archive, CMake package, pkg-config files). The
+# library's file name carries no version: programs load it by exactly this name.
 if(NOT DEFINED CMAKE_INSTALL_LIBDIR
    AND EXISTS /etc/debian_version
    AND CMAKE_LIBRARY_ARCHITECTURE)

@@ -28,12 +28,14 @@ file(WRITE ${PROJECT_BINARY_DIR}/packages/triggers "activate-noawait ldconfig\n"
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libveldrane-mrv-polarization-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
-    "Headers, CMake package and pkg-config files of the shared library, and the layer for applications as
-an archive.")
+    "Headers, CMake package and pkg-config files of the shared library, and the layer for
+applications as an archive.")
+set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libveldrane-mrv-polarization (= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}), libtbb-dev")
+    "libveldrane-mrv-polarization (= ${package_version}), libtbb-dev")
 
-# What Debian wants beside the files of any package: copyright and changelog, in these packages only.
+# What Debian wants beside the files of any package: copyright and changelog, in these packages
+# only.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 foreach(component RUNTIME DEVELOPMENT)
   string(TOLOWER ${component} component_name)

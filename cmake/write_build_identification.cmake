@@ -1,4 +1,5 @@
-# Run at build time: cmake -D STATE=... -D TEMPLATE=... -D OUTPUT=... -D VERSION=... -D SOURCE=... -P
+# Run at build time:
+#   cmake -D STATE=... -D TEMPLATE=... -D OUTPUT=... -D VERSION=... -D SOURCE=... -P
 # With STATE alone it records what the identification depends on besides the objects and touches the
 # file only if that changed; with OUTPUT it writes the identification.
 cmake_minimum_required(VERSION 3.25)

@@ -13,8 +13,11 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace polarize_tool {
@@ -47,6 +50,34 @@ constexpr char const* angles_help =
     "`file,angle`, then a line for each frame. Further columns may be `intensity`, the light "
     "relative to other frames, and `frame`, the number in a file of many";
 
+// Where the frames are measured: dark levels may change towards the borders.
+std::array<double, 4> dark_levels(
+    polarization::Dark_frame const& dark, std::optional<Region> const& region) {
+    // Written without sums, which could wrap.
+    bool const fits = region && region->height >= 2 && region->width >= 2 && dark.height() >= 2 &&
+                      region->row <= dark.height() - 2 && dark.width() >= 2 &&
+                      region->column <= dark.width() - 2;
+    if (!fits) {
+        return dark.means(); // a region that fits no frame is refused when the first is measured
+    }
+    std::size_t const end_row = region->row + std::min(region->height, dark.height() - region->row);
+    std::size_t const end_column =
+        region->column + std::min(region->width, dark.width() - region->column);
+    std::array<double, 4> sums{};
+    std::array<double, 4> counts{};
+    for (std::size_t row = region->row; row < end_row; ++row) {
+        for (std::size_t column = region->column; column < end_column; ++column) {
+            std::size_t const position = polarization::cell_position(row, column);
+            sums[position] += dark.levels()[row * dark.width() + column];
+            counts[position] += 1.0;
+        }
+    }
+    for (std::size_t position = 0; position < sums.size(); ++position) {
+        sums[position] /= counts[position];
+    }
+    return sums;
+}
+
 polarization::Estimation_options estimation_of(
     Command_line const& line, Frame_preparation const& preparation) {
     polarization::Estimation_options options;
@@ -56,8 +87,8 @@ polarization::Estimation_options estimation_of(
     if (auto const region = line.samples.region()) {
         options.region = {region->row, region->column, region->height, region->width};
     }
-    if (preparation.subtracts_dark()) {
-        options.dark_levels = {0.0, 0.0, 0.0, 0.0};
+    if (auto const& dark = preparation.dark()) {
+        options.dark_levels = dark_levels(*dark, line.samples.region());
     }
     return options;
 }
@@ -68,7 +99,8 @@ polarization::Series_point measured(
     Fetched_frame fetched;
     reader.fetch(place, fetched);
     reader.decode(fetched);
-    preparation.apply(fetched.frame, place.name());
+    // The dark level is taken off the means: saturation shows only while it is in the samples.
+    preparation.apply(fetched.frame, place.name(), Dark_level::kept);
     return polarization::measure(
         {fetched.frame.view(), setting.angle, setting.intensity, place.name()}, options);
 }
@@ -111,6 +143,34 @@ std::vector<polarization::Series_point> measure_all(
     return series;
 }
 
+// --overwrite means an older calibration and its plot, whose name the user may not even have given.
+void refuse_lost_files(
+    Command_line const& line, std::vector<Frame_place> const& frames,
+    Frame_preparation const& preparation) {
+    std::error_code ignored;
+    if (fs::weakly_canonical(line.plot, ignored) == fs::weakly_canonical(line.output, ignored)) {
+        throw Usage_error(
+            "--plot and --output are both " + line.output.string() +
+            "; give the calibration a name that ends in .json, or choose another --plot");
+    }
+    std::vector<fs::path> inputs = preparation.dark_files();
+    for (Frame_place const& place : frames) {
+        inputs.push_back(place.file);
+    }
+    if (!line.angles.empty()) {
+        inputs.push_back(line.angles);
+    }
+    for (fs::path const& input : inputs) {
+        for (auto const& [file, option] :
+             {std::pair(line.output, "--output"), std::pair(line.plot, "--plot")}) {
+            if (fs::equivalent(input, file, ignored)) {
+                throw File_failure(
+                    file, std::string("is an input and would be lost; choose another ") + option);
+            }
+        }
+    }
+}
+
 void run_calibrate(Command_line& line) {
     auto const raw = line.input.raw_layout();
     polarization::Mosaic const mosaic = line.mosaic.required();
@@ -123,12 +183,13 @@ void run_calibrate(Command_line& line) {
         line.plot = line.output;
         line.plot.replace_extension(".png");
     }
+    Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
+    refuse_lost_files(line, found.frames, preparation);
     if (line.output.has_parent_path()) {
         make_folder(line.output.parent_path());
     }
     Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
     files.add(line.output, std::string()); // found out now if it cannot be written
-    Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
     if (!found.failures.empty()) {
         for (std::string const& failure : found.failures) {
             complain(failure);
@@ -179,6 +240,7 @@ void add_calibrate_command(CLI::App& program, int& /*exit_code*/) {
             "--source-degree", line->source_degree,
             "Degree of polarisation of the light behind the polariser, above 0 to 1")
         ->check(CLI::Range(0.01, 1.0))
+        ->check(finite_number)
         ->capture_default_str();
     command.add_flag("--overwrite", line->overwrites, "Replace files that are there");
     command.add_flag("-q,--quiet", line->is_quiet, "Say nothing but what went wrong");

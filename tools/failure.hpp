@@ -16,7 +16,8 @@ public:
         : std::runtime_error(file.string() + ": " + problem) {}
 };
 
-/// The place of the results takes nothing more: every further file would fail for the same reason.
+/// The place of the results takes nothing, or nothing more: every further file would fail for the
+/// same reason.
 class Output_exhausted : public File_failure {
 public:
     using File_failure::File_failure;

@@ -1,6 +1,7 @@
 #include "frame_preparation.hpp"
 
 #include "failure.hpp"
+#include "interruption.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <algorithm>
@@ -62,8 +63,12 @@ void Frame_preparation::read_dark(
     Fetched_frame fetched;
     polarization::Dark_frame_average average;
     for (Frame_place const& place : found.frames) {
+        if (dark_files_.empty() || dark_files_.back() != place.file) {
+            dark_files_.push_back(place.file);
+        }
         reader.fetch(place, fetched);
         reader.decode(fetched);
+        throw_if_interrupted();
         shift_down(fetched.frame, shift_);
         try {
             average.add(fetched.frame.view());
@@ -74,7 +79,7 @@ void Frame_preparation::read_dark(
     dark_ = average.result();
 }
 
-void Frame_preparation::apply(Frame& frame, std::string const& name) const {
+void Frame_preparation::apply(Frame& frame, std::string const& name, Dark_level level) const {
     if (shift_ > 0) {
         shift_down(frame, shift_);
     }
@@ -85,7 +90,9 @@ void Frame_preparation::apply(Frame& frame, std::string const& name) const {
                           size_of(dark_->width(), dark_->height()) +
                           "; take dark frames with the same settings");
         }
-        polarization::subtract(frame.view(), *dark_, frame.samples);
+        if (level == Dark_level::subtracted) {
+            polarization::subtract(frame.view(), *dark_, frame.samples);
+        }
     }
     if (region_) {
         cut(frame, *region_, name);

@@ -7,10 +7,14 @@
 #include "input_options.hpp"
 #include "veldrane_mrv/polarization/dark_frame.hpp"
 
+#include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace polarize_tool {
+
+enum class Dark_level { subtracted, kept };
 
 /// Moves samples down, subtracts the dark frame, and cuts out the region, in this order. Constant
 /// after construction, so that any number of threads may use it.
@@ -24,11 +28,15 @@ public:
     int shift() const { return shift_; }
     std::optional<Region> const& region() const { return region_; }
     bool subtracts_dark() const { return dark_.has_value(); }
+    /// The files of the dark frames, each once.
+    std::vector<std::filesystem::path> const& dark_files() const { return dark_files_; }
     /// Of the whole frame, at the four positions of a cell.
     std::optional<polarization::Dark_frame> const& dark() const { return dark_; }
 
+    /// Saturation shows only while the dark level is kept. The dark frame has to fit even then.
     /// @throws File_failure if frame, dark frame and region do not fit together
-    void apply(Frame& frame, std::string const& name) const;
+    void apply(
+        Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted) const;
 
     /// A warning if samples are above the bit depth, else empty.
     std::string depth_warning(Frame const& frame, std::string const& name) const;
@@ -40,6 +48,7 @@ private:
     int shift_;
     std::optional<Region> region_;
     std::optional<polarization::Dark_frame> dark_;
+    std::vector<std::filesystem::path> dark_files_;
 };
 
 } // namespace polarize_tool

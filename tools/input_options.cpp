@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <array>
 #include <charconv>
+#include <cmath>
 
 namespace polarize_tool {
 namespace {
@@ -14,7 +15,17 @@ namespace polarization = veldrane_mrv::polarization;
 
 constexpr int largest_side = 1 << 20;
 
+// Beyond any file; a header and two frames of the largest size still add up without wrapping.
+constexpr std::uint64_t largest_header = std::uint64_t{1} << 62;
+constexpr std::size_t largest_stride = std::size_t{1} << 40;
+
 } // namespace
+
+std::string finite_number(std::string const& text) {
+    double number = 0.0;
+    bool const is_number = CLI::detail::lexical_cast(text, number);
+    return is_number && !std::isfinite(number) ? text + " is no finite number" : "";
+}
 
 std::optional<Raw_layout> Input_options::raw_layout() const {
     if (pixel_format.empty()) {
@@ -48,7 +59,9 @@ void add_input_options(CLI::App& command, Input_options& options) {
     command
         .add_option(
             "--pixel-format", options.pixel_format,
-            "Mono8, Mono10, Mono12, Mono14, Mono16, Mono10p, Mono12p, Mono10Packed or Mono12Packed")
+            "Mono8, Mono10, Mono12, Mono14, Mono16, Mono10p, Mono12p, Mono10Packed or "
+            "Mono12Packed; "
+            "every row begins at a whole byte, so one that ends within a byte is filled up")
         ->type_name("NAME")
         ->group(raw);
     command.add_option("--width", options.width, "Columns of a frame")
@@ -59,12 +72,12 @@ void add_input_options(CLI::App& command, Input_options& options) {
         ->group(raw);
     command
         .add_option("--header-bytes", options.header_bytes, "Bytes of the file before the samples")
-        ->check(CLI::NonNegativeNumber)
+        ->check(CLI::Range(std::uint64_t{0}, largest_header))
         ->group(raw);
     command
         .add_option(
             "--stride", options.stride, "Bytes from one row to the next; without it rows adjoin")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(std::size_t{1}, largest_stride))
         ->group(raw);
     std::string const selection = "Choice of frames, counted from 0 over all inputs";
     command.add_option("--start", options.selection.start, "First frame")

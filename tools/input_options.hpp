@@ -23,6 +23,10 @@ inline constexpr char const* phase_help =
     "Mosaic, top-left cell row by row in degrees: 0: 0 135 / 45 90, 1: 45 90 / 0 135, "
     "2: 90 45 / 135 0, 3: 135 0 / 90 45";
 
+/// Check of an option: what is wrong with the number, or nothing. A range lets NaN through, which
+/// is neither below nor above anything.
+std::string finite_number(std::string const& text);
+
 /// FRAME..., the description of raw ones, and --start, --stop and --step.
 struct Input_options {
     std::vector<std::string> inputs;

@@ -61,6 +61,8 @@ int run_inspect(Command_line const& line) {
             std::string const text = inspected(fetched.frame, place.name(), line);
             say(is_first || line.as_json ? text : "\n" + text);
             is_first = false;
+        } catch (Output_exhausted const&) {
+            throw; // standard output takes nothing more
         } catch (File_failure const& failure) {
             failures.emplace_back(failure.what());
         } catch (std::exception const& error) {
@@ -87,7 +89,8 @@ void add_inspect_command(CLI::App& program, int& exit_code) {
         ->check(CLI::Range(1, 16));
     command.add_option("--polarizer-angle", line->polariser_angle, angle_help)
         ->type_name("DEG")
-        ->check(CLI::Range(-360.0, 360.0));
+        ->check(CLI::Range(-360.0, 360.0))
+        ->check(finite_number);
     command.add_flag("--json", line->as_json, "One JSON object a frame, each on a line of its own");
     command.footer(example);
     command.callback([line, &exit_code] { exit_code = run_inspect(*line); });

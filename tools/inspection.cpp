@@ -49,9 +49,20 @@ Depth_use depth_use(std::vector<std::size_t> const& counts, std::optional<int> b
     int const zeros = all_bits == 0 ? 0 : std::countr_zero(all_bits);
     int const low_zeros = zeros >= 2 && used > 8 ? zeros : 0;
     int const depth = bit_depth.value_or(customary_depth(used - low_zeros));
-    // Samples may be multiples of a higher power of two than their place requires.
-    int const shift = std::min(low_zeros, 16 - depth);
+    // Samples that a depth holds as they are lie at the low end, whatever their low bits; others
+    // may be multiples of a higher power of two than their place requires.
+    int const shift = bit_depth && used <= *bit_depth ? 0 : std::min(low_zeros, 16 - depth);
     return {used, zeros, distinct, depth, shift};
+}
+
+// A converter of fewer bits than the samples have leaves low zeros in each of them and saturates at
+// the largest multiple that fits. Eight bits at least remain: the few values of a flat frame share
+// more zeros than any converter leaves.
+unsigned saturation_level(Inspection const& inspection) {
+    Depth_use const& depth = inspection.depth;
+    int const zeros =
+        std::min(depth.zero_low_bits - depth.shift, std::max(depth.assumed_depth - 8, 0));
+    return inspection.full_scale() & (~0U << (depth.shift + zeros));
 }
 
 std::array<Position_means, 4> position_means(mrv::Frame_view const& frame) {
@@ -152,8 +163,8 @@ Inspection inspect(
         .histogram = std::vector<std::size_t>(histogram_steps, 0),
         .histogram_end = 0,
         .balance = balance};
-    unsigned const full_scale = result.full_scale();
-    result.histogram_end = full_scale + 1U;
+    unsigned const saturated = saturation_level(result);
+    result.histogram_end = result.full_scale() + 1U;
     double sum = 0.0;
     for (unsigned value = 0; value < counts.size(); ++value) {
         if (counts[value] == 0) {
@@ -162,7 +173,7 @@ Inspection inspect(
         result.smallest = std::min(result.smallest, value);
         result.largest = value;
         result.at_largest = counts[value];
-        result.saturated += value >= full_scale ? counts[value] : 0;
+        result.saturated += value >= saturated ? counts[value] : 0;
         sum += static_cast<double>(value) * static_cast<double>(counts[value]);
         std::size_t const step =
             std::min(value * histogram_steps / result.histogram_end, histogram_steps - 1);

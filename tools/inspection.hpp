@@ -29,7 +29,8 @@ struct Depth_use {
 
     /// Right shift that brings the samples to the low end: the zero low bits, if there are at least
     /// two of them and the samples reach beyond 8 bits, since a dim frame of few values proves
-    /// little, and no more than 16 bits leave room for.
+    /// little, and no more than 16 bits leave room for. 0 if a given depth holds the samples as
+    /// they are.
     int shift;
 };
 
@@ -65,7 +66,8 @@ struct Inspection {
     unsigned smallest;
     unsigned largest;
     Depth_use depth;
-    /// Samples at or above the full scale of the assumed depth.
+    /// Samples at or above the full scale of the assumed depth, or the largest value within it that
+    /// has the low zeros all samples share.
     std::size_t saturated;
     /// Samples that share the largest value; many of them below the full scale hint at a sensor
     /// that saturates earlier than its numbers do.

@@ -1,6 +1,6 @@
 /// @file
-/// Ctrl-C and the system's request to end: work stops between two frames, and nothing half-written
-/// stays.
+/// Ctrl-C, the system's request to end and a terminal that closes: work stops between two frames,
+/// and nothing half-written stays.
 #ifndef VELDRANE_TOOLS_INTERRUPTION_HPP
 #define VELDRANE_TOOLS_INTERRUPTION_HPP
 
@@ -15,7 +15,8 @@ public:
     char const* what() const noexcept override { return "interrupted; nothing half-written stays"; }
 };
 
-/// From now on SIGINT and SIGTERM only set the flag. A second one ends the program at once.
+/// From now on SIGINT, SIGTERM and SIGHUP only set the flag, however often they come; under nohup
+/// SIGHUP stays ignored. SIGPIPE and SIGXFSZ become errors of the write that caused them.
 void catch_interruptions();
 
 /// Set by the signals, never cleared.

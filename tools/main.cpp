@@ -56,6 +56,23 @@ std::string version_text() {
            polarize_tool::processor_identification();
 }
 
+// The help or the version, which the parser reports like errors.
+int answer(CLI::App const& program, CLI::ParseError const& request) {
+    std::ostringstream text;
+    int const exit_code = program.exit(request, text, text);
+    std::string lines = text.str();
+    if (lines.ends_with('\n')) {
+        lines.pop_back();
+    }
+    try {
+        polarize_tool::say(lines);
+    } catch (polarize_tool::File_failure const& failure) {
+        polarize_tool::complain(failure.what());
+        return polarize_tool::an_input_failed;
+    }
+    return exit_code;
+}
+
 int run(CLI::App& program, int argument_count, char** arguments, int const& exit_code) {
     if (argument_count > 1 && arguments[1][0] != '-') {
         std::string const problem = unknown_subcommand(program, arguments[1]);
@@ -69,7 +86,7 @@ int run(CLI::App& program, int argument_count, char** arguments, int const& exit
         return exit_code;
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) {
-            return program.exit(error); // a request for help or the version
+            return answer(program, error);
         }
         polarize_tool::complain(usage_line(error));
         return polarize_tool::wrong_usage;

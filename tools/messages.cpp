@@ -1,6 +1,10 @@
 #include "messages.hpp"
 
+#include "failure.hpp"
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <mutex>
 #include <unistd.h>
@@ -49,9 +53,13 @@ void say(std::string const& line) {
     if (!status.empty()) {
         write_error(start_of_line_and_erase);
     }
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+    bool const is_out = std::printf("%s\n", line.c_str()) >= 0 && std::fflush(stdout) == 0;
+    int const error = errno;
     write_error(status);
+    if (!is_out) {
+        throw Output_exhausted(
+            "standard output", std::string("cannot be written: ") + std::strerror(error));
+    }
 }
 
 bool error_output_is_terminal() {

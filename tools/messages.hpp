@@ -13,6 +13,7 @@ void complain(std::string const& line);
 void warn(std::string const& line);
 
 /// One line on standard output.
+/// @throws Output_exhausted if it cannot be written, also when nobody reads it any more
 void say(std::string const& line);
 
 /// True if somebody watches standard error.

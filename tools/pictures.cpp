@@ -18,13 +18,6 @@ constexpr unsigned level_count = 256;
 constexpr double lightness = 0.75;
 constexpr double chroma = 0.125;
 
-std::uint8_t display_value(double linear) {
-    double const clipped = std::clamp(linear, 0.0, 1.0);
-    double const encoded =
-        clipped <= 0.0031308 ? 12.92 * clipped : 1.055 * std::pow(clipped, 1.0 / 2.4) - 0.055;
-    return static_cast<std::uint8_t>(std::lround(255.0 * encoded));
-}
-
 // Blue, green, red of a colour in OKLab.
 cv::Vec3b displayed(double light, double a, double b) {
     double const root_l = light + 0.3963377774 * a + 0.2158037573 * b;
@@ -34,9 +27,9 @@ cv::Vec3b displayed(double light, double a, double b) {
     double const m = root_m * root_m * root_m;
     double const s = root_s * root_s * root_s;
     return {
-        display_value(-0.0041960863 * l - 0.7034186147 * m + 1.7076147010 * s),
-        display_value(-1.2684380046 * l + 2.6097574011 * m - 0.3413193965 * s),
-        display_value(4.0767416621 * l - 3.3077115913 * m + 0.2309699292 * s)};
+        display_level(-0.0041960863 * l - 0.7034186147 * m + 1.7076147010 * s),
+        display_level(-1.2684380046 * l + 2.6097574011 * m - 0.3413193965 * s),
+        display_level(4.0767416621 * l - 3.3077115913 * m + 0.2309699292 * s)};
 }
 
 // All colours of the picture: a row for each hue, a column for each degree.
@@ -64,6 +57,13 @@ unsigned scaled(std::uint16_t value, unsigned full_scale, unsigned steps) {
 }
 
 } // namespace
+
+std::uint8_t display_level(double linear) {
+    double const light = std::clamp(linear, 0.0, 1.0);
+    double const encoded =
+        light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1.0 / 2.4) - 0.055;
+    return static_cast<std::uint8_t>(std::lround(255.0 * encoded));
+}
 
 cv::Mat angle_degree_picture(Picture_source const& source) {
     std::vector<cv::Vec3b> const colours = angle_degree_colours();

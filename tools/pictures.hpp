@@ -10,6 +10,10 @@
 
 namespace polarize_tool {
 
+/// The level 0 to 255 at which an sRGB display gives off `linear` of its most light; limited to 0
+/// and 1.
+std::uint8_t display_level(double linear);
+
 /// Two planes of one frame on the scale 0 to `full_scale`.
 struct Picture_source {
     std::span<std::uint16_t const> azimuth;

@@ -1,8 +1,8 @@
 #include "commands.hpp"
 #include "failure.hpp"
 #include "process_run.hpp"
+#include "transform_settings.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
-#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
@@ -61,7 +61,14 @@ constexpr char const* units_help =
 constexpr char const* pictures_help =
     "Write pictures of the degree (FRAME_degree.png, with dolp) and the angle dimmed by the degree "
     "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
-    "for frames that are alone in their file";
+    "for frames that are alone in their file. Pictures are for the eye and have no JSON file "
+    "beside "
+    "them";
+
+constexpr char const* jobs_help =
+    "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "
+    "bytes a pixel, 2 more for each 16-bit plane and 8 for normalized_stokes; --signed and --units "
+    "need more. Give fewer jobs if memory is short";
 
 constexpr char const* example =
     "Examples:\n"
@@ -100,28 +107,6 @@ void check_usage(Command_line const& line) {
     static_cast<void>(line.mosaic.given());
 }
 
-// The mosaic and the weights for the region's first pixel, which becomes that of the frame.
-polarization::Settings settings_of(
-    Command_line const& line, Frame_preparation const& preparation, Origin& origin) {
-    polarization::Scale const scale(preparation.bit_depth(), line.full_scale);
-    Region const region = preparation.region().value_or(Region{0, 0, 0, 0});
-    if (line.calibration_file.empty()) {
-        return polarization::ideal_settings(
-            line.mosaic.required().of_region(region.row, region.column), scale);
-    }
-    origin.calibration = polarization::load_calibration(line.calibration_file);
-    origin.calibration_file = line.calibration_file;
-    auto const given = line.mosaic.given();
-    if (given && *given != origin.calibration->mosaic) {
-        throw Usage_error(
-            "--phase or --layout is " + given->to_string() + ", but " +
-            line.calibration_file.string() + " is for " + origin.calibration->mosaic.to_string() +
-            "; leave the option out");
-    }
-    auto const calibration = of_region(*origin.calibration, region.row, region.column);
-    return {calibration.mosaic, scale, calibration.matrices};
-}
-
 void require_processor() {
     std::string const lacking = polarization::missing_instructions();
     if (!lacking.empty()) {
@@ -137,15 +122,16 @@ int run_process(Command_line& line, bool pictures_given) {
     polarization::Plane_set const planes = planes_of(line.planes);
     require_processor();
     Frame_preparation const preparation(line.samples, raw);
-    Origin origin{
-        line.samples.shift, preparation.subtracts_dark(), preparation.region(), {}, std::nullopt};
-    polarization::Settings const settings = settings_of(line, preparation, origin);
+    auto const [settings, calibration] =
+        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
     Results& results = line.results;
     results.processing = {
-        settings,   line.mode.value_or(origin.calibration ? Mode::calibrated : Mode::fast),
+        settings,   line.mode.value_or(calibration ? Mode::calibrated : Mode::fast),
         planes,     line.is_signed,
         line.units, line.repetitions};
-    results.origin = std::move(origin);
+    results.origin = {
+        line.samples.shift, preparation.dark_files(), preparation.region(), line.calibration_file,
+        calibration};
     results.existing = line.overwrites ? Existing_files::replace : Existing_files::keep;
     if (pictures_given) {
         results.pictures = line.wants_pictures;
@@ -154,7 +140,6 @@ int run_process(Command_line& line, bool pictures_given) {
     if (line.repetitions > 1) {
         line.run.jobs = 1; // another thread would disturb the times
     }
-    make_folder(results.folder);
     return Process_run(line.run, preparation, results)();
 }
 
@@ -219,8 +204,7 @@ void add_output_options(CLI::App& command, Command_line& line) {
     command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
     command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
         ->group(group);
-    command
-        .add_option("-j,--jobs", line.run.jobs, "Frames worked on at once; 0 is one for each core")
+    command.add_option("-j,--jobs", line.run.jobs, jobs_help)
         ->check(CLI::Range(0, 1024))
         ->capture_default_str()
         ->group(group);

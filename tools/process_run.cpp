@@ -5,13 +5,14 @@
 #include "interruption.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
+#include "veldrane_mrv/polarization/balance.hpp"
 #include "veldrane_mrv/polarization/pipeline.hpp"
 
 #include <algorithm>
 #include <cstdio>
 #include <new>
 #include <stdexcept>
-#include <unordered_set>
+#include <unordered_map>
 #include <utility>
 
 namespace polarize_tool {
@@ -67,14 +68,29 @@ void Process_run::naming(Frame_place const& place, Action action) {
     }
 }
 
-std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> const& frames) {
+std::unordered_set<std::string> Process_run::inputs_of(
+    std::vector<Frame_place> const& frames) const {
     std::unordered_set<std::string> inputs;
+    fs::path last; // frames of one file follow one another, and to resolve a name takes long
     for (Frame_place const& frame : frames) {
-        if (frame.index == 0 || !frame.is_part()) {
-            inputs.insert(canonical_name(frame.file));
+        if (frame.file != last) {
+            last = frame.file;
+            inputs.insert(canonical_name(last));
         }
     }
-    std::unordered_set<std::string> stems;
+    for (fs::path const& file : preparation_.dark_files()) {
+        inputs.insert(canonical_name(file));
+    }
+    if (!results_.origin.calibration_file.empty()) {
+        inputs.insert(canonical_name(results_.origin.calibration_file));
+    }
+    return inputs;
+}
+
+std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> const& frames) {
+    std::unordered_set<std::string> const inputs = inputs_of(frames);
+    // By the result's name: it may be made of one frame's name and another ending in two ways.
+    std::unordered_map<std::string, Frame_place const*> owners;
     std::vector<Frame_place> free;
     for (Frame_place const& frame : frames) {
         std::vector<fs::path> const files = results_.files_of(frame);
@@ -82,16 +98,23 @@ std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> c
             std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
                 return inputs.contains(canonical_name(file));
             });
+        auto const taken = std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
+            return owners.contains(file.filename().string());
+        });
         if (overwritten != files.end()) {
             failures_.push_back(
                 frame.name() + ": its result would overwrite the input " + overwritten->string() +
                 "; choose another folder");
-        } else if (!stems.insert(frame.stem()).second) {
+        } else if (taken != files.end()) {
+            Frame_place const& owner = *owners.at(taken->filename().string());
             failures_.push_back(
-                frame.name() + ": given twice, or another input has the same name but for its "
-                               "folder or ending; process it in a call of its own with another "
-                               "folder");
+                frame.name() + ": given twice, or its result " + taken->string() +
+                " would overwrite that of " + owner.name() +
+                "; process it in a call of its own with another folder");
         } else {
+            for (fs::path const& file : files) {
+                owners.emplace(file.filename().string(), &frame);
+            }
             free.push_back(frame);
         }
     }
@@ -107,7 +130,7 @@ void Process_run::fetch(Frame_place const& place, Slot& slot) {
     });
 }
 
-void Process_run::work(Slot& slot) {
+void Process_run::work(std::size_t index, Slot& slot) {
     Frame_place const& place = slot.fetched.place;
     naming(place, [&] {
         Frame& frame = slot.fetched.frame;
@@ -118,15 +141,26 @@ void Process_run::work(Slot& slot) {
             warn(warning);
         }
         slot.processor.run(frame);
+        if (index == 0 && !options_.is_quiet) {
+            warn_of_imbalance(slot);
+        }
         slot.staged = results_.stage(place, slot.processor);
     });
+}
+
+// One frame stands for all: the same camera and the same options made them.
+void Process_run::warn_of_imbalance(Slot const& slot) const {
+    polarization::Balance const balance = polarization::check_balance(slot.fetched.frame.view());
+    if (balance.verdict == polarization::Balance::Verdict::unlikely) {
+        warn(slot.fetched.place.name() + ": " + balance.explanation());
+    }
 }
 
 void Process_run::publish(Slot& slot) {
     naming(slot.fetched.place, [&] { slot.staged.publish(); });
     pixels_ += slot.fetched.frame.samples.size();
     if (!options_.is_quiet && !slot.fetched.place.is_part()) {
-        say(line_of(slot));
+        naming(slot.fetched.place, [&] { say(line_of(slot)); });
     }
 }
 
@@ -148,6 +182,14 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
     polarization::Pipeline_options pipeline;
     pipeline.threads = options_.jobs;
     pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
+    auto const counting_failure = [&progress](auto const& stage) {
+        try {
+            stage();
+        } catch (...) {
+            progress.add(0);
+            throw;
+        }
+    };
     auto outcome = polarization::run_pipeline(
         pipeline,
         [this] {
@@ -155,13 +197,13 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
         },
         [&](std::size_t index, Slot& slot) {
             if (index < frames.size()) {
-                fetch(frames[index], slot);
+                counting_failure([&] { fetch(frames[index], slot); });
             }
             return index < frames.size();
         },
-        [&](std::size_t, Slot& slot) { work(slot); },
+        [&](std::size_t index, Slot& slot) { counting_failure([&] { work(index, slot); }); },
         [&](std::size_t, Slot& slot) {
-            publish(slot);
+            counting_failure([&] { publish(slot); });
             progress.add(slot.fetched.frame.samples.size());
         });
     seconds_ = progress.seconds();
@@ -175,7 +217,7 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
 }
 
 void Process_run::report(std::size_t done, std::size_t total) const {
-    if (!options_.is_quiet && total > 1) {
+    if (!options_.is_quiet && !is_exhausted_ && total > 1) {
         char text[160];
         std::snprintf(
             text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done,
@@ -198,7 +240,10 @@ int Process_run::operator()() {
         find_frames(options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
     failures_ = std::move(found.failures);
     if (found.frames.empty() && failures_.empty()) {
-        throw std::runtime_error("--start, --stop and --step leave no frame; choose others");
+        throw Usage_error("--start, --stop and --step leave no frame; choose others");
+    }
+    if (!found.frames.empty()) {
+        make_folder(results_.folder);
     }
     std::vector<Frame_place> const frames = without_clashes(found.frames);
     std::size_t const done = run(frames);

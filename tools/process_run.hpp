@@ -10,6 +10,7 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace polarize_tool {
@@ -40,10 +41,13 @@ private:
     };
     /// Which frames can go ahead: those whose results fall on no input and on no other result.
     std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
+    /// Files that no result may replace, with their links resolved.
+    std::unordered_set<std::string> inputs_of(std::vector<Frame_place> const& frames) const;
     /// @return how many frames were done
     std::size_t run(std::vector<Frame_place> const& frames);
     void fetch(Frame_place const& place, Slot& slot);
-    void work(Slot& slot);
+    void work(std::size_t index, Slot& slot);
+    void warn_of_imbalance(Slot const& slot) const;
     void publish(Slot& slot);
     std::string line_of(Slot const& slot) const;
     void report(std::size_t done, std::size_t total) const;

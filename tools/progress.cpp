@@ -33,6 +33,7 @@ Progress::~Progress() {
 
 void Progress::add(std::uint64_t pixels) {
     constexpr std::chrono::milliseconds interval(100); // quicker than that only flickers
+    std::lock_guard const lock(mutex_);
     ++frames_;
     pixels_ += pixels;
     if (is_shown_ && Clock::now() - last_shown_ >= interval) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string>
 
 namespace polarize_tool {
@@ -14,7 +15,7 @@ namespace polarize_tool {
 std::string progress_line(
     std::size_t done, std::size_t total, std::uint64_t pixels, double seconds);
 
-/// A bar on standard error if it is a terminal and `wanted`. For one thread.
+/// A bar on standard error if it is a terminal and `wanted`. For any number of threads.
 class Progress {
 public:
     Progress(std::size_t total, bool wanted);
@@ -23,10 +24,9 @@ public:
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
 
+    /// One frame more is over and done with; 0 pixels if it failed.
     void add(std::uint64_t pixels);
 
-    std::size_t frames() const { return frames_; }
-    std::uint64_t pixels() const { return pixels_; }
     double seconds() const;
 
 private:
@@ -34,6 +34,7 @@ private:
 
     bool is_shown_;
     std::size_t total_;
+    std::mutex mutex_; // guards what follows, except for start_
     std::size_t frames_ = 0;
     std::uint64_t pixels_ = 0;
     Clock::time_point start_ = Clock::now();

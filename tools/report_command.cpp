@@ -8,9 +8,9 @@
 #include "processing.hpp"
 #include "report_page.hpp"
 #include "staged_files.hpp"
+#include "transform_settings.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
-#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
@@ -64,25 +64,6 @@ Frame_place place_of(Command_line const& line) {
     return found.frames.front();
 }
 
-polarization::Settings settings_of(Command_line const& line, Frame_preparation const& preparation) {
-    polarization::Scale const scale(preparation.bit_depth(), line.full_scale);
-    Region const region = preparation.region().value_or(Region{0, 0, 0, 0});
-    if (line.calibration_file.empty()) {
-        return polarization::ideal_settings(
-            line.mosaic.required().of_region(region.row, region.column), scale);
-    }
-    auto const calibration = polarization::load_calibration(line.calibration_file);
-    auto const given = line.mosaic.given();
-    if (given && *given != calibration.mosaic) {
-        throw Usage_error(
-            "--phase or --layout is " + given->to_string() + ", but " +
-            line.calibration_file.string() + " is for " + calibration.mosaic.to_string() +
-            "; leave the option out");
-    }
-    auto const of_frame = of_region(calibration, region.row, region.column);
-    return {of_frame.mosaic, scale, of_frame.matrices};
-}
-
 void check_size(Frame const& frame, std::string const& name) {
     if (frame.samples.size() > most_report_pixels) {
         throw File_failure(
@@ -90,6 +71,21 @@ void check_size(Frame const& frame, std::string const& name) {
                       " pixels are too many for a page that holds every value; at most " +
                       std::to_string(most_report_pixels) +
                       " are possible, so choose a part with --region");
+    }
+}
+
+// A sample that has lost its dark level does not show any more that it was saturated.
+Inspection inspected(Frame frame, std::string const& name, Frame_preparation const& preparation) {
+    preparation.apply(frame, name, Dark_level::kept);
+    check_size(frame, name);
+    std::string const warning = preparation.depth_warning(frame, name);
+    if (!warning.empty()) {
+        warn(warning);
+    }
+    try {
+        return inspect(frame.view(), preparation.bit_depth(), report_histogram_steps);
+    } catch (polarization::Argument_error const& error) {
+        throw File_failure(name, error.what());
     }
 }
 
@@ -111,7 +107,10 @@ Rows settings_rows(
     if (preparation.shift() > 0) {
         rows.emplace_back("Samples moved down by", std::to_string(preparation.shift()) + " bits");
     }
-    rows.emplace_back("Dark frame", preparation.subtracts_dark() ? "subtracted" : "none");
+    rows.emplace_back(
+        "Dark frame", preparation.subtracts_dark()
+                          ? "subtracted for the planes; the samples are counted as they were"
+                          : "none");
     rows.emplace_back("Mode", is_fast ? "fast" : "calibrated");
     if (!line.calibration_file.empty()) {
         rows.emplace_back("Calibration", line.calibration_file.string());
@@ -124,7 +123,9 @@ Rows settings_rows(
 
 Processing processing_of(Command_line const& line, Frame_preparation const& preparation) {
     return {
-        .settings = settings_of(line, preparation),
+        .settings =
+            transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation)
+                .settings,
         .mode = line.calibration_file.empty() ? Mode::fast : Mode::calibrated,
         .planes = {Plane::s0, Plane::azimuth, Plane::dolp}};
 }
@@ -142,17 +143,16 @@ int run_report(Command_line const& line) {
     if (fs::equivalent(place.file, line.file, ignored)) {
         throw File_failure(line.file, "is the frame itself; choose another --output");
     }
+    if (line.file.has_parent_path()) {
+        make_folder(line.file.parent_path());
+    }
     Frame_reader reader(line.input.raw_layout());
     Fetched_frame fetched;
     reader.fetch(place, fetched);
     reader.decode(fetched);
     Frame& frame = fetched.frame;
+    Inspection const inspection = inspected(frame, place.name(), preparation);
     preparation.apply(frame, place.name());
-    check_size(frame, place.name());
-    std::string const warning = preparation.depth_warning(frame, place.name());
-    if (!warning.empty()) {
-        warn(warning);
-    }
     Frame_processor processor(processing);
     try {
         processor.run(frame);
@@ -169,7 +169,7 @@ int run_report(Command_line const& line) {
          .mosaic = processing.settings.mosaic,
          .scale = processing.settings.scale,
          .mode = processing.mode,
-         .inspection = inspect(frame.view(), preparation.bit_depth(), report_histogram_steps),
+         .inspection = inspection,
          .settings = settings_rows(line, place, preparation, processing),
          .generator = "veldrane-polarize " + std::string(polarization::software_version())});
     throw_if_interrupted();

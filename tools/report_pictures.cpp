@@ -23,14 +23,6 @@ constexpr unsigned level_end = 255;
 constexpr std::size_t most_lossless_pixels = 300'000;
 constexpr int jpeg_quality = 92;
 
-// Transfer function of sRGB displays, so that a scene looks as bright as it is.
-std::uint8_t display_level(double linear) {
-    double const light = std::clamp(linear, 0.0, 1.0);
-    double const encoded =
-        light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1.0 / 2.4) - 0.055;
-    return static_cast<std::uint8_t>(std::lround(255.0 * encoded));
-}
-
 std::uint16_t fine(double fraction) {
     return static_cast<std::uint16_t>(
         std::lround(static_cast<double>(fine_scale) * std::clamp(fraction, 0.0, 1.0)));
@@ -99,6 +91,7 @@ private:
     }
 
     void store(std::size_t index, Square const& square) {
+        // A scene looks as bright as it is.
         s0_[index] = display_level(square.s0 / square.pixels / scales_.s0_top);
         degree_[index] =
             fine(square.degree / square.pixels / planes_.full_scale / scales_.degree_top);

@@ -65,6 +65,35 @@ Json range_of(Plane plane, Processing const& processing) {
     return plane == Plane::s0 ? "cut off at the full scale" : Json(nullptr);
 }
 
+// What a pixel holds where the quantity has no value, null if it always has one.
+Json undefined_of(Plane plane, Processing const& processing) {
+    bool const is_scaled = processing.units == Units::scaled;
+    switch (plane) {
+    case Plane::azimuth:
+        return is_scaled ? "the number of the angle 0 where S1 and S2 are 0"
+                         : "NaN where the degree is stored as 0";
+    case Plane::dolp:
+        return is_scaled ? "0 where S0 is 0" : "NaN where S0 is stored as 0";
+    case Plane::normalized_stokes:
+        return "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity where "
+               "another one is";
+    default:
+        return nullptr;
+    }
+}
+
+// In frames whose height and width differ in parity the processor takes the last pixel for one in
+// an even row and column.
+char const* final_pixel_of(Array_view const& array, Mode mode) {
+    bool const is_misplaced = array.height() % 2 != array.width() % 2;
+    if (!is_misplaced) {
+        return "computed with the weights of its position";
+    }
+    return mode == Mode::calibrated
+               ? "mended: computed once more with the weights of its position"
+               : "computed with the weights of an even row and column, not those of its position";
+}
+
 Json placement_of(Plane plane, Processing const& processing) {
     bool const is_packed = plane == Plane::normalized_stokes && processing.mode == Mode::fast;
     return is_packed
@@ -83,7 +112,11 @@ Json source_of(Frame_place const& place, Origin const& origin) {
             {"height", origin.region->height}};
     }
     source["shift"] = origin.shift;
-    source["dark_frame_subtracted"] = origin.dark_subtracted;
+    source["dark_frame_subtracted"] = !origin.dark_files.empty();
+    source["dark_frames"] = Json::array();
+    for (std::filesystem::path const& file : origin.dark_files) {
+        source["dark_frames"].push_back(file.string());
+    }
     return source;
 }
 
@@ -120,7 +153,9 @@ std::string sidecar(
         {"value", "number * step - offset"},
         {"full_scale", numbers.full_scale},
         {"range", range_of(plane, processing)},
+        {"undefined", undefined_of(plane, processing)},
         {"placement", placement_of(plane, processing)},
+        {"final_pixel", final_pixel_of(array, processing.mode)},
         {"zero_direction", "along the rows, towards growing columns"},
         {"sense", "counter-clockwise on a picture whose row 0 is at the top"},
         {"mosaic", {{"phase", mosaic.phase()}, {"layout", mosaic.layout()}}},

@@ -11,13 +11,15 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace polarize_tool {
 
 /// Where the numbers come from, as far as all frames of a run share it.
 struct Origin {
     int shift = 0;
-    bool dark_subtracted = false;
+    /// Whose mean was subtracted.
+    std::vector<std::filesystem::path> dark_files{};
     std::optional<Region> region;
     std::filesystem::path calibration_file;
     std::optional<polarization::Calibration> calibration;

@@ -23,6 +23,16 @@ namespace fs = std::filesystem;
     throw File_failure(file, problem);
 }
 
+// What forbids one new file in a folder forbids them all.
+[[noreturn]] void fail_to_create(fs::path const& file, int error) {
+    if (error == EACCES || error == EPERM) {
+        throw Output_exhausted(
+            file, std::string("cannot be written: ") + std::strerror(error) +
+                      "; choose another folder with -o");
+    }
+    fail(file, error);
+}
+
 class Descriptor {
 public:
     Descriptor(fs::path const& file, int how)
@@ -134,7 +144,7 @@ void Staged_files::add(fs::path const& file, std::initializer_list<Bytes> parts)
     temporary += ".part-" + std::to_string(getpid()) + "-" + std::to_string(count++);
     Descriptor descriptor(temporary, O_CREAT | O_TRUNC);
     if (!descriptor.is_open()) {
-        fail(file, errno);
+        fail_to_create(file, errno);
     }
     files_.push_back({temporary, file});
     write_all(descriptor, file, parts);

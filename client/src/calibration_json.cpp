@@ -27,7 +27,13 @@ Json matrices_json(Matrices const& matrices) {
         for (std::size_t row = 0; row < 4; ++row) {
             Json weights = Json::array();
             for (std::size_t column = 0; column < 4; ++column) {
-                weights.push_back(finite(matrix[4 * row + column], "weight of a matrix"));
+                float const weight = matrix[4 * row + column];
+                if (std::abs(weight) > largest_weight && std::isfinite(weight)) {
+                    throw Argument_error(
+                        "weight of a matrix", std::to_string(weight),
+                        "give weights of at most 65536; those of a sensor are near 1");
+                }
+                weights.push_back(finite(weight, "weight of a matrix"));
             }
             rows.push_back(weights);
         }
@@ -170,6 +176,17 @@ Provenance read_provenance(Node const& node) {
     return provenance;
 }
 
+// The parser's own judgement, which tells no place.
+bool is_too_large(std::string_view token) {
+    try {
+        return Json::parse(token).is_discarded(); // never: what is no JSON throws
+    } catch (Json::out_of_range const&) {
+        return true;
+    } catch (Json::exception const&) {
+        return false; // the first character of something longer
+    }
+}
+
 Json parse(std::string const& text, std::filesystem::path const& name) {
     auto const shallow = [](int depth, Json::parse_event_t, Json&) {
         if (depth > deepest_level) {
@@ -184,9 +201,13 @@ Json parse(std::string const& text, std::filesystem::path const& name) {
             name, line_at(text, error.byte == 0 ? 0 : error.byte - 1), "", "this is no valid JSON",
             damaged);
     } catch (Json::out_of_range const&) {
-        throw File_error(name, 0, "", "a number is too large", damaged);
+        Json_place const place =
+            find_json_value(text, [](std::string_view token, int) { return is_too_large(token); });
+        throw File_error(name, place.line, place.path, "the number is too large", damaged);
     } catch (std::length_error const& error) {
-        throw File_error(name, 0, "", error.what(), damaged);
+        Json_place const place = find_json_value(
+            text, [](std::string_view, int depth) { return depth > deepest_level; });
+        throw File_error(name, place.line, place.path, error.what(), damaged);
     }
 }
 

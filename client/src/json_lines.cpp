@@ -5,13 +5,21 @@
 namespace veldrane_mrv::polarization {
 namespace {
 
+using Predicate = std::function<bool(std::string_view, int)>;
+
 class Scanner {
 public:
-    explicit Scanner(std::string_view text) : text_{text} {}
+    explicit Scanner(std::string_view text, Predicate const& is_wanted = {})
+        : text_{text}, is_wanted_{is_wanted} {}
 
     Json_lines scan() {
-        value({});
+        value({}, 0);
         return std::move(found_);
+    }
+
+    Json_place search() {
+        value({}, 0);
+        return std::move(place_);
     }
 
 private:
@@ -27,21 +35,34 @@ private:
         return character == ' ' || character == '\n' || character == '\r' || character == '\t';
     }
 
-    void value(std::string const& path) {
+    // A scalar to its end, of everything else the first character.
+    std::string_view token() const {
+        bool const is_long = at_ < text_.size() &&
+                             std::string_view{"{[\""}.find(text_[at_]) == std::string_view::npos;
+        std::size_t const end = is_long ? text_.find_first_of(",]} \n\r\t", at_) : at_ + 1;
+        return text_.substr(std::min(at_, text_.size()), end - at_);
+    }
+
+    void value(std::string const& path, int depth) {
         char const first = next();
+        if (is_wanted_ && is_wanted_(token(), depth)) {
+            place_ = {line_, path};
+            at_ = text_.size();
+            return;
+        }
         if (!found_.line_of.try_emplace(path, line_).second) {
             found_.repeated_key = path;
         }
         if (first == '{' || first == '[') {
-            members(path, first == '{');
+            members(path, first == '{', depth + 1);
         } else if (first == '"') {
             string();
         } else {
-            at_ = std::min(text_.find_first_of(",]} \n\r\t", at_), text_.size());
+            at_ = std::min(at_ + token().size(), text_.size());
         }
     }
 
-    void members(std::string const& path, bool object) {
+    void members(std::string const& path, bool object, int depth) {
         ++at_;
         std::string const parent = path.empty() ? "" : path + "/";
         for (std::size_t index = 0; next() != '\0'; ++index) {
@@ -59,13 +80,13 @@ private:
                 next();
                 ++at_; // the colon
             }
-            value(parent + key);
+            value(parent + key, depth);
         }
     }
 
     // The string's text as it stands; keys of this system hold no escapes.
     std::string string() {
-        std::size_t const begin = ++at_;
+        std::size_t const begin = std::min(++at_, text_.size());
         while (at_ < text_.size() && text_[at_] != '"') {
             at_ += text_[at_] == '\\' ? 2U : 1U;
         }
@@ -75,6 +96,8 @@ private:
     }
 
     std::string_view text_;
+    Predicate is_wanted_;
+    Json_place place_{0, {}};
     std::size_t at_ = 0;
     std::size_t line_ = 1;
     Json_lines found_;
@@ -84,6 +107,11 @@ private:
 
 Json_lines find_json_lines(std::string_view text) {
     return Scanner{text}.scan();
+}
+
+Json_place find_json_value(
+    std::string_view text, std::function<bool(std::string_view, int)> const& is_wanted) {
+    return Scanner{text, is_wanted}.search();
 }
 
 std::size_t line_at(std::string_view text, std::size_t byte) {

@@ -6,6 +6,7 @@
 #include "json_lines.hpp"
 
 #include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "veldrane_mrv/polarization/matrices.hpp"
 
 #include <nlohmann/json.hpp>
 
@@ -95,8 +96,10 @@ public:
 
     float weight() const {
         double const wide = number();
-        if (std::abs(wide) > static_cast<double>(std::numeric_limits<float>::max())) {
-            refuse("the number is too large for single precision");
+        if (std::abs(wide) > static_cast<double>(largest_weight)) {
+            refuse(
+                "the weight is " + value_->dump() + ", above " +
+                std::to_string(std::lround(largest_weight)) + " in magnitude");
         }
         return static_cast<float>(wide);
     }

@@ -105,7 +105,7 @@ TEST_F(Calibration_file, every_float_comes_back_bit_for_bit) {
             for (float& weight : matrix) {
                 auto const bits = static_cast<std::uint32_t>(random());
                 std::memcpy(&weight, &bits, sizeof weight);
-                weight = std::isfinite(weight) ? weight : -0.0F;
+                weight = std::abs(weight) <= largest_weight ? weight : -0.0F;
             }
         }
         Calibration const back = calibration_from_json(calibration_to_json(calibration), "text");
@@ -221,18 +221,50 @@ TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
     Refusal const missing = refusal_of(changed(text, "\"residual\": 0.0", "\"dark_level\": 0.0"));
     EXPECT_EQ(missing.key, "analysers/0/dark_level");
     EXPECT_NE(missing.what.find("twice"), std::string::npos);
-    for (std::string const number : {"1e39", "-4e38"}) {
+    std::size_t numbers = 0;
+    for (std::string const number : {"1e39", "-4e38", "65536.1", "-65537", "1e999", "-1e400"}) {
         std::size_t const begin = text.find("\"matrices\"");
         std::size_t const weight = text.find_first_of("-0123456789", begin);
         std::size_t const end = text.find_first_of(",\n", weight);
         std::string damaged = text;
         Refusal const refusal = refusal_of(damaged.replace(weight, end - weight, number));
-        EXPECT_EQ(refusal.key, "matrices/0/0/0");
-        EXPECT_EQ(refusal.line, 1 + line_of(text, "\"matrices\"") + 2);
+        EXPECT_EQ(refusal.key, "matrices/0/0/0") << refusal.what;
+        EXPECT_EQ(refusal.line, 1 + line_of(text, "\"matrices\"") + 2) << refusal.what;
+        ++numbers;
     }
-    EXPECT_NE(refusal_of(changed(text, "1.5", "1e999")).what, "nothing");
     EXPECT_NE(refusal_of(changed(text, "36", "NaN")).line, 0U);
-    std::cout << damages.size() + 5 << " damages\n";
+    std::cout << damages.size() + numbers + 2 << " damages\n";
+}
+
+TEST_F(Calibration_file, the_largest_weight_is_kept_and_larger_ones_are_not_written) {
+    Calibration calibration = some_calibration(3);
+    calibration.matrices.by_position[1][2] = -largest_weight;
+    EXPECT_EQ(calibration_from_json(calibration_to_json(calibration), "text"), calibration);
+    calibration.matrices.by_position[1][2] = std::nextafter(largest_weight, 1e9F);
+    EXPECT_THROW(calibration_to_json(calibration), Argument_error);
+}
+
+TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with_line_and_key) {
+    std::string const text = calibration_to_json(some_calibration(3));
+    Refusal const number = refusal_of(changed(text, "1.5000", "1e999, \"a\": 1.5000"));
+    EXPECT_EQ(number.key, "quality/condition_number") << number.what;
+    EXPECT_EQ(number.line, line_of(text, "\"condition_number\"")) << number.what;
+    for (std::string const open : {"[", "{\"a\": "}) {
+        std::string deep;
+        for (int level = 0; level < 100000; ++level) {
+            deep += open;
+        }
+        Refusal const refusal = refusal_of(changed(text, "\"sensor 7\"", deep));
+        EXPECT_EQ(refusal.line, line_of(text, "\"sensor 7\"")) << refusal.what;
+        EXPECT_TRUE(refusal.key.starts_with("provenance/sensor/")) << refusal.what;
+        EXPECT_NE(refusal.what.find("nested too deeply"), std::string::npos) << refusal.what;
+    }
+    // Sixteen levels are no reason to refuse: the text is judged by what it holds.
+    std::string const levels = std::string(14, '[') + std::string(14, ']');
+    EXPECT_EQ(refusal_of(changed(text, "\"sensor 7\"", levels)).key, "provenance/sensor");
+    Refusal const alone = refusal_of("\n\n  -1e999");
+    EXPECT_EQ(alone.line, 3U) << alone.what;
+    EXPECT_EQ(alone.key, "");
 }
 
 } // namespace

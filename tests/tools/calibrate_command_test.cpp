@@ -55,6 +55,21 @@ protected:
         }
     }
 
+    // Every sample of the series times `gain` plus a dark level, up to the full scale. The dark
+    // frame is `dark.png`; behind column 59 its level is `right`.
+    void add_dark(int gain, int left, int right) const {
+        cv::Mat dark(100, 120, CV_16UC1, cv::Scalar(left));
+        dark.colRange(60, 120).setTo(cv::Scalar(right));
+        test_files::write(folder_ / "dark.png", test_files::encoded(dark, ".png"));
+        for (std::string const& name : test_files::names_in(folder_.path())) {
+            if (name.starts_with("cal_angle_") && name.ends_with(".png")) {
+                cv::Mat frame = cv::imread(in_folder(name), cv::IMREAD_UNCHANGED);
+                frame = cv::min(frame * gain + dark, 4095);
+                test_files::write(folder_ / name, test_files::encoded(frame, ".png"));
+            }
+        }
+    }
+
     std::string in_folder(std::string const& name) const { return (folder_ / name).string(); }
 
     test_files::Folder folder_;
@@ -155,6 +170,83 @@ TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
     std::filesystem::remove(folder_ / "cal_angle_of_what.png");
     test_files::write(folder_ / "cal_angle_010.0.png", "not an image");
     expect_refused(calibrate(), 1, "1 of 13 frames cannot be used");
+}
+
+TEST_F(Calibrate_command, dark_frames_are_taken_off_and_recorded) {
+    simulate_series({"--analyser-seed", "5"});
+    add_dark(1, 100, 300);
+    auto const truth = polarization::load_calibration(folder_ / "cal_analysers.json");
+    double worst = 0.0;
+    for (auto const& [region, level] :
+         {std::pair("0,0,60,100", 100.0), std::pair("61,1,59,99", 300.0),
+          std::pair("0,0,120,100", 200.0)}) {
+        Outcome const outcome =
+            calibrate({"--dark", in_folder("dark.png"), "--region", region, "--overwrite"});
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        auto const found = polarization::load_calibration(folder_ / "out.json");
+        EXPECT_TRUE(found.quality.flags.empty());
+        for (std::size_t position = 0; position < 4; ++position) {
+            auto const& analyser = found.analysers[position];
+            EXPECT_DOUBLE_EQ(analyser.dark_level.value_or(-1.0), level);
+            worst = std::max(
+                worst, std::abs(analyser.diattenuation - truth.analysers[position].diattenuation));
+        }
+    }
+    std::printf("3 regions: diattenuation within %.5f\n", worst);
+    EXPECT_LT(worst, 0.01);
+}
+
+TEST_F(Calibrate_command, saturation_is_seen_through_dark_frames) {
+    simulate_series();
+    add_dark(3, 100, 100);
+    expect_refused(calibrate({"--dark", in_folder("dark.png")}), 1, "saturated");
+}
+
+TEST_F(Calibrate_command, files_that_are_read_are_never_replaced) {
+    simulate_series();
+    add_dark(1, 0, 0);
+    std::filesystem::copy_file(folder_ / "cal_angle_000.0.png", folder_ / "first.png");
+    auto const contents = [this] {
+        std::vector<std::vector<std::uint8_t>> all;
+        for (std::string const& name : test_files::names_in(folder_.path())) {
+            all.push_back(test_files::read(folder_ / name));
+        }
+        return all;
+    };
+    auto const before = contents();
+    Names const common = {"calibrate",   in_folder("cal_angle_*.png"),
+                          "--phase",     "2",
+                          "--bit-depth", "12",
+                          "--angles",    in_folder("cal_angles.csv"),
+                          "--dark",      in_folder("dark.png"),
+                          "--overwrite"};
+    struct Case {
+        Names more;
+        int code;
+        char const* word;
+    };
+    std::vector<Case> const cases = {
+        {{"-o", in_folder("dark.json")}, 1, "dark.png: is an input"},
+        {{"-o", in_folder("cal_angle_000.0.json")}, 1, "--plot"},
+        {{"-o", in_folder("cal_angle_015.0.png"), "--plot", in_folder("out.png")}, 1, "--output"},
+        {{"-o", in_folder("cal_angles.csv")}, 1, "cal_angles.csv: is an input"},
+        {{"-o", in_folder("out.json"), "--plot", in_folder("cal_angles.csv")}, 1, "--plot"},
+        {{"-o", in_folder("out.png")}, 2, "--plot and --output"},
+        {{"-o", in_folder("out.json"), "--plot", folder_.path().string() + "/./out.json"},
+         2,
+         "--plot and --output"}};
+    for (Case const& wanted : cases) {
+        Names arguments = common;
+        arguments.insert(arguments.end(), wanted.more.begin(), wanted.more.end());
+        expect_refused(run(arguments), wanted.code, wanted.word);
+        EXPECT_EQ(contents(), before) << wanted.word;
+    }
+    std::printf("%zu ways to lose a file\n", cases.size());
+}
+
+TEST_F(Calibrate_command, numbers_that_are_not_finite_are_refused) {
+    simulate_series();
+    expect_refused(calibrate({"--source-degree", "nan"}), 2, "--source-degree");
 }
 
 TEST_F(Calibrate_command, a_region_keeps_the_mosaic_of_the_whole_frame) {

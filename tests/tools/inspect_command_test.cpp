@@ -116,4 +116,42 @@ TEST_F(Inspect_command, a_single_pixel_and_wrong_usage_are_one_line) {
     EXPECT_EQ(program_run::line_count(usage.errors), 1U) << usage.errors;
 }
 
+TEST_F(Inspect_command, numbers_that_are_not_finite_or_wrap_are_refused) {
+    for (std::string const number : {"nan", "-nan", "inf", "-inf"}) {
+        Outcome const outcome = run({"inspect", polarised(), "--polarizer-angle=" + number});
+        EXPECT_EQ(outcome.code, 2) << number << outcome.output;
+        EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
+        EXPECT_NE(outcome.errors.find("--polarizer-angle"), std::string::npos) << outcome.errors;
+    }
+    test_files::write(folder_ / "two.raw", std::string(16, 'x'));
+    auto const raw = [this](std::string const& option, std::string const& number) {
+        return run(
+            {"inspect", (folder_ / "two.raw").string(), "--pixel-format", "Mono8", "--width", "4",
+             "--height", "2", option, number});
+    };
+    for (std::string const number : {"-1", "4611686018427387905", "18446744073709551615"}) {
+        for (std::string const option : {"--header-bytes", "--stride"}) {
+            Outcome const outcome = raw(option, number);
+            EXPECT_EQ(outcome.code, 2) << outcome.errors;
+            EXPECT_NE(outcome.errors.find(option), std::string::npos) << outcome.errors;
+        }
+    }
+    Outcome const largest = raw("--header-bytes", "4611686018427387904");
+    EXPECT_EQ(largest.code, 1);
+    EXPECT_NE(largest.errors.find("4611686018427387912 bytes (1 frame)"), std::string::npos)
+        << largest.errors;
+}
+
+TEST_F(Inspect_command, a_standard_output_that_takes_nothing_is_one_line) {
+    std::string const shell = std::string(POLARIZE_PROGRAM) + " inspect " + polarised() + " " +
+                              polarised() + " >/dev/full";
+    Outcome const outcome = program_run::run_command({"/bin/sh", "-c", shell});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
+    EXPECT_NE(
+        outcome.errors.find("standard output: cannot be written: No space left on device"),
+        std::string::npos)
+        << outcome.errors;
+}
+
 } // namespace

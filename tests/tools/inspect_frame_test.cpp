@@ -87,6 +87,31 @@ TEST(Inspection, saturation_counts_samples_at_the_full_scale_that_is_given) {
     EXPECT_EQ(inspected(samples, 10, 10, 4).saturated, 9U);
 }
 
+TEST(Inspection, samples_within_a_given_depth_are_not_left_aligned) {
+    // 10 bits from a converter, moved up into 12.
+    Samples samples(100, 4);
+    samples[1] = 1000;
+    std::fill_n(samples.begin() + 2, 9, std::uint16_t{4092});
+    Inspection const found = inspected(samples, 10, 10, 12);
+    EXPECT_EQ(found.depth.shift, 0);
+    EXPECT_EQ(found.depth.assumed_depth, 12);
+    EXPECT_EQ(found.full_scale(), 4095U);
+    EXPECT_EQ(found.saturated, 9U);
+    // The same at the upper end of 16 bits.
+    for (std::uint16_t& sample : samples) {
+        sample = static_cast<std::uint16_t>(sample << 4);
+    }
+    Inspection const moved = inspected(samples, 10, 10, 12);
+    EXPECT_EQ(moved.depth.shift, 4);
+    EXPECT_EQ(moved.full_scale(), 65520U);
+    EXPECT_EQ(moved.saturated, 9U);
+    EXPECT_EQ(inspected(samples, 10, 10, 16).depth.shift, 0);
+    EXPECT_EQ(inspected(samples, 10, 10, 16).full_scale(), 65535U);
+    // A flat frame's value is a multiple of itself.
+    EXPECT_EQ(inspected(Samples(100, 2048), 10, 10, 12).saturated, 0U);
+    EXPECT_EQ(inspected(Samples(100, 128), 10, 10, 8).saturated, 0U);
+}
+
 TEST(Inspection, means_and_extremes_of_each_position_for_odd_sizes) {
     // 3 rows of 5 columns: position (0, 0) has six samples, (1, 1) two.
     Samples samples(15);

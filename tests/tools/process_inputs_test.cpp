@@ -3,7 +3,9 @@
 #include "simulation.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 
+#include <cmath>
 #include <gtest/gtest.h>
+#include <numbers>
 #include <opencv2/imgcodecs.hpp>
 #include <tiffio.h>
 
@@ -200,9 +202,11 @@ TEST_F(Process_inputs, start_stop_and_step_choose_frames) {
             "run_000007_s0.json", "run_000007_s0.tif"}));
     Names beyond = raw_options("Mono12");
     beyond.insert(beyond.end(), {"--start", "9"});
+    forget_results();
     Outcome const none = process12({file}, beyond);
-    EXPECT_EQ(none.code, 1);
+    EXPECT_EQ(none.code, 2);
     EXPECT_NE(none.errors.find("leave no frame"), std::string::npos) << none.errors;
+    EXPECT_FALSE(std::filesystem::exists(results()));
 }
 
 TEST_F(Process_inputs, left_aligned_samples_are_shifted) {
@@ -262,6 +266,31 @@ TEST_F(Process_inputs, any_number_of_jobs_gives_the_same_files) {
         first = first.empty() ? contents : first;
         EXPECT_EQ(contents, first) << jobs << " jobs";
     }
+}
+
+// Orthogonal polarisers side by side in each row, as no mosaic of the four has them.
+TEST_F(Process_inputs, a_foreign_mosaic_is_warned_of_once) {
+    cv::Mat foreign(64, 64, CV_16UC1);
+    for (int row = 0; row < foreign.rows; ++row) {
+        for (int column = 0; column < foreign.cols; ++column) {
+            constexpr double turns[] = {0.1, 0.3, 0.6, 0.8};
+            double const direction = turns[(row / 16 + column / 16) % 4];
+            double const analyser = (row % 2 == 0 ? 0.0 : 0.25) + (column % 2 == 0 ? 0.0 : 0.5);
+            foreign.at<std::uint16_t>(row, column) = static_cast<std::uint16_t>(std::lround(
+                1000.0 + 900.0 * std::cos(2.0 * std::numbers::pi * (direction - analyser))));
+        }
+    }
+    Names inputs;
+    for (char const* const name : {"a.png", "b.png", "c.png"}) {
+        inputs.push_back(in_folder(name));
+        test_files::write(inputs.back(), encoded(foreign, ".png"));
+    }
+    Outcome const outcome = process12(inputs, {"--planes", "s0"});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("a.png: The rows of the mosaic's cell"), std::string::npos)
+        << outcome.errors;
+    EXPECT_EQ(process12(inputs, {"--planes", "s0", "--overwrite", "--quiet"}).errors, "");
 }
 
 TEST_F(Process_inputs, samples_above_the_bit_depth_are_warned_of) {

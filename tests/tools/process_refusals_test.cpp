@@ -1,8 +1,11 @@
 // veldrane-polarize process: wrong usage and everything that can be wrong with inputs and places,
 // each with one clear line, and nothing half-written.
 #include "process_fixture.hpp"
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
 
 #include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
 #include <random>
 #include <sys/mount.h>
 
@@ -134,7 +137,8 @@ TEST_F(Process_refusals, a_failed_input_leaves_nothing_and_the_others_are_proces
         EXPECT_EQ(alone.errors.find("veldrane-polarize: " + inputs.back() + ": "), 0U)
             << alone.errors;
         EXPECT_EQ(alone.output, "");
-        EXPECT_TRUE(test_files::names_in(results()).empty()) << name;
+        EXPECT_TRUE(!std::filesystem::exists(results()) || test_files::names_in(results()).empty())
+            << name;
     }
     inputs.insert(inputs.begin() + 4, good());
     Outcome const together = process(inputs, {"--jobs", "2"});
@@ -166,7 +170,7 @@ TEST_F(Process_refusals, a_file_that_vanishes_fails_alone) {
 TEST_F(Process_refusals, second_input_of_the_same_name_is_refused) {
     test_files::write(folder_ / "good.pgm", encoded(pattern(50, 30, CV_8UC1), ".pgm"));
     Outcome const outcome = process({good(), in_folder("good.pgm")});
-    expect_one_line(outcome, 1, "good.pgm: given twice, or another input has the same name");
+    expect_one_line(outcome, 1, "good.pgm: given twice, or its result");
     EXPECT_EQ(test_files::read_tiff(result("good_s0.tif")).width, 40U);
 }
 
@@ -182,6 +186,78 @@ TEST_F(Process_refusals, a_result_never_overwrites_an_input) {
         EXPECT_NE(outcome.errors.find("would overwrite the input"), std::string::npos);
         EXPECT_EQ(test_files::read(folder_ / "good_s0.tif"), bytes);
     }
+}
+
+// The picture of the angle beside the planes of a frame, and the picture of the degree beside a
+// frame whose name ends in "_angle", have one name.
+TEST_F(Process_refusals, results_of_different_frames_never_fall_on_one_another) {
+    test_files::write(folder_ / "good_angle.png", encoded(pattern(50, 30, CV_8UC1), ".png"));
+    Outcome const outcome = process({good(), in_folder("good_angle.png")});
+    expect_one_line(outcome, 1, "good_angle_degree.png would overwrite that of " + good());
+    EXPECT_EQ(test_files::names_in(results()), all_files);
+    // Without pictures there is nothing in common.
+    EXPECT_EQ(
+        process({good(), in_folder("good_angle.png")}, {"--no-pictures", "--overwrite"}).code, 0);
+}
+
+TEST_F(Process_refusals, a_result_never_overwrites_a_dark_frame_or_the_calibration) {
+    auto const dark = encoded(cv::Mat(20, 40, CV_8UC1, cv::Scalar(1)), ".tif");
+    test_files::write(folder_ / "good_s0.tif", dark);
+    Names const here = {"-o", folder_.path().string(), "--bit-depth", "8", "--overwrite"};
+    auto const with = [&here](Names options) {
+        options.insert(options.end(), here.begin(), here.end());
+        return options;
+    };
+    expect_one_line(
+        process_with(
+            {good()}, with({"--phase", "0", "--planes", "s0", "--dark", in_folder("good_s0.tif")})),
+        1, "would overwrite the input " + in_folder("good_s0.tif"));
+    EXPECT_EQ(test_files::read(folder_ / "good_s0.tif"), dark);
+
+    namespace mrv = veldrane_mrv::polarization;
+    std::string const calibration =
+        mrv::calibration_to_json(mrv::ideal_calibration(mrv::Mosaic::from_phase(0)));
+    test_files::write(folder_ / "good_s1.json", calibration);
+    expect_one_line(
+        process_with(
+            {good()}, with({"--planes", "s1", "--calibration", in_folder("good_s1.json")})),
+        1, "would overwrite the input " + in_folder("good_s1.json"));
+    auto const left = test_files::read(folder_ / "good_s1.json");
+    EXPECT_EQ(std::string(left.begin(), left.end()), calibration);
+}
+
+// A recording that is read from its second frame on is an input none the less.
+TEST_F(Process_refusals, a_recording_is_an_input_whichever_of_its_frames_is_taken) {
+    std::vector<cv::Mat> const pages(2, pattern(40, 20, CV_8UC1));
+    std::string const file = in_folder("good_s0.tif");
+    ASSERT_TRUE(cv::imwritemulti(file, pages));
+    auto const before = test_files::read(file);
+    Outcome const outcome = process_with(
+        {file, good()}, {"-o", folder_.path().string(), "--phase", "0", "--bit-depth", "8",
+                         "--planes", "s0", "--start", "1", "--overwrite"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.errors.find("would overwrite the input"), std::string::npos)
+        << outcome.errors;
+    EXPECT_EQ(test_files::read(file), before);
+}
+
+// The bar shows after a tenth of a second; frames that fail are all there are.
+TEST_F(Process_refusals, failed_frames_count_in_the_progress_bar) {
+    std::string const terminal = "/usr/bin/script";
+    if (!std::filesystem::exists(terminal)) {
+        GTEST_SKIP() << terminal << " is not installed";
+    }
+    test_files::write(folder_ / "run.raw", std::string());
+    std::filesystem::resize_file(folder_ / "run.raw", std::uintmax_t{60} << 22); // no disk is used
+    Outcome const outcome = program_run::run_command(
+        {terminal, "-qec",
+         "'" POLARIZE_PROGRAM "' process '" + in_folder("run.raw") + "' -o '" + results() +
+             "' --phase 0 --pixel-format Mono8 --width 2048 --height 2048 --jobs 1 "
+             "--region 0,0,2048,4096",
+         "/dev/null"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.output.find("/60 frames, 0 Mpixel/s"), std::string::npos)
+        << outcome.output.substr(0, 300);
 }
 
 // Places where root may not write either.
@@ -206,7 +282,7 @@ TEST_F(Process_refusals, a_file_that_cannot_grow_leaves_nothing) {
     Outcome const outcome = program_run::run_command(
         {"/bin/sh", "-c",
          "ulimit -f 400; exec '" POLARIZE_PROGRAM "' process '" + in_folder("large.png") +
-             "' -o '" + results() + "' --phase 0 --bit-depth 8"});
+             "' -o '" + results() + "' --phase 0 --bit-depth 8 --quiet"});
     expect_one_line(outcome, 1, "cannot be written");
     EXPECT_TRUE(test_files::names_in(results()).empty());
 }

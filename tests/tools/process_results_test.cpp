@@ -167,6 +167,61 @@ TEST_F(Process_results, a_sidecar_turns_numbers_into_values) {
     EXPECT_NEAR(s0.at("step").get<double>(), 510.0 / 65535.0, 1e-9);
 }
 
+TEST_F(Process_results, a_sidecar_says_what_holds_where_there_is_no_value) {
+    auto const undefined = [this](Names const& more) {
+        forget_results();
+        Names options = {"--planes", "s0,azimuth,dolp,normalized_stokes"};
+        options.insert(options.end(), more.begin(), more.end());
+        EXPECT_EQ(process({good()}, options).code, 0);
+        std::vector<std::string> texts;
+        for (char const* const plane : {"azimuth", "dolp", "normalized_stokes"}) {
+            texts.push_back(
+                sidecar(std::string("good_") + plane + ".json").at("undefined").get<std::string>());
+        }
+        EXPECT_TRUE(sidecar("good_s0.json").at("undefined").is_null());
+        return texts;
+    };
+    auto const scaled = undefined({});
+    EXPECT_EQ(scaled[0], "the number of the angle 0 where S1 and S2 are 0");
+    EXPECT_EQ(scaled[1], "0 where S0 is 0");
+    EXPECT_EQ(scaled[2].find("NaN where a Stokes quantity of 0"), 0U);
+    auto const radians = undefined({"--units", "radians"});
+    EXPECT_EQ(radians[0], "NaN where the degree is stored as 0");
+    EXPECT_EQ(radians[1], "NaN where S0 is stored as 0");
+    EXPECT_EQ(radians[2], scaled[2]);
+}
+
+TEST_F(Process_results, a_sidecar_names_the_dark_frames) {
+    ASSERT_EQ(process({good()}, {"--planes", "s0"}).code, 0);
+    EXPECT_EQ(sidecar("good_s0.json").at("source").at("dark_frames"), nlohmann::json::array());
+    EXPECT_EQ(sidecar("good_s0.json").at("source").at("dark_frame_subtracted"), false);
+    Names names;
+    for (char const* const name : {"dark_1.png", "dark_2.png"}) {
+        names.push_back(in_folder(name));
+        test_files::write(names.back(), encoded(cv::Mat(20, 40, CV_8UC1, cv::Scalar(1)), ".png"));
+    }
+    forget_results();
+    ASSERT_EQ(process({good()}, {"--planes", "s0", "--dark", in_folder("dark_*")}).code, 0);
+    EXPECT_EQ(sidecar("good_s0.json").at("source").at("dark_frames"), names);
+    EXPECT_EQ(sidecar("good_s0.json").at("source").at("dark_frame_subtracted"), true);
+}
+
+TEST_F(Process_results, a_sidecar_says_how_the_last_pixel_was_computed) {
+    test_files::write(folder_ / "odd.png", encoded(pattern(41, 20, CV_8UC1), ".png"));
+    std::vector<std::tuple<char const*, char const*, char const*>> const cases = {
+        {"good", "fast", "computed with the weights of its position"},
+        {"good", "calibrated", "computed with the weights of its position"},
+        {"odd", "fast",
+         "computed with the weights of an even row and column, not those of its position"},
+        {"odd", "calibrated", "mended: computed once more with the weights of its position"}};
+    for (auto const& [frame, mode, words] : cases) {
+        forget_results();
+        std::string const name = frame;
+        ASSERT_EQ(process({in_folder(name + ".png")}, {"--planes", "s0", "--mode", mode}).code, 0);
+        EXPECT_EQ(sidecar(name + "_s0.json").at("final_pixel"), words) << name << mode;
+    }
+}
+
 TEST_F(Process_results, requested_planes_only_and_the_pictures_they_allow) {
     std::vector<std::pair<Names, Names>> const cases = {
         {{"--planes", "s0"}, {"good_s0.json", "good_s0.tif"}},

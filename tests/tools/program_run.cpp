@@ -32,8 +32,19 @@ Running_program::Running_program(std::vector<std::string> const& command) {
     int const create = O_WRONLY | O_CREAT | O_TRUNC;
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), create, 0600);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errors.c_str(), create, 0600);
+    // Whoever started the tests may ignore signals, as nohup does; the program inherits that.
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    for (int const signal : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+        sigaddset(&defaults, signal);
+    }
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     int const failed = posix_spawn(
-        &process_, command.front().c_str(), &actions, nullptr, arguments.data(), environ);
+        &process_, command.front().c_str(), &actions, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (failed != 0) {
         throw std::runtime_error("cannot run " + command.front());

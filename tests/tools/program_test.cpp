@@ -30,6 +30,17 @@ TEST(Program, version_tells_the_build_of_the_processor) {
     EXPECT_NE(outcome.output.find("processor: Version = "), std::string::npos) << outcome.output;
 }
 
+TEST(Program, help_and_version_that_cannot_be_written_fail) {
+    for (std::string const option : {"--help", "--help-all", "--version", "inspect --help"}) {
+        Outcome const outcome = program_run::run_command(
+            {"/bin/sh", "-c", std::string(POLARIZE_PROGRAM) + " " + option + " >/dev/full"});
+        EXPECT_EQ(outcome.code, 1) << option;
+        EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
+        EXPECT_NE(outcome.errors.find("standard output: cannot be written: "), std::string::npos)
+            << outcome.errors;
+    }
+}
+
 class Progress_bar : public Process_command {};
 
 // `script` gives the program a terminal and keeps what it shows.

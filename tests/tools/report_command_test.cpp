@@ -68,6 +68,20 @@ TEST_F(Report_command, page_is_complete_and_reaches_for_nothing_outside) {
     EXPECT_LT(html.size(), 1'500'000U);
 }
 
+TEST_F(Report_command, saturation_is_counted_before_the_dark_frame_is_subtracted) {
+    cv::Mat frame(64, 64, CV_8UC1, cv::Scalar(100));
+    frame.rowRange(0, 8).setTo(cv::Scalar(255));
+    test_files::write(folder_ / "bright.png", encoded(frame, ".png"));
+    test_files::write(
+        folder_ / "dark.png", encoded(cv::Mat(64, 64, CV_8UC1, cv::Scalar(20)), ".png"));
+    Outcome const outcome =
+        report({"--phase", "2", "--dark", (folder_ / "dark.png").string()}, "bright.png");
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_NE(text().find("12.50 % of the samples reach the full scale 255"), std::string::npos);
+    EXPECT_NE(text().find("100 to 255"), std::string::npos);
+    EXPECT_NE(text().find("subtracted for the planes"), std::string::npos);
+}
+
 TEST_F(Report_command, a_page_that_is_there_stays_unless_it_may_be_replaced) {
     test_files::write(folder_ / "page.html", std::string("mine"));
     Outcome const refused = report({"--phase", "0"});
@@ -76,6 +90,15 @@ TEST_F(Report_command, a_page_that_is_there_stays_unless_it_may_be_replaced) {
     EXPECT_EQ(text(), "mine");
     EXPECT_EQ(report({"--phase", "0", "--overwrite"}).code, 0);
     EXPECT_NE(text(), "mine");
+}
+
+TEST_F(Report_command, a_folder_that_is_missing_is_made) {
+    std::string const frame = (folder_ / "a<b>&.png").string();
+    auto const deep = folder_.path() / "new" / "deeper" / "page.html";
+    Outcome const outcome =
+        run({"report", frame, "-o", deep.string(), "--bit-depth", "8", "--phase", "0"});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_TRUE(std::filesystem::exists(deep));
 }
 
 TEST_F(Report_command, the_frame_is_never_replaced_by_its_page) {

@@ -5,6 +5,7 @@
 #include "test_files.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 namespace {
 
@@ -84,6 +85,29 @@ TEST(Staged_files, want_of_room_is_told_from_other_failures) {
     } catch (File_failure const& failure) {
         EXPECT_EQ(std::string(failure.what()).find("/proc/self/a: cannot be written: "), 0U);
     }
+}
+
+// Root may write anywhere, so the test becomes another user for the while.
+TEST(Staged_files, a_folder_without_permission_takes_no_file_at_all) {
+    Folder const folder;
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0555));
+    bool const is_root = geteuid() == 0;
+    constexpr uid_t nobody = 65534;
+    ASSERT_TRUE(!is_root || seteuid(nobody) == 0);
+    std::string problem;
+    try {
+        Staged_files files;
+        files.add(folder / "a", std::string("x"));
+    } catch (Output_exhausted const& failure) {
+        problem = failure.what();
+    } catch (std::exception const& failure) {
+        problem = std::string("another failure: ") + failure.what();
+    }
+    ASSERT_TRUE(!is_root || seteuid(0) == 0);
+    std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    EXPECT_EQ(
+        problem, (folder / "a").string() +
+                     ": cannot be written: Permission denied; choose another folder with -o");
 }
 
 TEST(Staged_files, a_folder_below_a_file_is_refused) {

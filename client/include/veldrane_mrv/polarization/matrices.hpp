@@ -29,7 +29,8 @@ struct Matrices {
 };
 
 /// Weights 1, -1 and 0 of an ideal sensor: the sums and differences by which the processor's vector
-/// blocks work in the same phase, so that a plane of the fast mode has no seam.
+/// blocks work in the same phase, so that a plane of the fast mode has no seam but for last bits:
+/// the blocks rescale S0, S1 and S2 with an approximate reciprocal where the others divide.
 Matrices ideal_matrices(Mosaic const& mosaic);
 
 /// The same matrices with S1 and S2 negated.
