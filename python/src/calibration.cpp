@@ -1,0 +1,164 @@
+#include "bindings.hpp"
+#include "raw_frames.hpp"
+
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/calibration_estimate.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+#include <pybind11/stl/filesystem.h>
+#include <string>
+#include <vector>
+
+namespace veldrane_python {
+namespace {
+
+namespace py = pybind11;
+namespace mrv = veldrane_mrv::polarization;
+
+py::array_t<float> matrices_of(mrv::Calibration const& calibration) {
+    py::array_t<float> result{std::vector<py::ssize_t>{4, 4, 4}};
+    float* target = result.mutable_data();
+    for (auto const& matrix : calibration.matrices.by_position) {
+        target = std::ranges::copy(matrix, target).out;
+    }
+    return result;
+}
+
+std::vector<std::string> flags_of(mrv::Calibration const& calibration) {
+    std::vector<std::string> names;
+    for (mrv::Quality_flag const flag : calibration.quality.flags) {
+        names.emplace_back(mrv::name_of(flag));
+    }
+    return names;
+}
+
+std::string described(mrv::Calibration const& calibration) {
+    return "<Calibration of the layout " + calibration.mosaic.to_string() + ", " +
+           std::to_string(calibration.quality.frame_count) + " frames>";
+}
+
+mrv::Series_point measured(
+    py::array const& raw, double angle, double intensity, std::string const& source, int bit_depth,
+    bool trimmed) {
+    Raw_frames const frames{raw};
+    mrv::Estimation_options options;
+    options.bit_depth = bit_depth;
+    options.average = trimmed ? mrv::Average::trimmed_mean : mrv::Average::mean;
+    py::gil_scoped_release const unlocked;
+    std::vector<std::uint16_t> memory;
+    return mrv::measure({frames.frame(0, memory), angle, intensity, source}, options);
+}
+
+mrv::Calibration estimated(
+    std::vector<mrv::Series_point> const& series, int phase, int bit_depth,
+    std::optional<std::array<double, 4>> const& dark_levels, double source_degree,
+    std::string const& sensor) {
+    mrv::Estimation_options options;
+    options.bit_depth = bit_depth;
+    options.dark_levels = dark_levels;
+    options.source_degree = source_degree;
+    options.sensor = sensor;
+    return mrv::estimate_calibration(series, mrv::Mosaic::from_phase(phase), options);
+}
+
+void bind_analyser(py::module_& module) {
+    py::class_<mrv::Analyser>(
+        module, "Analyser",
+        "One of the four positions of the mosaic's cell.\n\n"
+        "Attributes\n----------\nthroughput : float\n    Relative to the mean of the four.\n"
+        "diattenuation : float\n    Contrast; 1 lets nothing of the crossed light through.\n"
+        "orientation : float\n    Degrees in [0, 180).\n"
+        "dark_level : float or None\n    Mean sample without light.\n"
+        "residual : float\n    Root mean square of the fit's residuals over the mean signal.\n")
+        .def_readonly("throughput", &mrv::Analyser::throughput)
+        .def_readonly("diattenuation", &mrv::Analyser::diattenuation)
+        .def_readonly("orientation", &mrv::Analyser::orientation)
+        .def_readonly("dark_level", &mrv::Analyser::dark_level)
+        .def_readonly("residual", &mrv::Analyser::residual)
+        .def("__repr__", [](mrv::Analyser const& analyser) {
+            return "<Analyser throughput " + std::to_string(analyser.throughput) +
+                   ", diattenuation " + std::to_string(analyser.diattenuation) + ", orientation " +
+                   std::to_string(analyser.orientation) + ">";
+        });
+}
+
+} // namespace
+
+void bind_calibration(py::module_& module) {
+    bind_analyser(module);
+    py::class_<mrv::Series_point>(module, "Series_point")
+        .def_readonly("means", &mrv::Series_point::means);
+    py::class_<mrv::Calibration>(
+        module, "Calibration",
+        "What is known of a sensor's analysers, and the weights that undo their faults.\n\n"
+        "Made by `calibrate`, `Calibration.load` or `Calibration.ideal`; never changed.\n\n"
+        "Examples\n--------\n"
+        ">>> ideal = Calibration.ideal((90, 45, 135, 0))\n"
+        ">>> ideal.matrices.shape, ideal.matrices.dtype\n((4, 4, 4), dtype('float32'))\n")
+        .def_static(
+            "_ideal",
+            [](int phase) { return mrv::ideal_calibration(mrv::Mosaic::from_phase(phase)); })
+        .def_static("_load", &mrv::load_calibration)
+        .def_static(
+            "from_json",
+            [](std::string const& text) { return mrv::calibration_from_json(text, "the text"); },
+            py::arg("text"), "The calibration that `to_json` wrote; ValueError if it is none.")
+        .def("to_json", &mrv::calibration_to_json, "The text of the file that `save` writes.")
+        .def("_save", &mrv::save)
+        .def_property_readonly(
+            "phase", [](mrv::Calibration const& c) { return c.mosaic.phase(); },
+            "Number of the layout, 0 to 3.")
+        .def_property_readonly(
+            "layout",
+            [](mrv::Calibration const& c) { return py::tuple(py::cast(c.mosaic.layout())); },
+            "Polariser angles in degrees of the top-left cell, row by row.")
+        .def_property_readonly(
+            "matrices", &matrices_of,
+            "Weights, (4, 4, 4) float32: position in the cell, quantity (twice S0, S1, S2, "
+            "unused),\n"
+            "sample (own, horizontal, vertical, diagonal neighbour). A copy.")
+        .def_property_readonly(
+            "analysers", [](mrv::Calibration const& c) { return py::tuple(py::cast(c.analysers)); },
+            "The four `Analyser`, in the order of `layout`.")
+        .def_property_readonly(
+            "rms_residual", [](mrv::Calibration const& c) { return c.quality.rms_residual; },
+            "Root mean square of measured minus fitted means over the mean signal.")
+        .def_property_readonly(
+            "condition_number",
+            [](mrv::Calibration const& c) { return c.quality.condition_number; },
+            "Of the instrument matrix; 1.414 for an ideal sensor.")
+        .def_property_readonly(
+            "frame_count", [](mrv::Calibration const& c) { return c.quality.frame_count; },
+            "Frames that the estimate rests on.")
+        .def_property_readonly(
+            "flags", &flags_of, "Names of what a reader should know before trusting it.")
+        .def_property_readonly(
+            "sensor", [](mrv::Calibration const& c) { return c.provenance.sensor; },
+            "As given to `calibrate`.")
+        .def_property_readonly(
+            "time", [](mrv::Calibration const& c) { return c.provenance.time; },
+            "When it was made, UTC.")
+        .def(
+            "of_region", &mrv::of_region, py::arg("row_offset"), py::arg("column_offset"),
+            "The calibration of frames that begin at this row and column of the sensor.")
+        .def("__eq__", [](mrv::Calibration const& a, mrv::Calibration const& b) { return a == b; })
+        .def("__repr__", &described)
+        .def(py::pickle(
+            [](mrv::Calibration const& c) { return mrv::calibration_to_json(c); },
+            [](std::string const& text) {
+                return mrv::calibration_from_json(text, "the pickled calibration");
+            }));
+    module.def(
+        "measure", &measured, py::arg("raw").noconvert(), py::arg("angle"), py::arg("intensity"),
+        py::arg("source"), py::arg("bit_depth"), py::arg("trimmed"));
+    module.def(
+        "estimate", &estimated, py::arg("series"), py::arg("phase"), py::arg("bit_depth"),
+        py::arg("dark_levels"), py::arg("source_degree"), py::arg("sensor"));
+}
+
+} // namespace veldrane_python

@@ -1,0 +1,137 @@
+#include "bindings.hpp"
+#include "raw_frames.hpp"
+
+#include "inspection.hpp"
+#include "simulation.hpp"
+
+#include "veldrane_mrv/polarization/calibration.hpp"
+
+#include <cstdint>
+#include <optional>
+#include <pybind11/numpy.h>
+#include <pybind11/stl.h>
+#include <string>
+#include <vector>
+
+namespace veldrane_python {
+namespace {
+
+namespace py = pybind11;
+namespace mrv = veldrane_mrv::polarization;
+
+polarize_tool::Simulation_settings settings_of(
+    std::size_t height, std::size_t width, int phase, int bit_depth, std::uint64_t seed, bool noise,
+    mrv::Calibration const* sensor) {
+    polarize_tool::Simulation_settings settings{
+        .width = width,
+        .height = height,
+        .phase = phase,
+        .bit_depth = bit_depth,
+        .seed = seed,
+        .noise = noise};
+    if (sensor != nullptr) {
+        settings.analysers = sensor->analysers;
+    }
+    return settings;
+}
+
+py::array_t<float> plane_of(std::vector<float> const& values, std::size_t height) {
+    py::array_t<float> result{std::vector<std::size_t>{height, values.size() / height}};
+    std::copy(values.begin(), values.end(), result.mutable_data());
+    return result;
+}
+
+// Frames (N, H, W) and, for the scene, its truth.
+py::tuple simulate(
+    std::size_t count, std::size_t height, std::size_t width, int phase, int bit_depth,
+    std::uint64_t seed, bool noise, mrv::Calibration const* sensor,
+    std::optional<double> polariser_angle) {
+    auto const settings = settings_of(height, width, phase, bit_depth, seed, noise, sensor);
+    py::array_t<std::uint16_t> frames{std::vector<std::size_t>{count, height, width}};
+    std::uint16_t* target = frames.mutable_data();
+    polarize_tool::Truth truth;
+    {
+        py::gil_scoped_release const unlocked;
+        auto const light = polariser_angle
+                               ? polarize_tool::uniform_light(settings, *polariser_angle)
+                               : polarize_tool::scene_light(settings);
+        for (std::size_t number = 0; number < count; ++number) {
+            auto const frame = polarize_tool::record(light, settings, number);
+            target = std::copy(frame.samples.begin(), frame.samples.end(), target);
+        }
+        truth = polarize_tool::truth_of(light);
+    }
+    py::dict planes;
+    planes["s0"] = plane_of(truth.s0, height);
+    planes["s1"] = plane_of(truth.s1, height);
+    planes["s2"] = plane_of(truth.s2, height);
+    planes["angle"] = plane_of(truth.angle, height);
+    planes["degree"] = plane_of(truth.degree, height);
+    return py::make_tuple(frames, planes);
+}
+
+mrv::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
+    polarize_tool::Analyser_spread spread;
+    spread.seed = seed;
+    mrv::Calibration calibration = mrv::ideal_calibration(mrv::Mosaic::from_phase(phase));
+    calibration.analysers = polarize_tool::imperfect_analysers(phase, spread);
+    calibration.matrices = mrv::matrices_of(calibration.analysers);
+    calibration.quality.condition_number = mrv::condition_number(calibration.analysers);
+    return calibration;
+}
+
+char const* name_of(mrv::Balance::Verdict verdict) {
+    switch (verdict) {
+    case mrv::Balance::Verdict::possible:
+        return "possible";
+    case mrv::Balance::Verdict::unlikely:
+        return "unlikely";
+    case mrv::Balance::Verdict::undecided:
+        break;
+    }
+    return "undecided";
+}
+
+py::dict inspect(
+    py::array const& raw, std::optional<int> bit_depth, std::optional<double> polariser_angle) {
+    Raw_frames const frames{raw};
+    polarize_tool::Inspection const found = [&] {
+        py::gil_scoped_release const unlocked;
+        std::vector<std::uint16_t> memory;
+        return polarize_tool::inspect(frames.frame(0, memory), bit_depth);
+    }();
+    py::dict result;
+    result["mean"] = found.mean;
+    result["smallest"] = found.smallest;
+    result["largest"] = found.largest;
+    result["used_bits"] = found.depth.used_bits;
+    result["zero_low_bits"] = found.depth.zero_low_bits;
+    result["bit_depth"] = found.depth.assumed_depth;
+    result["shift"] = found.depth.shift;
+    result["saturated"] = found.saturated;
+    py::list means;
+    for (auto const& position : found.positions) {
+        means.append(position.mean);
+    }
+    result["position_means"] = py::tuple(means);
+    result["mosaic"] = name_of(found.balance.verdict);
+    result["explanation"] = found.balance.explanation();
+    result["phase"] = py::none();
+    if (polariser_angle) {
+        auto const answer =
+            polarize_tool::phase_behind_polariser(found.positions, *polariser_angle);
+        result["phase"] = py::cast(answer.phase);
+        result["explanation"] = answer.explanation;
+    }
+    return result;
+}
+
+} // namespace
+
+void bind_simulation(py::module_& module) {
+    module.def("simulate", &simulate);
+    module.def("imperfect_sensor", &imperfect_sensor);
+    module.def("inspect", &inspect);
+}
+
+} // namespace veldrane_python

@@ -1,0 +1,36 @@
+"""Polarimetric planes from raw frames of polarisation image sensors.
+
+The processor is exact to the bit; this package checks what goes in, hands NumPy arrays to it without
+a copy, and says what the numbers mean. See `process` for the start.
+"""
+
+from __future__ import annotations
+
+from . import _native
+from ._arguments import PLANES
+from ._calibrating import calibrate
+from ._native import Analyser, Calibration, Scale
+from ._pixel_formats import PIXEL_FORMATS, bit_depth_of, pack, unpack
+from ._processing import Result, process
+from ._simulating import Inspection, Simulation, imperfect_sensor, inspect, simulate
+
+__version__ = _native.software_version()
+
+__all__ = [
+    "PIXEL_FORMATS",
+    "PLANES",
+    "Analyser",
+    "Calibration",
+    "Inspection",
+    "Result",
+    "Scale",
+    "Simulation",
+    "bit_depth_of",
+    "calibrate",
+    "imperfect_sensor",
+    "inspect",
+    "pack",
+    "process",
+    "simulate",
+    "unpack",
+]

@@ -1,0 +1,224 @@
+"""Checks of arguments. Every message says what was given and what is accepted."""
+
+from __future__ import annotations
+
+import operator
+from collections.abc import Iterable, Mapping
+from typing import Any, Optional, Union
+
+import numpy as np
+import numpy.typing as npt
+
+from . import _native
+
+PLANES = ("s0", "s1", "s2", "azimuth", "dolp", "normalized_stokes")
+
+Layout = Union[int, str, Iterable[int]]
+Array = npt.NDArray[Any]
+
+_LAYOUTS = tuple(tuple(_native.layout_of_phase(phase)) for phase in range(4))
+_ALL_LAYOUTS = "; ".join(f"phase {phase} {layout}" for phase, layout in enumerate(_LAYOUTS))
+_SAMPLES = (np.dtype(np.uint8), np.dtype(np.uint16))
+
+
+def phase_of(layout: Layout) -> int:
+    """Number of a layout that is given as a phase, as four angles or as text."""
+    try:
+        if isinstance(layout, str):
+            return _native.phase_of_text(layout)
+        if isinstance(layout, (int, np.integer)) and not isinstance(layout, bool):
+            if 0 <= layout <= 3:
+                return int(layout)
+            raise ValueError
+        return _LAYOUTS.index(tuple(layout))  # type: ignore[arg-type]
+    except TypeError:
+        raise TypeError(
+            f"layout is {layout!r}; give a phase from 0 to 3, four angles in degrees or a text "
+            "such as '90,45,135,0'"
+        ) from None
+    except ValueError:
+        raise ValueError(
+            f"layout is {layout!r}; give one of the four that there are: {_ALL_LAYOUTS}"
+        ) from None
+
+
+def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
+    """Names of planes, each once, in the order of asking."""
+    if planes == "all":
+        return PLANES
+    if isinstance(planes, str):
+        planes = planes.split(",")
+    try:
+        names = tuple(dict.fromkeys(planes))
+    except TypeError:
+        raise TypeError(f"planes is {planes!r}; give names such as ('s0', 'dolp')") from None
+    if not names:
+        raise ValueError(f"planes is empty; name some of {', '.join(PLANES)}, or 'all'")
+    for name in names:
+        if name not in PLANES:
+            raise ValueError(
+                f"planes holds {name!r}; name some of {', '.join(PLANES)}, or 'all'"
+            )
+    return names
+
+
+def whole_number(name: str, value: Any, lowest: int, highest: int) -> int:
+    if isinstance(value, bool):
+        raise TypeError(f"{name} is {value!r}; give a whole number from {lowest} to {highest}")
+    try:
+        number = operator.index(value)
+    except TypeError:
+        raise TypeError(
+            f"{name} is {value!r}; give a whole number from {lowest} to {highest}"
+        ) from None
+    if not lowest <= number <= highest:
+        raise ValueError(f"{name} is {number}; give a whole number from {lowest} to {highest}")
+    return number
+
+
+def choice(name: str, value: Any, accepted: tuple[str, ...]) -> str:
+    if not isinstance(value, str) or value not in accepted:
+        kind = ValueError if isinstance(value, str) else TypeError
+        raise kind(f"{name} is {value!r}; give one of {', '.join(map(repr, accepted))}")
+    return value
+
+
+def scale_of(bit_depth: Any, full_scale: Any) -> _native.Scale:
+    depth = whole_number("bit_depth", bit_depth, 1, 16)
+    if full_scale is None:
+        return _native.Scale(depth)
+    return _native.Scale(depth, whole_number("full_scale", full_scale, 1, 65535))
+
+
+def check_samples(dtype: np.dtype[Any], shape: tuple[int, ...], name: str = "raw") -> None:
+    """Whether frames of this type and shape can be processed."""
+    if dtype not in _SAMPLES or not dtype.isnative:
+        raise TypeError(
+            f"{name} has the dtype {dtype}; give uint8 or uint16 in host byte order, such as by "
+            f"{name}.astype('uint16') if no sample is lost by it"
+        )
+    if len(shape) not in (2, 3):
+        raise ValueError(
+            f"{name} has the shape {shape}; give one frame (H, W) or several (N, H, W)"
+        )
+    height, width = shape[-2:]
+    if height < 2 or width < 2 or (width < 16 and height != 2):
+        raise ValueError(
+            f"{name} has the shape {shape}; give frames of at least 2 rows and 16 columns, or of "
+            "exactly 2 rows and at least 2 columns"
+        )
+
+
+def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:
+    """`raw` itself, once it is known to hold frames that can be processed."""
+    if not isinstance(raw, np.ndarray):
+        raise TypeError(
+            f"{name} is a {type(raw).__name__}; give a NumPy array of uint8 or uint16 with the "
+            "shape (H, W) or (N, H, W)"
+        )
+    check_samples(raw.dtype, raw.shape, name)
+    if raw.dtype == np.uint8 and bit_depth > 8:
+        raise ValueError(
+            f"bit_depth is {bit_depth}, but {name} has the dtype uint8; give at most 8, or the "
+            "frames as uint16"
+        )
+    return raw
+
+
+def plane_dtype(name: str, signed: bool) -> np.dtype[Any]:
+    if name == "normalized_stokes":
+        return np.dtype(np.float32)
+    return np.dtype(np.int32 if signed and name in ("s1", "s2") else np.uint16)
+
+
+def plane_shape(name: str, shape: tuple[int, ...]) -> tuple[int, ...]:
+    return (*shape, 2) if name == "normalized_stokes" else shape
+
+
+def _share_memory(one: Array, other: Array) -> bool:
+    # Whether strided arrays meet is a hard question; one that takes long is answered with yes.
+    if not np.may_share_memory(one, other):
+        return False
+    try:
+        return bool(np.shares_memory(one, other, max_work=100_000))
+    except np.TooHardError:
+        return True
+
+
+def check_out(
+    out: Mapping[str, Array], raw: Array, planes: tuple[str, ...], signed: bool
+) -> dict[str, Array]:
+    """The arrays of `out`, once each can take its plane."""
+    if not isinstance(out, Mapping):
+        raise TypeError(f"out is a {type(out).__name__}; give a mapping from plane to array")
+    if set(out) != set(planes):
+        raise ValueError(
+            f"out holds {', '.join(map(repr, out)) or 'nothing'}; give an array for each of the "
+            f"planes asked for: {', '.join(map(repr, planes))}"
+        )
+    arrays = {name: _checked_target(name, out[name], raw.shape, signed) for name in planes}
+    buffers = [("raw", raw), *((f"out[{name!r}]", array) for name, array in arrays.items())]
+    for number, (name, array) in enumerate(buffers):
+        for other_name, other in buffers[:number]:
+            if _share_memory(array, other):
+                raise ValueError(
+                    f"{name} is in the same memory as {other_name}; give every array memory of "
+                    "its own"
+                )
+    return arrays
+
+
+def _checked_target(name: str, array: Any, shape: tuple[int, ...], signed: bool) -> Array:
+    title = f"out[{name!r}]"
+    dtype, wanted = plane_dtype(name, signed), plane_shape(name, shape)
+    if not isinstance(array, np.ndarray):
+        raise TypeError(f"{title} is a {type(array).__name__}; give a NumPy array of {dtype}")
+    if array.dtype != dtype or not array.dtype.isnative:
+        raise TypeError(f"{title} has the dtype {array.dtype}; give {dtype}")
+    if array.shape != wanted:
+        raise ValueError(f"{title} has the shape {array.shape}; give {wanted}")
+    if not array.flags.writeable:
+        raise ValueError(f"{title} is read-only; give an array that can be written")
+    if not array.flags.c_contiguous or not array.flags.aligned:
+        raise ValueError(f"{title} is not dense; give a C-contiguous array")
+    return array
+
+
+def phase_and_calibration(
+    layout: Optional[Layout], calibration: Any
+) -> tuple[int, Optional[_native.Calibration]]:
+    """The phase, from the layout or the calibration, which must agree if both are given."""
+    if calibration is None:
+        if layout is None:
+            raise TypeError("layout is missing; give a layout, or a calibration, which holds one")
+        return phase_of(layout), None
+    if not isinstance(calibration, _native.Calibration):
+        raise TypeError(
+            f"calibration is a {type(calibration).__name__}; give a Calibration, such as from "
+            "Calibration.load"
+        )
+    if layout is not None and phase_of(layout) != calibration.phase:
+        raise ValueError(
+            f"layout is {layout!r}, but the calibration is for {calibration.layout}; leave the "
+            "layout out, or give the calibration of this one"
+        )
+    return calibration.phase, calibration
+
+
+def mode_of(mode: Optional[str], calibration: Any) -> str:
+    if mode is None:
+        return "fast" if calibration is None else "calibrated"
+    choice("mode", mode, ("fast", "calibrated"))
+    if mode == "fast" and calibration is not None:
+        raise ValueError(
+            "mode is 'fast', which applies weights to few pixels only; leave out mode or the "
+            "calibration"
+        )
+    return mode
+
+
+def angles_in_degrees(name: str, values: Iterable[float], count: int) -> list[float]:
+    numbers = [float(value) for value in values]
+    if len(numbers) != count:
+        raise ValueError(f"{name} holds {len(numbers)} numbers; give {count}, one a frame")
+    return numbers

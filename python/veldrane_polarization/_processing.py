@@ -1,0 +1,307 @@
+"""From raw frames to planes."""
+
+from __future__ import annotations
+
+import functools
+from collections.abc import Iterable, Iterator, Mapping
+from typing import Any, Callable, Optional, Union
+
+import numpy as np
+import numpy.typing as npt
+
+from . import _arguments, _native
+from ._arguments import Array, Layout
+
+Floats = npt.NDArray[np.float32]
+
+
+class Result:
+    """The planes of one or several frames, and what their numbers mean.
+
+    Each plane that was asked for is an attribute and, by its name, an item. The names of planes are
+    iterated in the order of asking.
+
+    Attributes
+    ----------
+    s0, s1, s2, azimuth, dolp : numpy.ndarray
+        (H, W) or (N, H, W), uint16; `s1` and `s2` int32 if signed.
+    normalized_stokes : numpy.ndarray
+        (H, W, 2) or (N, H, W, 2), float32: S1 / S0 and S2 / S0.
+    planes : tuple of str
+        Names of the planes that there are.
+    scale : Scale
+        Bit depth, full scale, sample units for one step of a Stokes plane.
+    phase : int
+        Number of the layout, 0 to 3.
+    mode : str
+        ``'fast'`` or ``'calibrated'``.
+    signed : bool
+        Whether `s1` and `s2` are signed.
+
+    Examples
+    --------
+    >>> raw = np.full((32, 64), 1000, np.uint16)
+    >>> result = process(raw, layout=2, bit_depth=12, planes=("s0", "dolp"))
+    >>> result.planes, result.s0.dtype, int(result["dolp"].max())
+    (('s0', 'dolp'), dtype('uint16'), 0)
+    """
+
+    __slots__ = ("_arrays", "mode", "phase", "scale", "signed")
+
+    def __init__(
+        self, arrays: Mapping[str, Array], scale: _native.Scale, phase: int, mode: str, signed: bool
+    ) -> None:
+        self._arrays = dict(arrays)
+        self.scale = scale
+        self.phase = phase
+        self.mode = mode
+        self.signed = signed
+
+    @property
+    def planes(self) -> tuple[str, ...]:
+        return tuple(self._arrays)
+
+    @property
+    def layout(self) -> tuple[int, ...]:
+        """Polariser angles in degrees of the top-left cell, row by row."""
+        return tuple(_native.layout_of_phase(self.phase))
+
+    def __getitem__(self, name: str) -> Array:
+        try:
+            return self._arrays[name]
+        except KeyError:
+            raise KeyError(
+                f"{name!r} is not among the planes that were asked for: {', '.join(self._arrays)}"
+            ) from None
+
+    def __iter__(self) -> Iterator[str]:
+        return iter(self._arrays)
+
+    def __len__(self) -> int:
+        return len(self._arrays)
+
+    def __contains__(self, name: object) -> bool:
+        return name in self._arrays
+
+    def _plane(self, name: str) -> Array:
+        try:
+            return self._arrays[name]
+        except KeyError:
+            raise AttributeError(
+                f"{name} was not asked for; add {name!r} to planes, which are "
+                f"{', '.join(self._arrays)}"
+            ) from None
+
+    @property
+    def s0(self) -> Array:
+        return self._plane("s0")
+
+    @property
+    def s1(self) -> Array:
+        return self._plane("s1")
+
+    @property
+    def s2(self) -> Array:
+        return self._plane("s2")
+
+    @property
+    def azimuth(self) -> Array:
+        return self._plane("azimuth")
+
+    @property
+    def dolp(self) -> Array:
+        return self._plane("dolp")
+
+    @property
+    def normalized_stokes(self) -> Array:
+        return self._plane("normalized_stokes")
+
+    def angle(self, unit: str = "radians") -> Floats:
+        """Angle of polarisation in physical units.
+
+        Parameters
+        ----------
+        unit : {'radians', 'degrees'}
+
+        Returns
+        -------
+        numpy.ndarray
+            float32 of the frames' shape in [0, pi) or [0, 180). 0 lies along the rows; the angle
+            grows counter-clockwise on a picture whose row 0 is at the top. NaN where the degree is
+            stored as 0, if the plane `dolp` is there.
+
+        Raises
+        ------
+        AttributeError
+            If the plane `azimuth` was not asked for.
+        """
+        _arguments.choice("unit", unit, ("radians", "degrees"))
+        return _native.angles(
+            self.azimuth, self._arrays.get("dolp"), self.scale, unit == "degrees"
+        )
+
+    def degree(self) -> Floats:
+        """Degree of linear polarisation as a fraction.
+
+        Returns
+        -------
+        numpy.ndarray
+            float32 of the frames' shape in [0, 1]. NaN where S0 is stored as 0, if the plane `s0`
+            is there.
+
+        Raises
+        ------
+        AttributeError
+            If the plane `dolp` was not asked for.
+        """
+        return _native.degrees_of_polarization(self.dolp, self._arrays.get("s0"), self.scale)
+
+    def stokes(self, name: str) -> Floats:
+        """A Stokes plane in sample units.
+
+        Parameters
+        ----------
+        name : {'s0', 's1', 's2'}
+
+        Returns
+        -------
+        numpy.ndarray
+            float32 of the frames' shape. `s1` and `s2` without their negative half unless signed.
+
+        Raises
+        ------
+        AttributeError
+            If the plane was not asked for.
+        """
+        _arguments.choice("name", name, ("s0", "s1", "s2"))
+        return _native.stokes_in_samples(self._plane(name), self.scale)
+
+    def __repr__(self) -> str:
+        shapes = ", ".join(
+            f"{name} {array.dtype}{list(array.shape)}" for name, array in self._arrays.items()
+        )
+        return f"<Result {self.mode}: {shapes}>"
+
+
+_HASHABLE = (int, str, tuple)
+
+
+def _checked(
+    layout: Optional[Layout],
+    bit_depth: int,
+    planes: Union[str, Iterable[str]],
+    mode: Optional[str],
+    full_scale: Optional[int],
+    calibration: Optional[_native.Calibration] = None,
+) -> tuple[_native.Scale, int, str, tuple[str, ...]]:
+    return (
+        _arguments.scale_of(bit_depth, full_scale),
+        _arguments.phase_and_calibration(layout, calibration)[0],
+        _arguments.mode_of(mode, calibration),
+        _arguments.planes_of(planes),
+    )
+
+
+# Typed, since True and 1.0 are equal to 1 and yet refused.
+_remembered: Callable[..., tuple[_native.Scale, int, str, tuple[str, ...]]]
+_remembered = functools.lru_cache(maxsize=64, typed=True)(_checked)
+
+
+def process(
+    raw: Array,
+    *,
+    layout: Optional[Layout] = None,
+    bit_depth: int,
+    planes: Union[str, Iterable[str]] = ("s0", "azimuth", "dolp"),
+    mode: Optional[str] = None,
+    calibration: Optional[_native.Calibration] = None,
+    full_scale: Optional[int] = None,
+    signed: bool = False,
+    out: Optional[Mapping[str, Array]] = None,
+    threads: Optional[int] = None,
+) -> Result:
+    """Turn raw frames into polarimetric planes.
+
+    Parameters
+    ----------
+    raw : numpy.ndarray
+        One frame (H, W) or several (N, H, W), uint8 or uint16 in host byte order, at least 2 rows
+        and 16 columns. Frames of uint16 whose rows adjoin are read where they lie, whatever the
+        distance between frames; of others one frame a thread is copied at a time.
+    layout : int, str or sequence of int, optional
+        The mosaic: a phase from 0 to 3, or the polariser angles in degrees of the top-left cell row
+        by row, such as ``(90, 45, 135, 0)`` or ``'90,45,135,0'``. May be left out if `calibration`
+        is given.
+    bit_depth : int
+        Significant bits of a sample, 1 to 16, low-aligned. Samples above it enter as they stand.
+    planes : iterable of str or str
+        Some of s0, s1, s2, azimuth, dolp, normalized_stokes, or ``'all'``.
+    mode : {'fast', 'calibrated'}, optional
+        Fast: every plane as the processor writes it. Calibrated: every pixel through the weights of
+        its position. Fast without a calibration, calibrated with one, if not given.
+    calibration : Calibration, optional
+        Weights for calibrated mode; those of an ideal sensor if not given.
+    full_scale : int, optional
+        Largest element of the 16-bit planes, 1 to 65535 (default): 180 degrees in `azimuth`, 1 in
+        `dolp`. ``2**bit_depth - 1`` keeps the Stokes planes in sample units.
+    signed : bool
+        `s1` and `s2` with their signs, as int32, by two passes. Otherwise a negative number is
+        stored as 0.
+    out : mapping of str to numpy.ndarray, optional
+        A C-contiguous array for each plane, of its dtype and shape. `normalized_stokes` is filled
+        with NaN first, since fast mode stores only part of it.
+    threads : int, optional
+        Frames that are worked on at once; all processors if not given. One frame takes one thread.
+
+    Returns
+    -------
+    Result
+        One array for each plane; those of `out` if given.
+
+    Raises
+    ------
+    TypeError
+        For a wrong type or dtype.
+    ValueError
+        For a wrong shape, layout, plane, size or number, and for an `out` that is read-only, not
+        dense, or in the memory of another array. Nothing has been written then.
+
+    Notes
+    -----
+    The interpreter's lock is released. The rounding mode in force applies.
+
+    Examples
+    --------
+    >>> raw = np.zeros((16, 32), np.uint16)
+    >>> raw[0::2, 0::2], raw[0::2, 1::2] = 1000, 2000     # 90 and 45 degrees
+    >>> raw[1::2, 0::2], raw[1::2, 1::2] = 2000, 3000     # 135 and 0 degrees
+    >>> result = process(raw, layout=(90, 45, 135, 0), bit_depth=12)
+    >>> float(result.stokes("s0")[4, 4].round()), float(result.degree()[4, 4].round(3))
+    (4000.0, 0.5)
+    >>> float(result.angle("degrees")[4, 4].round(2))
+    0.0
+    """
+    # A frame of 5 million samples takes 1 ms, and leaves Python's own code and data out of the
+    # caches: what has been checked before is looked up.
+    choices = layout, bit_depth, planes, mode, full_scale
+    if calibration is None and type(layout) in _HASHABLE and type(planes) in _HASHABLE:
+        scale, phase, mode, names = _remembered(*choices)
+    else:
+        scale, phase, mode, names = _checked(*choices, calibration)
+    raw = _arguments.frames(raw, scale.bit_depth)
+    workers = 0 if threads is None else _arguments.whole_number("threads", threads, 1, 1024)
+    if out is None:
+        arrays = {
+            name: np.empty(
+                _arguments.plane_shape(name, raw.shape), _arguments.plane_dtype(name, signed)
+            )
+            for name in names
+        }
+    elif type(out) is dict and _native.plainly_fits(raw, out, names, signed):
+        arrays = {name: out[name] for name in names}
+    else:
+        arrays = _arguments.check_out(out, raw, names, signed)
+    if "normalized_stokes" in arrays and mode == "fast":
+        arrays["normalized_stokes"].fill(np.nan)
+    _native.process(raw, arrays, phase, scale, calibration, mode == "calibrated", signed, workers)
+    return Result(arrays, scale, phase, mode, bool(signed))

@@ -1,0 +1,197 @@
+"""Frames with known truth, and what a frame tells about its camera."""
+
+from __future__ import annotations
+
+from dataclasses import dataclass
+from typing import Optional
+
+import numpy as np
+import numpy.typing as npt
+
+from . import _arguments, _native
+from ._arguments import Array, Layout
+
+
+@dataclass(frozen=True)
+class Simulation:
+    """Simulated frames and the light that they are of.
+
+    Attributes
+    ----------
+    frames : numpy.ndarray
+        (N, H, W) uint16.
+    s0, s1, s2 : numpy.ndarray
+        (H, W) float32, true Stokes quantities in sample units.
+    angle : numpy.ndarray
+        (H, W) float32, true angle of polarisation in degrees, [0, 180).
+    degree : numpy.ndarray
+        (H, W) float32, true degree of linear polarisation, [0, 1].
+    """
+
+    frames: npt.NDArray[np.uint16]
+    s0: npt.NDArray[np.float32]
+    s1: npt.NDArray[np.float32]
+    s2: npt.NDArray[np.float32]
+    angle: npt.NDArray[np.float32]
+    degree: npt.NDArray[np.float32]
+
+
+@dataclass(frozen=True)
+class Inspection:
+    """What a frame tells.
+
+    Attributes
+    ----------
+    bit_depth : int
+        As given, else the least of 8, 10, 12, 14 and 16 bits that holds the samples.
+    shift : int
+        Right shift that aligns the samples low.
+    used_bits, zero_low_bits : int
+        Bits up to the highest that is set; low bits that are 0 in every sample.
+    mean : float
+    smallest, largest, saturated : int
+        Of the samples; how many reach the full scale.
+    position_means : tuple of float
+        Of the four positions of the mosaic's cell.
+    mosaic : str
+        ``'possible'``, ``'unlikely'`` or ``'undecided'``: whether orthogonal polarisers can lie on
+        the diagonals of the cell.
+    phase : int or None
+        The layout's number, if a polariser angle was given and the frame decides.
+    explanation : str
+        One or two sentences about it.
+    """
+
+    bit_depth: int
+    shift: int
+    used_bits: int
+    zero_low_bits: int
+    mean: float
+    smallest: int
+    largest: int
+    saturated: int
+    position_means: tuple[float, ...]
+    mosaic: str
+    phase: Optional[int]
+    explanation: str
+
+
+def simulate(
+    height: int,
+    width: int,
+    *,
+    layout: Layout,
+    bit_depth: int = 12,
+    frames: int = 1,
+    seed: int = 1,
+    noise: bool = True,
+    sensor: Optional[_native.Calibration] = None,
+    polariser_angle: Optional[float] = None,
+) -> Simulation:
+    """Simulate frames of a glossy ball under a clear sky, or of a source behind a polariser.
+
+    The same arguments give the same frames, bit for bit those of ``veldrane-polarize simulate``.
+
+    Parameters
+    ----------
+    height, width : int
+        2 to 16384 each.
+    layout : int, str or sequence of int
+        As in `process`.
+    bit_depth : int
+        8 to 16.
+    frames : int
+        How many; they differ by their noise.
+    seed : int
+        Start of the noise.
+    noise : bool
+        Shot noise and read noise.
+    sensor : Calibration, optional
+        Whose analysers to simulate, such as from `imperfect_sensor`; ideal ones if not given.
+    polariser_angle : float, optional
+        In degrees: instead of the scene a uniform source behind a polariser.
+
+    Returns
+    -------
+    Simulation
+
+    Raises
+    ------
+    TypeError, ValueError
+        For a number that is none or out of its range.
+
+    Examples
+    --------
+    >>> made = simulate(48, 64, layout=(90, 45, 135, 0), frames=2)
+    >>> made.frames.shape, made.frames.dtype, made.degree.shape
+    ((2, 48, 64), dtype('uint16'), (48, 64))
+    """
+    phase = _arguments.phase_of(layout)
+    if sensor is not None:
+        _arguments.phase_and_calibration(layout, sensor)
+    made, truth = _native.simulate(
+        _arguments.whole_number("frames", frames, 1, 1_000_000),
+        _arguments.whole_number("height", height, 2, 16384),
+        _arguments.whole_number("width", width, 2, 16384),
+        phase,
+        _arguments.whole_number("bit_depth", bit_depth, 8, 16),
+        _arguments.whole_number("seed", seed, 0, 2**63 - 1),
+        bool(noise),
+        sensor,
+        None if polariser_angle is None else float(polariser_angle),
+    )
+    return Simulation(made, **truth)
+
+
+def imperfect_sensor(layout: Layout, seed: int = 1) -> _native.Calibration:
+    """A sensor drawn at random: what is true of it, as a calibration.
+
+    Throughputs within 5 per cent, diattenuations of 0.85 to 0.99, orientations within 3 degrees.
+    """
+    return _native.imperfect_sensor(
+        _arguments.phase_of(layout), _arguments.whole_number("seed", seed, 0, 2**63 - 1)
+    )
+
+
+def inspect(
+    raw: Array, *, bit_depth: Optional[int] = None, polariser_angle: Optional[float] = None
+) -> Inspection:
+    """Tell what a raw frame says about its camera.
+
+    Parameters
+    ----------
+    raw : numpy.ndarray
+        (H, W) uint8 or uint16.
+    bit_depth : int, optional
+        Significant bits, if known; guessed otherwise.
+    polariser_angle : float, optional
+        The frame shows an evenly lit surface through a polariser at this angle in degrees, which
+        tells the phase.
+
+    Returns
+    -------
+    Inspection
+
+    Raises
+    ------
+    TypeError, ValueError
+        For a wrong dtype, shape or number.
+
+    Examples
+    --------
+    >>> frame = simulate(64, 64, layout=3, polariser_angle=0).frames[0]
+    >>> inspect(frame, polariser_angle=0).phase
+    3
+    """
+    checked = _arguments.frames(raw, 1 if bit_depth is None else bit_depth)
+    if checked.ndim != 2:
+        raise ValueError(f"raw has the shape {checked.shape}; give one frame (H, W)")
+    depth = None if bit_depth is None else _arguments.whole_number("bit_depth", bit_depth, 1, 16)
+    angle = None if polariser_angle is None else float(polariser_angle)
+    return Inspection(
+        **{
+            name: value
+            for name, value in _native.inspect(checked, depth, angle).items()
+            if name in Inspection.__dataclass_fields__
+        }
+    )

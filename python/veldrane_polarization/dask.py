@@ -1,0 +1,120 @@
+"""Recordings of any length as lazy arrays of dask."""
+
+from __future__ import annotations
+
+from collections.abc import Iterable, Mapping
+from typing import Any, Optional, Union
+
+import numpy as np
+from dask import array as da
+from dask.base import tokenize
+from dask.highlevelgraph import HighLevelGraph
+
+from . import _arguments, _native, _processing
+from ._arguments import Array, Layout
+
+
+def _block(raw: Array, options: Mapping[str, Any]) -> dict[str, Array]:
+    # One thread: a worker has a thread for every task that it runs at once.
+    result = _processing.process(np.asarray(raw), **options, threads=1)
+    return {name: result[name] for name in result}
+
+
+def process(
+    array: Any,
+    *,
+    layout: Optional[Layout] = None,
+    bit_depth: int,
+    planes: Union[str, Iterable[str]] = ("s0", "azimuth", "dolp"),
+    mode: Optional[str] = None,
+    calibration: Optional[_native.Calibration] = None,
+    full_scale: Optional[int] = None,
+    signed: bool = False,
+) -> dict[str, Any]:
+    """Process frames of a dask array, lazily.
+
+    Parameters
+    ----------
+    array : dask.array.Array
+        (N, H, W) uint8 or uint16. Blocks are whole frames: chunks that split rows or columns are
+        joined first, so that no number depends on chunks.
+    layout, bit_depth, planes, mode, calibration, full_scale, signed
+        As in `veldrane_polarization.process`.
+
+    Returns
+    -------
+    dict of str to dask.array.Array
+        One array for each plane, with the chunks of the frames. All planes of a block come from one
+        task with one thread; `dask.compute` on several planes at once runs it once.
+
+    Raises
+    ------
+    TypeError, ValueError
+        As in `veldrane_polarization.process`, at once.
+
+    Examples
+    --------
+    >>> frames = da.zeros((6, 16, 20), chunks=(2, 8, 8), dtype=np.uint16)
+    >>> planes = process(frames, layout=0, bit_depth=12)
+    >>> planes["dolp"].chunks, planes["dolp"].dtype
+    (((2, 2, 2), (16,), (20,)), dtype('uint16'))
+    """
+    if not isinstance(array, da.Array):
+        raise TypeError(
+            f"array is a {type(array).__name__}; give a dask array (N, H, W), such as from "
+            "dask.array.from_array or from_zarr"
+        )
+    if array.ndim != 3:
+        raise ValueError(f"array has the shape {array.shape}; give frames (N, H, W)")
+    if np.isnan(array.shape).any():
+        raise ValueError("array has unknown sizes; call array.compute_chunk_sizes() first")
+    scale = _arguments.scale_of(bit_depth, full_scale)
+    phase, known = _arguments.phase_and_calibration(layout, calibration)
+    names = _arguments.planes_of(planes)
+    options: dict[str, Any] = {
+        "layout": phase,
+        "bit_depth": scale.bit_depth,
+        "planes": names,
+        "mode": _arguments.mode_of(mode, calibration),
+        "calibration": known,
+        "full_scale": scale.full_scale,
+        "signed": bool(signed),
+    }
+    _arguments.check_samples(array.dtype, array.shape, "array")
+    # The smallest frame tells whether the rest of the arguments are right.
+    _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
+    return _graph(array.rechunk({1: -1, 2: -1}), names, options)
+
+
+def _graph(frames: Any, names: tuple[str, ...], options: dict[str, Any]) -> dict[str, Any]:
+    known = options["calibration"]
+    token = tokenize(
+        frames.name, {**options, "calibration": known.to_json() if known is not None else None}
+    )
+    blocks = "polarization-" + token
+    layer = {
+        (blocks, number): (_block, (frames.name, number, 0, 0), options)
+        for number in range(len(frames.chunks[0]))
+    }
+    graph = HighLevelGraph.from_collections(blocks, layer, dependencies=[frames])
+    return {name: _plane(graph, blocks, name, frames, token, options["signed"]) for name in names}
+
+
+def _take(block: dict[str, Array], name: str) -> Array:
+    return block[name]
+
+
+def _plane(
+    graph: Any, blocks: str, name: str, frames: Any, token: str, signed: bool
+) -> Any:
+    key = f"{name}-{token}"
+    tail = (0,) * (3 if name == "normalized_stokes" else 2)
+    layer = {
+        (key, number, *tail): (_take, (blocks, number), name)
+        for number in range(len(frames.chunks[0]))
+    }
+    layers = {**graph.layers, key: layer}
+    dependencies = {**graph.dependencies, key: {blocks}}
+    shape_of_chunks = frames.chunks + (((2,),) if name == "normalized_stokes" else ())
+    meta = np.empty((0,) * len(shape_of_chunks), _arguments.plane_dtype(name, signed))
+    return da.Array(HighLevelGraph(layers, dependencies), key, shape_of_chunks, meta=meta)

@@ -1,0 +1,122 @@
+"""Calibrations, inspection, simulation, pixel formats, doctests."""
+
+from __future__ import annotations
+
+import doctest
+import importlib
+import pickle
+import pkgutil
+
+import numpy as np
+import pytest
+from hypothesis import given, strategies as st
+
+import veldrane_polarization as vp
+
+
+def series_of(sensor, step=15, **options):
+    angles = list(range(0, 180, step))
+    frames = [vp.simulate(64, 96, layout=sensor.phase, bit_depth=14, sensor=sensor, seed=angle,
+                          polariser_angle=angle, **options).frames[0] for angle in angles]
+    return frames, angles
+
+
+@pytest.mark.parametrize("phase", range(4))
+def test_an_estimate_finds_the_sensor(phase, tmp_path):
+    sensor = vp.imperfect_sensor(phase, seed=phase + 1)
+    frames, angles = series_of(sensor)
+    found = vp.calibrate(np.stack(frames), angles, layout=phase, bit_depth=14, sensor="bench 3",
+                         dark_levels=[0] * 4)
+    assert found.phase == phase and found.frame_count == len(angles) and found.sensor == "bench 3"
+    for one, true in zip(found.analysers, sensor.analysers):
+        assert one.throughput == pytest.approx(true.throughput, abs=0.003)
+        assert one.diattenuation == pytest.approx(true.diattenuation, abs=0.003)
+        assert one.orientation == pytest.approx(true.orientation, abs=0.2) or (
+            abs(one.orientation - true.orientation) > 179.8)
+    assert found.flags == []
+    found.save(tmp_path / "sensor.json")
+    assert vp.Calibration.load(tmp_path / "sensor.json") == found
+    assert vp.Calibration.load(str(tmp_path / "sensor.json")) == pickle.loads(pickle.dumps(found))
+    assert found.matrices.shape == (4, 4, 4) and found.matrices.dtype == np.float32
+
+
+def test_a_damaged_file_is_refused_with_its_name(tmp_path):
+    file = tmp_path / "sensor.json"
+    vp.Calibration.ideal(1).save(file)
+    file.write_text(file.read_text()[:-40])
+    with pytest.raises(ValueError, match="sensor.json"):
+        vp.Calibration.load(file)
+
+
+def test_regions_move_the_layout():
+    for phase in range(4):
+        ideal = vp.Calibration.ideal(phase)
+        assert ideal.of_region(2, 4) == ideal
+        assert ideal.of_region(1, 0).layout == ideal.layout[2:] + ideal.layout[:2]
+
+
+def test_inspection_tells_phase_depth_and_shift():
+    for phase in range(4):
+        frame = vp.simulate(64, 64, layout=phase, bit_depth=12, polariser_angle=45).frames[0]
+        assert vp.inspect(frame, polariser_angle=45).phase == phase
+        found = vp.inspect(frame << 4)
+        assert (found.shift, found.bit_depth, found.phase) == (4, 12, None)
+        assert len(found.position_means) == 4 and found.mosaic in ("possible", "undecided")
+
+
+def test_simulated_frames_differ_by_noise_alone():
+    made = vp.simulate(40, 50, layout=1, frames=3, seed=5)
+    again = vp.simulate(40, 50, layout=1, frames=3, seed=5)
+    assert np.array_equal(made.frames, again.frames)
+    assert not np.array_equal(made.frames[0], made.frames[1])
+    quiet = vp.simulate(40, 50, layout=1, frames=2, noise=False)
+    assert np.array_equal(quiet.frames[0], quiet.frames[1])
+
+
+@given(st.sampled_from(vp.PIXEL_FORMATS), st.integers(1, 5), st.integers(1, 9), st.integers(1, 3),
+       st.integers(0, 3), st.integers(0, 2**32))
+def test_unpacking_is_the_way_back_of_packing(pixel_format, height, width, count, skipped, seed):
+    top = 2 ** vp.bit_depth_of(pixel_format)
+    samples = np.random.default_rng(seed).integers(0, top, (count, height, width)).astype(np.uint16)
+    packed = [vp.pack(frame, pixel_format) for frame in samples]
+    data = bytes(skipped) + b"".join(frame.tobytes() for frame in packed)
+    for given_as in (data, bytearray(data), memoryview(data), np.frombuffer(data, np.uint8)):
+        result = vp.unpack(given_as, pixel_format, height, width, offset=skipped)
+        assert result.dtype == np.uint16 and np.array_equal(result, samples)
+    stride = packed[0].size // height + 3
+    rows = b"".join(bytes(row).ljust(stride, b"\xaa") for frame in packed
+                    for row in np.split(frame, height))
+    for end in (len(rows), len(rows) - 3):
+        result = vp.unpack(rows[:end], pixel_format, height, width, stride=stride)
+        assert np.array_equal(result, samples)
+    with pytest.raises(ValueError, match="bytes behind the offset"):
+        vp.unpack(data, pixel_format, height, width, frames=count + 1, offset=skipped)
+    if packed[0].size > 1:
+        with pytest.raises(ValueError, match="bytes behind the offset"):
+            vp.unpack(data + b"1", pixel_format, height, width, offset=skipped)
+
+
+def test_twelve_bits_as_the_convention_draws_them():
+    assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12p").tobytes() == b"\xbc\x3a\x12"
+    assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12Packed").tobytes() == b"\xab\x3c\x12"
+
+
+def test_every_example_of_the_docstrings_runs():
+    names = {name: getattr(vp, name) for name in vp.__all__} | {"np": np}
+    runner = doctest.DocTestRunner()
+    finder = doctest.DocTestFinder()
+    attempted = {}
+    for module in pkgutil.iter_modules(vp.__path__):
+        if module.name.startswith(("_native", "lib", "__main__")):
+            continue
+        loaded = importlib.import_module("veldrane_polarization." + module.name)
+        for test in finder.find(loaded, globs=names | vars(loaded)):
+            attempted[test.name] = runner.run(test).attempted
+    for cls in (vp.Scale, vp.Calibration):
+        for test in finder.find(cls, cls.__name__, globs=names):
+            attempted[test.name] = runner.run(test).attempted
+    assert runner.summarize().failed == 0
+    for name in ("process", "simulate", "inspect", "calibrate", "unpack", "pack"):
+        assert any(test.endswith("." + name) and count for test, count in attempted.items()), name
+    assert attempted["Scale"] and attempted["Calibration"]
+    print(sum(attempted.values()), "examples")

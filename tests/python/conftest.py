@@ -1,0 +1,33 @@
+"""Options of all tests of the Python package."""
+
+from __future__ import annotations
+
+import os
+
+import hypothesis
+import pytest
+
+# Derandomised: a failure shows again. Machines that are busy may take long for one example.
+hypothesis.settings.register_profile(
+    "ordinary", deadline=None, derandomize=True, max_examples=150, database=None
+)
+hypothesis.settings.register_profile(
+    "long", parent=hypothesis.settings.get_profile("ordinary"), max_examples=3000
+)
+
+
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--long", action="store_true", help="more examples, and the slow tests")
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    hypothesis.settings.load_profile("long" if config.getoption("--long") else "ordinary")
+    os.environ.setdefault("MPLBACKEND", "Agg")
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    if config.getoption("--long"):
+        return
+    for item in items:
+        if "long" in item.keywords:
+            item.add_marker(pytest.mark.skip(reason="needs --long"))

@@ -1,0 +1,161 @@
+"""What process() and its kin refuse, with what message, and that nothing has been written then."""
+
+from __future__ import annotations
+
+import numpy as np
+import pytest
+
+import veldrane_polarization as vp
+
+FRAME = np.arange(4 * 20, dtype=np.uint16).reshape(4, 20)
+SERIES = np.stack([FRAME, FRAME])
+READ_ONLY = np.zeros((4, 20), np.uint16)
+READ_ONLY.setflags(write=False)
+OTHER_LAYOUT = vp.Calibration.ideal(3)
+
+
+def good(**changes):
+    return {"raw": FRAME, "layout": 2, "bit_depth": 12, "planes": ("s0",), **changes}
+
+
+CASES = {
+    # what is wrong: (arguments, error, what its message names: the given, the accepted)
+    "a list": (good(raw=[[1, 2]]), TypeError, ("list", "NumPy array")),
+    "floats": (good(raw=FRAME.astype(float)), TypeError, ("float64", "uint8 or uint16")),
+    "signed samples": (good(raw=FRAME.astype(np.int16)), TypeError, ("int16", "uint8 or uint16")),
+    "32 bits": (good(raw=FRAME.astype(np.uint32)), TypeError, ("uint32", "uint8 or uint16")),
+    "other byte order": (good(raw=FRAME.astype(">u2")), TypeError, (">u2", "host byte order")),
+    "one row of samples": (good(raw=FRAME[0]), ValueError, ("(20,)", "(H, W) or several (N, H, W)")),
+    "four dimensions": (good(raw=FRAME[None, None]), ValueError, ("(1, 1, 4, 20)", "(N, H, W)")),
+    "too narrow": (good(raw=FRAME[:, :15]), ValueError, ("(4, 15)", "16 columns")),
+    "one row": (good(raw=FRAME[:1]), ValueError, ("(1, 20)", "2 rows")),
+    "one column": (good(raw=FRAME[:2, :1]), ValueError, ("(2, 1)", "2 columns")),
+    "deep bytes": (good(raw=FRAME.astype(np.uint8)), ValueError, ("12", "uint8", "at most 8")),
+    "no layout": (good(layout=None), TypeError, ("layout is missing", "calibration")),
+    "phase 4": (good(layout=4), ValueError, ("4", "(90, 45, 135, 0)")),
+    "wrong order": (good(layout=(0, 45, 90, 135)), ValueError, ("(0, 45, 90, 135)", "phase 3")),
+    "three angles": (good(layout=(0, 45, 90)), ValueError, ("(0, 45, 90)", "phase 0")),
+    "nonsense text": (good(layout="rggb"), ValueError, ("rggb", "phase 1")),
+    "a float as layout": (good(layout=1.5), TypeError, ("1.5", "four angles")),
+    "truth as layout": (good(layout=True), TypeError, ("True", "four angles")),
+    "depth 0": (good(bit_depth=0), ValueError, ("0", "1 to 16")),
+    "depth 17": (good(bit_depth=17), ValueError, ("17", "1 to 16")),
+    "half a bit": (good(bit_depth=11.5), TypeError, ("11.5", "whole number")),
+    "unknown plane": (good(planes=("aolp",)), ValueError, ("'aolp'", "azimuth")),
+    "no plane": (good(planes=()), ValueError, ("empty", "s0")),
+    "a number as planes": (good(planes=3), TypeError, ("3", "names")),
+    "unknown mode": (good(mode="exact"), ValueError, ("'exact'", "'fast', 'calibrated'")),
+    "fast calibration": (
+        good(mode="fast", calibration=vp.Calibration.ideal(2)), ValueError, ("'fast'", "leave out")
+    ),
+    "calibration of another layout": (
+        good(calibration=OTHER_LAYOUT), ValueError, ("2", "(135, 0, 90, 45)", "leave the layout out")
+    ),
+    "a path as calibration": (good(calibration="x.json"), TypeError, ("str", "Calibration.load")),
+    "full scale 0": (good(full_scale=0), ValueError, ("0", "1 to 65535")),
+    "full scale 65536": (good(full_scale=65536), ValueError, ("65536", "1 to 65535")),
+    "no threads": (good(threads=0), ValueError, ("0", "1 to 1024")),
+    "an array as out": (good(out=np.zeros((4, 20))), TypeError, ("ndarray", "mapping")),
+    "out without a plane": (good(out={}), ValueError, ("nothing", "'s0'")),
+    "out with a plane too many": (
+        good(out={"s0": FRAME.copy(), "s1": FRAME.copy()}), ValueError, ("'s1'", "'s0'")
+    ),
+    "out of another dtype": (
+        good(out={"s0": np.zeros((4, 20), np.uint8)}), TypeError, ("uint8", "uint16")
+    ),
+    "out of another shape": (
+        good(out={"s0": np.zeros((20, 4), np.uint16)}), ValueError, ("(20, 4)", "(4, 20)")
+    ),
+    "out for signed planes": (
+        good(planes="s1", signed=True, out={"s1": np.zeros((4, 20), np.uint16)}), TypeError,
+        ("uint16", "int32"),
+    ),
+    "out is read-only": (good(out={"s0": READ_ONLY}), ValueError, ("read-only", "written")),
+    "out is not dense": (
+        good(out={"s0": np.zeros((4, 40), np.uint16)[:, ::2]}), ValueError, ("dense", "C-contiguous")
+    ),
+    "out is a list": (good(out={"s0": [1]}), TypeError, ("list", "uint16")),
+}
+
+
+@pytest.mark.parametrize("case", CASES)
+def test_is_refused(case):
+    arguments, error, words = CASES[case]
+    raw = arguments.pop("raw")
+    before = raw.copy() if isinstance(raw, np.ndarray) else raw
+    with pytest.raises(error) as caught:
+        vp.process(raw, **arguments)
+    assert type(caught.value) is error
+    for word in words:
+        assert word in str(caught.value), str(caught.value)
+    assert np.array_equal(raw, before)
+
+
+def test_overlapping_arrays_are_refused_and_untouched():
+    memory = np.arange(600, dtype=np.uint16)
+
+    def part(start):
+        return memory[start : start + 80].reshape(4, 20)
+
+    for raw_at, s0_at, dolp_at, named in ((0, 0, 200, "raw"), (0, 79, 200, "raw"),
+                                          (200, 279, 0, "raw"), (300, 0, 79, "out['s0']")):
+        before = memory.copy()
+        with pytest.raises(ValueError, match="same memory") as caught:
+            vp.process(part(raw_at), layout=0, bit_depth=12, planes=("s0", "dolp"),
+                       out={"s0": part(s0_at), "dolp": part(dolp_at)})
+        assert named in str(caught.value)
+        assert np.array_equal(memory, before)
+    adjoining = {"s0": part(80), "dolp": part(160)}
+    vp.process(part(0), layout=0, bit_depth=12, planes=("s0", "dolp"), out=adjoining)
+
+
+def test_arrays_that_interleave_without_meeting_are_accepted():
+    memory = np.zeros((4, 4, 20), np.uint16)
+    raw = memory[:, ::2]
+    out = {"s0": np.empty((4, 2, 20), np.uint16)}
+    assert vp.process(raw, layout=0, bit_depth=12, planes="s0", out=out).s0.max() == 0
+
+
+def test_subclasses_and_mappings_of_any_kind_are_checked_alike():
+    from types import MappingProxyType
+
+    out = {"s0": np.zeros((4, 20), np.uint16)}
+    vp.process(FRAME, layout=2, bit_depth=12, planes="s0", out=MappingProxyType(out))
+    expected = vp.process(FRAME, layout=2, bit_depth=12, planes="s0").s0
+    assert np.array_equal(out["s0"], expected)
+    with pytest.raises(ValueError, match="read-only"):
+        vp.process(FRAME, layout=2, bit_depth=12, planes="s0", out=MappingProxyType({"s0": READ_ONLY}))
+
+
+def test_a_plane_that_was_not_asked_for_is_named():
+    result = vp.process(FRAME, layout=0, bit_depth=12, planes=("s0",))
+    for name in ("s1", "s2", "azimuth", "dolp", "normalized_stokes"):
+        with pytest.raises(AttributeError, match=f"{name} was not asked for"):
+            getattr(result, name)
+    with pytest.raises(KeyError, match="not among the planes"):
+        result["dolp"]
+    with pytest.raises(AttributeError, match="azimuth"):
+        result.angle()
+    with pytest.raises(ValueError, match="'gradians'"):
+        result.angle("gradians")
+
+
+@pytest.mark.parametrize("call, error, words", [
+    (lambda: vp.simulate(1, 64, layout=0), ValueError, "height is 1"),
+    (lambda: vp.simulate(64, 64, layout=0, bit_depth=7), ValueError, "bit_depth is 7"),
+    (lambda: vp.simulate(64, 64, layout=0, sensor=OTHER_LAYOUT), ValueError, "calibration is for"),
+    (lambda: vp.inspect(SERIES), ValueError, "one frame"),
+    (lambda: vp.unpack(b"123", "Mono12", 2, 2), ValueError, "3 bytes"),
+    (lambda: vp.unpack("text", "Mono12", 2, 2), TypeError, "str"),
+    (lambda: vp.unpack(b"123", "BayerRG8", 2, 2), ValueError, "Mono12Packed"),
+    (lambda: vp.pack(FRAME.astype(np.int32), "Mono12"), TypeError, "uint16"),
+    (lambda: vp.pack(FRAME + np.uint16(4096), "Mono12p"), ValueError, "at most 4095"),
+    (lambda: vp.calibrate(SERIES, [0], layout=0, bit_depth=12), ValueError, "1 numbers; give 2"),
+    (lambda: vp.calibrate([SERIES], [0], layout=0, bit_depth=12), ValueError, "frames\\[0\\]"),
+    (lambda: vp.Calibration.load("/nowhere/c.json"), FileNotFoundError, "nowhere"),
+    (lambda: vp.Calibration.ideal((1, 2, 3, 4)), ValueError, "phase 0"),
+    (lambda: vp.Calibration.from_json("{}"), ValueError, "schema"),
+])
+def test_other_functions_refuse(call, error, words):
+    with pytest.raises(error, match=words):
+        call()
