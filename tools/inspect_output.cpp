@@ -114,24 +114,12 @@ nlohmann::ordered_json phase_json(std::optional<Phase_answer> const& answer) {
     return json;
 }
 
-char const* name_of(mrv::Balance::Verdict verdict) {
-    switch (verdict) {
-    case mrv::Balance::Verdict::possible:
-        return "possible";
-    case mrv::Balance::Verdict::unlikely:
-        return "unlikely";
-    case mrv::Balance::Verdict::undecided:
-        break;
-    }
-    return "undecided";
-}
-
 nlohmann::ordered_json balance_json(mrv::Balance const& balance) {
     nlohmann::ordered_json json;
     for (mrv::Pairing const pairing : mrv::every_pairing) {
         json["imbalance"][std::string(mrv::name_of(pairing))] = balance.of(pairing);
     }
-    json["verdict"] = name_of(balance.verdict);
+    json["verdict"] = mrv::name_of(balance.verdict);
     json["explanation"] = balance.explanation();
     return json;
 }

@@ -62,6 +62,11 @@ std::string_view name_of(Pairing pairing) {
     return names[static_cast<unsigned>(pairing)];
 }
 
+std::string_view name_of(Balance::Verdict verdict) {
+    constexpr std::array<std::string_view, 3> names{"possible", "unlikely", "undecided"};
+    return names[static_cast<unsigned>(verdict)];
+}
+
 Balance check_balance(Frame_view const& frame) {
     if (frame.height() < 2 || frame.width() < 2) {
         throw Argument_error{

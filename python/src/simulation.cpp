@@ -80,18 +80,6 @@ mrv::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
     return calibration;
 }
 
-char const* name_of(mrv::Balance::Verdict verdict) {
-    switch (verdict) {
-    case mrv::Balance::Verdict::possible:
-        return "possible";
-    case mrv::Balance::Verdict::unlikely:
-        return "unlikely";
-    case mrv::Balance::Verdict::undecided:
-        break;
-    }
-    return "undecided";
-}
-
 py::dict inspect(
     py::array const& raw, std::optional<int> bit_depth, std::optional<double> polariser_angle) {
     Raw_frames const frames{raw};
@@ -114,7 +102,7 @@ py::dict inspect(
         means.append(position.mean);
     }
     result["position_means"] = py::tuple(means);
-    result["mosaic"] = name_of(found.balance.verdict);
+    result["mosaic"] = mrv::name_of(found.balance.verdict);
     result["explanation"] = found.balance.explanation();
     result["phase"] = py::none();
     if (polariser_angle) {

@@ -64,6 +64,12 @@ TEST(Balance, is_on_the_diagonals_of_all_four_mosaics_alike) {
     }
 }
 
+TEST(Balance, has_a_name_for_every_verdict) {
+    EXPECT_EQ(name_of(Verdict::possible), "possible");
+    EXPECT_EQ(name_of(Verdict::unlikely), "unlikely");
+    EXPECT_EQ(name_of(Verdict::undecided), "undecided");
+}
+
 TEST(Balance, is_elsewhere_for_other_layouts) {
     Balance const in_rows = balance_of({.layout = {0, 90, 45, 135}});
     EXPECT_EQ(in_rows.verdict, Verdict::unlikely);

@@ -52,6 +52,9 @@ struct Balance {
     std::string explanation() const;
 };
 
+/// "possible", "unlikely" or "undecided".
+std::string_view name_of(Balance::Verdict verdict);
+
 /// @throw Argument_error unless the frame has two rows and two columns
 Balance check_balance(Frame_view const& frame);
 
