@@ -9,7 +9,7 @@ namespace veldrane_python {
 
 void bind_calibration(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);
-void bind_processing(pybind11::module_& module);
+void bind_plan(pybind11::module_& module);
 void bind_simulation(pybind11::module_& module);
 void bind_units(pybind11::module_& module);
 

@@ -36,7 +36,7 @@ PYBIND11_MODULE(_native, module) {
         "layout_of_phase", [](int phase) { return mrv::Mosaic::from_phase(phase).layout(); });
     veldrane_python::bind_calibration(module);
     veldrane_python::bind_units(module);
-    veldrane_python::bind_processing(module);
+    veldrane_python::bind_plan(module);
     veldrane_python::bind_pixel_formats(module);
     veldrane_python::bind_simulation(module);
 }

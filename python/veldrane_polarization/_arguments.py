@@ -51,7 +51,9 @@ def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
     try:
         names = tuple(dict.fromkeys(planes))
     except TypeError:
-        raise TypeError(f"planes is {planes!r}; give names such as ('s0', 'dolp')") from None
+        raise TypeError(
+            f"planes is {planes!r}; give the names of planes, such as ('s0', 'dolp')"
+        ) from None
     if not names:
         raise ValueError(f"planes is empty; name some of {', '.join(PLANES)}, or 'all'")
     for name in names:
@@ -133,6 +135,12 @@ def plane_dtype(name: str, signed: bool) -> np.dtype[Any]:
 
 def plane_shape(name: str, shape: tuple[int, ...]) -> tuple[int, ...]:
     return (*shape, 2) if name == "normalized_stokes" else shape
+
+
+def new_planes(raw: Array, planes: tuple[str, ...], signed: bool) -> dict[str, Array]:
+    return {
+        name: np.empty(plane_shape(name, raw.shape), plane_dtype(name, signed)) for name in planes
+    }
 
 
 def _share_memory(one: Array, other: Array) -> bool:

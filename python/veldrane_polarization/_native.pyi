@@ -83,19 +83,23 @@ def estimate(
     source_degree: float,
     sensor: str,
 ) -> Calibration: ...
-def plainly_fits(
-    raw: npt.NDArray[Any], out: dict[str, Any], planes: tuple[str, ...], is_signed: bool
-) -> bool: ...
-def process(
-    raw: npt.NDArray[Any],
-    arrays: dict[str, npt.NDArray[Any]],
-    phase: int,
-    scale: Scale,
-    calibration: Optional[Calibration],
-    is_calibrated_mode: bool,
-    is_signed: bool,
-    threads: int,
-) -> None: ...
+class Plan:
+    def __init__(
+        self,
+        planes: tuple[str, ...],
+        phase: int,
+        scale: Scale,
+        calibration: Optional[Calibration],
+        is_calibrated_mode: bool,
+        is_signed: bool,
+    ) -> None: ...
+    def process_if_plain(
+        self, raw: object, out: object, threads: int
+    ) -> Optional[dict[str, npt.NDArray[Any]]]: ...
+    def process(
+        self, raw: npt.NDArray[Any], arrays: dict[str, npt.NDArray[Any]], threads: int
+    ) -> None: ...
+
 def angles(
     azimuth: npt.NDArray[np.uint16],
     dolp: Optional[npt.NDArray[np.uint16]],

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import functools
 from collections.abc import Iterable, Iterator, Mapping
-from typing import Any, Callable, Optional, Union
+from typing import Any, Callable, NamedTuple, Optional, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -49,9 +49,9 @@ class Result:
     __slots__ = ("_arrays", "mode", "phase", "scale", "signed")
 
     def __init__(
-        self, arrays: Mapping[str, Array], scale: _native.Scale, phase: int, mode: str, signed: bool
+        self, arrays: dict[str, Array], scale: _native.Scale, phase: int, mode: str, signed: bool
     ) -> None:
-        self._arrays = dict(arrays)
+        self._arrays = arrays
         self.scale = scale
         self.phase = phase
         self.mode = mode
@@ -183,7 +183,15 @@ class Result:
         return f"<Result {self.mode}: {shapes}>"
 
 
-_HASHABLE = (int, str, tuple)
+class _Choices(NamedTuple):
+    """Options of a call, once they are checked."""
+
+    plan: _native.Plan
+    names: tuple[str, ...]
+    scale: _native.Scale
+    phase: int
+    mode: str
+    signed: bool
 
 
 def _checked(
@@ -191,20 +199,21 @@ def _checked(
     bit_depth: int,
     planes: Union[str, Iterable[str]],
     mode: Optional[str],
+    calibration: Optional[_native.Calibration],
     full_scale: Optional[int],
-    calibration: Optional[_native.Calibration] = None,
-) -> tuple[_native.Scale, int, str, tuple[str, ...]]:
-    return (
-        _arguments.scale_of(bit_depth, full_scale),
-        _arguments.phase_and_calibration(layout, calibration)[0],
-        _arguments.mode_of(mode, calibration),
-        _arguments.planes_of(planes),
-    )
+    signed: bool,
+) -> _Choices:
+    scale = _arguments.scale_of(bit_depth, full_scale)
+    phase, known = _arguments.phase_and_calibration(layout, calibration)
+    mode = _arguments.mode_of(mode, calibration)
+    names = _arguments.planes_of(planes)
+    plan = _native.Plan(names, phase, scale, known, mode == "calibrated", bool(signed))
+    return _Choices(plan, names, scale, phase, mode, bool(signed))
 
 
+_UNCHANGING = (int, str, tuple, type(None))
 # Typed, since True and 1.0 are equal to 1 and yet refused.
-_remembered: Callable[..., tuple[_native.Scale, int, str, tuple[str, ...]]]
-_remembered = functools.lru_cache(maxsize=64, typed=True)(_checked)
+_remembered: Callable[..., _Choices] = functools.lru_cache(maxsize=64, typed=True)(_checked)
 
 
 def process(
@@ -281,27 +290,20 @@ def process(
     >>> float(result.angle("degrees")[4, 4].round(2))
     0.0
     """
-    # A frame of 5 million samples takes 1 ms, and leaves Python's own code and data out of the
-    # caches: what has been checked before is looked up.
-    choices = layout, bit_depth, planes, mode, full_scale
-    if calibration is None and type(layout) in _HASHABLE and type(planes) in _HASHABLE:
-        scale, phase, mode, names = _remembered(*choices)
-    else:
-        scale, phase, mode, names = _checked(*choices, calibration)
-    raw = _arguments.frames(raw, scale.bit_depth)
+    options = layout, bit_depth, planes, mode, calibration, full_scale, signed
+    # Not what hashes by identity and gives something else every time, such as a generator.
+    same_again = type(layout) in _UNCHANGING and type(planes) in _UNCHANGING
+    try:
+        plan, names, scale, phase, mode, signed = (_remembered if same_again else _checked)(*options)
+    except TypeError:  # calibrations and lists in a tuple have no hash; what is wrong shows again
+        plan, names, scale, phase, mode, signed = _checked(*options)
     workers = 0 if threads is None else _arguments.whole_number("threads", threads, 1, 1024)
-    if out is None:
-        arrays = {
-            name: np.empty(
-                _arguments.plane_shape(name, raw.shape), _arguments.plane_dtype(name, signed)
-            )
-            for name in names
-        }
-    elif type(out) is dict and _native.plainly_fits(raw, out, names, signed):
-        arrays = {name: out[name] for name in names}
-    else:
-        arrays = _arguments.check_out(out, raw, names, signed)
-    if "normalized_stokes" in arrays and mode == "fast":
-        arrays["normalized_stokes"].fill(np.nan)
-    _native.process(raw, arrays, phase, scale, calibration, mode == "calibrated", signed, workers)
-    return Result(arrays, scale, phase, mode, bool(signed))
+    arrays = plan.process_if_plain(raw, out, workers)
+    if arrays is None:
+        raw = _arguments.frames(raw, scale.bit_depth)
+        if out is None:
+            arrays = _arguments.new_planes(raw, names, signed)
+        else:
+            arrays = _arguments.check_out(out, raw, names, signed)
+        plan.process(raw, arrays, workers)
+    return Result(arrays, scale, phase, mode, signed)

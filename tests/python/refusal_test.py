@@ -43,6 +43,8 @@ CASES = {
     "half a bit": (good(bit_depth=11.5), TypeError, ("11.5", "whole number")),
     "unknown plane": (good(planes=("aolp",)), ValueError, ("'aolp'", "azimuth")),
     "no plane": (good(planes=()), ValueError, ("empty", "s0")),
+    "a list among planes": (good(planes=(["s0"],)), TypeError, ("['s0']", "names")),
+    "a generator that is used up": (good(planes=iter(())), ValueError, ("empty", "s0")),
     "a number as planes": (good(planes=3), TypeError, ("3", "names")),
     "unknown mode": (good(mode="exact"), ValueError, ("'exact'", "'fast', 'calibrated'")),
     "fast calibration": (
@@ -110,10 +112,13 @@ def test_overlapping_arrays_are_refused_and_untouched():
 
 
 def test_arrays_that_interleave_without_meeting_are_accepted():
-    memory = np.zeros((4, 4, 20), np.uint16)
-    raw = memory[:, ::2]
-    out = {"s0": np.empty((4, 2, 20), np.uint16)}
-    assert vp.process(raw, layout=0, bit_depth=12, planes="s0", out=out).s0.max() == 0
+    memory = np.random.default_rng(5).integers(0, 4096, (8, 4, 20), np.uint16)
+    before = memory.copy()
+    frames_0_and_4, frames_1_and_2 = memory[::4], memory[1:3]
+    vp.process(frames_0_and_4, layout=0, bit_depth=12, planes="s0", out={"s0": frames_1_and_2})
+    expected = vp.process(before[::4].copy(), layout=0, bit_depth=12, planes="s0").s0
+    assert np.array_equal(frames_1_and_2, expected) and not np.array_equal(expected, before[1:3])
+    assert np.array_equal(memory[[0, 3, 4, 5, 6, 7]], before[[0, 3, 4, 5, 6, 7]])
 
 
 def test_subclasses_and_mappings_of_any_kind_are_checked_alike():

@@ -1,0 +1,48 @@
+/// @file
+/// Frames of a recording through the transform, several at a time. Knows nothing of Python.
+#ifndef VELDRANE_PYTHON_FRAMES_IN_THREADS_HPP
+#define VELDRANE_PYTHON_FRAMES_IN_THREADS_HPP
+
+#include "raw_frames.hpp"
+
+#include "veldrane_mrv/polarization/transform.hpp"
+#include "veldrane_mrv/polarization/views.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace veldrane_python {
+
+/// A plane of all frames, one frame's elements behind the other's.
+template <class Element>
+struct Frame_series {
+    Element* data = nullptr;
+    std::size_t elements_per_frame = 0;
+
+    std::span<Element> frame(std::size_t index) const {
+        return {data + index * elements_per_frame, elements_per_frame};
+    }
+};
+
+/// Where planes go; those without data are not wanted.
+struct Targets {
+    /// S0, S1, S2, azimuth, DoLP.
+    std::array<Frame_series<std::uint16_t>, 5> integer_planes;
+    Frame_series<float> normalized_stokes;
+    Frame_series<std::int32_t> signed_s1;
+    Frame_series<std::int32_t> signed_s2;
+};
+
+/// Works on `threads` frames at once, or on as many as there are processors if it is 0. Fast mode
+/// leaves NaN where it stores no normalised Stokes values.
+/// @throw what the transform throws for the first frame that it refuses
+void process_frames(
+    Raw_frames const& raw, Targets const& targets,
+    veldrane_mrv::polarization::Settings const& settings, veldrane_mrv::polarization::Mode mode,
+    std::size_t threads);
+
+} // namespace veldrane_python
+
+#endif

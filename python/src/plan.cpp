@@ -1,0 +1,223 @@
+#include "bindings.hpp"
+#include "frames_in_threads.hpp"
+#include "raw_frames.hpp"
+
+#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/planes.hpp"
+#include "veldrane_mrv/polarization/transform.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <pybind11/numpy.h>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace veldrane_python {
+namespace {
+
+namespace py = pybind11;
+namespace mrv = veldrane_mrv::polarization;
+using py::detail::npy_api;
+
+/// A plane that was asked for.
+struct Wanted_plane {
+    py::object name;
+    mrv::Plane plane;
+    bool is_signed;
+    int type_number;
+    /// 2 for pairs.
+    py::ssize_t elements_per_pixel;
+
+    Wanted_plane(py::handle of_name, bool signed_stokes)
+        : name{py::reinterpret_borrow<py::object>(of_name)},
+          plane{mrv::parse_planes(of_name.cast<std::string>()).list().front()},
+          is_signed{signed_stokes && (plane == mrv::Plane::s1 || plane == mrv::Plane::s2)},
+          type_number{
+              plane == mrv::Plane::normalized_stokes ? npy_api::NPY_FLOAT_
+              : is_signed                            ? npy_api::NPY_INT32_
+                                                     : npy_api::NPY_UINT16_},
+          elements_per_pixel{plane == mrv::Plane::normalized_stokes ? 2 : 1} {}
+};
+
+/// Where an array's elements lie, from the lowest to behind the highest byte.
+struct Bytes {
+    std::uintptr_t begin;
+    std::uintptr_t end;
+};
+
+Bytes bytes_of(py::array const& array) {
+    auto const first = reinterpret_cast<std::uintptr_t>(array.data());
+    Bytes bytes{first, first + static_cast<std::uintptr_t>(array.itemsize())};
+    for (py::ssize_t axis = 0; axis < array.ndim(); ++axis) {
+        py::ssize_t const reach = array.strides(axis) * (array.shape(axis) - 1);
+        (reach < 0 ? bytes.begin : bytes.end) += static_cast<std::uintptr_t>(reach);
+    }
+    return bytes;
+}
+
+bool holds(py::array const& array, int type_number) {
+    py::dtype const type = array.dtype();
+    return type.num() == type_number && (type.byteorder() == '=' || type.byteorder() == '|');
+}
+
+bool has_shape_of_plane(Wanted_plane const& wanted, py::array const& array, py::array const& raw) {
+    bool const is_pair = wanted.elements_per_pixel == 2;
+    return array.ndim() == raw.ndim() + (is_pair ? 1 : 0) &&
+           std::equal(raw.shape(), raw.shape() + raw.ndim(), array.shape()) &&
+           (!is_pair || array.shape(raw.ndim()) == 2);
+}
+
+bool can_take(Wanted_plane const& wanted, py::array const& array, py::array const& raw) {
+    constexpr int flags = npy_api::NPY_ARRAY_C_CONTIGUOUS_ | npy_api::NPY_ARRAY_ALIGNED_ |
+                          npy_api::NPY_ARRAY_WRITEABLE_;
+    return (array.flags() & flags) == flags && holds(array, wanted.type_number) &&
+           has_shape_of_plane(wanted, array, raw);
+}
+
+// A subclass may mean something else by its elements, such as a mask.
+bool is_exactly_array(py::handle object) {
+    return Py_TYPE(object.ptr()) == npy_api::get().PyArray_Type_;
+}
+
+bool can_be_processed(py::array const& raw, int bit_depth) {
+    if (!holds(raw, npy_api::NPY_UINT16_) && !(bit_depth <= 8 && holds(raw, npy_api::NPY_UINT8_))) {
+        return false;
+    }
+    if ((raw.ndim() != 2 && raw.ndim() != 3) || raw.size() == 0) {
+        return false;
+    }
+    auto const height = raw.shape(raw.ndim() - 2);
+    auto const width = raw.shape(raw.ndim() - 1);
+    return height >= 2 && width >= 2 && (width >= 16 || height == 2);
+}
+
+bool any_meet(std::span<Bytes> all) {
+    std::ranges::sort(all, {}, &Bytes::begin);
+    return std::ranges::adjacent_find(all, [](Bytes const& lower, Bytes const& upper) {
+               return upper.begin < lower.end;
+           }) != all.end();
+}
+
+/// What calls with the same options have in common. Never changed, so threads can share it.
+class Plan {
+public:
+    Plan(
+        py::tuple const& planes, int phase, mrv::Scale const& scale,
+        mrv::Calibration const* calibration, bool is_calibrated_mode, bool is_signed)
+        : settings_{mrv::ideal_settings(mrv::Mosaic::from_phase(phase), scale)},
+          mode_{is_calibrated_mode ? mrv::Mode::calibrated : mrv::Mode::fast} {
+        if (calibration != nullptr) {
+            settings_.matrices = calibration->matrices;
+        }
+        for (py::handle const name : planes) {
+            planes_.emplace_back(name, is_signed);
+        }
+    }
+
+    // The planes by name, done; or None and nothing done, if it takes Python's code to say whether
+    // something is wrong, and what. That code is long enough to be felt in every call: a frame of a
+    // few million samples has driven it out of the caches when the next one comes.
+    py::object process_if_plain(
+        py::object const& raw, py::object const& out, std::size_t threads) const {
+        if (!is_exactly_array(raw) || !PyDict_CheckExact(out.ptr())) {
+            return py::none{};
+        }
+        auto const frames = py::reinterpret_borrow<py::array>(raw);
+        std::optional<py::dict> const arrays =
+            can_be_processed(frames, settings_.scale.bit_depth())
+                ? plain_arrays(frames, py::reinterpret_borrow<py::dict>(out))
+                : std::nullopt;
+        if (!arrays) {
+            return py::none{};
+        }
+        run(frames, *arrays, threads);
+        return *arrays;
+    }
+
+    /// With arguments that have been checked.
+    void process(py::array const& raw, py::dict const& arrays, std::size_t threads) const {
+        for (Wanted_plane const& wanted : planes_) {
+            if (!can_take(wanted, arrays[wanted.name], raw)) {
+                throw mrv::Argument_error{
+                    "the array for the plane " + std::string{name_of(wanted.plane)},
+                    "of another type, order or size",
+                    "give a dense one of the plane's type and the frames' size"};
+            }
+        }
+        run(raw, arrays, threads);
+    }
+
+private:
+    // New references: whatever another thread does to `out`, these arrays stay.
+    std::optional<py::dict> plain_arrays(py::array const& raw, py::dict const& out) const {
+        std::array<Bytes, mrv::every_plane.size() + 1> bytes{bytes_of(raw)};
+        std::size_t count = 1;
+        py::dict arrays;
+        if (out.size() != planes_.size()) {
+            return std::nullopt;
+        }
+        for (Wanted_plane const& wanted : planes_) {
+            py::handle const item = PyDict_GetItem(out.ptr(), wanted.name.ptr());
+            if (!item || !is_exactly_array(item)) {
+                return std::nullopt;
+            }
+            auto const array = py::reinterpret_borrow<py::array>(item);
+            if (!can_take(wanted, array, raw)) {
+                return std::nullopt;
+            }
+            arrays[wanted.name] = array;
+            bytes[count++] = bytes_of(array);
+        }
+        return any_meet({bytes.data(), count}) ? std::nullopt : std::optional{arrays};
+    }
+
+    void run(py::array const& raw, py::dict const& arrays, std::size_t threads) const {
+        Raw_frames const frames{raw};
+        std::size_t const pixels = frames.height() * frames.width();
+        Targets targets;
+        for (Wanted_plane const& wanted : planes_) {
+            py::array array = arrays[wanted.name];
+            void* const data = array.mutable_data();
+            if (wanted.plane == mrv::Plane::normalized_stokes) {
+                targets.normalized_stokes = {static_cast<float*>(data), 2 * pixels};
+            } else if (wanted.is_signed) {
+                (wanted.plane == mrv::Plane::s1 ? targets.signed_s1 : targets.signed_s2) = {
+                    static_cast<std::int32_t*>(data), pixels};
+            } else {
+                targets.integer_planes[static_cast<std::size_t>(wanted.plane)] = {
+                    static_cast<std::uint16_t*>(data), pixels};
+            }
+        }
+        py::gil_scoped_release const unlocked;
+        process_frames(frames, targets, settings_, mode_, threads);
+    }
+
+    mrv::Settings settings_;
+    mrv::Mode mode_;
+    std::vector<Wanted_plane> planes_;
+};
+
+} // namespace
+
+void bind_plan(py::module_& module) {
+    py::class_<Plan>(module, "Plan")
+        .def(
+            py::init<
+                py::tuple const&, int, mrv::Scale const&, mrv::Calibration const*, bool, bool>(),
+            py::arg("planes"), py::arg("phase"), py::arg("scale"),
+            py::arg("calibration").none(true), py::arg("is_calibrated_mode"), py::arg("is_signed"))
+        .def(
+            "process_if_plain", &Plan::process_if_plain, py::arg("raw"), py::arg("out"),
+            py::arg("threads"))
+        .def(
+            "process", &Plan::process, py::arg("raw").noconvert(), py::arg("arrays"),
+            py::arg("threads"));
+}
+
+} // namespace veldrane_python
