@@ -22,6 +22,8 @@ void check_rounding_mode() {
     }
 }
 
+} // namespace
+
 void check_signed_call(
     Frame_view const& frame, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes) {
@@ -36,8 +38,6 @@ void check_signed_call(
         check_rounding_mode();
     }
 }
-
-} // namespace
 
 Signed_planes::Signed_planes(std::size_t height, std::size_t width, Plane_set const& wanted)
     : s1(wanted.contains(Plane::s1) ? height * width : 0),

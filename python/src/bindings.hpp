@@ -3,9 +3,25 @@
 #ifndef VELDRANE_PYTHON_BINDINGS_HPP
 #define VELDRANE_PYTHON_BINDINGS_HPP
 
+#include <chrono>
 #include <pybind11/pybind11.h>
 
 namespace veldrane_python {
+
+/// Lets Ctrl-C end a call that has given the interpreter's lock away. Looks ten times a second at
+/// most: to get the lock back can take milliseconds.
+class Interruption_check {
+public:
+    /// @throw pybind11::error_already_set with what the signal's handler raised
+    void operator()();
+
+private:
+    std::chrono::steady_clock::time_point next_look_ = std::chrono::steady_clock::now();
+};
+
+/// A whole number from Python, with a message of the package's kind.
+/// @throw pybind11::type_error, pybind11::value_error
+long whole_number(char const* name, pybind11::handle value, long lowest, long highest);
 
 void bind_calibration(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);

@@ -107,8 +107,16 @@ void bind_calibration(py::module_& module) {
         .def_static(
             "from_json",
             [](std::string const& text) { return mrv::calibration_from_json(text, "the text"); },
-            py::arg("text"), "The calibration that `to_json` wrote; ValueError if it is none.")
-        .def("to_json", &mrv::calibration_to_json, "The text of the file that `save` writes.")
+            py::arg("text"),
+            "The calibration that `to_json` wrote.\n\n"
+            "Parameters\n----------\ntext : str\n\nReturns\n-------\nCalibration\n\n"
+            "Raises\n------\nValueError\n    If the text is none; says which line and key.\n\n"
+            "Examples\n--------\n"
+            ">>> Calibration.from_json(Calibration.ideal(1).to_json()).layout\n(45, 90, 0, 135)\n")
+        .def(
+            "to_json", &mrv::calibration_to_json,
+            "The text of the file that `save` writes.\n\nReturns\n-------\nstr\n\n"
+            "Examples\n--------\n>>> Calibration.ideal(0).to_json()[0]\n'{'\n")
         .def("_save", &mrv::save)
         .def_property_readonly(
             "phase", [](mrv::Calibration const& c) { return c.mosaic.phase(); },
@@ -143,10 +151,10 @@ void bind_calibration(py::module_& module) {
         .def_property_readonly(
             "time", [](mrv::Calibration const& c) { return c.provenance.time; },
             "When it was made, UTC.")
+        .def("_of_region", &mrv::of_region)
         .def(
-            "of_region", &mrv::of_region, py::arg("row_offset"), py::arg("column_offset"),
-            "The calibration of frames that begin at this row and column of the sensor.")
-        .def("__eq__", [](mrv::Calibration const& a, mrv::Calibration const& b) { return a == b; })
+            "__eq__", [](mrv::Calibration const& a, mrv::Calibration const& b) { return a == b; },
+            py::is_operator())
         .def("__repr__", &described)
         .def(py::pickle(
             [](mrv::Calibration const& c) { return mrv::calibration_to_json(c); },

@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstddef>
 #include <exception>
+#include <functional>
 #include <limits>
 #include <mutex>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -39,12 +42,15 @@ public:
     void process(Raw_frames const& raw, Targets const& targets, std::size_t index) {
         mrv::Frame_view const frame = raw.frame(index, memory_);
         mrv::Plane_views const planes = planes_of(targets, index);
-        if (mode_ == mrv::Mode::fast) {
+        mrv::Signed_views const signed_planes{
+            targets.signed_s1.frame(index), targets.signed_s2.frame(index)};
+        if (mode_ == mrv::Mode::fast && !planes.normalized_stokes.empty()) {
+            // Before anything is written, so that a refusal leaves all planes as they were.
+            mrv::check_signed_call(frame, settings_, planes, signed_planes);
             std::ranges::fill(planes.normalized_stokes, std::numeric_limits<float>::quiet_NaN());
         }
         if (signed_) {
-            (*signed_)(
-                frame, planes, {targets.signed_s1.frame(index), targets.signed_s2.frame(index)});
+            (*signed_)(frame, planes, signed_planes);
         } else if (calibrated_) {
             (*calibrated_)(frame, planes);
         } else {
@@ -62,33 +68,43 @@ private:
 
 // Frames one after the other from a common counter: unlike a pipeline's, no frame waits for the one
 // before it. New threads inherit the rounding mode.
-void run_in_threads(
-    Raw_frames const& raw, Targets const& targets, mrv::Settings const& settings, mrv::Mode mode,
-    std::size_t threads) {
-    std::atomic<std::size_t> next{0};
-    std::exception_ptr failure;
-    std::once_flag first_failure;
-    auto const work = [&] {
+class Frame_counter {
+public:
+    explicit Frame_counter(std::size_t count) : count_{count} {}
+
+    // What `make_process` returns, for frames until there are none or something was thrown in any
+    // thread.
+    template <class Make_process>
+    void work(Make_process const& make_process) {
         try {
-            Worker worker{settings, mode, wants_signed(targets)};
-            for (std::size_t index = next++; index < raw.count(); index = next++) {
-                worker.process(raw, targets, index);
+            auto process = make_process();
+            for (std::size_t index = next_++; index < count_; index = next_++) {
+                process(index);
             }
         } catch (...) {
-            next = raw.count();
-            std::call_once(first_failure, [&] { failure = std::current_exception(); });
+            next_ = count_;
+            std::call_once(first_failure_, [&] { failure_ = std::current_exception(); });
         }
-    };
-    {
-        std::vector<std::jthread> others;
-        others.reserve(threads - 1);
-        for (std::size_t number = 1; number < threads; ++number) {
-            others.emplace_back(work);
-        }
-        work();
     }
-    if (failure) {
-        std::rethrow_exception(failure);
+
+    void rethrow_failure() const {
+        if (failure_) {
+            std::rethrow_exception(failure_);
+        }
+    }
+
+private:
+    std::size_t count_;
+    std::atomic<std::size_t> next_{0};
+    std::once_flag first_failure_;
+    std::exception_ptr failure_;
+};
+
+void start(std::vector<std::jthread>& threads, std::function<void()> const& work) {
+    try {
+        threads.emplace_back(work);
+    } catch (std::system_error const&) {
+        // The system has no thread left. Those there are do the work.
     }
 }
 
@@ -96,18 +112,34 @@ void run_in_threads(
 
 void process_frames(
     Raw_frames const& raw, Targets const& targets, mrv::Settings const& settings, mrv::Mode mode,
-    std::size_t threads) {
-    // Asking for the number of processors reads a file of the system's, too long for one frame.
-    if (raw.count() <= 1 || threads == 1) {
-        Worker worker{settings, mode, wants_signed(targets)};
-        for (std::size_t index = 0; index < raw.count(); ++index) {
-            worker.process(raw, targets, index);
-        }
+    std::size_t threads, std::function<void()> const& between_frames) {
+    Worker own{settings, mode, wants_signed(targets)};
+    if (raw.count() == 1) {
+        own.process(raw, targets, 0);
         return;
     }
+    // Asking for the number of processors reads a file of the system's, too long for one frame.
     std::size_t const wanted =
         threads == 0 ? std::max(1U, std::thread::hardware_concurrency()) : threads;
-    run_in_threads(raw, targets, settings, mode, std::min(wanted, raw.count()));
+    Frame_counter frames{raw.count()};
+    {
+        std::vector<std::jthread> others;
+        for (std::size_t number = 1; number < std::min(wanted, raw.count()); ++number) {
+            start(others, [&] {
+                frames.work([&] {
+                    return [&, worker = Worker{settings, mode, wants_signed(targets)}](
+                               std::size_t index) mutable { worker.process(raw, targets, index); };
+                });
+            });
+        }
+        frames.work([&] {
+            return [&](std::size_t index) {
+                between_frames();
+                own.process(raw, targets, index);
+            };
+        });
+    }
+    frames.rethrow_failure();
 }
 
 } // namespace veldrane_python

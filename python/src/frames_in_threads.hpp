@@ -11,6 +11,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 
 namespace veldrane_python {
@@ -36,12 +37,14 @@ struct Targets {
 };
 
 /// Works on `threads` frames at once, or on as many as there are processors if it is 0. Fast mode
-/// leaves NaN where it stores no normalised Stokes values.
-/// @throw what the transform throws for the first frame that it refuses
+/// leaves NaN where it stores no normalised Stokes values. `between_frames` is called by the
+/// calling thread only; what it throws ends the work.
+/// @throw what the transform throws for the first frame that it refuses; nothing of that frame has
+///        been written then
 void process_frames(
     Raw_frames const& raw, Targets const& targets,
     veldrane_mrv::polarization::Settings const& settings, veldrane_mrv::polarization::Mode mode,
-    std::size_t threads);
+    std::size_t threads, std::function<void()> const& between_frames);
 
 } // namespace veldrane_python
 

@@ -25,10 +25,45 @@ void translate_file_error(std::exception_ptr const pending) {
 
 } // namespace
 
+namespace veldrane_python {
+
+void Interruption_check::operator()() {
+    auto const now = std::chrono::steady_clock::now();
+    if (now < next_look_) {
+        return;
+    }
+    next_look_ = now + std::chrono::milliseconds{100};
+    pybind11::gil_scoped_acquire const locked;
+    if (PyErr_CheckSignals() != 0) {
+        throw pybind11::error_already_set{};
+    }
+}
+
+long whole_number(char const* name, pybind11::handle value, long lowest, long highest) {
+    std::string const given = std::string{name} + " is " + std::string{pybind11::repr(value)};
+    std::string const remedy =
+        "; give a whole number from " + std::to_string(lowest) + " to " + std::to_string(highest);
+    bool const is_whole = !PyBool_Check(value.ptr()) && PyIndex_Check(value.ptr()) != 0;
+    if (!is_whole) {
+        throw pybind11::type_error{given + remedy};
+    }
+    int too_large = 0;
+    long const number = PyLong_AsLongAndOverflow(
+        pybind11::reinterpret_steal<pybind11::object>(PyNumber_Index(value.ptr())).ptr(),
+        &too_large);
+    if (too_large != 0 || number < lowest || number > highest) {
+        throw pybind11::value_error{given + remedy};
+    }
+    return number;
+}
+
+} // namespace veldrane_python
+
 PYBIND11_MODULE(_native, module) {
     module.doc() = "What the package veldrane_polarization does in C++.";
     pybind11::register_exception_translator(&translate_file_error);
     module.def("software_version", [] { return std::string{mrv::software_version()}; });
+    module.def("whole_number", &veldrane_python::whole_number);
     module.def("phase_of_text", [](std::string const& layout) {
         return mrv::Mosaic::parse(layout).phase();
     });

@@ -195,7 +195,7 @@ private:
             }
         }
         py::gil_scoped_release const unlocked;
-        process_frames(frames, targets, settings_, mode_, threads);
+        process_frames(frames, targets, settings_, mode_, threads, Interruption_check{});
     }
 
     mrv::Settings settings_;

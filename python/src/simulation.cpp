@@ -55,7 +55,9 @@ py::tuple simulate(
         auto const light = polariser_angle
                                ? polarize_tool::uniform_light(settings, *polariser_angle)
                                : polarize_tool::scene_light(settings);
+        Interruption_check check_interruption;
         for (std::size_t number = 0; number < count; ++number) {
+            check_interruption();
             auto const frame = polarize_tool::record(light, settings, number);
             target = std::copy(frame.samples.begin(), frame.samples.end(), target);
         }

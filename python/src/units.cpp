@@ -87,14 +87,27 @@ void bind_units(py::module_& module) {
         "Raises\n------\nValueError\n    If a number is out of its range.\n\n"
         "Examples\n--------\n>>> Scale(12, 4095).sample_units_per_step\n1.0\n")
         .def(
-            py::init<int, std::optional<unsigned>>(), py::arg("bit_depth"),
-            py::arg("full_scale") = py::none())
+            py::init([](py::object const& bit_depth, py::object const& full_scale) {
+                auto const depth = static_cast<int>(whole_number("bit_depth", bit_depth, 1, 16));
+                return full_scale.is_none() ? mrv::Scale{depth}
+                                            : mrv::Scale{
+                                                  depth, static_cast<unsigned>(whole_number(
+                                                             "full_scale", full_scale, 1, 65535))};
+            }),
+            py::arg("bit_depth"), py::arg("full_scale") = py::none())
         .def_property_readonly("bit_depth", &mrv::Scale::bit_depth)
         .def_property_readonly("full_scale", &mrv::Scale::full_scale)
         .def_property_readonly("largest_sample", &mrv::Scale::largest_sample)
         .def_property_readonly("rescaled", &mrv::Scale::rescaled)
         .def_property_readonly("sample_units_per_step", &mrv::Scale::sample_units_per_step)
-        .def("__eq__", [](mrv::Scale const& a, mrv::Scale const& b) { return a == b; })
+        .def(
+            "__eq__", [](mrv::Scale const& a, mrv::Scale const& b) { return a == b; },
+            py::is_operator())
+        .def(
+            "__hash__",
+            [](mrv::Scale const& scale) {
+                return py::hash(py::make_tuple(scale.bit_depth(), scale.full_scale()));
+            })
         .def(
             "__repr__",
             [](mrv::Scale const& scale) {

@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-import operator
+import math
 from collections.abc import Iterable, Mapping
 from typing import Any, Optional, Union
 
@@ -44,10 +44,8 @@ def phase_of(layout: Layout) -> int:
 
 def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
     """Names of planes, each once, in the order of asking."""
-    if planes == "all":
-        return PLANES
     if isinstance(planes, str):
-        planes = planes.split(",")
+        planes = PLANES if planes == "all" else [name.strip() for name in planes.split(",")]
     try:
         names = tuple(dict.fromkeys(planes))
     except TypeError:
@@ -65,17 +63,25 @@ def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
 
 
 def whole_number(name: str, value: Any, lowest: int, highest: int) -> int:
-    if isinstance(value, bool):
-        raise TypeError(f"{name} is {value!r}; give a whole number from {lowest} to {highest}")
+    return _native.whole_number(name, value, lowest, highest)
+
+
+def finite_number(name: str, value: Any) -> float:
+    if isinstance(value, (bool, str)):
+        raise TypeError(f"{name} is {value!r}; give a finite number")
     try:
-        number = operator.index(value)
+        number = float(value)
     except TypeError:
-        raise TypeError(
-            f"{name} is {value!r}; give a whole number from {lowest} to {highest}"
-        ) from None
-    if not lowest <= number <= highest:
-        raise ValueError(f"{name} is {number}; give a whole number from {lowest} to {highest}")
+        raise TypeError(f"{name} is {value!r}; give a finite number") from None
+    if not math.isfinite(number):
+        raise ValueError(f"{name} is {number}; give a finite number")
     return number
+
+
+def truth(name: str, value: Any) -> bool:
+    if not isinstance(value, (bool, np.bool_)):
+        raise TypeError(f"{name} is {value!r}; give True or False")
+    return bool(value)
 
 
 def choice(name: str, value: Any, accepted: tuple[str, ...]) -> str:
@@ -111,6 +117,11 @@ def check_samples(dtype: np.dtype[Any], shape: tuple[int, ...], name: str = "raw
         )
 
 
+def check_no_mask(array: Array, name: str) -> None:
+    if isinstance(array, np.ma.MaskedArray):
+        raise TypeError(f"{name} is a masked array, whose mask would be lost; give {name}.filled(...)")
+
+
 def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:
     """`raw` itself, once it is known to hold frames that can be processed."""
     if not isinstance(raw, np.ndarray):
@@ -118,6 +129,7 @@ def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:
             f"{name} is a {type(raw).__name__}; give a NumPy array of uint8 or uint16 with the "
             "shape (H, W) or (N, H, W)"
         )
+    check_no_mask(raw, name)
     check_samples(raw.dtype, raw.shape, name)
     if raw.dtype == np.uint8 and bit_depth > 8:
         raise ValueError(
@@ -181,6 +193,7 @@ def _checked_target(name: str, array: Any, shape: tuple[int, ...], signed: bool)
     dtype, wanted = plane_dtype(name, signed), plane_shape(name, shape)
     if not isinstance(array, np.ndarray):
         raise TypeError(f"{title} is a {type(array).__name__}; give a NumPy array of {dtype}")
+    check_no_mask(array, title)
     if array.dtype != dtype or not array.dtype.isnative:
         raise TypeError(f"{title} has the dtype {array.dtype}; give {dtype}")
     if array.shape != wanted:
@@ -193,7 +206,7 @@ def _checked_target(name: str, array: Any, shape: tuple[int, ...], signed: bool)
 
 
 def phase_and_calibration(
-    layout: Optional[Layout], calibration: Any
+    layout: Optional[Layout], calibration: Any, name: str = "calibration"
 ) -> tuple[int, Optional[_native.Calibration]]:
     """The phase, from the layout or the calibration, which must agree if both are given."""
     if calibration is None:
@@ -202,13 +215,13 @@ def phase_and_calibration(
         return phase_of(layout), None
     if not isinstance(calibration, _native.Calibration):
         raise TypeError(
-            f"calibration is a {type(calibration).__name__}; give a Calibration, such as from "
+            f"{name} is a {type(calibration).__name__}; give a Calibration, such as from "
             "Calibration.load"
         )
     if layout is not None and phase_of(layout) != calibration.phase:
         raise ValueError(
-            f"layout is {layout!r}, but the calibration is for {calibration.layout}; leave the "
-            "layout out, or give the calibration of this one"
+            f"layout is {layout!r}, but the {name} is for {calibration.layout}; leave the "
+            f"layout out, or give the {name} of this one"
         )
     return calibration.phase, calibration
 
@@ -225,8 +238,11 @@ def mode_of(mode: Optional[str], calibration: Any) -> str:
     return mode
 
 
-def angles_in_degrees(name: str, values: Iterable[float], count: int) -> list[float]:
-    numbers = [float(value) for value in values]
-    if len(numbers) != count:
-        raise ValueError(f"{name} holds {len(numbers)} numbers; give {count}, one a frame")
-    return numbers
+def finite_numbers(name: str, values: Any, count: int, of_each: str = "frame") -> list[float]:
+    try:
+        listed = list(values)
+    except TypeError:
+        raise TypeError(f"{name} is {values!r}; give {count} numbers, one a {of_each}") from None
+    if len(listed) != count:
+        raise ValueError(f"{name} holds {len(listed)} numbers; give {count}, one a {of_each}")
+    return [finite_number(f"{name}[{index}]", value) for index, value in enumerate(listed)]

@@ -3,9 +3,11 @@
 from __future__ import annotations
 
 import os
-from collections.abc import Iterable, Sequence
+from collections.abc import Iterable
 from pathlib import Path
 from typing import Any, Optional, Union
+
+import numpy as np
 
 from . import _arguments, _native
 from ._arguments import Array, Layout
@@ -13,12 +15,40 @@ from ._native import Calibration
 
 
 def ideal(layout: Layout) -> Calibration:
-    """The calibration of an ideal sensor with this layout."""
+    """The calibration of an ideal sensor.
+
+    Parameters
+    ----------
+    layout : int, str or sequence of int
+        As in `process`.
+
+    Returns
+    -------
+    Calibration
+
+    Raises
+    ------
+    TypeError, ValueError
+        For a layout that is none.
+
+    Examples
+    --------
+    >>> Calibration.ideal("90,45,135,0").phase
+    2
+    """
     return Calibration._ideal(_arguments.phase_of(layout))
 
 
 def load(path: Union[str, Path]) -> Calibration:
     """Read a calibration that `save` or the program's `calibrate` wrote.
+
+    Parameters
+    ----------
+    path : str or pathlib.Path
+
+    Returns
+    -------
+    Calibration
 
     Raises
     ------
@@ -26,6 +56,14 @@ def load(path: Union[str, Path]) -> Calibration:
         If there is no such file.
     ValueError
         If it is no calibration, damaged, or of a newer schema; says which line and key.
+
+    Examples
+    --------
+    >>> from tempfile import TemporaryDirectory
+    >>> with TemporaryDirectory() as folder:
+    ...     Calibration.ideal(2).save(folder + "/ideal.json")
+    ...     Calibration.load(folder + "/ideal.json") == Calibration.ideal(2)
+    True
     """
     with open(path, "rb"):
         return Calibration._load(os.fspath(path))
@@ -34,16 +72,56 @@ def load(path: Union[str, Path]) -> Calibration:
 def save(self: Calibration, path: Union[str, Path]) -> None:
     """Write a file of JSON, whole or not at all; an old one is replaced.
 
+    Parameters
+    ----------
+    path : str or pathlib.Path
+
     Raises
     ------
     ValueError
         If it cannot be written.
+
+    Examples
+    --------
+    >>> from tempfile import TemporaryDirectory
+    >>> with TemporaryDirectory() as folder:
+    ...     Calibration.ideal(2).save(folder + "/ideal.json")
+    ...     open(folder + "/ideal.json").read(1)
+    '{'
     """
     self._save(os.fspath(path))
 
 
+def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibration:
+    """The calibration of frames that begin at this row and column of the sensor.
+
+    Parameters
+    ----------
+    row_offset, column_offset : int
+        0 or more. Only whether they are odd matters.
+
+    Returns
+    -------
+    Calibration
+
+    Raises
+    ------
+    TypeError, ValueError
+        For an offset that is no such number.
+
+    Examples
+    --------
+    >>> Calibration.ideal((90, 45, 135, 0)).of_region(0, 3).layout
+    (45, 90, 0, 135)
+    """
+    return self._of_region(
+        _arguments.whole_number("row_offset", row_offset, 0, 2**31),
+        _arguments.whole_number("column_offset", column_offset, 0, 2**31),
+    )
+
+
 def calibrate(
-    frames: Union[Array, Sequence[Array]],
+    frames: Union[Array, Iterable[Array]],
     angles: Iterable[float],
     *,
     layout: Layout,
@@ -58,7 +136,7 @@ def calibrate(
 
     Parameters
     ----------
-    frames : numpy.ndarray or sequence of numpy.ndarray
+    frames : numpy.ndarray or iterable of numpy.ndarray
         (N, H, W) or N frames (H, W), uint8 or uint16.
     angles : iterable of float
         Transmission axis of the polariser in degrees for each frame, 0 along the rows, growing
@@ -98,24 +176,40 @@ def calibrate(
     """
     phase = _arguments.phase_of(layout)
     depth = _arguments.whole_number("bit_depth", bit_depth, 1, 16)
+    is_trimmed = _arguments.truth("trimmed", trimmed)
+    degree = _arguments.finite_number("source_degree", source_degree)
+    if not isinstance(sensor, str):
+        raise TypeError(f"sensor is {sensor!r}; give a name for the file")
+    if not isinstance(frames, np.ndarray):
+        try:
+            frames = list(frames)
+        except TypeError:
+            raise TypeError(
+                f"frames is a {type(frames).__name__}; give an array (N, H, W) or frames (H, W)"
+            ) from None
     count = len(frames)
-    axes = _arguments.angles_in_degrees("angles", angles, count)
+    axes = _arguments.finite_numbers("angles", angles, count)
     light = [1.0] * count
     if intensities is not None:
-        light = _arguments.angles_in_degrees("intensities", intensities, count)
+        light = _arguments.finite_numbers("intensities", intensities, count)
     series = []
     for number, (frame, angle, intensity) in enumerate(zip(frames, axes, light)):
         name = f"frames[{number}]"
         checked = _arguments.frames(frame, depth, name)
         if checked.ndim != 2:
             raise ValueError(f"{name} has the shape {checked.shape}; give one frame (H, W)")
-        series.append(_native.measure(checked, angle, intensity, name, depth, trimmed))
+        series.append(_native.measure(checked, angle, intensity, name, depth, is_trimmed))
     levels: Any = None
     if dark_levels is not None:
-        levels = _arguments.angles_in_degrees("dark_levels", dark_levels, 4)
-    return _native.estimate(series, phase, depth, levels, float(source_degree), sensor)
+        levels = _arguments.finite_numbers("dark_levels", dark_levels, 4, "position")
+    return _native.estimate(series, phase, depth, levels, degree, sensor)
 
 
-# The class is made in C++; what takes a layout or a path in any of its spellings is added here.
-for _name, _function in (("ideal", staticmethod(ideal)), ("load", staticmethod(load)), ("save", save)):
+# The class is made in C++; what takes arguments in several spellings is added here.
+for _name, _function in (
+    ("ideal", staticmethod(ideal)),
+    ("load", staticmethod(load)),
+    ("save", save),
+    ("of_region", of_region),
+):
     setattr(Calibration, _name, _function)

@@ -15,7 +15,27 @@ Buffer = Union[bytes, bytearray, memoryview, "npt.NDArray[np.uint8]"]
 
 
 def bit_depth_of(pixel_format: str) -> int:
-    """Significant bits of a sample of a pixel format."""
+    """Significant bits of a sample of a pixel format.
+
+    Parameters
+    ----------
+    pixel_format : str
+        One of `PIXEL_FORMATS`.
+
+    Returns
+    -------
+    int
+
+    Raises
+    ------
+    TypeError, ValueError
+        For a format that is none of them.
+
+    Examples
+    --------
+    >>> bit_depth_of("Mono12p")
+    12
+    """
     return _native.bit_depth_of_format(_arguments.choice("pixel_format", pixel_format, PIXEL_FORMATS))
 
 
@@ -84,7 +104,19 @@ def unpack(
 
 
 def pack(samples: npt.NDArray[np.uint16], pixel_format: str) -> npt.NDArray[np.uint8]:
-    """The way back of `unpack` for one frame (H, W): its bytes, rows adjoining.
+    """The way back of `unpack` for one frame: its bytes, rows adjoining.
+
+    Parameters
+    ----------
+    samples : numpy.ndarray
+        (H, W) uint16, right-aligned.
+    pixel_format : str
+        One of `PIXEL_FORMATS`.
+
+    Returns
+    -------
+    numpy.ndarray
+        Bytes of the frame, uint8.
 
     Raises
     ------
@@ -97,8 +129,11 @@ def pack(samples: npt.NDArray[np.uint16], pixel_format: str) -> npt.NDArray[np.u
     '214365'
     """
     _arguments.choice("pixel_format", pixel_format, PIXEL_FORMATS)
-    if not isinstance(samples, np.ndarray) or samples.dtype != np.uint16:
-        raise TypeError("samples must be a NumPy array of uint16")
+    if not isinstance(samples, np.ndarray):
+        raise TypeError(f"samples is a {type(samples).__name__}; give a NumPy array of uint16")
+    _arguments.check_no_mask(samples, "samples")
+    if samples.dtype != np.uint16:
+        raise TypeError(f"samples has the dtype {samples.dtype}; give uint16")
     if samples.ndim != 2 or 0 in samples.shape:
         raise ValueError(f"samples has the shape {samples.shape}; give one frame (H, W)")
     return _native.pack(np.ascontiguousarray(samples), pixel_format)
@@ -106,10 +141,18 @@ def pack(samples: npt.NDArray[np.uint16], pixel_format: str) -> npt.NDArray[np.u
 
 def _bytes_of(data: Any) -> npt.NDArray[np.uint8]:
     if isinstance(data, np.ndarray):
-        if data.dtype != np.uint8 or not data.flags.c_contiguous:
-            raise TypeError(f"data has the dtype {data.dtype}; give dense bytes, uint8")
+        _arguments.check_no_mask(data, "data")
+        if data.dtype != np.uint8:
+            raise TypeError(f"data has the dtype {data.dtype}; give bytes, uint8")
+        if not data.flags.c_contiguous:
+            raise ValueError("data is not dense; give numpy.ascontiguousarray of it")
         return data.reshape(-1)
     try:
-        return np.frombuffer(data, np.uint8)
-    except (TypeError, BufferError):
+        view = memoryview(data)
+    except TypeError:
         raise TypeError(f"data is a {type(data).__name__}; give bytes or an array of uint8") from None
+    if view.itemsize != 1 or not view.c_contiguous:
+        raise TypeError(
+            f"data is a {type(data).__name__} of {view.itemsize} bytes an item; give dense bytes"
+        )
+    return np.frombuffer(view, np.uint8)

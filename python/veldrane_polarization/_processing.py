@@ -134,6 +134,14 @@ class Result:
         ------
         AttributeError
             If the plane `azimuth` was not asked for.
+
+        Examples
+        --------
+        >>> raw = np.tile(np.array([[90, 50], [50, 10]], np.uint16), (8, 16))
+        >>> result = process(raw, layout=(90, 45, 135, 0), bit_depth=12)
+        >>> angle = result.angle("degrees")     # vertical light
+        >>> angle.shape, angle.dtype, float(angle[4, 4].round(1))
+        ((16, 32), dtype('float32'), 90.0)
         """
         _arguments.choice("unit", unit, ("radians", "degrees"))
         return _native.angles(
@@ -153,6 +161,13 @@ class Result:
         ------
         AttributeError
             If the plane `dolp` was not asked for.
+
+        Examples
+        --------
+        >>> raw = np.tile(np.array([[90, 50], [50, 10]], np.uint16), (8, 16))
+        >>> result = process(raw, layout=(90, 45, 135, 0), bit_depth=12)
+        >>> f"{result.degree()[4, 4]:.2f}"     # (90 - 10) / (90 + 10)
+        '0.80'
         """
         return _native.degrees_of_polarization(self.dolp, self._arrays.get("s0"), self.scale)
 
@@ -172,6 +187,14 @@ class Result:
         ------
         AttributeError
             If the plane was not asked for.
+
+        Examples
+        --------
+        >>> raw = np.tile(np.array([[90, 50], [50, 10]], np.uint16), (8, 16))
+        >>> options = {"layout": (90, 45, 135, 0), "bit_depth": 8, "planes": ("s0", "s1")}
+        >>> result = process(raw, **options, signed=True)
+        >>> float(result.stokes("s0")[4, 4].round()), float(result.stokes("s1")[4, 4].round())
+        (100.0, -80.0)
         """
         _arguments.choice("name", name, ("s0", "s1", "s2"))
         return _native.stokes_in_samples(self._plane(name), self.scale)
@@ -207,8 +230,9 @@ def _checked(
     phase, known = _arguments.phase_and_calibration(layout, calibration)
     mode = _arguments.mode_of(mode, calibration)
     names = _arguments.planes_of(planes)
-    plan = _native.Plan(names, phase, scale, known, mode == "calibrated", bool(signed))
-    return _Choices(plan, names, scale, phase, mode, bool(signed))
+    has_signs = _arguments.truth("signed", signed)
+    plan = _native.Plan(names, phase, scale, known, mode == "calibrated", has_signs)
+    return _Choices(plan, names, scale, phase, mode, has_signs)
 
 
 _UNCHANGING = (int, str, tuple, type(None))
@@ -254,8 +278,8 @@ def process(
         Largest element of the 16-bit planes, 1 to 65535 (default): 180 degrees in `azimuth`, 1 in
         `dolp`. ``2**bit_depth - 1`` keeps the Stokes planes in sample units.
     signed : bool
-        `s1` and `s2` with their signs, as int32, by two passes. Otherwise a negative number is
-        stored as 0.
+        `s1` and `s2` with their signs, as int32, by two passes, rounding to nearest. Otherwise a
+        negative number is stored as 0.
     out : mapping of str to numpy.ndarray, optional
         A C-contiguous array for each plane, of its dtype and shape. `normalized_stokes` is filled
         with NaN first, since fast mode stores only part of it.
@@ -277,7 +301,8 @@ def process(
 
     Notes
     -----
-    The interpreter's lock is released. The rounding mode in force applies.
+    The interpreter's lock is released. The rounding mode in force applies. Ctrl-C ends the work
+    between two frames; planes of the frames before it have been written then.
 
     Examples
     --------
@@ -290,13 +315,17 @@ def process(
     >>> float(result.angle("degrees")[4, 4].round(2))
     0.0
     """
+    # What can be hashed and does not change under the same hash.
+    if type(planes) is not tuple and type(planes) is not str:
+        planes = _arguments.planes_of(planes)
+    if type(layout) not in _UNCHANGING:
+        layout = _arguments.phase_of(layout)  # type: ignore[arg-type]
     options = layout, bit_depth, planes, mode, calibration, full_scale, signed
-    # Not what hashes by identity and gives something else every time, such as a generator.
-    same_again = type(layout) in _UNCHANGING and type(planes) in _UNCHANGING
     try:
-        plan, names, scale, phase, mode, signed = (_remembered if same_again else _checked)(*options)
-    except TypeError:  # calibrations and lists in a tuple have no hash; what is wrong shows again
-        plan, names, scale, phase, mode, signed = _checked(*options)
+        choices = _remembered(*options) if calibration is None else None
+    except TypeError:  # something unhashable in a tuple, which is refused below
+        choices = None
+    plan, names, scale, phase, mode, signed = choices or _checked(*options)
     workers = 0 if threads is None else _arguments.whole_number("threads", threads, 1, 1024)
     arrays = plan.process_if_plain(raw, out, workers)
     if arrays is None:

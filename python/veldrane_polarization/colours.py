@@ -14,6 +14,14 @@ import numpy.typing as npt
 from . import _arguments
 from ._processing import Result
 
+__all__ = [
+    "add_angle_legend",
+    "angle_colours",
+    "angle_degree_picture",
+    "degree_colours",
+    "picture",
+]
+
 Picture = npt.NDArray[np.uint8]
 Numbers = npt.NDArray[Any]
 
@@ -81,6 +89,15 @@ def degree_colours() -> Any:
     """Colour map of matplotlib for degrees of polarisation, 0 (black) to 1 (pale yellow).
 
     Perceptually uniform; NaN becomes grey. Use it with ``vmin=0, vmax=1``.
+
+    Returns
+    -------
+    matplotlib.colors.Colormap
+
+    Examples
+    --------
+    >>> degree_colours()(0.0)[:3]
+    (0.001462, 0.000466, 0.013866)
     """
     from matplotlib import colormaps
 
@@ -133,7 +150,29 @@ def angle_degree_picture(angle: Numbers, degree: Numbers) -> Picture:
 
 
 def picture(result: Result) -> Picture:
-    """`angle_degree_picture` of a result, which needs the planes azimuth and dolp."""
+    """`angle_degree_picture` of a result.
+
+    Parameters
+    ----------
+    result : Result
+        With the planes azimuth and dolp.
+
+    Returns
+    -------
+    numpy.ndarray
+        The frames' shape and (3,), uint8: red, green, blue.
+
+    Raises
+    ------
+    AttributeError
+        If one of the two planes was not asked for.
+
+    Examples
+    --------
+    >>> from veldrane_polarization import process
+    >>> picture(process(np.zeros((16, 20), np.uint16), layout=2, bit_depth=12)).shape
+    (16, 20, 3)
+    """
     return angle_degree_picture(result.angle(), np.nan_to_num(result.degree()))
 
 
@@ -156,6 +195,17 @@ def add_angle_legend(axes: Any, size: float = 0.22, label: bool = True) -> Any:
     -------
     matplotlib.axes.Axes
         That of the wheel.
+
+    Raises
+    ------
+    ValueError
+        If `size` is out of its range.
+
+    Examples
+    --------
+    >>> from matplotlib.figure import Figure
+    >>> add_angle_legend(Figure().add_subplot()).axison
+    False
     """
     if not 0 < size <= 1:
         raise ValueError(f"size is {size}; give a part of the plot above 0, to 1")

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import functools
 from collections.abc import Iterable, Mapping
 from typing import Any, Optional, Union
 
@@ -13,10 +14,12 @@ from dask.highlevelgraph import HighLevelGraph
 from . import _arguments, _native, _processing
 from ._arguments import Array, Layout
 
+__all__ = ["process"]
 
-def _block(raw: Array, options: Mapping[str, Any]) -> dict[str, Array]:
+
+def _block(raw: Array, *, options: Mapping[str, Any]) -> dict[str, Array]:
     # One thread: a worker has a thread for every task that it runs at once.
-    result = _processing.process(np.asarray(raw), **options, threads=1)
+    result = _processing.process(raw, **options, threads=1)
     return {name: result[name] for name in result}
 
 
@@ -78,8 +81,9 @@ def process(
         "mode": _arguments.mode_of(mode, calibration),
         "calibration": known,
         "full_scale": scale.full_scale,
-        "signed": bool(signed),
+        "signed": _arguments.truth("signed", signed),
     }
+    _arguments.check_no_mask(array._meta, "array")
     _arguments.check_samples(array.dtype, array.shape, "array")
     # The smallest frame tells whether the rest of the arguments are right.
     _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
@@ -92,15 +96,17 @@ def _graph(frames: Any, names: tuple[str, ...], options: dict[str, Any]) -> dict
         frames.name, {**options, "calibration": known.to_json() if known is not None else None}
     )
     blocks = "polarization-" + token
+    # Options are bound, not arguments: dask takes a text among arguments for a key of the graph.
+    block = functools.partial(_block, options=options)
     layer = {
-        (blocks, number): (_block, (frames.name, number, 0, 0), options)
+        (blocks, number): (block, (frames.name, number, 0, 0))
         for number in range(len(frames.chunks[0]))
     }
     graph = HighLevelGraph.from_collections(blocks, layer, dependencies=[frames])
     return {name: _plane(graph, blocks, name, frames, token, options["signed"]) for name in names}
 
 
-def _take(block: dict[str, Array], name: str) -> Array:
+def _take(block: dict[str, Array], *, name: str) -> Array:
     return block[name]
 
 
@@ -109,8 +115,9 @@ def _plane(
 ) -> Any:
     key = f"{name}-{token}"
     tail = (0,) * (3 if name == "normalized_stokes" else 2)
+    take = functools.partial(_take, name=name)
     layer = {
-        (key, number, *tail): (_take, (blocks, number), name)
+        (key, number, *tail): (take, (blocks, number))
         for number in range(len(frames.chunks[0]))
     }
     layers = {**graph.layers, key: layer}

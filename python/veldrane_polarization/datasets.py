@@ -11,6 +11,8 @@ from . import _arguments
 from ._native import software_version
 from ._processing import Result
 
+__all__ = ["to_dataset"]
+
 LONG_NAMES = {
     "s0": "total intensity",
     "s1": "linear Stokes quantity S1, I(0) - I(90)",

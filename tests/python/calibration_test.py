@@ -1,11 +1,8 @@
-"""Calibrations, inspection, simulation, pixel formats, doctests."""
+"""Calibrations, inspection, simulation, pixel formats."""
 
 from __future__ import annotations
 
-import doctest
-import importlib
 import pickle
-import pkgutil
 
 import numpy as np
 import pytest
@@ -99,24 +96,3 @@ def test_unpacking_is_the_way_back_of_packing(pixel_format, height, width, count
 def test_twelve_bits_as_the_convention_draws_them():
     assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12p").tobytes() == b"\xbc\x3a\x12"
     assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12Packed").tobytes() == b"\xab\x3c\x12"
-
-
-def test_every_example_of_the_docstrings_runs():
-    names = {name: getattr(vp, name) for name in vp.__all__} | {"np": np}
-    runner = doctest.DocTestRunner()
-    finder = doctest.DocTestFinder()
-    attempted = {}
-    for module in pkgutil.iter_modules(vp.__path__):
-        if module.name.startswith(("_native", "lib", "__main__")):
-            continue
-        loaded = importlib.import_module("veldrane_polarization." + module.name)
-        for test in finder.find(loaded, globs=names | vars(loaded)):
-            attempted[test.name] = runner.run(test).attempted
-    for cls in (vp.Scale, vp.Calibration):
-        for test in finder.find(cls, cls.__name__, globs=names):
-            attempted[test.name] = runner.run(test).attempted
-    assert runner.summarize().failed == 0
-    for name in ("process", "simulate", "inspect", "calibrate", "unpack", "pack"):
-        assert any(test.endswith("." + name) and count for test, count in attempted.items()), name
-    assert attempted["Scale"] and attempted["Calibration"]
-    print(sum(attempted.values()), "examples")

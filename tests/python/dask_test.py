@@ -74,6 +74,13 @@ def test_tasks_take_one_thread(monkeypatch):
     assert seen == [1, 1, 1]
 
 
+def test_keys_named_like_planes_are_no_planes():
+    source = dask.delayed(np.ones)((2, 4, 20), np.uint16, dask_key_name="s0")
+    frames = da.from_delayed(source, (2, 4, 20), np.uint16)
+    planes = vp_dask.process(frames, layout=0, bit_depth=12, planes="s0,dolp")
+    assert planes["s0"].compute(scheduler="sync").shape == (2, 4, 20)
+
+
 def test_names_follow_the_arguments():
     frames = da.zeros((3, 4, 20), chunks=(1, 4, 20), dtype=np.uint16)
     base = dict(layout=2, bit_depth=12, planes="s0")
@@ -92,6 +99,8 @@ def test_names_follow_the_arguments():
     (da.zeros((2, 4, 20), dtype=np.uint8), {}, ValueError, "at most 8"),
     (da.zeros((2, 4, 20), dtype=np.uint16), {"planes": "aolp"}, ValueError, "aolp"),
     (da.zeros((2, 4, 20), dtype=np.uint16), {"layout": 9}, ValueError, "layout is 9"),
+    (da.zeros((2, 4, 20), dtype=np.uint16), {"signed": "no"}, TypeError, "signed is 'no'"),
+    (da.from_array(np.ma.zeros((2, 4, 20), np.uint16), asarray=False), {}, TypeError, "masked"),
 ])
 def test_is_refused_before_any_work(array, changes, error, words):
     with pytest.raises(error, match=words):

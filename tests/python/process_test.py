@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import os
+import subprocess
+import sys
 import threading
 import time
 
@@ -208,6 +211,56 @@ def test_the_interpreter_runs_on_while_frames_are_processed():
     other.join()
     # With the lock held, the other thread gets on at best between two calls, twenty times.
     assert sum(begin < moment < end for moment in ticks) > 100
+
+
+def test_as_many_threads_work_as_are_asked_for():
+    raw = np.zeros((12, 512, 1024), np.uint16)
+    out = {"dolp": np.empty_like(raw)}
+
+    def most_threads(wanted):
+        done, seen = threading.Event(), []
+
+        def look():
+            while not done.is_set():
+                seen.append(len(os.listdir("/proc/self/task")))
+
+        other = threading.Thread(target=look)
+        other.start()
+        for _ in range(20):
+            vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out,
+                       threads=wanted)
+        done.set()
+        other.join()
+        return max(seen) - alone
+
+    def number_of_threads():
+        # One that has ended may be listed for a moment.
+        time.sleep(0.01)
+        return len(os.listdir("/proc/self/task"))
+
+    alone = min(number_of_threads() for _ in range(20))
+    assert most_threads(1) == 1
+    for wanted in (2, 4):
+        assert most_threads(wanted) >= wanted
+
+
+def test_an_interrupt_ends_a_long_call_between_frames():
+    program = """
+import numpy as np, os, signal, sys, threading, time
+import veldrane_polarization as vp
+raw = np.zeros((400, 512, 1024), np.uint16)
+out = {"dolp": np.full_like(raw, 7)}
+threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+try:
+    while True:
+        out["dolp"][-1] = 7
+        vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out, threads=2)
+except KeyboardInterrupt:
+    print("interrupted", int((out["dolp"][-1] == 7).all()))
+"""
+    done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True,
+                          timeout=120)
+    assert done.stdout == "interrupted 1\n", done.stderr
 
 
 def test_results_travel_to_other_processes():

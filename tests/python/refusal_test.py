@@ -2,6 +2,9 @@
 
 from __future__ import annotations
 
+import array
+import ctypes
+
 import numpy as np
 import pytest
 
@@ -33,6 +36,12 @@ CASES = {
     "deep bytes": (good(raw=FRAME.astype(np.uint8)), ValueError, ("12", "uint8", "at most 8")),
     "no layout": (good(layout=None), TypeError, ("layout is missing", "calibration")),
     "phase 4": (good(layout=4), ValueError, ("4", "(90, 45, 135, 0)")),
+    "a masked array": (good(raw=np.ma.masked_less(FRAME, 5)), TypeError, ("raw", "filled")),
+    "a masked out": (good(out={"s0": np.ma.masked_less(FRAME, 5)}), TypeError, ("'s0'", "filled")),
+    "a depth that is a truth": (good(bit_depth=True), TypeError, ("True", "1 to 16")),
+    "a word for signed": (good(signed="no"), TypeError, ("'no'", "True or False")),
+    "nothing for signed": (good(signed=None), TypeError, ("None", "True or False")),
+    "a plane among unhashable ones": (good(planes=iter([["s0"], "s1"])), TypeError, ("names",)),
     "wrong order": (good(layout=(0, 45, 90, 135)), ValueError, ("(0, 45, 90, 135)", "phase 3")),
     "three angles": (good(layout=(0, 45, 90)), ValueError, ("(0, 45, 90)", "phase 0")),
     "nonsense text": (good(layout="rggb"), ValueError, ("rggb", "phase 1")),
@@ -85,6 +94,7 @@ def test_is_refused(case):
     arguments, error, words = CASES[case]
     raw = arguments.pop("raw")
     before = raw.copy() if isinstance(raw, np.ndarray) else raw
+    vp.process(FRAME, layout=2, bit_depth=1, planes=("s0",))  # remembered; equal to what True asks
     with pytest.raises(error) as caught:
         vp.process(raw, **arguments)
     assert type(caught.value) is error
@@ -132,6 +142,25 @@ def test_subclasses_and_mappings_of_any_kind_are_checked_alike():
         vp.process(FRAME, layout=2, bit_depth=12, planes="s0", out=MappingProxyType({"s0": READ_ONLY}))
 
 
+def test_signed_planes_need_rounding_to_nearest_and_nothing_is_written():
+    mathematics = ctypes.CDLL("libm.so.6")
+    out = {"s1": np.full((4, 20), 7, np.int32), "normalized_stokes": np.full((4, 20, 2), 7, np.float32)}
+    upward = 0x800
+    assert mathematics.fesetround(upward) == 0
+    try:
+        with pytest.raises(ValueError, match="rounding to nearest"):
+            vp.process(FRAME, layout=2, bit_depth=12, planes=tuple(out), signed=True, out=out)
+    finally:
+        mathematics.fesetround(0)
+    assert (out["s1"] == 7).all() and (out["normalized_stokes"] == 7).all()
+
+
+def test_what_is_no_calibration_or_scale_is_unequal_to_one():
+    assert vp.Calibration.ideal(2) != None and vp.Scale(12) != 5  # noqa: E711
+    assert None not in [vp.Calibration.ideal(2)]
+    assert {vp.Scale(12): 1}[vp.Scale(12, 65535)] == 1
+
+
 def test_a_plane_that_was_not_asked_for_is_named():
     result = vp.process(FRAME, layout=0, bit_depth=12, planes=("s0",))
     for name in ("s1", "s2", "azimuth", "dolp", "normalized_stokes"):
@@ -148,14 +177,33 @@ def test_a_plane_that_was_not_asked_for_is_named():
 @pytest.mark.parametrize("call, error, words", [
     (lambda: vp.simulate(1, 64, layout=0), ValueError, "height is 1"),
     (lambda: vp.simulate(64, 64, layout=0, bit_depth=7), ValueError, "bit_depth is 7"),
-    (lambda: vp.simulate(64, 64, layout=0, sensor=OTHER_LAYOUT), ValueError, "calibration is for"),
+    (lambda: vp.simulate(64, 64, layout=0, sensor=OTHER_LAYOUT), ValueError, "the sensor is for"),
+    (lambda: vp.simulate(64, 64, layout=0, sensor=5), TypeError, "sensor is a int"),
+    (lambda: vp.simulate(64, 64, layout=0, noise=1), TypeError, "noise is 1"),
+    (lambda: vp.simulate(64, 64, layout=0, polariser_angle=np.nan), ValueError, "angle is nan"),
+    (lambda: vp.simulate(64, 64, layout=0, polariser_angle="x"), TypeError, "angle is 'x'"),
+    (lambda: vp.inspect(FRAME, polariser_angle=np.inf), ValueError, "angle is inf"),
+    (lambda: vp.inspect(FRAME.astype(np.uint8), bit_depth="x"), TypeError, "bit_depth is 'x'"),
     (lambda: vp.inspect(SERIES), ValueError, "one frame"),
     (lambda: vp.unpack(b"123", "Mono12", 2, 2), ValueError, "3 bytes"),
     (lambda: vp.unpack("text", "Mono12", 2, 2), TypeError, "str"),
+    (lambda: vp.unpack(array.array("H", [1]), "Mono12", 1, 1), TypeError, "2 bytes an item"),
+    (lambda: vp.unpack(np.zeros(9, np.uint8)[::2], "Mono8", 1, 1), ValueError, "ascontiguousarray"),
+    (lambda: vp.unpack(FRAME, "Mono8", 1, 1), TypeError, "dtype uint16"),
+    (lambda: vp.pack([[1]], "Mono12"), TypeError, "samples is a list"),
     (lambda: vp.unpack(b"123", "BayerRG8", 2, 2), ValueError, "Mono12Packed"),
-    (lambda: vp.pack(FRAME.astype(np.int32), "Mono12"), TypeError, "uint16"),
+    (lambda: vp.pack(FRAME.astype(np.int32), "Mono12"), TypeError, "dtype int32; give uint16"),
     (lambda: vp.pack(FRAME + np.uint16(4096), "Mono12p"), ValueError, "at most 4095"),
     (lambda: vp.calibrate(SERIES, [0], layout=0, bit_depth=12), ValueError, "1 numbers; give 2"),
+    (lambda: vp.calibrate(iter(SERIES), [0, "x"], layout=0, bit_depth=12), TypeError, "s\\[1\\] is 'x'"),
+    (lambda: vp.calibrate(SERIES, 5, layout=0, bit_depth=12), TypeError, "angles is 5; give 2"),
+    (lambda: vp.calibrate(7, [5], layout=0, bit_depth=12), TypeError, "frames is a int"),
+    (lambda: vp.calibrate(SERIES, [0, 1], layout=0, bit_depth=12, sensor=5), TypeError, "sensor is 5"),
+    (lambda: vp.Calibration.ideal(0).of_region(-1, 0), ValueError, "row_offset is -1"),
+    (lambda: vp.Scale("a"), TypeError, "bit_depth is 'a'"),
+    (lambda: vp.Scale(True), TypeError, "bit_depth is True"),
+    (lambda: vp.Scale(12, -1), ValueError, "full_scale is -1"),
+    (lambda: vp.Scale(10**30), ValueError, "bit_depth is 1000"),
     (lambda: vp.calibrate([SERIES], [0], layout=0, bit_depth=12), ValueError, "frames\\[0\\]"),
     (lambda: vp.Calibration.load("/nowhere/c.json"), FileNotFoundError, "nowhere"),
     (lambda: vp.Calibration.ideal((1, 2, 3, 4)), ValueError, "phase 0"),

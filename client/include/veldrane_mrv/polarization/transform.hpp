@@ -120,6 +120,13 @@ struct Signed_planes {
     Signed_views views() { return {s1, s2}; }
 };
 
+/// The checks of a `Signed_transform` alone: those of `check_call`, the same for the signed planes,
+/// and that the rounding mode is to nearest if there are any.
+/// @throw Argument_error for the first violation
+void check_signed_call(
+    Frame_view const& frame, Settings const& settings, Plane_views const& planes,
+    Signed_views const& signed_planes);
+
 /// Signed S1 and S2, with any other planes of the first pass.
 ///
 /// The processor stores only the positive half of S1 and S2. A second pass with the opposite mosaic
