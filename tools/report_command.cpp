@@ -57,7 +57,7 @@ Frame_place place_of(Command_line const& line) {
         throw std::runtime_error(found.failures.front());
     }
     if (found.frames.empty()) {
-        throw std::runtime_error(
+        throw Usage_error(
             line.input.inputs.front() + ": has no frame number " + std::to_string(selection.start) +
             "; give a smaller --start");
     }

@@ -1,5 +1,6 @@
 #include "commands.hpp"
 #include "failure.hpp"
+#include "input_options.hpp"
 #include "simulate_run.hpp"
 
 #include <CLI/CLI.hpp>
@@ -67,6 +68,7 @@ void add_analyser_options(CLI::App& command, Flags& flags) {
         .add_option(
             "--throughput-spread", spread.throughput,
             "Throughputs lie in 1 - SPREAD to 1 + SPREAD, 0 to 0.2")
+        ->check(finite_number)
         ->check(CLI::Range(0.0, 0.2))
         ->capture_default_str()
         ->needs(imperfect)
@@ -74,11 +76,13 @@ void add_analyser_options(CLI::App& command, Flags& flags) {
     command
         .add_option(
             "--lowest-diattenuation", spread.lowest_diattenuation, "Contrast of an analyser, to 1")
+        ->check(finite_number)
         ->check(CLI::Range(0.1, 1.0))
         ->capture_default_str()
         ->needs(imperfect)
         ->group(group);
     command.add_option("--highest-diattenuation", spread.highest_diattenuation, "The same")
+        ->check(finite_number)
         ->check(CLI::Range(0.1, 1.0))
         ->capture_default_str()
         ->needs(imperfect)
@@ -87,6 +91,7 @@ void add_analyser_options(CLI::App& command, Flags& flags) {
         .add_option(
             "--orientation-spread", spread.orientation,
             "Largest distance from the mosaic's angle in degrees, 0 to 15")
+        ->check(finite_number)
         ->check(CLI::Range(0.0, 15.0))
         ->capture_default_str()
         ->needs(imperfect)

@@ -114,7 +114,7 @@ TEST_F(Report_command, what_cannot_be_is_one_line) {
     expect_refusal(report({}), 2, "--phase or --layout is required");
     std::string const frame = (folder_ / "a<b>&.png").string();
     expect_refusal(report({frame, "--phase", "0"}), 2, "2 inputs");
-    expect_refusal(report({"--phase", "0", "--start", "7"}), 1, "--start");
+    expect_refusal(report({"--phase", "0", "--start", "7"}), 2, "--start");
     expect_refusal(report({"--phase", "0"}, "none.png"), 1, "none.png");
     test_files::write(
         folder_ / "pixel.png", encoded(cv::Mat(1, 1, CV_8UC1, cv::Scalar(1)), ".png"));

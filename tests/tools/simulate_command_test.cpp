@@ -118,6 +118,12 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
         {small(folder / "a.png", {"--polarizer-series", "0:90:0"}), "A0:A1:STEP"},
         {small(folder / "a.png", {"--polarizer-series", "0:90:9", "--frames", "2"}), "--frames"},
         {small(folder / "a.raw", {"--polarizer-series", "0:90:9"}), "PNG files only"},
+        {small(folder / "a.png", {"--imperfect", "--throughput-spread", "nan"}),
+         "no finite number"},
+        {small(folder / "a.png", {"--imperfect", "--orientation-spread", "nan"}),
+         "no finite number"},
+        {small(folder / "a.png", {"--imperfect", "--lowest-diattenuation", "nan"}), "no finite"},
+        {small(folder / "a.png", {"--imperfect", "--highest-diattenuation", "nan"}), "no finite"},
         {small(folder / "a.png", {"--orientation-spread", "2"}), "--imperfect"}};
     for (auto const& [arguments, word] : cases) {
         Outcome const outcome = run(arguments);
