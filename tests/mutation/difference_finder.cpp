@@ -95,6 +95,17 @@ void compare_geometries(Finder& find) {
     }
 }
 
+/// Rows too narrow for groups of quartets, where each plane alone takes code of its own.
+void compare_narrow_frames(Finder& find) {
+    constexpr std::array<std::array<std::size_t, 2>, 4> sizes{{{2, 2}, {2, 6}, {2, 14}, {4, 16}}};
+    for (auto const& [height, width] : sizes) {
+        for (Matrix_kind const matrices : every_matrix_kind) {
+            find.compare_sets(
+                find.generate(height, width, Sample_kind::random_12_bit, matrices, 0));
+        }
+    }
+}
+
 void compare_scales(Finder& find) {
     constexpr float infinity{std::numeric_limits<float>::infinity()};
     constexpr std::array outputs{65535.0F, 4095.0F, 1000.3F, 2.5F, 1.0F, 0.5F, 0.0F, -5.0F};
@@ -144,6 +155,7 @@ void compare_large_frames(Finder& find) {
 
 void compare_everything(Finder& find) {
     compare_geometries(find);
+    compare_narrow_frames(find);
     compare_leaves(find);
     compare_scales(find);
     compare_large_frames(find);
