@@ -1,120 +1,61 @@
-"""What a worker does with some frames, and how it is told later which frames are complete."""
+"""What a worker does with some frames."""
 
 from __future__ import annotations
 
-from collections.abc import Sequence
-from dataclasses import dataclass
-from typing import Any, Optional
+from collections.abc import Iterator, Sequence
+from typing import Optional
 
 import numpy as np
 
-from . import _arguments, _processing, datasets
 from ._arguments import Array
-from ._native import Calibration, software_version
+from ._batch_output import COMPLETE, Output
+from ._batch_settings import Settings
+from ._native import software_version
 from ._recordings import Recording
 
-COMPLETE = "complete"
+# Frames of one stored chunk are read together, which may hold thousands of them.
+_MOST_BYTES_AT_ONCE = 256 << 20
 
-
-@dataclass(frozen=True)
-class Settings:
-    """What all frames of a recording have in common."""
-
-    phase: int
-    bit_depth: int
-    planes: tuple[str, ...]
-    mode: str
-    calibration: Optional[Calibration]
-    full_scale: int
-    signed: bool
-
-    def process(self, raw: Array, threads: int = 1) -> _processing.Result:
-        return _processing.process(
-            raw,
-            layout=self.phase,
-            bit_depth=self.bit_depth,
-            planes=self.planes,
-            mode=self.mode,
-            calibration=self.calibration,
-            full_scale=self.full_scale,
-            signed=self.signed,
-            threads=threads,
-        )
-
-
-def attributes_of(settings: Settings, recording: Recording) -> dict[str, Any]:
-    """Of the group: what two runs must have in common if one is to go on where the other ended."""
-    empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
-    return {
-        **datasets.common_attributes(empty),
-        "planes": list(settings.planes),
-        "signed": settings.signed,
-        "calibration": settings.calibration.to_json() if settings.calibration else None,
-        "recording": recording.name(0),
-        "frames": recording.count,
-        "frame_shape": list(recording.shape),
-    }
-
-
-def create(path: str, settings: Settings, recording: Recording, compressor: Any) -> None:
-    """Arrays for all frames, empty. Present ones are kept: a crash may have come in between."""
-    import zarr
-
-    group = zarr.open_group(path, mode="a")
-    empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
-    for name in settings.planes:
-        shape = _arguments.plane_shape(name, recording.shape)
-        array = group.require_dataset(
-            name,
-            shape=(recording.count, *shape),
-            chunks=(1, *shape),
-            dtype=_arguments.plane_dtype(name, settings.signed),
-            compressor=compressor,
-            exact=True,
-        )
-        dimensions = ["time", "y", "x", "component"][: len(shape) + 1]
-        array.attrs.update(
-            datasets.plane_attributes(empty, name) | {"_ARRAY_DIMENSIONS": dimensions}
-        )
-    marks = group.require_dataset(
-        COMPLETE, shape=(recording.count,), chunks=(1,), dtype=np.uint8, compressor=None, exact=True
-    )
-    marks.attrs.update(
-        {"long_name": "1 where all planes of a frame are stored", "_ARRAY_DIMENSIONS": ["time"]}
-    )
-    # Last: a group with attributes is one whose arrays are all there.
-    group.attrs.update(attributes_of(settings, recording))
-
-
-def incomplete_frames(path: str, settings: Settings, count: int) -> list[int]:
-    """Frames without a mark, or with one but without a plane."""
-    import zarr
-
-    group = zarr.open_group(path, mode="r")
-    present = {name: set(group[name].chunk_store.listdir(f"{name}")) for name in settings.planes}
-    marked = set(group.store.listdir(COMPLETE))
-
-    def is_complete(index: int) -> bool:
-        return str(index) in marked and all(
-            ".".join([str(index)] + ["0"] * (group[name].ndim - 1)) in present[name]
-            for name in settings.planes
-        )
-
-    return [index for index in range(count) if not is_complete(index)]
+Outcome = list[tuple[int, Optional[str]]]
 
 
 def process_frames(
-    recording: Recording, path: str, settings: Settings, indices: Sequence[int]
-) -> list[tuple[int, Optional[str]]]:
+    recording: Recording, output: Output, settings: Settings, indices: Sequence[int], version: str
+) -> Outcome:
     """Each frame with None, or with what went wrong. A frame that fails stops no other."""
-    import zarr
     from numcodecs import blosc
 
+    if software_version() != version:
+        raise RuntimeError(f"a worker has version {software_version()}, not {version}")
     # A worker has a thread for each task already.
     blosc.use_threads = False
-    group = zarr.open_group(path, mode="r+")
-    arrays = {name: group[name] for name in (*settings.planes, COMPLETE)}
-    outcome: list[tuple[int, Optional[str]]] = []
+    outcome: Outcome = []
+    for part in _parts(indices, _frames_at_once(recording)):
+        outcome += _process_part(recording, output, settings, part)
+    return outcome
+
+
+def _frames_at_once(recording: Recording) -> int:
+    size = int(np.prod(recording.shape)) * np.dtype(recording.dtype).itemsize
+    return max(1, _MOST_BYTES_AT_ONCE // size)
+
+
+def _parts(indices: Sequence[int], most: int) -> Iterator[list[int]]:
+    """Neighbours, no part from its first to its last longer than `most`."""
+    part: list[int] = []
+    for index in indices:
+        if part and index - part[0] >= most:
+            yield part
+            part = []
+        part.append(index)
+    if part:
+        yield part
+
+
+def _process_part(
+    recording: Recording, output: Output, settings: Settings, indices: Sequence[int]
+) -> Outcome:
+    outcome: Outcome = []
     block = None
     if len(indices) > 1:
         try:
@@ -123,8 +64,11 @@ def process_frames(
             block = None
     for index in indices:
         try:
-            raw = recording.read(index, index + 1)[0] if block is None else block[index - indices[0]]
-            _store(raw, index, recording, settings, arrays)
+            if block is None:
+                raw = recording.read(index, index + 1)[0]
+            else:
+                raw = block[index - indices[0]]
+            _store(raw, index, recording, output, settings)
             outcome.append((index, None))
         except Exception as error:
             outcome.append((index, f"{type(error).__name__}: {error}"))
@@ -132,18 +76,15 @@ def process_frames(
 
 
 def _store(
-    raw: Array, index: int, recording: Recording, settings: Settings, arrays: dict[str, Any]
+    raw: Array, index: int, recording: Recording, output: Output, settings: Settings
 ) -> None:
-    if raw.shape != recording.shape:
-        raise ValueError(f"has the shape {raw.shape}; the recording has {recording.shape}")
+    if raw.shape != recording.shape or raw.dtype != recording.dtype:
+        raise ValueError(
+            f"holds {raw.dtype} in the shape {raw.shape}; the recording has {recording.dtype} in "
+            f"{recording.shape}"
+        )
     result = settings.process(np.ascontiguousarray(raw))
     for name in settings.planes:
-        # A slice replaces the chunk, beside its place and by renaming; with a number in place of the
-        # slice zarr would read the old one first, which a crash may have damaged.
-        arrays[name][index : index + 1] = result[name][np.newaxis]
+        output.store(name, index, result[name][np.newaxis])
     # Only now: whoever is killed before leaves a frame that counts as not done.
-    arrays[COMPLETE][index : index + 1] = 1
-
-
-def worker_version() -> str:
-    return software_version()
+    output.store(COMPLETE, index, np.ones(1, np.uint8))

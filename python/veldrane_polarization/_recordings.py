@@ -2,6 +2,11 @@
 
 from __future__ import annotations
 
+import ctypes
+import functools
+import hashlib
+import itertools
+import os
 from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -10,8 +15,7 @@ import numpy as np
 
 from . import _native, _pixel_formats
 from ._arguments import Array
-
-_TIFF, _PNG = (".tif", ".tiff"), (".png",)
+from ._pictures import PNG, TIFF, read_picture
 
 
 class Recording_error(ValueError):
@@ -26,21 +30,32 @@ class Zarr_recording:
     count: int
     shape: tuple[int, ...]
     dtype: str
-    frames_per_task: int
+    chunks: tuple[int, ...]
+
+    @property
+    def frames_per_task(self) -> int:
+        return self.chunks[0]
 
     def read(self, first: int, stop: int) -> Array:
         import zarr
 
-        return np.asarray(zarr.open_array(self.path, mode="r")[first:stop])
+        array = zarr.open_array(self.path, mode="r")
+        _check_chunks(array, Path(self.path), first, stop)
+        return np.asarray(array[first:stop])
 
     def name(self, index: int) -> str:
         return f"{self.path} frame {index}"
+
+    def description(self) -> dict[str, Any]:
+        """What tells this recording from another."""
+        return {"kind": "zarr array", **_common(self), "chunks": list(self.chunks)}
 
 
 @dataclass(frozen=True)
 class Folder_recording:
     """TIFF and PNG files of one frame each, in the order of their names."""
 
+    path: str
     files: tuple[str, ...]
     shape: tuple[int, ...]
     dtype: str
@@ -52,7 +67,17 @@ class Folder_recording:
         return len(self.files)
 
     def read(self, first: int, stop: int) -> Array:
-        return np.stack([_picture(self.name(index)) for index in range(first, stop)])
+        # One type for all of a recording: stacked as they come, 8 bits would pass for 16.
+        return np.stack([self._frame(index) for index in range(first, stop)])
+
+    def _frame(self, index: int) -> Array:
+        picture = read_picture(self.name(index))
+        if picture.shape != self.shape or picture.dtype != self.dtype:
+            raise ValueError(
+                f"holds {picture.dtype} in the shape {picture.shape}; the recording has "
+                f"{self.dtype} in {self.shape}"
+            )
+        return picture
 
     def name(self, index: int) -> str:
         return self.files[index - self.first]
@@ -60,6 +85,12 @@ class Folder_recording:
     def part(self, first: int, stop: int) -> Folder_recording:
         """These frames under their old numbers, so that a task need not carry a million names."""
         return replace(self, files=self.files[first:stop], first=first)
+
+    def description(self) -> dict[str, Any]:
+        # Names alone: a frame that failed may be mended before the run goes on.
+        names = b"\0".join(os.fsencode(os.path.basename(file)) for file in self.files)
+        digest = hashlib.sha256(names).hexdigest()
+        return {"kind": "folder", **_common(self), "names_sha256": digest}
 
 
 @dataclass(frozen=True)
@@ -72,6 +103,8 @@ class Raw_recording:
     shape: tuple[int, ...]
     header: int
     stride: int
+    size: int = 0
+    modified: int = 0
     dtype: str = "uint16"
     frames_per_task: int = 1
 
@@ -93,29 +126,64 @@ class Raw_recording:
     def name(self, index: int) -> str:
         return f"{self.path} frame {index}"
 
+    def description(self) -> dict[str, Any]:
+        return {
+            "kind": "bare samples",
+            **_common(self),
+            "pixel_format": self.pixel_format,
+            "header_bytes": self.header,
+            "stride": self.stride,
+            "bytes": self.size,
+            "modified": self.modified,
+        }
+
 
 Recording = Union[Zarr_recording, Folder_recording, Raw_recording]
 
 
-def _picture(file: str) -> Array:
-    if file.lower().endswith(_TIFF):
-        import tifffile
+def _common(recording: Recording) -> dict[str, Any]:
+    return {
+        "file": recording.path,
+        "frames": recording.count,
+        "frame_shape": list(recording.shape),
+        "dtype": recording.dtype,
+    }
 
-        picture: Any = tifffile.imread(file)
-    else:
-        from PIL import Image
 
-        with Image.open(file) as image:
-            picture = np.asarray(image)
-        # Grey files of 16 bits are read as 32 bits with a sign.
-        if picture.dtype == np.int32 and 0 <= picture.min() and picture.max() <= 65535:
-            picture = picture.astype(np.uint16)
-    if picture.ndim != 2 or picture.dtype not in (np.dtype(np.uint8), np.dtype(np.uint16)):
-        raise ValueError(
-            f"holds {picture.dtype} in the shape {picture.shape}; give one grey picture of 8 or 16 "
-            "bits"
-        )
-    return np.asarray(picture)
+def _check_chunks(array: Any, folder: Path, first: int, stop: int) -> None:
+    """Whether the stored chunks of some frames are all there and whole.
+
+    zarr takes a missing chunk for zeros, and the decoder of blosc reads a shortened one beyond its
+    end; others notice by themselves.
+    """
+    ranges = [range(first // array.chunks[0], (stop - 1) // array.chunks[0] + 1)]
+    ranges += [range(-(-size // chunk)) for size, chunk in zip(array.shape[1:], array.chunks[1:])]
+    codec = array.compressor.codec_id if array.compressor is not None else None
+    plain = int(np.prod(array.chunks)) * int(array.dtype.itemsize)
+    for place in itertools.product(*ranges):
+        file = folder / array._chunk_key(place)
+        try:
+            size = file.stat().st_size
+        except FileNotFoundError:
+            raise ValueError(f"the chunk {file.name} is missing") from None
+        if codec == "blosc":
+            unpacked, expected = blosc_sizes(file)
+        elif codec is None:
+            unpacked, expected = plain, plain
+        else:
+            continue
+        # Filters may change how many bytes there are before compression.
+        if not array.filters and (size, unpacked) != (expected, plain):
+            raise ValueError(f"the chunk {file.name} is damaged, {size} bytes for {expected}")
+
+
+def blosc_sizes(file: Union[str, Path]) -> tuple[int, int]:
+    """Bytes before and after compression as the file's first 16 bytes tell; zeros without them."""
+    with open(file, "rb", buffering=0) as stream:
+        header = stream.read(16)
+    if len(header) < 16:
+        return 0, 0
+    return int.from_bytes(header[4:8], "little"), int.from_bytes(header[12:16], "little")
 
 
 def open_recording(
@@ -133,6 +201,8 @@ def open_recording(
         return _raw(path, pixel_format, height, width, header, stride)
     if (path / ".zarray").exists():
         return _zarr(path)
+    if (path / ".zgroup").exists():
+        raise Recording_error(f"{path} is a zarr group; give one of the arrays in it")
     if path.is_dir():
         return _folder(path)
     raise Recording_error(
@@ -146,41 +216,83 @@ def _raw(
 ) -> Raw_recording:
     if height is None or width is None:
         raise Recording_error(f"{path} needs a size; give --height and --width with --pixel-format")
+    for option, value in (("--height", height), ("--width", width)):
+        if not 1 <= value <= 1 << 20:
+            raise Recording_error(f"{option} is {value}; give 1 to {1 << 20}")
     if not path.is_file():
         raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
-    opened = Raw_recording(str(path), pixel_format, 0, (height, width), header, stride or 0)
-    count, rest = divmod(max(path.stat().st_size - header, 0), opened.bytes_per_frame)
+    status = path.stat()
+    if status.st_size == 0:
+        raise Recording_error(f"{path} is empty; record or copy it again")
+    if not 0 <= header < status.st_size:
+        raise Recording_error(
+            f"--header-bytes is {header}, but {path} has {status.st_size} bytes; give 0 to "
+            f"{status.st_size - 1}"
+        )
+    row = _native.bytes_per_frame(pixel_format, 1, width, 0)
+    if stride is not None and not row <= stride <= 1 << 32:
+        raise Recording_error(
+            f"--stride is {stride}; give at least {row}, the bytes of {width} samples in "
+            f"{pixel_format}, or leave it out"
+        )
+    opened = Raw_recording(
+        str(path), pixel_format, 0, (height, width), header, stride or 0, status.st_size,
+        int(status.st_mtime),
+    )
+    count, rest = divmod(status.st_size - header, opened.bytes_per_frame)
     if count == 0 or rest:
         raise Recording_error(
-            f"{path} holds {path.stat().st_size - header} bytes behind its header, not a multiple "
+            f"{path} holds {status.st_size - header} bytes behind its header, not a multiple "
             f"of {opened.bytes_per_frame}, a frame of {height} x {width} in {pixel_format}; check "
             "size, format and header, or cut off an incomplete last frame"
         )
-    return Raw_recording(str(path), pixel_format, count, (height, width), header, stride or 0)
+    return replace(opened, count=count)
 
 
 def _zarr(path: Path) -> Zarr_recording:
     import zarr
 
-    array = zarr.open_array(str(path), mode="r")
+    try:
+        array = zarr.open_array(str(path), mode="r")
+    except Exception as error:  # zarr and json have a dozen for metadata that makes no sense
+        raise Recording_error(
+            f"{path}/.zarray cannot be read ({error}); write the array again"
+        ) from None
     if array.ndim != 3 or array.dtype not in (np.dtype(np.uint8), np.dtype(np.uint16)):
         raise Recording_error(
             f"{path} holds {array.dtype} in the shape {array.shape}; give uint8 or uint16 frames "
             "(N, H, W)"
         )
     return Zarr_recording(
-        str(path), array.shape[0], tuple(array.shape[1:]), str(array.dtype), array.chunks[0]
+        str(path), array.shape[0], tuple(array.shape[1:]), str(array.dtype), tuple(array.chunks)
     )
 
 
+def in_order(names: list[str]) -> list[str]:
+    """f1, f2, f10: numbers in names by their value, as the command line sorts."""
+    compare = ctypes.CDLL(None).strverscmp
+
+    def difference(one: bytes, other: bytes) -> int:
+        return int(compare(one, other))
+
+    key = functools.cmp_to_key(difference)
+    return sorted(names, key=lambda name: key(os.fsencode(name)))
+
+
 def _folder(path: Path) -> Folder_recording:
-    files = sorted(str(file) for file in path.iterdir() if file.suffix.lower() in _TIFF + _PNG)
+    with os.scandir(path) as entries:
+        names = [
+            entry.name for entry in entries
+            if not entry.name.startswith(".") and Path(entry.name).suffix.lower() in TIFF + PNG
+            and entry.is_file()
+        ]
+    files = tuple(str(path / name) for name in in_order(names))
     problem = "holds no TIFF or PNG files"
     for file in files:
         try:
-            first = _picture(file)
+            first = read_picture(file)
         except Exception as error:  # the next file may be whole; this one fails in its turn
             problem = f"holds no frame that can be read; {file}: {error}"
             continue
-        return Folder_recording(tuple(files), first.shape, str(first.dtype))
+        return Folder_recording(str(path), files, first.shape, str(first.dtype))
     raise Recording_error(f"{path} {problem}; give a folder of frames, or a zarr array")

@@ -4,16 +4,19 @@ from __future__ import annotations
 
 import argparse
 import contextlib
-import os
+import logging
 import sys
-import time
-from collections.abc import Iterator, Sequence
+import uuid
+from collections.abc import Sequence
 from pathlib import Path
-from typing import Any, Optional
+from typing import NoReturn, Optional
 
-from . import _arguments, _batch_work, _native, _recordings
+from . import _arguments, _batch_output, _batch_running, _recordings
+from ._batch_output import Output
+from ._batch_settings import Settings
 from ._native import Calibration
 from ._pixel_formats import PIXEL_FORMATS, bit_depth_of
+from ._recordings import Recording
 
 ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
 
@@ -23,18 +26,26 @@ IN is a zarr array (N, H, W), a folder of grey TIFF or PNG files of one frame ea
 bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
 skipped. Workers read IN and write OUT themselves, under the same paths."""
 
-_EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed), 2 wrong usage, 130
-interrupted. example: python3 -m veldrane_polarization.batch run.zarr planes.zarr --layout
-90,45,135,0 --bit-depth 12"""
+_EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed) or could not be
+finished, 2 wrong usage, 130 interrupted. example: python3 -m veldrane_polarization.batch run.zarr
+planes.zarr --layout 90,45,135,0 --bit-depth 12"""
+
+_GO_ON = "the same command goes on from here"
 
 
-class Usage_error(Exception):
+class Usage_error(ValueError):
     """One line for a user."""
 
 
+class _Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> NoReturn:
+        raise Usage_error(f"{message}; --help tells all options")
+
+
 def _parser() -> argparse.ArgumentParser:
-    parser = argparse.ArgumentParser(
-        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG
+    parser = _Parser(
+        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG,
+        allow_abbrev=False,
     )
     parser.add_argument("input", metavar="IN", type=Path)
     parser.add_argument("output", metavar="OUT", type=Path)
@@ -50,19 +61,63 @@ def _parser() -> argparse.ArgumentParser:
                      help=", ".join(PIXEL_FORMATS))
     raw.add_argument("--height", type=int)
     raw.add_argument("--width", type=int)
-    raw.add_argument("--header-bytes", type=int, default=0)
+    raw.add_argument("--header-bytes", type=int)
     raw.add_argument("--stride", type=int, help="bytes from one row to the next")
     cluster = parser.add_argument_group("where")
     cluster.add_argument("--scheduler", metavar="ADDRESS", help="of a cluster that runs already")
     cluster.add_argument("--workers", type=int, metavar="N",
                          help="processes on this machine, without --scheduler; one a processor")
+    cluster.add_argument("--patience", type=float, default=60, metavar="SECONDS",
+                         help="to wait for a worker where there is none (60)")
     parser.add_argument("--compression", choices=("lz4", "none"), default="lz4", help="of OUT")
     parser.add_argument("-q", "--quiet", action="store_true", help="no progress, no summary")
     return parser
 
 
-def _settings(line: argparse.Namespace) -> _batch_work.Settings:
-    calibration = Calibration.load(line.calibration) if line.calibration else None
+def _check_line(line: argparse.Namespace) -> None:
+    if line.workers is not None and line.scheduler is not None:
+        raise Usage_error("--workers and --scheduler exclude each other; leave out one")
+    if line.workers is not None and not 1 <= line.workers <= 1024:
+        raise Usage_error(f"--workers is {line.workers}; give 1 to 1024")
+    if not 0 < line.patience <= 1e6:
+        raise Usage_error(f"--patience is {line.patience:g}; give more than 0, up to 1e6 seconds")
+    if line.pixel_format is None:
+        for option in ("height", "width", "header_bytes", "stride"):
+            if getattr(line, option) is not None:
+                name = option.replace("_", "-")
+                raise Usage_error(f"--{name} is for bare samples; give --pixel-format too")
+
+
+def _absolute(path: Path) -> Path:
+    """As workers are told: symbolic links stay, since they may lead elsewhere on other machines."""
+    path = path.absolute()
+    parts = path.parts
+    if ".." not in parts:
+        return path
+    # What is before the last .. has to be followed for its sake.
+    behind = len(parts) - parts[::-1].index("..")
+    return Path(*parts[:behind]).resolve().joinpath(*parts[behind:])
+
+
+def _check_apart(source: Path, output: Path) -> None:
+    """OUT must not be written into IN, nor IN be read from OUT."""
+    one, other = source.resolve(), output.resolve()
+    if one == other or one in other.parents or other in one.parents:
+        raise Usage_error(f"IN {source} and OUT {output} lie in each other; give another OUT")
+
+
+def _settings(line: argparse.Namespace) -> Settings:
+    calibration = None
+    if line.calibration is not None:
+        try:
+            calibration = Calibration.load(line.calibration)
+        except OSError as error:
+            raise Usage_error(
+                f"--calibration {line.calibration} cannot be read ({error.strerror}); give "
+                "the file of a calibration"
+            ) from None
+        except ValueError as error:
+            raise Usage_error(f"--calibration: {error}") from None
     layout = line.layout
     if layout is not None and layout in ("0", "1", "2", "3"):
         layout = int(layout)
@@ -73,7 +128,7 @@ def _settings(line: argparse.Namespace) -> _batch_work.Settings:
         bit_depth = bit_depth_of(line.pixel_format)
     scale = _arguments.scale_of(bit_depth, line.full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
-    return _batch_work.Settings(
+    return Settings(
         phase,
         scale.bit_depth,
         _arguments.planes_of(line.planes),
@@ -81,197 +136,103 @@ def _settings(line: argparse.Namespace) -> _batch_work.Settings:
         known,
         scale.full_scale,
         line.signed,
+        str(_absolute(line.calibration)) if known is not None else None,
     )
 
 
-def _prepare_output(
-    path: Path, settings: _batch_work.Settings, recording: Any, compression: str
-) -> None:
-    import zarr
-    from numcodecs import Blosc
-
-    wanted = _batch_work.attributes_of(settings, recording)
-    if path.exists() and not (path / ".zgroup").exists() and any(path.iterdir()):
-        raise Usage_error(f"{path} is there and no zarr group; give another OUT")
-    if (path / ".zgroup").exists():
-        found = dict(zarr.open_group(str(path), mode="r").attrs)
-        others = [key for key, value in wanted.items() if found and found.get(key) != value]
-        if others:
-            key = others[0]
-            raise Usage_error(
-                f"{path} was made with {key} {found.get(key)!r}, not {wanted[key]!r}; give another "
-                "OUT, or the same recording and options"
-            )
-    compressor = Blosc("lz4", clevel=1, shuffle=Blosc.SHUFFLE) if compression == "lz4" else None
-    _batch_work.create(str(path), settings, recording, compressor)
-
-
-@contextlib.contextmanager
-def _cluster(line: argparse.Namespace) -> Iterator[Any]:
-    """A client of the cluster that is there, or of one of our own."""
-    from distributed import Client, LocalCluster
-
-    if line.scheduler is not None:
-        try:
-            client = Client(line.scheduler, timeout=10)
-        except (OSError, ValueError) as error:
-            raise Usage_error(
-                f"--scheduler {line.scheduler} does not answer ({error or 'timeout'}); start "
-                "dask-scheduler there, or leave the option out"
-            ) from None
-        with client:
-            yield client
-        return
-    workers = line.workers or len(os.sched_getaffinity(0))
-    with LocalCluster(
-        n_workers=workers, threads_per_worker=1, dashboard_address=None
-    ) as cluster, Client(cluster) as client:
-        yield client
-
-
-def _check_workers(client: Any) -> int:
-    """Threads of all workers, once they are known to run the same version."""
-    with contextlib.suppress(TimeoutError):
-        client.wait_for_workers(1, timeout=30)
-    versions = client.run(_batch_work.worker_version)
-    if not versions:
-        raise Usage_error("the cluster has no worker; start dask-worker for this scheduler")
-    for address, version in versions.items():
-        if version != _native.software_version():
-            raise Usage_error(
-                f"the worker {address} has version {version}, this machine "
-                f"{_native.software_version()}; install the same everywhere"
-            )
-    return sum(client.nthreads().values())
-
-
-class _Progress:
-    def __init__(self, count: int, quiet: bool) -> None:
-        self._count, self._done, self._begin = count, 0, time.monotonic()
-        self._shown = not quiet and sys.stderr.isatty()
-
-    def add(self, number: int) -> None:
-        self._done += number
-        if not self._shown:
-            return
-        share = self._done / self._count
-        seconds = time.monotonic() - self._begin
-        rate = self._done / max(seconds, 1e-9)
-        left = (self._count - self._done) / max(rate, 1e-9)
-        bar = "#" * int(30 * share)
-        print(
-            f"\r[{bar:<30}] {self._done}/{self._count} frames, {rate:.1f} a second, {left:.0f} s "
-            "left ",
-            end="\n" if self._done == self._count else "",
-            file=sys.stderr,
-            flush=True,
+def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
+    if recording.dtype == "uint8" and settings.bit_depth > 8:
+        raise Usage_error(
+            f"--bit-depth is {settings.bit_depth}, but {path} holds samples of 8 bits; give at "
+            "most 8, or frames of 16 bits"
         )
-
-
-def _tasks(frames: Sequence[int], per_task: int) -> Iterator[list[int]]:
-    """Neighbours of one stored chunk together, so that it is read once."""
-    group: list[int] = []
-    for index in frames:
-        if group and index // per_task != group[0] // per_task:
-            yield group
-            group = []
-        group.append(index)
-    if group:
-        yield group
-
-
-def _run(
-    client: Any, line: argparse.Namespace, recording: Any, settings: _batch_work.Settings,
-    frames: Sequence[int],
-) -> dict[int, str]:
-    """What went wrong, by frame. Only a few tasks a thread are known to the scheduler at a time."""
-    from distributed import as_completed
-
-    failures: dict[int, str] = {}
-    tasks = _tasks(frames, recording.frames_per_task)
-    in_flight = 4 * _check_workers(client)
-    progress = _Progress(len(frames), line.quiet)
-    path = str(line.output)
-    indices_of: dict[str, list[int]] = {}
-    finished = as_completed()
-
-    def submit() -> None:
-        indices = next(tasks, None)
-        if indices is not None:
-            part = recording
-            if isinstance(recording, _recordings.Folder_recording):
-                part = recording.part(indices[0], indices[-1] + 1)
-            future = client.submit(
-                _batch_work.process_frames, part, path, settings, indices, pure=False
-            )
-            indices_of[future.key] = indices
-            finished.add(future)
-
-    for _ in range(in_flight):
-        submit()
-    for future in finished:
-        indices = indices_of.pop(future.key)
-        error = future.exception()
-        outcome = future.result() if error is None else [
-            (index, f"{type(error).__name__}: {error}") for index in indices
-        ]
-        failures |= {index: problem for index, problem in outcome if problem is not None}
-        progress.add(len(indices))
-        submit()
-    return failures
-
-
-def _remove_unfinished_files(path: Path) -> None:
-    # What killed writers left beside the chunks; none of ours is at work any more.
-    for file in path.glob("*/*.partial"):
-        with contextlib.suppress(FileNotFoundError):
-            file.unlink()
+    height, width = recording.shape
+    if height < 2 or width < 2 or (width < 16 and height != 2):
+        raise Usage_error(
+            f"{path} holds frames of {height} x {width}; give frames of at least 2 rows and 16 "
+            "columns, or of exactly 2 rows and at least 2 columns"
+        )
 
 
 def run(arguments: Optional[Sequence[str]] = None) -> int:
     """The command. Returns the exit code."""
     line = _parser().parse_args(arguments)
-    if line.workers is not None and line.scheduler is not None:
-        raise Usage_error("--workers and --scheduler exclude each other; leave out one")
-    if line.workers is not None and not 1 <= line.workers <= 1024:
-        raise Usage_error(f"--workers is {line.workers}; give 1 to 1024")
-    line.input, line.output = line.input.resolve(), line.output.resolve()
+    _check_line(line)
     settings = _settings(line)
+    source, path = _absolute(line.input), _absolute(line.output)
     recording = _recordings.open_recording(
-        line.input, line.pixel_format, line.height, line.width, line.header_bytes, line.stride
+        source, line.pixel_format, line.height, line.width, line.header_bytes or 0, line.stride
     )
-    _prepare_output(line.output, settings, recording, line.compression)
-    frames = _batch_work.incomplete_frames(str(line.output), settings, recording.count)
-    begin, failures = time.monotonic(), {}
-    if frames:
-        with _cluster(line) as client:
-            begin = time.monotonic()
-            failures = _run(client, line, recording, settings, frames)
-            _remove_unfinished_files(line.output)
-    seconds = time.monotonic() - begin
-    if not line.quiet:
-        done = len(frames) - len(failures)
+    _check_frames(recording, settings, source)
+    _check_apart(source, path)
+    output = Output(str(path), line.compression, uuid.uuid4().hex[:8])
+    _batch_output.prepare(output, settings, recording)
+    frames = _batch_output.incomplete_frames(output, settings, recording)
+    report = _batch_running.Report(len(frames), not line.quiet and sys.stderr.isatty())
+    code, problem = ALL_DONE, ""
+    try:
+        if frames:
+            _process(line, recording, output, settings, frames, report)
+    except _batch_running.Unfinished as error:
+        code, problem = A_FRAME_FAILED, f"{error}; {_GO_ON}"
+    except _batch_running.Interruption:
+        code, problem = INTERRUPTED, f"interrupted; {_GO_ON}"
+    _tell(report, recording, problem, line.quiet)
+    return code or (A_FRAME_FAILED if report.failures else ALL_DONE)
+
+
+def _process(
+    line: argparse.Namespace, recording: Recording, output: Output, settings: Settings,
+    frames: Sequence[int], report: _batch_running.Report,
+) -> None:
+    with _batch_running.cluster(line.scheduler, line.workers) as client:
+        threads = _batch_running.check_workers(client, line.patience)
+        report.start()
+        work = _batch_running.Run(client, recording, output, settings, report, line.patience)
+        work.process(frames, 4 * threads)
+    with contextlib.suppress(OSError):  # they harm nobody
+        _batch_output.remove_leftovers(output, settings)
+
+
+def _tell(
+    report: _batch_running.Report, recording: Recording, problem: str, quiet: bool
+) -> None:
+    report.end()
+    if not quiet:
+        unfinished = report.frames - report.handled
         print(
-            f"{done} frames done, {recording.count - len(frames)} skipped, {len(failures)} failed, "
-            f"{seconds:.1f} s, {done / max(seconds, 1e-9):.1f} frames a second"
+            f"{report.done} frames done, {recording.count - report.frames} skipped, "
+            f"{len(report.failures)} failed, "
+            + (f"{unfinished} not finished, " if unfinished else "")
+            + f"{report.seconds:.1f} s, "
+            f"{report.done / max(report.seconds, 1e-9):.1f} frames a second",
+            flush=True,
         )
-    for index, problem in sorted(failures.items()):
-        print(f"error: {recording.name(index)}: {problem}", file=sys.stderr)
-    return A_FRAME_FAILED if failures else ALL_DONE
+    for index, reason in sorted(report.failures.items()):
+        print(f"error: {recording.name(index)}: {reason}", file=sys.stderr)
+    if problem:
+        print(f"error: {problem}", file=sys.stderr)
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
     try:
-        return run(arguments)
-    except (Usage_error, ValueError, TypeError, OSError) as error:
-        print(f"error: {error}", file=sys.stderr)
+        with _batch_running.interruptible():
+            return run(arguments)
+    except ImportError as error:
+        package = (error.name or "").partition(".")[0].lower()
+        print(f"error: {error}; install it, in Debian python3-{package}", file=sys.stderr)
         return WRONG_USAGE
-    except KeyboardInterrupt:
-        print("error: interrupted; the same command goes on from here", file=sys.stderr)
+    except (ValueError, TypeError, OSError) as error:
+        print("error: " + " ".join(str(error).split()), file=sys.stderr)
+        return WRONG_USAGE
+    except _batch_running.Interruption:
+        print(f"error: interrupted; {_GO_ON}", file=sys.stderr)
         return INTERRUPTED
 
 
 if __name__ == "__main__":
+    # dask logs what this program reports in lines of its own, some of it when Python ends.
+    logging.disable(logging.CRITICAL)
     # By its proper name, so that workers find what they are sent.
     from veldrane_polarization.batch import main as _main
 

@@ -22,6 +22,25 @@ LONG_NAMES = {
     "normalized_stokes": "S1 / S0 and S2 / S0",
 }
 _ZERO = "0 along the rows, counter-clockwise on a picture whose row 0 is at the top"
+_POSITIVE_HALF = "positive half; a negative value is stored as 0"
+_MEANINGS = {
+    "s0": "total intensity, half the sum of the four samples of a cell",
+    "s1": "I(0) - I(90), linear Stokes quantity",
+    "s2": "I(45) - I(135), linear Stokes quantity",
+    "azimuth": "angle of linear polarisation",
+    "dolp": "degree of linear polarisation",
+    "normalized_stokes": "S1 / S0 and S2 / S0, two numbers a pixel",
+}
+_UNDEFINED = {
+    "azimuth": "the number of the angle 0 where S1 and S2 are 0",
+    "dolp": "0 where S0 is 0",
+    "normalized_stokes": "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity "
+    "where another one is",
+}
+_PACKED = (
+    "as the processor packs them; at the pixel's own place only in frames of two rows or fewer "
+    "than 32 columns; NaN where nothing is stored"
+)
 
 
 def plane_attributes(result: Result, name: str) -> dict[str, Any]:
@@ -40,9 +59,55 @@ def plane_attributes(result: Result, name: str) -> dict[str, Any]:
         step = result.scale.sample_units_per_step
         attributes |= {"units": "count", "scale_factor": step, "add_offset": 0.0}
         attributes["valid_max"] = full_scale
-        if name != "s0" and not result.signed:
-            attributes["comment"] = "positive half; a negative value is stored as 0"
+        if name != "s0" and result.signed:
+            attributes["valid_min"] = -full_scale
+        elif name != "s0":
+            attributes["comment"] = _POSITIVE_HALF
     return attributes
+
+
+def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
+    """The same in the words of the command line's sidecars; what is null there is left out."""
+    numbers = plane_attributes(result, name)
+    unit = {"count": "sample"}.get(numbers["units"], numbers["units"])
+    attributes: dict[str, Any] = {"plane": name, "meaning": _MEANINGS[name], "unit": unit}
+    attributes |= {"step": numbers.get("scale_factor", 1.0), "value": "number * step - offset"}
+    attributes["offset"] = 90.0 if name == "azimuth" else 0.0
+    if name != "normalized_stokes":
+        attributes["full_scale"] = result.scale.full_scale
+    if name == "azimuth":
+        attributes["range"] = (
+            "angle modulo 180 degrees; number 0 and the full scale are the same angle"
+        )
+    elif name == "s0":
+        attributes["range"] = "cut off at the full scale"
+    elif name in ("s1", "s2"):
+        attributes["range"] = "signed" if result.signed else _POSITIVE_HALF
+    if name in _UNDEFINED:
+        attributes["undefined"] = _UNDEFINED[name]
+    is_packed = name == "normalized_stokes" and result.mode == "fast"
+    attributes["placement"] = _PACKED if is_packed else "row by row, each number at its pixel"
+    height, width = result[name].shape[1:3]
+    if height % 2 == width % 2:
+        attributes["final_pixel"] = "computed with the weights of its position"
+    elif result.mode == "calibrated":
+        attributes["final_pixel"] = (
+            "mended: computed once more with the weights of its position"
+        )
+    else:
+        attributes["final_pixel"] = (
+            "computed with the weights of an even row and column, not those of its position"
+        )
+    return attributes
+
+
+def is_at_pixels(name: str, mode: str, height: int, width: int) -> bool:
+    """Whether each number of a plane stands at its pixel.
+
+    The processor packs `normalized_stokes` wherever it works with vectors; calibrated mode puts the
+    numbers back.
+    """
+    return name != "normalized_stokes" or mode != "fast" or height <= 2 or width < 32
 
 
 def common_attributes(result: Result) -> dict[str, Any]:
@@ -84,7 +149,8 @@ def to_dataset(
     TypeError
         If `result` is none.
     ValueError
-        If the number of times is not that of the frames.
+        If the number of times is not that of the frames, and for `normalized_stokes` of fast mode,
+        whose numbers are not at pixel positions (frames of 3 rows and 32 columns or more).
 
     Examples
     --------
@@ -101,6 +167,12 @@ def to_dataset(
     shape = result[result.planes[0]].shape
     if result.planes[0] == "normalized_stokes":
         shape = shape[:-1]
+    for name in result.planes:
+        if not is_at_pixels(name, result.mode, *shape[-2:]):
+            raise ValueError(
+                f"{name} of mode 'fast' is not at pixel positions; process with "
+                "mode='calibrated', or without this plane"
+            )
     count = shape[0] if len(shape) == 3 else 1
     frames = (count, *shape[-2:])
     moments = np.arange(count) if times is None else np.asarray(times)
@@ -120,7 +192,7 @@ def to_dataset(
             variables[name] = (*dims, "component"), pairs, attributes | {"units": "1"}
         else:
             if name != "s0" and not result.signed:
-                attributes["comment"] = "positive half; a negative value is stored as 0"
+                attributes["comment"] = _POSITIVE_HALF
             variables[name] = dims, result.stokes(name).reshape(frames), attributes
     coordinates: dict[str, Any] = {
         "time": ("time", moments, {"long_name": "frame number" if times is None else "time"}),

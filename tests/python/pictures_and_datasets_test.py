@@ -67,7 +67,8 @@ def test_the_legend_shows_each_colour_in_its_direction():
 
 def test_a_dataset_has_units_names_dimensions_and_layout():
     made = vp.simulate(32, 48, layout=1, frames=3)
-    result = vp.process(made.frames, layout=1, bit_depth=12, planes="all", signed=True)
+    result = vp.process(
+        made.frames, layout=1, bit_depth=12, planes="all", signed=True, mode="calibrated")
     data = to_dataset(result, unit="degrees", times=np.array([0, 1, 2], "datetime64[s]"))
     assert set(data.data_vars) == {"s0", "s1", "s2", "angle", "degree", "normalized_stokes"}
     for name, variable in data.data_vars.items():
@@ -93,3 +94,38 @@ def test_a_dataset_comes_back_from_zarr_with_its_attributes(tmp_path):
     data.to_zarr(tmp_path / "d.zarr")
     back = xarray.open_zarr(tmp_path / "d.zarr").load()
     assert back.identical(data)
+
+
+@pytest.mark.parametrize("height, width, is_packed", [
+    (3, 32, True), (16, 48, True), (2, 48, False), (16, 31, False)])
+def test_packed_numbers_get_no_pixel_coordinates(height, width, is_packed):
+    frames = vp.simulate(height, width, layout=1, frames=2).frames
+    results = {mode: vp.process(frames, layout=1, bit_depth=12, planes="s0,normalized_stokes", mode=mode)
+               for mode in ("fast", "calibrated")}
+    inner = (slice(None), slice(0, height - 1), slice(0, 16))
+    numbers = [results[mode].normalized_stokes[inner] for mode in ("fast", "calibrated")]
+    assert np.array_equal(*numbers, equal_nan=True) != is_packed
+    assert to_dataset(results["calibrated"]).normalized_stokes.dims == ("time", "y", "x", "component")
+    if not is_packed:
+        assert "normalized_stokes" in to_dataset(results["fast"])
+        return
+    with pytest.raises(ValueError, match="normalized_stokes of mode 'fast' is not at pixel positions"):
+        to_dataset(results["fast"])
+
+
+def test_physical_values_are_those_of_the_planes():
+    """Against the stored numbers, not against the functions that a dataset is made with."""
+    frames = vp.simulate(32, 48, layout=1, frames=2).frames
+    result = vp.process(frames, layout=1, bit_depth=12, planes="s0,s1,s2,azimuth,dolp", signed=True,
+                        full_scale=1000)
+    data = to_dataset(result)
+    step = 2 * 4095 / 1000
+    for name in ("s0", "s1", "s2"):
+        np.testing.assert_allclose(data[name], result[name] * step, rtol=1e-6)
+        assert data[name].attrs["units"] == "count"
+    turn = (np.asarray(data.angle) - np.pi * (result.azimuth / 1000 - 0.5)) / np.pi
+    is_known = result.dolp > 0
+    assert is_known.mean() > 0.9
+    assert np.abs(turn - turn.round())[is_known].max() < 1e-5
+    degree = np.where(result.s0 > 0, result.dolp / 1000, np.nan)
+    np.testing.assert_allclose(data.degree, degree, rtol=1e-6)

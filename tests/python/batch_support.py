@@ -1,0 +1,114 @@
+"""What the tests of recordings share: the command, frames, comparison, a cluster on loopback."""
+
+from __future__ import annotations
+
+import contextlib
+import json
+import os
+import subprocess
+import sys
+import time
+
+import numpy as np
+import zarr
+
+import veldrane_polarization as vp
+from veldrane_polarization import _batch_output, _batch_settings, _batch_work
+
+LAYOUT, BIT_DEPTH = "90,45,135,0", 12
+
+
+def command(*arguments):
+    return [sys.executable, "-B", "-m", "veldrane_polarization.batch", *map(str, arguments)]
+
+
+def run(*arguments):
+    done = subprocess.run(command(*arguments), capture_output=True, text=True, timeout=300)
+    return done.returncode, done.stdout, done.stderr
+
+
+def options(*more):
+    return ("--layout", LAYOUT, "--bit-depth", BIT_DEPTH, *more)
+
+
+def frames_of(count, height=64, width=96):
+    one = vp.simulate(height, width, layout=2, frames=min(count, 8)).frames
+    numbers = np.arange(count, dtype=np.uint16)[:, None, None]
+    return np.minimum(np.resize(one, (count, height, width)) + numbers, 4095).astype(np.uint16)
+
+
+def assert_equal(out, frames, indices=None, **changes):
+    """Bit for bit what one process gives."""
+    group = zarr.open_group(str(out), mode="r")
+    chosen = range(len(frames)) if indices is None else indices
+    names = group.attrs["planes"]
+    assert names
+    for index in chosen:
+        expected = vp.process(frames[index], layout=2, bit_depth=BIT_DEPTH, planes=names, **changes)
+        for name in names:
+            stored = group[name][index]
+            assert stored.dtype == expected[name].dtype
+            assert stored.tobytes() == expected[name].tobytes(), (index, name)
+        assert group["complete"][index] == 1
+    return len(chosen)
+
+
+def settings(**changes):
+    values = dict(phase=2, bit_depth=12, planes=("s0", "dolp"), mode="fast", calibration=None,
+                  full_scale=65535, signed=False)
+    return _batch_settings.Settings(**(values | changes))
+
+
+def output(path, compression="lz4", run="0123abcd"):
+    return _batch_output.Output(str(path), compression, run)
+
+
+def store_all(recording, out, chosen=None):
+    """A whole run in this process."""
+    chosen = chosen or settings()
+    _batch_output.prepare(out, chosen, recording)
+    outcome = _batch_work.process_frames(
+        recording, out, chosen, range(recording.count), vp.__version__)
+    assert outcome == [(index, None) for index in range(recording.count)]
+
+
+def wait_until(condition, seconds=60):
+    end = time.monotonic() + seconds
+    while not condition():
+        assert time.monotonic() < end, "waited in vain"
+        time.sleep(0.005)
+
+
+def completed(out):
+    folder = out / "complete"
+    return sum(name.isdigit() for name in os.listdir(folder)) if folder.exists() else 0
+
+
+@contextlib.contextmanager
+def loopback_cluster(folder, worker_environments=({}, {})):
+    """Address, scheduler and worker processes; nothing restarts them."""
+    environment = os.environ | {"DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "10"}
+    file = folder / "scheduler.json"
+    started = [subprocess.Popen(
+        [sys.executable, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port", "0",
+         "--no-dashboard", "--scheduler-file", file], env=environment, stderr=subprocess.DEVNULL)]
+    try:
+        wait_until(file.exists)
+        for number, changes in enumerate(worker_environments):
+            started.append(subprocess.Popen(
+                [sys.executable, "-m", "distributed.cli.dask_worker", "--scheduler-file", file,
+                 "--no-nanny", "--nthreads", "1", "--no-dashboard", "--name", f"worker-{number}",
+                 "--local-directory", folder / f"worker-{number}"],
+                env=environment | changes, stderr=subprocess.DEVNULL))
+        wait_until(lambda: file.read_text().endswith("}"))
+        address = json.loads(file.read_text())["address"]
+        from distributed import Client
+
+        with Client(address, timeout=60) as client:
+            client.wait_for_workers(len(worker_environments), timeout=60)
+        yield address, started[0], started[1:]
+    finally:
+        for process in reversed(started):
+            with contextlib.suppress(ProcessLookupError):
+                process.kill()
+            process.wait()

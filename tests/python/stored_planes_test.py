@@ -1,0 +1,167 @@
+"""What a reader of OUT finds: the values xarray makes of the stored numbers, and their attributes."""
+
+from __future__ import annotations
+
+import json
+
+import numpy as np
+import pytest
+import xarray
+import zarr
+from batch_support import frames_of, output, settings, store_all
+
+import veldrane_polarization as vp
+from veldrane_polarization import _recordings, datasets
+
+
+def stored(folder, frames, **changes):
+    """A group of these frames' planes: as numbers, as values, its attributes."""
+    zarr.save_array(str(folder / "in.zarr"), frames, chunks=(1, *frames.shape[1:]))
+    recording = _recordings.open_recording(folder / "in.zarr")
+    store_all(recording, output(folder / "out.zarr"), settings(**changes))
+    group = zarr.open_group(str(folder / "out.zarr"), mode="r")
+    return group, xarray.open_zarr(folder / "out.zarr", consolidated=False)
+
+
+def frames_with_zeros():
+    frames = frames_of(4, 32, 48)
+    frames[0] = 0
+    frames[1, :16] = 100
+    # Light a little beyond 90 degrees, which is stored as the azimuth 0.
+    frames[2, 0::2, 0::2], frames[2, 1::2, 1::2] = 2000, 0
+    frames[2, 0::2, 1::2], frames[2, 1::2, 0::2] = 1000, 1001
+    return frames
+
+
+# Of each plane: scale, offset and units of its values, by bit depth 12 and the full scale 1000.
+MEANINGS = {
+    "s0": (2 * 4095 / 1000, 0, "count"),
+    "s1": (2 * 4095 / 1000, 0, "count"),
+    "s2": (2 * 4095 / 1000, 0, "count"),
+    "azimuth": (0.18, -90, "degree"),
+    "dolp": (0.001, 0, "1"),
+    "normalized_stokes": (1, 0, "1"),
+}
+
+
+@pytest.mark.parametrize("signed", (False, True))
+def test_values_are_scale_times_number_plus_offset_zeros_included(tmp_path, signed):
+    group, data = stored(tmp_path, frames_with_zeros(), planes=vp.PLANES, full_scale=1000,
+                         signed=signed, mode="calibrated")
+    for name, (scale, offset, units) in MEANINGS.items():
+        numbers = group[name][:]
+        attributes = dict(group[name].attrs)
+        assert attributes["units"] == data[name].attrs["units"] == units
+        assert attributes["long_name"] == datasets.LONG_NAMES[name]
+        if name == "normalized_stokes":
+            assert "scale_factor" not in attributes and np.isnan(group[name].fill_value)
+            np.testing.assert_array_equal(data[name], numbers)
+            continue
+        assert (numbers == 0).any() and group[name].fill_value is None
+        assert attributes["scale_factor"] == pytest.approx(scale, rel=1e-12)
+        assert attributes["add_offset"] == offset and attributes["valid_max"] == 1000
+        np.testing.assert_allclose(data[name], numbers * scale + offset, rtol=1e-6, atol=1e-4)
+        has_sign = signed and name in ("s1", "s2")
+        assert attributes.get("valid_min") == (-1000 if has_sign else None)
+        assert (numbers.min() < 0) == has_sign
+        assert ("positive half" in attributes.get("comment", "")) == (
+            not signed and name in ("s1", "s2"))
+    assert "modulo 180" in group["azimuth"].attrs["comment"]
+    assert (data.complete == 1).all()
+
+
+def test_values_are_those_of_a_dataset(tmp_path):
+    frames = frames_with_zeros()
+    _, data = stored(tmp_path, frames, planes=("s0", "s1", "azimuth", "dolp"), signed=True)
+    expected = datasets.to_dataset(
+        vp.process(frames, layout=2, bit_depth=12, planes="s0,s1,azimuth,dolp", signed=True),
+        unit="degrees")
+    for name in ("s0", "s1"):
+        np.testing.assert_allclose(data[name], expected[name], rtol=1e-6)
+    is_known = np.isfinite(np.asarray(expected.angle))
+    assert 0.5 < is_known.mean() < 1
+    np.testing.assert_allclose(
+        (np.asarray(data.azimuth) % 180)[is_known], np.asarray(expected.angle)[is_known], atol=1e-3)
+    is_lit = np.isfinite(np.asarray(expected.degree))
+    np.testing.assert_allclose(
+        np.asarray(data.dolp)[is_lit], np.asarray(expected.degree)[is_lit], atol=1e-6)
+
+
+@pytest.mark.parametrize("mode, shape, dimensions", [
+    ("fast", (32, 48), ("time", "packed_row", "packed_column", "component")),
+    ("fast", (2, 48), ("time", "y", "x", "component")),
+    ("calibrated", (32, 48), ("time", "y", "x", "component")),
+])
+def test_packed_numbers_claim_no_pixels(tmp_path, mode, shape, dimensions):
+    group, data = stored(tmp_path, frames_of(2, *shape), planes=("s0", "normalized_stokes"), mode=mode)
+    assert data.normalized_stokes.dims == dimensions and data.s0.dims == ("time", "y", "x")
+    placement = group["normalized_stokes"].attrs["placement"]
+    assert placement.startswith("as the processor packs them") == (mode == "fast")
+    assert group["s0"].attrs["placement"] == "row by row, each number at its pixel"
+
+
+# The fields of a sidecar of the command line for the same plane, those that are not null.
+SIDECARS = {
+    "s0": {"unit": "sample", "offset": 0, "full_scale": 1000, "range": "cut off at the full scale"},
+    "s1": {"unit": "sample", "offset": 0, "full_scale": 1000, "range": "signed"},
+    "azimuth": {"unit": "degree", "offset": 90, "full_scale": 1000,
+                "range": "angle modulo 180 degrees; number 0 and the full scale are the same angle",
+                "undefined": "the number of the angle 0 where S1 and S2 are 0"},
+    "dolp": {"unit": "1", "offset": 0, "full_scale": 1000, "undefined": "0 where S0 is 0"},
+    "normalized_stokes": {"unit": "1", "step": 1, "offset": 0, "undefined":
+                          "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity "
+                          "where another one is"},
+}
+
+
+def test_attributes_are_those_of_a_sidecar(tmp_path):
+    group, _ = stored(tmp_path, frames_of(1, 32, 48), planes=tuple(SIDECARS), full_scale=1000,
+                      signed=True)
+    compared = 0
+    for name, fields in SIDECARS.items():
+        attributes = dict(group[name].attrs)
+        scale, offset, _ = MEANINGS[name]
+        assert attributes["plane"] == name and attributes["meaning"]
+        assert attributes["value"] == "number * step - offset"
+        assert attributes["step"] == pytest.approx(scale, rel=1e-12)
+        assert attributes["offset"] == -offset
+        assert attributes["final_pixel"] == "computed with the weights of its position"
+        for key in ("unit", "step", "offset", "full_scale", "range", "undefined"):
+            if key == "step" and key not in fields:
+                continue
+            assert attributes.get(key) == fields.get(key), (name, key)
+            compared += 1
+    assert compared == 26
+
+
+@pytest.mark.parametrize("mode, words", [
+    ("fast", "of an even row and column"), ("calibrated", "mended")])
+def test_the_final_pixel_of_mixed_parity_is_told(tmp_path, mode, words):
+    group, _ = stored(tmp_path, frames_of(1, 33, 48), mode=mode)
+    assert words in group["s0"].attrs["final_pixel"]
+
+
+def test_the_group_tells_recording_calibration_and_software(tmp_path):
+    calibration = vp.imperfect_sensor(2, seed=3)
+    group, data = stored(tmp_path, frames_of(3), calibration=calibration, mode="calibrated",
+                         calibration_file="/somewhere/c.json")
+    attributes = dict(group.attrs)
+    assert attributes["source"] == {
+        "kind": "zarr array", "file": str(tmp_path / "in.zarr"), "frames": 3,
+        "frame_shape": [64, 96], "dtype": "uint16", "chunks": [1, 64, 96], "shift": 0,
+        "dark_frame_subtracted": False}
+    told = attributes["calibration"]
+    assert told["file"] == "/somewhere/c.json" and told["sensor"] == calibration.sensor
+    assert told["time"] == calibration.time and told["rms_residual"] == calibration.rms_residual
+    assert vp.Calibration.from_json(told["text"]).to_json() == calibration.to_json()
+    assert attributes["software"] == {"name": "veldrane_polarization", "version": vp.__version__}
+    assert attributes["layout"] == [90, 45, 135, 0] and attributes["phase"] == 2
+    assert attributes["bit_depth"] == 12 and attributes["mode"] == "calibrated"
+    assert attributes["state"] == "ready" and data.attrs["planes"] == ["s0", "dolp"]
+    assert "rows" in attributes["zero_direction"] and "counter-clockwise" in attributes["sense"]
+    json.dumps(attributes, allow_nan=False)
+
+
+def test_without_a_calibration_the_analysers_are_ideal(tmp_path):
+    group, _ = stored(tmp_path, frames_of(1))
+    assert group.attrs["calibration"] == "ideal analysers"

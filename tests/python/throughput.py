@@ -1,0 +1,120 @@
+"""Frames a second of recordings: reading, processing and storing alone, then the whole command.
+
+usage: throughput.py FOLDER [--frames N]     FOLDER is for temporary files, on the disk to be measured:
+                                             10 MB a frame of the recording, up to 40 MB in OUT
+       throughput.py --quick                 runs everything once, as a test that it still runs
+"""
+
+from __future__ import annotations
+
+import argparse
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+import numpy as np
+import zarr
+
+import veldrane_polarization as vp
+from veldrane_polarization import _batch_output, _batch_settings, _batch_work, _recordings
+
+LAYOUT, BIT_DEPTH, PLANES = 2, 12, ("s0", "azimuth", "dolp")
+
+
+def make_recording(path, count, height, width):
+    # Noise is what a codec has its work with.
+    frames = vp.simulate(height, width, layout=LAYOUT, frames=min(count, 4)).frames
+    array = zarr.open_array(str(path), mode="w", shape=(count, height, width), dtype="u2",
+                            chunks=(1, height, width), compressor=None)
+    for index in range(count):
+        array[index : index + 1] = frames[index % len(frames)][np.newaxis]
+
+
+def settings():
+    return _batch_settings.Settings(LAYOUT, BIT_DEPTH, PLANES, "fast", None, 65535, False)
+
+
+def milliseconds(action, frames):
+    begin = time.perf_counter()
+    for index in range(frames):
+        action(index)
+    return 1e3 * (time.perf_counter() - begin) / frames
+
+
+def parts(source, folder, count):
+    """Milliseconds a frame of each part alone, in one process."""
+    recording = _recordings.open_recording(source)
+    read = milliseconds(lambda index: recording.read(index, index + 1), count)
+    raw = recording.read(0, 1)[0]
+    process = milliseconds(lambda index: settings().process(raw), count)
+    print(f"one process: read {read:.1f} ms, process {process:.1f} ms a frame")
+    result = settings().process(raw)
+    for compression in ("none", "lz4"):
+        out = _batch_output.Output(str(folder / "parts.zarr"), compression, "0")
+        _batch_output.prepare(out, settings(), recording)
+
+        def store(index, out=out):
+            for name in PLANES:
+                out.store(name, index, result[name][np.newaxis])
+
+        encode = 0.0
+        if out.compressor() is not None:
+            encode = milliseconds(
+                lambda index: [out.compressor().encode(result[name]) for name in PLANES], count)
+        took = milliseconds(store, count)
+        size = sum((Path(out.path) / name / "0.0.0").stat().st_size for name in PLANES)
+        _batch_work.process_frames(recording, out, settings(), [0], vp.__version__)
+        begin = time.perf_counter()
+        os.sync()
+        print(
+            f"one process: store {compression:4} {took:.1f} ms a frame (of it {encode:.1f} ms "
+            f"compression), {1e-6 * size:.1f} MB; the disk takes {time.perf_counter() - begin:.1f} s "
+            "more for them all"
+        )
+        shutil.rmtree(out.path)
+
+
+def whole(source, folder, workers, compression):
+    """Frames a second of the command, until its files are in the system and until on the disk."""
+    out = folder / "out.zarr"
+    os.sync()
+    begin = time.perf_counter()
+    done = subprocess.run(
+        [sys.executable, "-B", "-m", "veldrane_polarization.batch", source, out, "--layout",
+         str(LAYOUT), "--bit-depth", str(BIT_DEPTH), "--workers", str(workers), "--compression",
+         compression], capture_output=True, text=True)
+    os.sync()
+    seconds = time.perf_counter() - begin
+    shutil.rmtree(out)
+    count, rate = re.match(r"(\d+) frames done.* ([0-9.]+) frames a second", done.stdout).groups()
+    print(f"{workers} workers, {compression:4}: {rate} frames/s; {int(count) / seconds:.1f} frames/s "
+          "with start and sync", flush=True)
+    return float(rate)
+
+
+def main():
+    line = argparse.ArgumentParser(usage=__doc__.split("usage: ")[1])
+    line.add_argument("folder", nargs="?", type=Path)
+    line.add_argument("--frames", type=int, default=200)
+    line.add_argument("--quick", action="store_true")
+    line = line.parse_args()
+    if line.folder is None and not line.quick:
+        sys.exit("throughput.py: give a folder for temporary files, or --quick")
+    size = (64, 96) if line.quick else (2048, 2448)
+    count = 4 if line.quick else line.frames
+    with tempfile.TemporaryDirectory(dir=line.folder) as name:
+        folder = Path(name)
+        make_recording(folder / "in.zarr", count, *size)
+        parts(folder / "in.zarr", folder, count)
+        for compression in ("none", "lz4"):
+            rates = [whole(folder / "in.zarr", folder, workers, compression) for workers in (1, 2)]
+            print(f"{compression}: a second worker brings {rates[1] / rates[0]:.2f} x")
+
+
+if __name__ == "__main__":
+    main()
