@@ -2,8 +2,11 @@
 
 #include "comparison/runners.hpp"
 
-/// Compares what the contenders compute with the library's planes, for every set: speed counts only
-/// for the same job.
-/// @return planes compared
-/// @throw std::runtime_error that names contender, set and plane
-std::size_t check_agreement(std::vector<Runner> const& runners);
+struct Agreement {
+    std::size_t written;  ///< planes of which every element was written
+    std::size_t compared; ///< planes of them that hold the library's values
+};
+
+/// Lets every contender compute every set of planes once.
+/// @throw std::runtime_error if one leaves out an element, or computes something else
+Agreement check_agreement(std::vector<Runner> const& runners);

@@ -1,14 +1,17 @@
 // Measures the library and what else would do its work, in turn, in one run.
 
 #include "comparison/agreement.hpp"
+#include "comparison/libraries.hpp"
 #include "comparison/measurement.hpp"
 #include "comparison/report.hpp"
+#include "comparison/result_file.hpp"
+#include "comparison/usage_error.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
-#include <fstream>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -19,7 +22,7 @@ struct Options {
     std::string library = BENCHMARK_LIBRARY;
     std::vector<std::string> libraries, sets, tables;
     std::string python = BENCHMARK_PYTHON;
-    std::string json, csv;
+    std::optional<std::string> json, csv;
 };
 
 std::vector<std::string> set_names() {
@@ -71,61 +74,88 @@ std::vector<Table> chosen_tables(Options const& options) {
     return tables;
 }
 
-using Libraries = std::vector<std::pair<std::string, std::shared_ptr<Loaded_library>>>;
-
-Libraries load_libraries(Options const& options, Facts& facts) {
-    Libraries libraries;
-    auto const load = [&](std::string const& name, std::string const& path) {
-        libraries.emplace_back(name, std::make_shared<Loaded_library>(path));
-        facts.emplace_back(name, libraries.back().second->identification());
-    };
-    load("library", options.library);
-    for (std::string const& argument : options.libraries) {
-        std::size_t const equals = argument.find('=');
-        if (equals == 0 || equals == std::string::npos) {
-            throw std::runtime_error("--library '" + argument + "' is not of the form NAME=PATH");
-        }
-        load(argument.substr(0, equals), argument.substr(equals + 1));
+std::string joined(std::vector<std::string> const& words) {
+    std::string text;
+    for (std::string const& word : words) {
+        text.append(text.empty() ? "" : ", ").append(word);
     }
-    return libraries;
+    return text;
 }
 
-std::ofstream open_for_writing(std::string const& path) {
-    std::ofstream file(path);
-    if (!file) {
-        throw std::runtime_error("cannot write '" + path + "'; choose another file");
+/// Keys of the JSON file, among them those that are added later, and the other contenders.
+std::vector<std::string> names_in_results(
+    Facts const& facts, std::vector<Runner> const& other_runners) {
+    std::vector<std::string> names{"rounds", "notes", "measurements"};
+    for (auto const& [word, value] : facts) {
+        names.push_back(word);
     }
-    return file;
+    for (Runner const& runner : other_runners) {
+        names.push_back(runner.name);
+    }
+    return names;
+}
+
+std::unique_ptr<Result_file> file_at(std::optional<std::string> const& path) {
+    return path ? std::make_unique<Result_file>(*path) : nullptr;
 }
 
 void run(Options const& options) {
+    std::vector<Table> const tables = chosen_tables(options);
+    if (tables.empty()) {
+        throw Usage_error(
+            "--set " + joined(options.sets) + " and --table " + joined(options.tables) +
+            " have no case in common; leave one of them out");
+    }
+    if (options.json && options.json == options.csv) {
+        throw Usage_error(
+            "--json and --csv name the same file '" + *options.json +
+            "'; choose another for one of them");
+    }
     int const processor = stay_on_one_processor();
     Facts facts = facts_of_machine_and_build();
     facts.emplace_back("on processor", processor < 0 ? "any" : std::to_string(processor));
-    auto const runners =
-        make_runners(load_libraries(options, facts), options.python, BENCHMARK_NUMPY_SCRIPT);
+    auto const others = make_other_runners(options.python, BENCHMARK_NUMPY_SCRIPT);
+    auto const libraries =
+        load_libraries(options.library, options.libraries, names_in_results(facts, others));
+    auto runners = make_library_runners(libraries);
+    runners.insert(runners.end(), others.begin(), others.end());
+    for (auto const& [name, library] : libraries) {
+        facts.emplace_back(name, library->identification());
+    }
     facts.emplace_back("rounds", std::to_string(options.rounds));
     // A file that cannot be written is noticed before the measuring, not after it.
-    auto json = options.json.empty() ? std::ofstream() : open_for_writing(options.json);
-    auto csv = options.csv.empty() ? std::ofstream() : open_for_writing(options.csv);
+    auto const json = file_at(options.json);
+    auto const csv = file_at(options.csv);
 
     write_facts(std::cout, facts, options.markdown);
-    std::size_t const compared = check_agreement(runners);
-    std::cerr << "contenders agree in " << compared << " planes\n";
+    Agreement const agreement = check_agreement(runners);
+    std::cerr << "contenders write all of " << agreement.written << " planes and agree in "
+              << agreement.compared << '\n';
     std::cout << "\nMedians of processor time; in brackets the median of the rounds' ratios to the "
                  "library.\n";
-    std::vector<Table> const tables = chosen_tables(options);
     std::vector<Measured_table> measured;
     for (Table const& table : tables) {
         measured.push_back(measure(table, runners, options.rounds));
         write_table(std::cout, measured.back(), options.markdown);
     }
-    if (json.is_open()) {
-        write_json(json, facts, measured);
+    auto const notes = notes_on(libraries, BENCHMARK_SOURCES);
+    write_notes(std::cout, notes);
+    if (json != nullptr) {
+        write_json(json->stream(), facts, notes, measured);
+        json->finish();
     }
-    if (csv.is_open()) {
-        write_csv(csv, measured);
+    if (csv != nullptr) {
+        write_csv(csv->stream(), measured);
+        csv->finish();
     }
+    if (!std::cout.flush()) {
+        throw std::runtime_error("cannot write to standard output; free room where it leads to");
+    }
+}
+
+int fail(std::string const& why, int status) {
+    std::cerr << "error: " << why << '\n';
+    return status;
 }
 
 } // namespace
@@ -134,11 +164,17 @@ int main(int argument_count, char** arguments) {
     CLI::App app("Measures the processor and what else would do its work, in turn, on one core");
     Options options;
     declare(app, options);
-    CLI11_PARSE(app, argument_count, arguments);
     try {
+        app.parse(argument_count, arguments);
         run(options);
+        return 0;
+    } catch (CLI::Success const& help) {
+        return app.exit(help);
+    } catch (CLI::Error const& error) {
+        return fail(std::string(error.what()) + "; see --help", 2);
+    } catch (Usage_error const& error) {
+        return fail(error.what(), 2);
     } catch (std::exception const& error) {
-        std::cerr << "error: " << error.what() << '\n';
-        return 1;
+        return fail(error.what(), 1);
     }
 }

@@ -1,10 +1,12 @@
 #include "comparison/numpy_process.hpp"
 
 #include "comparison/statistics.hpp"
+#include "comparison/subprocess.hpp"
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -36,7 +38,7 @@ std::vector<Plane> requested_planes(Polarization_computation_arguments const& fr
 } // namespace
 
 bool numpy_is_there(std::string const& python) {
-    return std::system(("'" + python + "' -c 'import numpy' >/dev/null 2>&1").c_str()) == 0;
+    return run_process({python, "-c", "import numpy"}).exit_status == 0;
 }
 
 Numpy_process::Numpy_process(std::string python, std::string script)
@@ -55,37 +57,46 @@ Numpy_process::~Numpy_process() {
 
 std::vector<double> Numpy_process::run(
     Polarization_computation_arguments const& frame, std::size_t frames,
-    std::string const& more) const {
+    std::vector<std::string> const& more) const {
     auto const raw = folder_ / "raw";
-    std::ofstream(raw, std::ios::binary)
-        .write(
-            reinterpret_cast<char const*>(frame.raw_image),
-            static_cast<std::streamsize>(frame.height * frame.width * sizeof(std::uint16_t)));
+    std::size_t const bytes = frame.height * frame.width * sizeof(std::uint16_t);
+    std::ofstream raw_file(raw, std::ios::binary);
+    raw_file.write(
+        reinterpret_cast<char const*>(frame.raw_image), static_cast<std::streamsize>(bytes));
+    raw_file.close();
+    if (!raw_file) {
+        throw std::runtime_error(
+            "cannot write " + std::to_string(bytes) + " bytes to '" + raw.string() +
+            "'; free room there or set TMPDIR");
+    }
     std::string planes;
     for (Plane const& plane : requested_planes(frame)) {
         planes.append(planes.empty() ? "" : ",").append(plane.name);
     }
-    std::string const command = "exec '" + python_ + "' '" + script_ + "' --raw '" + raw.string() +
-                                "' --height " + std::to_string(frame.height) + " --width " +
-                                std::to_string(frame.width) + " --phase " +
-                                std::to_string(frame.polar_phase) + " --limit " +
-                                std::to_string(frame.maximum_output_value) + " --planes " + planes +
-                                " --frames " + std::to_string(frames) + more;
-    std::FILE* const output = popen(command.c_str(), "r");
-    std::vector<double> milliseconds;
-    double value;
-    while (output != nullptr && std::fscanf(output, "%lf", &value) == 1) {
-        milliseconds.push_back(value);
-    }
-    if (output == nullptr || pclose(output) != 0 || milliseconds.size() != frames) {
-        throw std::runtime_error("'" + command + "' failed; try it by hand");
+    std::vector<std::string> words{python_,    script_,
+                                   "--raw",    raw.string(),
+                                   "--height", std::to_string(frame.height),
+                                   "--width",  std::to_string(frame.width),
+                                   "--phase",  std::to_string(frame.polar_phase),
+                                   "--limit",  std::to_string(frame.maximum_output_value),
+                                   "--planes", planes,
+                                   "--frames", std::to_string(frames)};
+    words.insert(words.end(), more.begin(), more.end());
+    Finished_process const done = run_process(words);
+    std::istringstream lines(done.output);
+    std::vector<double> const milliseconds{
+        std::istream_iterator<double>(lines), std::istream_iterator<double>()};
+    if (done.exit_status != 0 || milliseconds.size() != frames) {
+        throw std::runtime_error(
+            "'" + script_ + "' failed with {" + planes + "}: " + done.last_error_line() +
+            "; mend it or choose a Python without NumPy by --python");
     }
     return milliseconds;
 }
 
 void Numpy_process::process(Polarization_computation_arguments const& frame) const {
     auto const out = folder_ / "planes";
-    run(frame, 1, " --out '" + out.string() + "'");
+    run(frame, 1, {"--out", out.string()});
     std::ifstream file(out, std::ios::binary);
     for (Plane const& plane : requested_planes(frame)) {
         file.read(static_cast<char*>(plane.elements), static_cast<std::streamsize>(plane.bytes));
@@ -96,5 +107,5 @@ void Numpy_process::process(Polarization_computation_arguments const& frame) con
 }
 
 double Numpy_process::seconds_per_frame(Polarization_computation_arguments const& frame) const {
-    return median(run(frame, frames_per_run, "")) / 1e3;
+    return median(run(frame, frames_per_run, {})) / 1e3;
 }

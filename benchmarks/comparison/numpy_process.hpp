@@ -26,7 +26,7 @@ private:
     /// @return the milliseconds that it printed
     std::vector<double> run(
         Polarization_computation_arguments const& frame, std::size_t frames,
-        std::string const& more) const;
+        std::vector<std::string> const& more) const;
 
     std::string python_, script_;
     std::filesystem::path folder_;

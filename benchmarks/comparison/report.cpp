@@ -99,6 +99,13 @@ void write_facts(std::ostream& out, Facts const& facts, bool markdown) {
     out.flush();
 }
 
+void write_notes(std::ostream& out, std::vector<std::string> const& notes) {
+    for (std::string const& note : notes) {
+        out << "\nNote: " << note << '\n';
+    }
+    out.flush();
+}
+
 void write_csv(std::ostream& out, std::vector<Measured_table> const& all) {
     out << "table,case,contender,round,seconds\n";
     for (Measured_table const& measured : all) {
@@ -115,13 +122,21 @@ void write_csv(std::ostream& out, std::vector<Measured_table> const& all) {
     }
 }
 
-void write_json(std::ostream& out, Facts const& facts, std::vector<Measured_table> const& all) {
+void write_json(
+    std::ostream& out, Facts const& facts, std::vector<std::string> const& notes,
+    std::vector<Measured_table> const& all) {
     out << "{";
     for (auto const& [word, value] : facts) {
         out << quoted(word) << ": " << quoted(value) << ",\n ";
     }
-    out << "\"measurements\": [";
-    char const* separator = "\n";
+    out << "\"notes\": [";
+    char const* separator = "";
+    for (std::string const& note : notes) {
+        out << separator << quoted(note);
+        separator = ", ";
+    }
+    out << "],\n \"measurements\": [";
+    separator = "\n";
     for (Measured_table const& measured : all) {
         for (std::size_t k = 0; k < measured.runners.size(); ++k) {
             for (std::size_t i = 0; i < measured.table.cases.size(); ++i) {

@@ -11,7 +11,11 @@ void write_table(std::ostream& out, Measured_table const& measured, bool markdow
 
 void write_facts(std::ostream& out, Facts const& facts, bool markdown);
 
+void write_notes(std::ostream& out, std::vector<std::string> const& notes);
+
 /// Header: table,case,contender,round,seconds. A line for each single measurement.
 void write_csv(std::ostream& out, std::vector<Measured_table> const& all);
 
-void write_json(std::ostream& out, Facts const& facts, std::vector<Measured_table> const& all);
+void write_json(
+    std::ostream& out, Facts const& facts, std::vector<std::string> const& notes,
+    std::vector<Measured_table> const& all);

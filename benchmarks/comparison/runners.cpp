@@ -50,19 +50,22 @@ bool Runner::takes_part_in(Field field) const {
     }
 }
 
-std::vector<Runner> make_runners(
-    std::vector<std::pair<std::string, std::shared_ptr<Loaded_library>>> const& libraries,
-    std::string const& python, std::string const& numpy_script) {
-    using Kind = Runner::Kind;
+std::vector<Runner> make_library_runners(Libraries const& libraries) {
     std::vector<Runner> runners;
     for (auto const& [name, library] : libraries) {
         // The lambda keeps the library loaded.
         runners.push_back(in_this_process(
-            name, Kind::library,
+            name, Runner::Kind::library,
             [library = library](
                 Polarization_computation_arguments const& frame,
                 Calibration_matrices const& matrices) { library->transform()(frame, matrices); }));
     }
+    return runners;
+}
+
+std::vector<Runner> make_other_runners(std::string const& python, std::string const& numpy_script) {
+    using Kind = Runner::Kind;
+    std::vector<Runner> runners;
     runners.push_back(contender("limit, ordinary stores", Kind::copy, contenders::limit));
     runners.push_back(contender("memcpy", Kind::copy, contenders::memory_copy));
     for (auto const& [name, process] : {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "comparison/cases.hpp"
-#include "support/loaded_library.hpp"
+#include "comparison/libraries.hpp"
 
 #include <functional>
 #include <memory>
@@ -36,8 +36,7 @@ struct Runner {
     bool takes_part_in(Field field) const;
 };
 
-/// Every contender, the library first. NumPy is left out, with a line on standard error, where
-/// Python has none.
-std::vector<Runner> make_runners(
-    std::vector<std::pair<std::string, std::shared_ptr<Loaded_library>>> const& libraries,
-    std::string const& python, std::string const& numpy_script);
+std::vector<Runner> make_library_runners(Libraries const& libraries);
+
+/// Every other contender. NumPy is left out, with a line on standard error, where Python has none.
+std::vector<Runner> make_other_runners(std::string const& python, std::string const& numpy_script);

@@ -9,36 +9,58 @@ namespace {
 
 constexpr std::size_t samples_per_vector = 16;
 
+/// The library asks ahead for the lines that it will store to. Where the planes come from memory it
+/// takes up to 7 per cent off this loop too, which without it would be no limit; in the caches it
+/// would add up to 20.
+constexpr std::size_t prefetched_bytes = 256;
+constexpr std::size_t most_cached_pixels = std::size_t{1} << 17;
+
+template <bool prefetches, typename Element>
+void store(Element* plane, std::size_t at, __m256i value) {
+    if constexpr (prefetches) {
+        // Behind the plane's end it is a number, no pointer; a prefetch never faults.
+        auto const ahead = reinterpret_cast<std::uintptr_t>(plane + at) + prefetched_bytes;
+        _mm_prefetch(reinterpret_cast<char const*>(ahead), _MM_HINT_T0);
+    }
+    _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(plane + at), value);
+}
+
 /// Known at compile time, so that the loop tests no pointer.
-template <unsigned planes>
+template <unsigned planes, bool prefetches>
 void write_planes(Polarization_computation_arguments const& frame) {
     std::size_t const count = frame.height * frame.width;
-    auto const store = [](auto* plane, std::size_t at, __m256i value) {
-        _mm256_storeu_si256(reinterpret_cast<__m256i_u*>(plane + at), value);
-    };
     for (std::size_t at = 0; at + samples_per_vector <= count; at += samples_per_vector) {
         __m256i const samples =
             _mm256_loadu_si256(reinterpret_cast<__m256i_u const*>(frame.raw_image + at));
         if constexpr ((planes & s0_plane) != 0) {
-            store(frame.s0_image, at, samples);
+            store<prefetches>(frame.s0_image, at, samples);
         }
         if constexpr ((planes & s1_plane) != 0) {
-            store(frame.s1_image, at, samples);
+            store<prefetches>(frame.s1_image, at, samples);
         }
         if constexpr ((planes & s2_plane) != 0) {
-            store(frame.s2_image, at, samples);
+            store<prefetches>(frame.s2_image, at, samples);
         }
         if constexpr ((planes & azimuth_plane) != 0) {
-            store(frame.azimuth_image, at, samples);
+            store<prefetches>(frame.azimuth_image, at, samples);
         }
         if constexpr ((planes & dolp_plane) != 0) {
-            store(frame.dolp_image, at, samples);
+            store<prefetches>(frame.dolp_image, at, samples);
         }
         if constexpr ((planes & normalized_stokes_plane) != 0) {
             for (std::size_t i = 0; i < 4; ++i) {
-                store(frame.normalized_stokes_image, 2 * at + 8 * i, samples);
+                store<prefetches>(frame.normalized_stokes_image, 2 * at + 8 * i, samples);
             }
         }
+    }
+}
+
+template <unsigned planes>
+void write_planes(Polarization_computation_arguments const& frame) {
+    if (frame.height * frame.width > most_cached_pixels) {
+        write_planes<planes, true>(frame);
+    } else {
+        write_planes<planes, false>(frame);
     }
 }
 

@@ -16,6 +16,7 @@ struct Patterns {
 
 struct Strip {
     cv::Mat samples, weighted, columns, s0, minus_s1, minus_s2, magnitude, angle, value;
+    cv::Mat ratios[2];
 };
 
 Patterns make_patterns(int phase, int width) {
@@ -96,11 +97,10 @@ void process_strip(
         cv::min(dolp, limit, dolp);
     }
     if (frame.normalized_stokes_image != nullptr) {
-        cv::Mat ratios[2];
-        cv::divide(strip.minus_s1, strip.s0, ratios[0], -2);
-        cv::divide(strip.minus_s2, strip.s0, ratios[1], -2);
+        cv::divide(strip.minus_s1, strip.s0, strip.ratios[0], -2);
+        cv::divide(strip.minus_s2, strip.s0, strip.ratios[1], -2);
         cv::merge(
-            ratios, 2,
+            strip.ratios, 2,
             cv::Mat(raw.rows, raw.cols, CV_32FC2, frame.normalized_stokes_image)
                 .rowRange(first, end));
     }
