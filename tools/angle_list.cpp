@@ -1,6 +1,7 @@
 #include "angle_list.hpp"
 
 #include "failure.hpp"
+#include "input_files.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -46,7 +47,9 @@ std::optional<double> number_in(std::string_view text) {
 /// A table by the names of its columns.
 class Table {
 public:
-    explicit Table(std::filesystem::path const& file) : file_(file), stream_(file) {
+    explicit Table(std::filesystem::path const& file) : file_(file) {
+        refuse_irregular(file);
+        stream_.open(file);
         std::string line;
         if (!stream_.is_open()) {
             throw File_failure(file, std::string("cannot be read: ") + std::strerror(errno));

@@ -5,6 +5,7 @@
 #include "failure.hpp"
 #include "frame_preparation.hpp"
 #include "image_writing.hpp"
+#include "input_files.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
@@ -153,22 +154,10 @@ void refuse_lost_files(
             "--plot and --output are both " + line.output.string() +
             "; give the calibration a name that ends in .json, or choose another --plot");
     }
-    std::vector<fs::path> inputs = preparation.dark_files();
-    for (Frame_place const& place : frames) {
-        inputs.push_back(place.file);
-    }
-    if (!line.angles.empty()) {
-        inputs.push_back(line.angles);
-    }
-    for (fs::path const& input : inputs) {
-        for (auto const& [file, option] :
-             {std::pair(line.output, "--output"), std::pair(line.plot, "--plot")}) {
-            if (fs::equivalent(input, file, ignored)) {
-                throw File_failure(
-                    file, std::string("is an input and would be lost; choose another ") + option);
-            }
-        }
-    }
+    Input_files inputs(frames, preparation);
+    inputs.add(line.angles);
+    inputs.refuse(line.output, "--output");
+    inputs.refuse(line.plot, "--plot");
 }
 
 void run_calibrate(Command_line& line) {
@@ -185,9 +174,7 @@ void run_calibrate(Command_line& line) {
     }
     Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
     refuse_lost_files(line, found.frames, preparation);
-    if (line.output.has_parent_path()) {
-        make_folder(line.output.parent_path());
-    }
+    Made_folder const folder(line.output.parent_path());
     Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
     files.add(line.output, std::string()); // found out now if it cannot be written
     if (!found.failures.empty()) {

@@ -5,6 +5,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <algorithm>
+#include <span>
 
 namespace polarize_tool {
 namespace {
@@ -20,7 +21,18 @@ std::string size_of(std::size_t width, std::size_t height) {
 }
 
 // In place: every row moves towards the start.
-void cut(Frame& frame, Region const& region, std::string const& name) {
+void cut(Frame& frame, Region const& region) {
+    for (std::size_t row = 0; row < region.height; ++row) {
+        std::uint16_t const* const from =
+            frame.samples.data() + (region.row + row) * frame.width + region.column;
+        std::copy(from, from + region.width, frame.samples.data() + row * region.width);
+    }
+    frame.width = region.width;
+    frame.height = region.height;
+    frame.samples.resize(region.width * region.height);
+}
+
+void check_fit(Frame const& frame, Region const& region, std::string const& name) {
     bool const fits = region.column < frame.width && region.width <= frame.width - region.column &&
                       region.row < frame.height && region.height <= frame.height - region.row;
     if (!fits) {
@@ -30,14 +42,12 @@ void cut(Frame& frame, Region const& region, std::string const& name) {
                       std::to_string(region.column) + ", row " + std::to_string(region.row) +
                       " does not fit in; give a smaller --region");
     }
-    for (std::size_t row = 0; row < region.height; ++row) {
-        std::uint16_t const* const from =
-            frame.samples.data() + (region.row + row) * frame.width + region.column;
-        std::copy(from, from + region.width, frame.samples.data() + row * region.width);
-    }
-    frame.width = region.width;
-    frame.height = region.height;
-    frame.samples.resize(region.width * region.height);
+}
+
+std::span<std::uint16_t const> samples_in_row(
+    Frame const& frame, Region const& part, std::size_t row) {
+    return std::span(frame.samples)
+        .subspan((part.row + row) * frame.width + part.column, part.width);
 }
 
 } // namespace
@@ -79,37 +89,47 @@ void Frame_preparation::read_dark(
     dark_ = average.result();
 }
 
-void Frame_preparation::apply(Frame& frame, std::string const& name, Dark_level level) const {
+std::string Frame_preparation::apply(
+    Frame& frame, std::string const& name, Dark_level level) const {
     if (shift_ > 0) {
         shift_down(frame, shift_);
     }
-    if (dark_) {
-        if (dark_->width() != frame.width || dark_->height() != frame.height) {
-            throw File_failure(
-                name, "has " + size_of(frame.width, frame.height) + " pixels, the dark frame " +
-                          size_of(dark_->width(), dark_->height()) +
-                          "; take dark frames with the same settings");
-        }
-        if (level == Dark_level::subtracted) {
-            polarization::subtract(frame.view(), *dark_, frame.samples);
-        }
+    if (dark_ && (dark_->width() != frame.width || dark_->height() != frame.height)) {
+        throw File_failure(
+            name, "has " + size_of(frame.width, frame.height) + " pixels, the dark frame " +
+                      size_of(dark_->width(), dark_->height()) +
+                      "; take dark frames with the same settings");
+    }
+    Region const part = region_.value_or(Region{0, 0, frame.width, frame.height});
+    check_fit(frame, part, name);
+    std::string warning = depth_warning(frame, part, name);
+    if (dark_ && level == Dark_level::subtracted) {
+        polarization::subtract(frame.view(), *dark_, frame.samples);
     }
     if (region_) {
-        cut(frame, *region_, name);
+        cut(frame, part);
     }
+    return warning;
 }
 
-std::string Frame_preparation::depth_warning(Frame const& frame, std::string const& name) const {
+std::string Frame_preparation::depth_warning(
+    Frame const& frame, Region const& part, std::string const& name) const {
     unsigned const limit = (1U << bit_depth_) - 1U;
     // The bits of all samples together are quick to find and tell whether to look closer.
     unsigned bits = 0;
-    for (std::uint16_t const sample : frame.samples) {
-        bits |= sample;
+    for (std::size_t row = 0; row < part.height; ++row) {
+        for (std::uint16_t const sample : samples_in_row(frame, part, row)) {
+            bits |= sample;
+        }
     }
     if (bits <= limit) {
         return {};
     }
-    unsigned const largest = *std::max_element(frame.samples.begin(), frame.samples.end());
+    unsigned largest = 0;
+    for (std::size_t row = 0; row < part.height; ++row) {
+        auto const samples = samples_in_row(frame, part, row);
+        largest = std::max<unsigned>(largest, *std::max_element(samples.begin(), samples.end()));
+    }
     return name + ": has samples up to " + std::to_string(largest) + ", above the full scale " +
            std::to_string(limit) + " of bit depth " + std::to_string(bit_depth_) +
            "; the total intensity may clip; give a larger --bit-depth, or --shift for samples at "

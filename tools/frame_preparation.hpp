@@ -34,14 +34,14 @@ public:
     std::optional<polarization::Dark_frame> const& dark() const { return dark_; }
 
     /// Saturation shows only while the dark level is kept. The dark frame has to fit even then.
+    /// @return a warning if samples were above the bit depth, dark level included, else empty
     /// @throws File_failure if frame, dark frame and region do not fit together
-    void apply(
+    std::string apply(
         Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted) const;
 
-    /// A warning if samples are above the bit depth, else empty.
-    std::string depth_warning(Frame const& frame, std::string const& name) const;
-
 private:
+    std::string depth_warning(
+        Frame const& frame, Region const& part, std::string const& name) const;
     void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
 
     int bit_depth_;

@@ -60,8 +60,8 @@ void add_input_options(CLI::App& command, Input_options& options) {
         .add_option(
             "--pixel-format", options.pixel_format,
             "Mono8, Mono10, Mono12, Mono14, Mono16, Mono10p, Mono12p, Mono10Packed or "
-            "Mono12Packed; "
-            "every row begins at a whole byte, so one that ends within a byte is filled up")
+            "Mono12Packed; every row begins at a whole byte, so one that ends within a byte is "
+            "filled up")
         ->type_name("NAME")
         ->group(raw);
     command.add_option("--width", options.width, "Columns of a frame")

@@ -32,9 +32,8 @@ constexpr char const* example =
     "Examples:\n"
     "  veldrane-polarize inspect frame.png\n"
     "  veldrane-polarize inspect behind_polariser.png --polarizer-angle 0\n"
-    "Nothing is written. A frame of an unknown scene cannot tell the phase of the mosaic; one "
-    "taken\n"
-    "through a polariser can.";
+    "Nothing is written. A frame of an unknown scene cannot tell the phase of the mosaic; one\n"
+    "taken through a polariser can.";
 
 std::string inspected(Frame const& frame, std::string const& name, Command_line const& line) {
     Inspection const inspection = inspect(frame.view(), line.bit_depth);
@@ -61,8 +60,9 @@ int run_inspect(Command_line const& line) {
             std::string const text = inspected(fetched.frame, place.name(), line);
             say(is_first || line.as_json ? text : "\n" + text);
             is_first = false;
-        } catch (Output_exhausted const&) {
-            throw; // standard output takes nothing more
+        } catch (Output_exhausted const& failure) {
+            failures.emplace_back(failure.what());
+            break; // standard output takes nothing more
         } catch (File_failure const& failure) {
             failures.emplace_back(failure.what());
         } catch (std::exception const& error) {

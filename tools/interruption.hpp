@@ -15,14 +15,12 @@ public:
     char const* what() const noexcept override { return "interrupted; nothing half-written stays"; }
 };
 
-/// From now on SIGINT, SIGTERM and SIGHUP only set the flag, however often they come; under nohup
-/// SIGHUP stays ignored. SIGPIPE and SIGXFSZ become errors of the write that caused them.
-void catch_interruptions();
-
-/// Set by the signals, never cleared.
+/// Set by `request_interruption`, never cleared.
 std::atomic<bool> const& interruption_flag();
 
-/// @throws Interrupted if a signal has come
+void request_interruption();
+
+/// @throws Interrupted if the flag is set
 void throw_if_interrupted();
 
 } // namespace polarize_tool

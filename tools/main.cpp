@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "signals.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <unistd.h>
 
 namespace polarize_tool {
@@ -32,10 +33,14 @@ void write_error(std::string const& text) {
     }
 }
 
+std::string message(std::string const& line) {
+    return "veldrane-polarize: " + line + "\n";
+}
+
 void print_error_line(std::string const& line) {
     std::lock_guard const lock(output_mutex);
     std::string const erase = status.empty() ? "" : start_of_line_and_erase;
-    write_error(erase + "veldrane-polarize: " + line + "\n" + status);
+    write_error(erase + message(line) + status);
 }
 
 } // namespace
@@ -46,6 +51,16 @@ void complain(std::string const& line) {
 
 void warn(std::string const& line) {
     print_error_line("warning: " + line);
+}
+
+void complain_at_once(std::string const& line) {
+    // Whoever hangs in a write holds the mutex; `status` may be read only with it.
+    std::unique_lock const lock(output_mutex, std::try_to_lock);
+    bool const has_bar = lock.owns_lock() && !status.empty();
+    pollfd error_output = {error_descriptor(), POLLOUT, 0};
+    if (poll(&error_output, 1, 0) == 1 && (error_output.revents & POLLOUT) != 0) {
+        write_error((has_bar ? start_of_line_and_erase : "") + message(line));
+    }
 }
 
 void say(std::string const& line) {

@@ -12,6 +12,9 @@ namespace polarize_tool {
 void complain(std::string const& line);
 void warn(std::string const& line);
 
+/// The same for a program that ends now: says nothing rather than wait for a reader or a thread.
+void complain_at_once(std::string const& line);
+
 /// One line on standard output.
 /// @throws Output_exhausted if it cannot be written, also when nobody reads it any more
 void say(std::string const& line);

@@ -62,8 +62,7 @@ constexpr char const* pictures_help =
     "Write pictures of the degree (FRAME_degree.png, with dolp) and the angle dimmed by the degree "
     "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
     "for frames that are alone in their file. Pictures are for the eye and have no JSON file "
-    "beside "
-    "them";
+    "beside them";
 
 constexpr char const* jobs_help =
     "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "

@@ -2,6 +2,7 @@
 
 #include "commands.hpp"
 #include "failure.hpp"
+#include "input_files.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
@@ -19,12 +20,6 @@ namespace polarize_tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string canonical_name(fs::path const& file) {
-    std::error_code error;
-    fs::path const found = fs::weakly_canonical(file, error);
-    return error ? file.string() : found.string();
-}
 
 std::string times_of(Frame const& frame, std::vector<double> times) {
     std::sort(times.begin(), times.end());
@@ -68,27 +63,9 @@ void Process_run::naming(Frame_place const& place, Action action) {
     }
 }
 
-std::unordered_set<std::string> Process_run::inputs_of(
-    std::vector<Frame_place> const& frames) const {
-    std::unordered_set<std::string> inputs;
-    fs::path last; // frames of one file follow one another, and to resolve a name takes long
-    for (Frame_place const& frame : frames) {
-        if (frame.file != last) {
-            last = frame.file;
-            inputs.insert(canonical_name(last));
-        }
-    }
-    for (fs::path const& file : preparation_.dark_files()) {
-        inputs.insert(canonical_name(file));
-    }
-    if (!results_.origin.calibration_file.empty()) {
-        inputs.insert(canonical_name(results_.origin.calibration_file));
-    }
-    return inputs;
-}
-
 std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> const& frames) {
-    std::unordered_set<std::string> const inputs = inputs_of(frames);
+    Input_files inputs(frames, preparation_);
+    inputs.add(results_.origin.calibration_file);
     // By the result's name: it may be made of one frame's name and another ending in two ways.
     std::unordered_map<std::string, Frame_place const*> owners;
     std::vector<Frame_place> free;
@@ -96,7 +73,7 @@ std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> c
         std::vector<fs::path> const files = results_.files_of(frame);
         auto const overwritten =
             std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
-                return inputs.contains(canonical_name(file));
+                return inputs.contains(file);
             });
         auto const taken = std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
             return owners.contains(file.filename().string());
@@ -130,25 +107,25 @@ void Process_run::fetch(Frame_place const& place, Slot& slot) {
     });
 }
 
-void Process_run::work(std::size_t index, Slot& slot) {
+void Process_run::work(Slot& slot) {
     Frame_place const& place = slot.fetched.place;
     naming(place, [&] {
         Frame& frame = slot.fetched.frame;
         reader_.decode(slot.fetched);
-        preparation_.apply(frame, place.name());
-        std::string const warning = preparation_.depth_warning(frame, place.name());
-        if (!warning.empty() && (!place.is_part() || !has_warned_.exchange(true))) {
+        std::string const warning = preparation_.apply(frame, place.name());
+        if (!warning.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warning);
         }
         slot.processor.run(frame);
-        if (index == 0 && !options_.is_quiet) {
+        if (!has_checked_balance_.exchange(true)) {
             warn_of_imbalance(slot);
         }
         slot.staged = results_.stage(place, slot.processor);
     });
 }
 
-// One frame stands for all: the same camera and the same options made them.
+// One frame stands for all, the first that the transform takes: the same camera and the same
+// options made them.
 void Process_run::warn_of_imbalance(Slot const& slot) const {
     polarization::Balance const balance = polarization::check_balance(slot.fetched.frame.view());
     if (balance.verdict == polarization::Balance::Verdict::unlikely) {
@@ -160,7 +137,16 @@ void Process_run::publish(Slot& slot) {
     naming(slot.fetched.place, [&] { slot.staged.publish(); });
     pixels_ += slot.fetched.frame.samples.size();
     if (!options_.is_quiet && !slot.fetched.place.is_part()) {
-        naming(slot.fetched.place, [&] { say(line_of(slot)); });
+        tell(line_of(slot));
+    }
+}
+
+void Process_run::tell(std::string const& line) {
+    try {
+        say(line);
+    } catch (Output_exhausted const& failure) {
+        output_failure_ = failure.what();
+        is_exhausted_ = true;
     }
 }
 
@@ -201,7 +187,7 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
             }
             return index < frames.size();
         },
-        [&](std::size_t index, Slot& slot) { counting_failure([&] { work(index, slot); }); },
+        [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
         [&](std::size_t, Slot& slot) {
             counting_failure([&] { publish(slot); });
             progress.add(slot.fetched.frame.samples.size());
@@ -216,22 +202,24 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
     return outcome.done.size();
 }
 
-void Process_run::report(std::size_t done, std::size_t total) const {
+void Process_run::report(std::size_t done, std::size_t total) {
     if (!options_.is_quiet && !is_exhausted_ && total > 1) {
         char text[160];
         std::snprintf(
             text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done,
             total, seconds_, static_cast<double>(done) / seconds_,
             static_cast<double>(pixels_) / seconds_ / 1e6);
-        say(std::string(text).append(", results in ").append(results_.folder.string()));
+        tell(done == 0 ? text : text + (", results in " + results_.folder.string()));
     }
     for (std::string const& failure : failures_) {
         complain(failure);
     }
-    if (is_exhausted_) {
-        complain(
-            "stopped, since further results would fail likewise; " + std::to_string(done) + " of " +
-            std::to_string(total) + " frames are done");
+    std::string const count =
+        std::to_string(done) + " of " + std::to_string(total) + " frames are done";
+    if (!output_failure_.empty()) {
+        complain(output_failure_ + "; " + count);
+    } else if (is_exhausted_) {
+        complain("stopped, since further results would fail likewise; " + count);
     }
 }
 
@@ -242,14 +230,12 @@ int Process_run::operator()() {
     if (found.frames.empty() && failures_.empty()) {
         throw Usage_error("--start, --stop and --step leave no frame; choose others");
     }
-    if (!found.frames.empty()) {
-        make_folder(results_.folder);
-    }
+    Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
     std::vector<Frame_place> const frames = without_clashes(found.frames);
     std::size_t const done = run(frames);
     report(done, frames.size());
     throw_if_interrupted();
-    return failures_.empty() ? all_done : an_input_failed;
+    return failures_.empty() && output_failure_.empty() ? all_done : an_input_failed;
 }
 
 } // namespace polarize_tool

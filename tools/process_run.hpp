@@ -10,7 +10,6 @@
 #include <atomic>
 #include <cstdint>
 #include <string>
-#include <unordered_set>
 #include <vector>
 
 namespace polarize_tool {
@@ -41,16 +40,16 @@ private:
     };
     /// Which frames can go ahead: those whose results fall on no input and on no other result.
     std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
-    /// Files that no result may replace, with their links resolved.
-    std::unordered_set<std::string> inputs_of(std::vector<Frame_place> const& frames) const;
     /// @return how many frames were done
     std::size_t run(std::vector<Frame_place> const& frames);
     void fetch(Frame_place const& place, Slot& slot);
-    void work(std::size_t index, Slot& slot);
+    void work(Slot& slot);
     void warn_of_imbalance(Slot const& slot) const;
     void publish(Slot& slot);
     std::string line_of(Slot const& slot) const;
-    void report(std::size_t done, std::size_t total) const;
+    /// A frame whose files are there is done, whether or not anybody reads the line about it.
+    void tell(std::string const& line);
+    void report(std::size_t done, std::size_t total);
     template <class Action>
     void naming(Frame_place const& place, Action action);
 
@@ -60,7 +59,9 @@ private:
     Frame_reader reader_;
     std::vector<std::string> failures_;
     std::atomic<bool> is_exhausted_ = false;
-    std::atomic<bool> has_warned_ = false;
+    std::atomic<bool> has_warned_of_depth_ = false;
+    std::atomic<bool> has_checked_balance_ = false;
+    std::string output_failure_; // of standard output, by one thread at a time
     std::uint64_t pixels_ = 0;
     double seconds_ = 0.0;
 };

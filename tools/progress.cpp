@@ -36,7 +36,8 @@ void Progress::add(std::uint64_t pixels) {
     std::lock_guard const lock(mutex_);
     ++frames_;
     pixels_ += pixels;
-    if (is_shown_ && Clock::now() - last_shown_ >= interval) {
+    // The last frame counts in any case: who watches is to see that all are accounted for.
+    if (is_shown_ && (frames_ == total_ || Clock::now() - last_shown_ >= interval)) {
         last_shown_ = Clock::now();
         show_status(progress_line(frames_, total_, pixels_, seconds()));
     }

@@ -3,6 +3,7 @@
 #include "failure.hpp"
 #include "frame_preparation.hpp"
 #include "frame_reading.hpp"
+#include "input_files.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
 #include "processing.hpp"
@@ -39,9 +40,9 @@ struct Command_line {
 constexpr char const* example =
     "Example:\n"
     "  veldrane-polarize report frame.png -o report.html --phase 2 --bit-depth 12\n"
-    "The page needs nothing but a browser. It holds the values of every pixel; they show under "
-    "the\n"
-    "pointer, and report.html#pixel=ROW,COLUMN opens with those of one pixel. Of a file or folder\n"
+    "The page needs nothing but a browser. It holds the values of every pixel; they show under\n"
+    "the pointer, and report.html#pixel=ROW,COLUMN opens with those of one pixel. Of a file or "
+    "folder\n"
     "with several frames it shows the first, or the one that --start tells.";
 
 Frame_place place_of(Command_line const& line) {
@@ -76,9 +77,8 @@ void check_size(Frame const& frame, std::string const& name) {
 
 // A sample that has lost its dark level does not show any more that it was saturated.
 Inspection inspected(Frame frame, std::string const& name, Frame_preparation const& preparation) {
-    preparation.apply(frame, name, Dark_level::kept);
+    std::string const warning = preparation.apply(frame, name, Dark_level::kept);
     check_size(frame, name);
-    std::string const warning = preparation.depth_warning(frame, name);
     if (!warning.empty()) {
         warn(warning);
     }
@@ -139,13 +139,10 @@ int run_report(Command_line const& line) {
     Frame_preparation const preparation(line.samples, line.input.raw_layout());
     Processing const processing = processing_of(line, preparation);
     Frame_place const place = place_of(line);
-    std::error_code ignored;
-    if (fs::equivalent(place.file, line.file, ignored)) {
-        throw File_failure(line.file, "is the frame itself; choose another --output");
-    }
-    if (line.file.has_parent_path()) {
-        make_folder(line.file.parent_path());
-    }
+    Input_files inputs({place}, preparation);
+    inputs.add(line.calibration_file);
+    inputs.refuse(line.file, "--output");
+    Made_folder const folder(line.file.parent_path());
     Frame_reader reader(line.input.raw_layout());
     Fetched_frame fetched;
     reader.fetch(place, fetched);

@@ -145,8 +145,7 @@ void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
         .add_option(
             "-o,--output", options->output,
             "The frame: PNG of 8 bits at depth 8, else of 16; or raw samples. Its folder is made "
-            "if "
-            "missing")
+            "if missing")
         ->required()
         ->type_name("FRAME.png")
         ->check(output_name_problem);

@@ -228,16 +228,13 @@ std::string angle_suffix(double angle, std::vector<double> const& series) {
 }
 
 void run_simulate(Simulate_options const& options) {
-    Staged_files files(options.existing);
     if (options.frames == 1 && options.polarizer_series.empty()) {
         refuse_existing(options.output, options.existing);
     }
-    if (options.output.has_parent_path()) {
-        make_folder(options.output.parent_path());
-    }
-    if (!options.truth_folder.empty()) {
-        make_folder(options.truth_folder);
-    }
+    // Before the files, so that these are removed first if anything fails.
+    Made_folder const folder(options.output.parent_path());
+    Made_folder const truth_folder(options.truth_folder);
+    Staged_files files(options.existing);
     std::string const line =
         options.polarizer_series.empty() ? add_scene(files, options) : add_series(files, options);
     add_analysers(files, options);

@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <unistd.h>
+#include <unordered_set>
 #include <utility>
 
 namespace polarize_tool {
@@ -81,6 +83,39 @@ void write_all(
     }
 }
 
+// remove() takes no folder that holds anything, but it would take a file that came in its place.
+void remove_empty(std::vector<fs::path> const& folders) {
+    for (fs::path const& folder : folders) {
+        rmdir(folder.c_str());
+    }
+}
+
+// Temporary files by their names, in a set that is never destroyed: whoever ends the program may be
+// later than static destructors. A name is noted before its file is made, and forgotten when the
+// file has another name or is removed.
+class Temporary_names {
+public:
+    static Temporary_names& all() {
+        static auto* const names = new Temporary_names;
+        return *names;
+    }
+
+    std::mutex& mutex() { return mutex_; }
+    void note(fs::path const& name) { names_.insert(name.native()); }
+    void forget(fs::path const& name) { names_.erase(name.native()); }
+
+    void remove_for_good() {
+        mutex_.lock(); // and never released
+        for (std::string const& name : names_) {
+            unlink(name.c_str());
+        }
+    }
+
+private:
+    std::mutex mutex_; // held while files are made, renamed and removed, not while they are filled
+    std::unordered_set<std::string> names_;
+};
+
 int rename_error(fs::path const& from, fs::path const& to, Existing_files existing) {
     if (existing == Existing_files::keep) {
         if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
@@ -99,14 +134,32 @@ int rename_error(fs::path const& from, fs::path const& to, Existing_files existi
 
 } // namespace
 
-void make_folder(fs::path const& folder) {
+Made_folder::Made_folder(fs::path const& folder) {
+    if (folder.empty()) {
+        return;
+    }
     std::error_code error;
+    std::vector<fs::path> missing;
+    for (fs::path place = folder; !place.empty() && !fs::exists(place, error);
+         place = place.parent_path()) {
+        missing.push_back(place);
+    }
     fs::create_directories(folder, error);
     if (error || !fs::is_directory(folder, error)) {
+        remove_empty(missing);
         throw File_failure(
             folder, "cannot be made a folder for the results: " +
                         (error ? error.message() : "it is a file"));
     }
+    made_ = std::move(missing);
+}
+
+Made_folder::~Made_folder() {
+    remove_empty(made_);
+}
+
+void remove_staged_files() {
+    Temporary_names::all().remove_for_good();
 }
 
 void refuse_existing(fs::path const& file, Existing_files existing) {
@@ -130,9 +183,15 @@ Staged_files& Staged_files::operator=(Staged_files&& other) noexcept {
 }
 
 Staged_files::~Staged_files() {
+    if (files_.empty()) {
+        return;
+    }
+    Temporary_names& names = Temporary_names::all();
+    std::lock_guard const lock(names.mutex());
     for (Staged_file const& file : files_) {
         std::error_code ignored;
         fs::remove(file.temporary, ignored);
+        names.forget(file.temporary);
     }
 }
 
@@ -142,11 +201,17 @@ void Staged_files::add(fs::path const& file, std::initializer_list<Bytes> parts)
     static std::atomic<unsigned> count = 0;
     fs::path temporary = file;
     temporary += ".part-" + std::to_string(getpid()) + "-" + std::to_string(count++);
+    Temporary_names& names = Temporary_names::all();
+    std::unique_lock lock(names.mutex());
+    names.note(temporary);
     Descriptor descriptor(temporary, O_CREAT | O_TRUNC);
     if (!descriptor.is_open()) {
-        fail_to_create(file, errno);
+        int const error = errno;
+        names.forget(temporary);
+        fail_to_create(file, error);
     }
     files_.push_back({temporary, file});
+    lock.unlock();
     write_all(descriptor, file, parts);
 }
 
@@ -167,12 +232,15 @@ void Staged_files::publish() {
     for (Staged_file const& file : files_) {
         refuse_existing(file.final, existing_);
     }
+    Temporary_names& names = Temporary_names::all();
+    std::lock_guard const lock(names.mutex());
     for (std::size_t index = 0; index < files_.size(); ++index) {
         int const error = rename_error(files_[index].temporary, files_[index].final, existing_);
         if (error != 0) {
             withdraw(index);
             fail(files_[index].final, error);
         }
+        names.forget(files_[index].temporary);
     }
     files_.clear();
 }

@@ -15,12 +15,27 @@ namespace polarize_tool {
 /// Whether a result may take the place of a file that is there.
 enum class Existing_files { replace, keep };
 
-/// Makes `folder` and what is missing above it.
-/// @throws File_failure
-void make_folder(std::filesystem::path const& folder);
+/// A folder for results and what was missing above it, made now. Those that are still empty in the
+/// end are removed again, unless they were there before.
+class Made_folder {
+public:
+    /// Of an empty name nothing is made.
+    /// @throws File_failure
+    explicit Made_folder(std::filesystem::path const& folder);
+    ~Made_folder();
+    Made_folder(Made_folder const&) = delete;
+    Made_folder& operator=(Made_folder const&) = delete;
+
+private:
+    std::vector<std::filesystem::path> made_; // the deepest first
+};
 
 /// @throws File_failure if `file` exists and is to be kept, or is a folder
 void refuse_existing(std::filesystem::path const& file, Existing_files existing);
+
+/// Removes all temporary files of this process, for one that ends without running destructors.
+/// Waits for sets that are just being published; from then on no file is made or renamed.
+void remove_staged_files();
 
 /// Files that are to appear together. Each is first written beside its place under another name;
 /// publish() renames them all. Whatever was not published is removed.

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
+#include <sys/stat.h>
 
 namespace {
 
@@ -242,6 +243,21 @@ TEST_F(Calibrate_command, files_that_are_read_are_never_replaced) {
         EXPECT_EQ(contents(), before) << wanted.word;
     }
     std::printf("%zu ways to lose a file\n", cases.size());
+}
+
+// Nobody writes into the pipe: a program that opens it hangs.
+TEST_F(Calibrate_command, a_table_that_is_a_pipe_is_refused_at_once) {
+    simulate_series();
+    ASSERT_EQ(mkfifo((folder_ / "pipe.csv").c_str(), 0600), 0);
+    program_run::Running_program program(
+        {POLARIZE_PROGRAM, "calibrate", in_folder("cal_angle_*.png"), "-o",
+         in_folder("new/out.json"), "--phase", "2", "--bit-depth", "12", "--angles",
+         in_folder("pipe.csv")});
+    ASSERT_TRUE(program.ends_within(std::chrono::seconds(60)));
+    Outcome const outcome = program.wait();
+    expect_refused(outcome, 1, "pipe.csv: cannot be read: it is no regular file");
+    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+    EXPECT_FALSE(std::filesystem::exists(folder_ / "new"));
 }
 
 TEST_F(Calibrate_command, numbers_that_are_not_finite_are_refused) {

@@ -154,4 +154,14 @@ TEST_F(Inspect_command, a_standard_output_that_takes_nothing_is_one_line) {
         << outcome.errors;
 }
 
+TEST_F(Inspect_command, failures_are_listed_even_if_standard_output_takes_nothing) {
+    std::string const shell = std::string(POLARIZE_PROGRAM) + " inspect " +
+                              (folder_ / "none.png").string() + " " + polarised() + " >/dev/full";
+    Outcome const outcome = program_run::run_command({"/bin/sh", "-c", shell});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(program_run::line_count(outcome.errors), 2U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("none.png: cannot be read"), std::string::npos);
+    EXPECT_NE(outcome.errors.find("standard output: cannot be written"), std::string::npos);
+}
+
 } // namespace

@@ -285,12 +285,21 @@ TEST_F(Process_inputs, a_foreign_mosaic_is_warned_of_once) {
         inputs.push_back(in_folder(name));
         test_files::write(inputs.back(), encoded(foreign, ".png"));
     }
-    Outcome const outcome = process12(inputs, {"--planes", "s0"});
-    EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-    EXPECT_NE(outcome.errors.find("a.png: The rows of the mosaic's cell"), std::string::npos)
-        << outcome.errors;
-    EXPECT_EQ(process12(inputs, {"--planes", "s0", "--overwrite", "--quiet"}).errors, "");
+    std::string const words = ".png: The rows of the mosaic's cell";
+    for (Names const& more : {Names{}, Names{"--quiet"}, Names{"--jobs", "3"}}) {
+        Names options = {"--planes", "s0", "--overwrite"};
+        options.insert(options.end(), more.begin(), more.end());
+        Outcome const outcome = process12(inputs, options);
+        EXPECT_EQ(outcome.code, 0);
+        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+        EXPECT_NE(outcome.errors.find(words), std::string::npos) << outcome.errors;
+    }
+    // One that fails does not stand for the others.
+    test_files::write(folder_ / "a.png", encoded(cv::Mat(20, 15, CV_16UC1, cv::Scalar(9)), ".png"));
+    Outcome const outcome = process12(inputs, {"--planes", "s0", "--overwrite", "--jobs", "1"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(line_count(outcome.errors), 2U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("b" + words), std::string::npos) << outcome.errors;
 }
 
 TEST_F(Process_inputs, samples_above_the_bit_depth_are_warned_of) {
@@ -300,6 +309,41 @@ TEST_F(Process_inputs, samples_above_the_bit_depth_are_warned_of) {
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(line_count(outcome.errors), 1U);
     EXPECT_NE(outcome.errors.find("high.png: has samples up to 4096"), std::string::npos);
+}
+
+// Without its dark level the sample of 4100 would be below the full scale of 4095.
+TEST_F(Process_inputs, the_dark_level_counts_for_the_bit_depth) {
+    cv::Mat image(20, 40, CV_16UC1, cv::Scalar(1000));
+    image.at<std::uint16_t>(11, 30) = 4100;
+    test_files::write(folder_ / "high.png", encoded(image, ".png"));
+    test_files::write(
+        folder_ / "dark.png", encoded(cv::Mat(20, 40, CV_16UC1, cv::Scalar(64)), ".png"));
+    struct Case {
+        char const* region;
+        bool has_sample;
+    };
+    unsigned warnings = 0;
+    for (Case const wanted :
+         {Case{"0,0,40,20", true}, Case{"10,10,30,2", true}, Case{"0,0,30,20", false},
+          Case{"0,12,40,8", false}}) {
+        Names const options = {
+            "--dark", in_folder("dark.png"), "--region", wanted.region, "--overwrite"};
+        Names arguments = {"report", in_folder("high.png"), "-o", in_folder("page.html"), "--phase",
+                           "0",      "--bit-depth",         "12"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        for (Outcome const& outcome :
+             {process12({in_folder("high.png")}, options), program_run::run(arguments)}) {
+            EXPECT_EQ(outcome.code, 0) << outcome.errors;
+            EXPECT_EQ(line_count(outcome.errors), wanted.has_sample ? 1U : 0U)
+                << wanted.region << ": " << outcome.errors;
+            bool const warned =
+                outcome.errors.find("high.png: has samples up to 4100") != std::string::npos;
+            EXPECT_EQ(warned, wanted.has_sample) << wanted.region;
+            warnings += warned ? 1U : 0U;
+        }
+    }
+    EXPECT_EQ(warnings, 4U);
+    std::printf("%u warnings of 8 runs\n", warnings);
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <random>
 #include <sys/mount.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -137,8 +138,7 @@ TEST_F(Process_refusals, a_failed_input_leaves_nothing_and_the_others_are_proces
         EXPECT_EQ(alone.errors.find("veldrane-polarize: " + inputs.back() + ": "), 0U)
             << alone.errors;
         EXPECT_EQ(alone.output, "");
-        EXPECT_TRUE(!std::filesystem::exists(results()) || test_files::names_in(results()).empty())
-            << name;
+        EXPECT_FALSE(std::filesystem::exists(results())) << name;
     }
     inputs.insert(inputs.begin() + 4, good());
     Outcome const together = process(inputs, {"--jobs", "2"});
@@ -147,6 +147,18 @@ TEST_F(Process_refusals, a_failed_input_leaves_nothing_and_the_others_are_proces
     EXPECT_EQ(line_count(together.output), 2U) << together.output;
     EXPECT_EQ(test_files::names_in(results()), all_files);
     std::printf("%zu refusals\n", cases.size());
+}
+
+TEST_F(Process_refusals, a_run_without_results_removes_the_folders_it_made_and_no_others) {
+    test_files::write(folder_ / "notes.txt", "no image");
+    std::filesystem::create_directory(folder_ / "old");
+    for (std::string const place : {"old", "old/new", "old/new/deeper"}) {
+        Outcome const outcome = process_with(
+            {in_folder("notes.txt")}, {"-o", in_folder(place), "--phase", "0", "--bit-depth", "8"});
+        expect_one_line(outcome, 1, "notes.txt: not a PNG");
+        EXPECT_TRUE(std::filesystem::exists(folder_ / "old")) << place;
+        EXPECT_TRUE(test_files::names_in(folder_ / "old").empty()) << place;
+    }
 }
 
 TEST_F(Process_refusals, a_file_that_vanishes_fails_alone) {
@@ -241,22 +253,20 @@ TEST_F(Process_refusals, a_recording_is_an_input_whichever_of_its_frames_is_take
     EXPECT_EQ(test_files::read(file), before);
 }
 
-// The bar shows after a tenth of a second; frames that fail are all there are.
+// However quick the run, the bar shows when the last frame is over, with all that failed counted.
 TEST_F(Process_refusals, failed_frames_count_in_the_progress_bar) {
     std::string const terminal = "/usr/bin/script";
     if (!std::filesystem::exists(terminal)) {
         GTEST_SKIP() << terminal << " is not installed";
     }
-    test_files::write(folder_ / "run.raw", std::string());
-    std::filesystem::resize_file(folder_ / "run.raw", std::uintmax_t{60} << 22); // no disk is used
+    test_files::write(folder_ / "run.raw", std::vector<std::uint8_t>(std::size_t{5} * 40 * 20));
     Outcome const outcome = program_run::run_command(
         {terminal, "-qec",
          "'" POLARIZE_PROGRAM "' process '" + in_folder("run.raw") + "' -o '" + results() +
-             "' --phase 0 --pixel-format Mono8 --width 2048 --height 2048 --jobs 1 "
-             "--region 0,0,2048,4096",
+             "' --phase 0 --pixel-format Mono8 --width 40 --height 20 --region 0,0,40,21",
          "/dev/null"});
     EXPECT_EQ(outcome.code, 1);
-    EXPECT_NE(outcome.output.find("/60 frames, 0 Mpixel/s"), std::string::npos)
+    EXPECT_NE(outcome.output.find("] 5/5 frames, 0 Mpixel/s"), std::string::npos)
         << outcome.output.substr(0, 300);
 }
 
@@ -278,13 +288,14 @@ TEST_F(Process_refusals, a_folder_that_cannot_be_made_or_written_is_refused) {
 
 // A limit on the size of files stands for a full disk: the float plane hits it, the others do not.
 TEST_F(Process_refusals, a_file_that_cannot_grow_leaves_nothing) {
-    test_files::write(folder_ / "large.png", encoded(pattern(400, 200, CV_8UC1), ".png"));
+    test_files::write(
+        folder_ / "large.png", encoded(cv::Mat(200, 400, CV_8UC1, cv::Scalar(100)), ".png"));
     Outcome const outcome = program_run::run_command(
         {"/bin/sh", "-c",
          "ulimit -f 400; exec '" POLARIZE_PROGRAM "' process '" + in_folder("large.png") +
              "' -o '" + results() + "' --phase 0 --bit-depth 8 --quiet"});
     expect_one_line(outcome, 1, "cannot be written");
-    EXPECT_TRUE(test_files::names_in(results()).empty());
+    EXPECT_FALSE(std::filesystem::exists(results()));
 }
 
 TEST_F(Process_refusals, a_full_disk_stops_the_run_and_leaves_whole_frames) {
@@ -319,6 +330,24 @@ TEST_F(Process_refusals, a_calibration_that_is_none_is_refused) {
             {good()}, {"-o", results(), "--bit-depth", "8", "--calibration", in_folder(name)});
         expect_one_line(outcome, 1, reason);
         EXPECT_FALSE(std::filesystem::exists(results()));
+    }
+}
+
+// Nobody writes into the pipe: a program that opens it hangs.
+TEST_F(Process_refusals, a_calibration_that_is_no_file_is_refused_at_once) {
+    ASSERT_EQ(mkfifo((folder_ / "pipe.json").c_str(), 0600), 0);
+    std::filesystem::create_directory(folder_ / "folder.json");
+    for (std::string const command : {"process", "report"}) {
+        for (auto const& [name, reason] :
+             {std::pair{"pipe.json", "it is no regular file"},
+              std::pair{"folder.json", "it is a folder"}}) {
+            program_run::Running_program program(
+                {POLARIZE_PROGRAM, command, good(), "-o", results(), "--bit-depth", "8",
+                 "--calibration", in_folder(name)});
+            ASSERT_TRUE(program.ends_within(std::chrono::seconds(60))) << command << name;
+            expect_one_line(program.wait(), 1, in_folder(name) + ": cannot be read: " + reason);
+            EXPECT_FALSE(std::filesystem::exists(results()));
+        }
     }
 }
 

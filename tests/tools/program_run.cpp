@@ -6,6 +6,7 @@
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace program_run {
@@ -61,6 +62,14 @@ Running_program::~Running_program() {
 bool Running_program::is_running() {
     has_ended_ = has_ended_ || waitpid(process_, &status_, WNOHANG) == process_;
     return !has_ended_;
+}
+
+bool Running_program::ends_within(std::chrono::seconds time) {
+    auto const deadline = std::chrono::steady_clock::now() + time;
+    while (is_running() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    return !is_running();
 }
 
 void Running_program::send(int signal) const {

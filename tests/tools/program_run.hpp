@@ -5,6 +5,7 @@
 
 #include "test_files.hpp"
 
+#include <chrono>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -28,6 +29,8 @@ public:
     Running_program& operator=(Running_program const&) = delete;
 
     bool is_running();
+    /// False if the program still runs after that time.
+    bool ends_within(std::chrono::seconds time);
     void send(int signal) const;
     Outcome wait();
 

@@ -2,6 +2,8 @@
 // What a browser shows of it is for report_browser_test.
 #include "program_run.hpp"
 #include "test_files.hpp"
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <gtest/gtest.h>
@@ -101,13 +103,43 @@ TEST_F(Report_command, a_folder_that_is_missing_is_made) {
     EXPECT_TRUE(std::filesystem::exists(deep));
 }
 
-TEST_F(Report_command, the_frame_is_never_replaced_by_its_page) {
+TEST_F(Report_command, no_file_that_was_read_is_replaced_by_the_page) {
+    namespace mrv = veldrane_mrv::polarization;
     std::string const frame = (folder_ / "a<b>&.png").string();
-    auto const before = test_files::read(frame);
-    Outcome const outcome =
-        run({"report", frame, "-o", frame, "--bit-depth", "8", "--phase", "0", "--overwrite"});
-    expect_refusal(outcome, 1, "is the frame itself");
-    EXPECT_EQ(test_files::read(frame), before);
+    std::string const dark = (folder_ / "dark.png").string();
+    std::string const calibration = (folder_ / "sensor.json").string();
+    std::string const link = (folder_ / "link.json").string();
+    test_files::write(dark, encoded(cv::Mat(20, 40, CV_8UC1, cv::Scalar(1)), ".png"));
+    test_files::write(
+        calibration, mrv::calibration_to_json(mrv::ideal_calibration(mrv::Mosaic::from_phase(0))));
+    std::filesystem::create_symlink(calibration, link);
+    std::string const hard_link = (folder_ / "same.json").string();
+    std::filesystem::create_hard_link(calibration, hard_link);
+    auto const names = test_files::names_in(folder_.path());
+    unsigned refused = 0;
+    for (std::string const& output : {frame, dark, calibration, link, hard_link}) {
+        auto const before = test_files::read(output);
+        Outcome const outcome = run(
+            {"report", frame, "-o", output, "--bit-depth", "8", "--dark", dark, "--calibration",
+             calibration, "--overwrite"});
+        expect_refusal(
+            outcome, 1, output + ": is an input and would be lost; choose another --output");
+        EXPECT_EQ(test_files::read(output), before);
+        EXPECT_EQ(test_files::names_in(folder_.path()), names);
+        ++refused;
+    }
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    std::printf("%u ways to lose a file\n", refused);
+}
+
+TEST_F(Report_command, a_folder_made_for_a_page_that_cannot_be_is_removed) {
+    std::string const frame = (folder_ / "none.png").string();
+    std::filesystem::create_directory(folder_ / "old");
+    auto const page = folder_.path() / "old" / "new" / "deeper" / "page.html";
+    expect_refusal(
+        run({"report", frame, "-o", page.string(), "--bit-depth", "8", "--phase", "0"}), 1,
+        "none.png");
+    EXPECT_TRUE(test_files::names_in(folder_ / "old").empty());
 }
 
 TEST_F(Report_command, what_cannot_be_is_one_line) {

@@ -1,4 +1,4 @@
-// Written files appear whole or not at all.
+// Written files appear whole or not at all, and folders made for them go if there are none.
 #include "staged_files.hpp"
 
 #include "failure.hpp"
@@ -110,13 +110,28 @@ TEST(Staged_files, a_folder_without_permission_takes_no_file_at_all) {
                      ": cannot be written: Permission denied; choose another folder with -o");
 }
 
-TEST(Staged_files, a_folder_below_a_file_is_refused) {
+TEST(Made_folder, below_a_file_is_refused) {
     Folder const folder;
     test_files::write(folder / "file", "x");
-    EXPECT_THROW(make_folder(folder / "file"), File_failure);
-    EXPECT_THROW(make_folder(folder / "file" / "deeper"), File_failure);
-    make_folder(folder / "new" / "deeper");
-    EXPECT_TRUE(std::filesystem::is_directory(folder / "new" / "deeper"));
+    EXPECT_THROW(Made_folder(folder / "file"), File_failure);
+    EXPECT_THROW(Made_folder(folder / "file" / "deeper"), File_failure);
+    EXPECT_EQ(test_files::names_in(folder.path()), std::vector<std::string>{"file"});
+}
+
+TEST(Made_folder, leaves_what_was_there_and_what_holds_a_file) {
+    Folder const folder;
+    std::filesystem::create_directory(folder / "old");
+    {
+        Made_folder const none(folder / "old");
+        Made_folder const unused(folder / "old" / "new" / "deeper");
+        EXPECT_TRUE(std::filesystem::is_directory(folder / "old" / "new" / "deeper"));
+        Made_folder const used(folder / "full" / "of" / "");
+        test_files::write(folder / "full" / "file", "x");
+        Made_folder const by_a_detour(folder / "there" / ".." / "back");
+    }
+    EXPECT_EQ(test_files::names_in(folder.path()), (std::vector<std::string>{"full", "old"}));
+    EXPECT_TRUE(test_files::names_in(folder / "old").empty());
+    EXPECT_EQ(test_files::names_in(folder / "full"), std::vector<std::string>{"file"});
 }
 
 } // namespace
