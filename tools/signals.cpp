@@ -5,8 +5,9 @@
 #include "messages.hpp"
 #include "staged_files.hpp"
 
+#include <cerrno>
 #include <csignal>
-#include <pthread.h>
+#include <semaphore.h>
 #include <system_error>
 #include <thread>
 #include <unistd.h>
@@ -14,52 +15,59 @@
 namespace polarize_tool {
 namespace {
 
-bool is_ignored(int signal) {
-    struct sigaction present = {};
-    return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+sem_t arrivals;
+
+// Runs in whatever thread the system chooses. To block signals for all but one is no way: libraries
+// start threads before main(), as those for linear algebra do.
+void count_arrival(int) {
+    int const error = errno;
+    sem_post(&arrivals);
+    errno = error;
 }
 
-int next_of(sigset_t const& signals) {
-    int signal = 0;
-    while (sigwait(&signals, &signal) != 0) {
+void wait_for_arrival() {
+    while (sem_wait(&arrivals) != 0) {
     }
-    return signal;
 }
 
-// Signals arrive here and nowhere else, as values: unlike a handler this thread may take a mutex,
-// and no system call of another thread is cut short.
-void wait_for(sigset_t const& signals) {
-    next_of(signals);
+// A thread of its own: unlike the handler it may take a mutex.
+void serve_arrivals() {
+    wait_for_arrival();
     request_interruption();
-    next_of(signals);
+    wait_for_arrival();
     remove_staged_files();
     complain_at_once(Interrupted().what());
     _exit(interrupted);
 }
 
+bool is_ignored(int signal) {
+    struct sigaction present = {};
+    return sigaction(signal, nullptr, &present) == 0 && present.sa_handler == SIG_IGN;
+}
+
 } // namespace
 
 void catch_interruptions() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
-        if (signal == SIGHUP && is_ignored(signal)) {
-            continue; // nohup starts a program that is to outlive its terminal
-        }
-        std::signal(signal, SIG_DFL); // an ignored signal need not reach sigwait()
-        sigaddset(&signals, signal);
-    }
-    // All threads started from now on inherit the mask.
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    try {
-        std::thread(wait_for, signals).detach();
-    } catch (std::system_error const&) {
-        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr); // better to end untidily than not at all
-    }
     // A full limit on file sizes and a reader that has gone away are reported by write() like a
     // full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
+    sem_init(&arrivals, 0, 0);
+    try {
+        std::thread(serve_arrivals).detach();
+    } catch (std::system_error const&) {
+        return; // better to end untidily than not at all
+    }
+    struct sigaction action = {};
+    action.sa_handler = count_arrival;
+    // No system call of a thread that works is cut short.
+    action.sa_flags = SA_RESTART;
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+        if (signal == SIGHUP && is_ignored(signal)) {
+            continue; // nohup starts a program that is to outlive its terminal
+        }
+        sigaction(signal, &action, nullptr);
+    }
 }
 
 } // namespace polarize_tool

@@ -249,18 +249,22 @@ def test_an_interrupt_ends_a_long_call_between_frames():
 import numpy as np, os, signal, sys, threading, time
 import veldrane_polarization as vp
 raw = np.zeros((400, 512, 1024), np.uint16)
-out = {"dolp": np.full_like(raw, 7)}
-threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
-try:
-    while True:
-        out["dolp"][-1] = 7
-        vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out, threads=2)
-except KeyboardInterrupt:
-    print("interrupted", int((out["dolp"][-1] == 7).all()))
+out = {"dolp": np.empty_like(raw)}
+for _ in range(20):
+    # Sometimes it comes just before a call's end, which it then does not cut short.
+    threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
+    try:
+        while True:
+            out["dolp"][-1] = 7
+            vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out,
+                       threads=2)
+    except KeyboardInterrupt:
+        if (out["dolp"][-1] == 7).all():
+            sys.exit("cut short")
 """
     done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True,
-                          timeout=120)
-    assert done.stdout == "interrupted 1\n", done.stderr
+                          timeout=240)
+    assert done.stderr == "cut short\n"
 
 
 def test_results_travel_to_other_processes():
