@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import signal
 
 import hypothesis
 import pytest
@@ -14,6 +15,17 @@ hypothesis.settings.register_profile(
 hypothesis.settings.register_profile(
     "long", parent=hypothesis.settings.get_profile("ordinary"), max_examples=3000
 )
+
+
+@pytest.fixture(autouse=True)
+def signals_as_in_a_terminal():
+    """Whoever started the tests may ignore signals, as nohup does; programs would inherit that."""
+    before = {number: signal.getsignal(number) for number in (signal.SIGINT, signal.SIGHUP)}
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)
+    yield
+    for number, handler in before.items():
+        signal.signal(number, handler)
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
