@@ -5,7 +5,7 @@
 # camera with imperfect analysers, calibrates it, processes a frame of a scene and plots the result.
 # With real frames, leave out what is simulated.
 #
-# usage: example.py [FOLDER]     pictures go to FOLDER, by default the present one
+# usage: polarization_notebook.py [FOLDER]     pictures go to FOLDER, by default the present one
 
 # %%
 import sys
@@ -21,6 +21,7 @@ from veldrane_polarization.datasets import to_dataset
 LAYOUT = (90, 45, 135, 0)
 BIT_DEPTH = 12
 folder = Path(sys.argv[1] if len(sys.argv) > 1 else ".")
+folder.mkdir(parents=True, exist_ok=True)
 
 # %% [markdown]
 # ## Simulate
