@@ -131,9 +131,10 @@ def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
     try:
         resource_tracker.ensure_running()
         signal.pthread_sigmask(signal.SIG_BLOCK, signals)
+        # It serves pages in any case, without an address on a port for all, which may be taken.
         local = LocalCluster(
             n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
-            dashboard_address=None, silence_logs=logging.CRITICAL,
+            dashboard_address="127.0.0.1:0", silence_logs=logging.CRITICAL,
         )
     finally:
         signal.pthread_sigmask(signal.SIG_SETMASK, before)
