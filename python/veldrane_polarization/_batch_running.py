@@ -39,6 +39,16 @@ class Interruption(BaseException):
     """Ctrl-C, the system's request to end, or a terminal that closes."""
 
 
+# What a handler raises is lost where it falls into a finaliser; the event stays.
+_interrupted = threading.Event()
+
+
+def raise_if_interrupted() -> None:
+    """Whatever became of the exception of a signal."""
+    if _interrupted.is_set():
+        raise Interruption
+
+
 @contextlib.contextmanager
 def interruptible() -> Iterator[None]:
     """The first signal raises Interruption; more of them leave the clearing up alone."""
@@ -53,14 +63,22 @@ def interruptible() -> Iterator[None]:
     def interrupt(number: int, frame: Any) -> None:
         for each in numbers:
             signal.signal(each, signal.SIG_IGN)
+        _interrupted.set()
         raise Interruption
 
+    def tell_lost(lost: Any) -> None:
+        if not issubclass(lost.exc_type, Interruption):
+            before_lost(lost)
+
+    _interrupted.clear()
+    before_lost, sys.unraisablehook = sys.unraisablehook, tell_lost
     before = {number: signal.signal(number, interrupt) for number in numbers}
     try:
         yield
     finally:
         for number, handler in before.items():
             signal.signal(number, handler)
+        sys.unraisablehook = before_lost
 
 
 @dataclass
@@ -244,6 +262,7 @@ class Run:
 
     def _next_ended(self) -> Any:
         while True:
+            raise_if_interrupted()
             try:
                 return self._ended.get(timeout=min(_STEP_SECONDS, self._patience))
             except queue.Empty:

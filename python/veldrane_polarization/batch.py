@@ -187,6 +187,7 @@ def _process(
 ) -> None:
     with _batch_running.cluster(line.scheduler, line.workers) as client:
         threads = _batch_running.check_workers(client, line.patience)
+        _batch_running.raise_if_interrupted()
         report.start()
         work = _batch_running.Run(client, recording, output, settings, report, line.patience)
         work.process(frames, 4 * threads)

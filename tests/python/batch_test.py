@@ -3,6 +3,8 @@
 from __future__ import annotations
 
 import contextlib
+import os
+import signal
 import socket
 
 import numpy as np
@@ -43,6 +45,22 @@ def test_a_recording_in_each_kind_of_input_gives_the_same(tmp_path):
                                     "--workers", 1)
     assert code == 0 and "5 frames done" in printed and not errors, errors
     assert assert_equal(tmp_path / "out.zarr", frames, signed=True) == 5
+
+
+def test_a_signal_that_falls_into_a_finaliser_is_not_lost(capfd):
+    class Ending:
+        def __del__(self):
+            os.kill(os.getpid(), signal.SIGTERM)
+
+    with _batch_running.interruptible():
+        _batch_running.raise_if_interrupted()
+        ending = Ending()
+        del ending
+        with pytest.raises(_batch_running.Interruption):
+            _batch_running.raise_if_interrupted()
+    assert capfd.readouterr().err == ""
+    with _batch_running.interruptible():
+        _batch_running.raise_if_interrupted()
 
 
 def test_failures_are_listed_by_frame_and_the_rest_is_done(tmp_path):
