@@ -91,6 +91,7 @@ class Report:
     failures: dict[int, str] = field(default_factory=dict)
     _begin: Optional[float] = None
     _seconds: float = 0.0
+    _longest: int = 0
 
     @property
     def done(self) -> int:
@@ -116,13 +117,14 @@ class Report:
         rate = self.handled / max(self.seconds, 1e-9)
         left = (self.frames - self.handled) / max(rate, 1e-9)
         bar = "#" * int(30 * self.handled / self.frames)
-        print(
-            f"\r[{bar:<30}] {self.handled}/{self.frames} frames, {rate:.1f} a second, {left:.0f} s "
-            "left ",
-            end="",
-            file=sys.stderr,
-            flush=True,
+        failed = f", {len(self.failures)} failed" if self.failures else ""
+        line = (
+            f"[{bar:<30}] {self.handled}/{self.frames} frames{failed}, {rate:.1f} a second, "
+            f"{left:.0f} s left"
         )
+        # A shorter line leaves nothing of the longer one before it.
+        print(f"\r{line:<{self._longest}}", end="", file=sys.stderr, flush=True)
+        self._longest = max(self._longest, len(line))
 
 
 @contextlib.contextmanager

@@ -5,8 +5,10 @@ from __future__ import annotations
 import contextlib
 import json
 import os
+import re
 import subprocess
 import sys
+import threading
 import time
 
 import numpy as np
@@ -25,6 +27,36 @@ def command(*arguments):
 def run(*arguments):
     done = subprocess.run(command(*arguments), capture_output=True, text=True, timeout=300)
     return done.returncode, done.stdout, done.stderr
+
+
+class Watched_run:
+    """The command on a terminal, where its progress tells which frames it knows the fate of."""
+
+    def __init__(self, *arguments, **more):
+        master, slave = os.openpty()
+        self.process = subprocess.Popen(
+            command(*arguments), stdout=subprocess.PIPE, stderr=slave, text=True, **more)
+        os.close(slave)
+        self._seen = bytearray()
+        self._reader = threading.Thread(target=self._read, args=(master,), daemon=True)
+        self._reader.start()
+
+    def _read(self, master):
+        with open(master, "rb", buffering=0) as terminal, contextlib.suppress(OSError):
+            while part := terminal.read(4096):  # an error where nobody writes any more
+                self._seen += part
+
+    def progress(self):
+        """Frames handled and frames failed, in the last whole line of progress."""
+        found = re.findall(rb"\] (\d+)/\d+ frames(?:, (\d+) failed)?, .* s left", self._seen.replace(b"\r", b"\n"))
+        return (int(found[-1][0]), int(found[-1][1] or 0)) if found else (0, 0)
+
+    def ended(self):
+        """Exit code, what was printed, and the lines of errors behind the progress."""
+        printed, _ = self.process.communicate(timeout=60)
+        self._reader.join(60)
+        errors = bytes(self._seen).decode().replace("\r\n", "\n")
+        return self.process.returncode, printed, re.sub(r"^(\r\[[^\r\n]*)+\n", "", errors)
 
 
 def options(*more):

@@ -10,6 +10,7 @@ import time
 import pytest
 import zarr
 from batch_support import (
+    Watched_run,
     assert_equal,
     command,
     completed,
@@ -94,14 +95,20 @@ def test_a_killed_client_goes_on_where_it_ended(cluster, paths, capsys):
               f"{printed.strip()}")
 
 
+def knows_of_a_failure(client):
+    """A worker that starts late may hold the frame that fails while the other one does a hundred."""
+    handled, failed = client.progress()
+    return handled >= 20 and failed == 1
+
+
 def lost(client, out, parts, patience_line):
     """Kill parts of the cluster in the middle, and see how the client ends."""
-    wait_until(lambda: completed(out) >= 20)
+    wait_until(lambda: knows_of_a_failure(client))
     for part in parts:
         part.kill()
-    printed, errors = client.communicate(timeout=60)
+    code, printed, errors = client.ended()
     lines = errors.splitlines()
-    assert client.returncode == 1
+    assert code == 1
     assert " not finished, " in printed and "1 failed" in printed, printed
     assert len(lines) == 2 and "in.zarr frame 1: " in lines[0], errors
     assert patience_line in lines[1] and "the same command goes on from here" in lines[1]
@@ -114,7 +121,7 @@ def test_a_cluster_without_workers_ends_the_run_with_a_line(cluster, paths):
     address, _, workers = cluster
     frames, source, out = paths
     (source / "1.0.0").unlink()
-    client = started(source, out, *options("--scheduler", address, "--patience", 3))
+    client = Watched_run(source, out, *options("--scheduler", address, "--patience", 3))
     lost(client, out, workers, "the cluster has had no worker for 3 s")
 
 
@@ -123,7 +130,7 @@ def test_a_scheduler_that_dies_ends_the_run_with_a_line(cluster, paths, tmp_path
     frames, source, out = paths
     chunk = (source / "1.0.0").read_bytes()
     (source / "1.0.0").unlink()
-    client = started(source, out, *options("--scheduler", address))
+    client = Watched_run(source, out, *options("--scheduler", address))
     done = lost(client, out, [scheduler], "the scheduler has gone")
     (source / "1.0.0").write_bytes(chunk)
     code, printed, errors = run(source, out, *options("--workers", 2))
@@ -141,16 +148,16 @@ def test_an_interrupted_run_tells_what_has_failed_and_goes_on_later(paths, numbe
     chunk = (source / "1.0.0").read_bytes()
     (source / "1.0.0").unlink()
     line = (source, out, *options("--workers", 2))
-    client = started(*line, start_new_session=True)
-    wait_until(lambda: completed(out) >= 20)
-    (os.killpg if to_all else os.kill)(client.pid, number)
-    printed, errors = client.communicate(timeout=60)
+    client = Watched_run(*line, start_new_session=True)
+    wait_until(lambda: knows_of_a_failure(client))
+    (os.killpg if to_all else os.kill)(client.process.pid, number)
+    code, printed, errors = client.ended()
     lines = errors.splitlines()
-    assert client.returncode == 130, errors
+    assert code == 130, errors
     assert len(lines) == 2 and "in.zarr frame 1: " in lines[0], errors
     assert lines[1] == "error: interrupted; the same command goes on from here"
     assert " not finished, " in printed and "1 failed" in printed
-    wait_until(lambda: not group_is_there(client.pid), 10)
+    wait_until(lambda: not group_is_there(client.process.pid), 10)
     (source / "1.0.0").write_bytes(chunk)
     code, printed, errors = run(*line)
     assert code == 0 and not errors and int(printed.split(" skipped")[0].split()[-1]) >= 19
