@@ -1,9 +1,9 @@
-#include "build_identification.hpp"
 #include "commands.hpp"
 #include "failure.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
 #include "signals.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -54,7 +54,7 @@ public:
 
 std::string version_text() {
     return "veldrane-polarize " VELDRANE_VERSION "\nprocessor: " +
-           polarize_tool::processor_identification();
+           veldrane_mrv::polarization::processor_identification();
 }
 
 // The help or the version, which the parser reports like errors.

@@ -1,4 +1,3 @@
-#include "build_identification.hpp"
 #include "commands.hpp"
 #include "failure.hpp"
 #include "frame_preparation.hpp"
@@ -11,6 +10,7 @@
 #include "staged_files.hpp"
 #include "transform_settings.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
@@ -116,7 +116,7 @@ Rows settings_rows(
         rows.emplace_back("Calibration", line.calibration_file.string());
     }
     rows.emplace_back("Full scale of the planes", std::to_string(settings.scale.full_scale()));
-    rows.emplace_back("Software", processor_identification());
+    rows.emplace_back("Software", polarization::processor_identification());
     rows.emplace_back("Made", polarization::current_time());
     return rows;
 }

@@ -1,6 +1,6 @@
 #include "sidecar.hpp"
 
-#include "build_identification.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
 
 #include <array>
 #include <nlohmann/json.hpp>
@@ -166,7 +166,7 @@ std::string sidecar(
         {"software",
          {{"name", "veldrane-polarize"},
           {"version", polarization::software_version()},
-          {"processor", processor_identification()}}}};
+          {"processor", polarization::processor_identification()}}}};
     // File names need not be UTF-8.
     return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
 }

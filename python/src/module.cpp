@@ -1,5 +1,6 @@
 #include "bindings.hpp"
 
+#include "veldrane_mrv/polarization/build_identification.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
@@ -63,6 +64,7 @@ PYBIND11_MODULE(_native, module) {
     module.doc() = "What the package veldrane_polarization does in C++.";
     pybind11::register_exception_translator(&translate_file_error);
     module.def("software_version", [] { return std::string{mrv::software_version()}; });
+    module.def("processor_identification", &mrv::processor_identification);
     module.def("whole_number", &veldrane_python::whole_number);
     module.def("phase_of_text", [](std::string const& layout) {
         return mrv::Mosaic::parse(layout).phase();

@@ -17,12 +17,14 @@ import numpy as np
 from . import _arguments, datasets
 from ._arguments import Array
 from ._batch_settings import Settings
-from ._native import software_version
+from ._native import processor_identification, software_version
 from ._recordings import Recording, blosc_sizes
 
 COMPLETE = "complete"
 _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
+# The same version gives the same bits, whenever and from whichever commit it was built.
+_MAY_DIFFER = ("calibration.file", "software.processor", "state")
 
 
 class Output_error(ValueError):
@@ -65,7 +67,7 @@ def _key(index: int, dimensions: int) -> str:
 
 
 def attributes_of(settings: Settings, recording: Recording, compression: str) -> dict[str, Any]:
-    """Of the group. Whoever goes on with a run must have all but the calibration's file alike."""
+    """Of the group. Whoever goes on with a run must have all alike but what _MAY_DIFFER names."""
     empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
     calibration = settings.calibration
     attributes: dict[str, Any] = {
@@ -78,7 +80,11 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
         "sense": "counter-clockwise on a picture whose row 0 is at the top",
         "calibration": "ideal analysers",
         "source": {**recording.description(), "shift": 0, "dark_frame_subtracted": False},
-        "software": {"name": "veldrane_polarization", "version": software_version()},
+        "software": {
+            "name": "veldrane_polarization",
+            "version": software_version(),
+            "processor": processor_identification(),
+        },
     }
     if calibration is not None:
         attributes["calibration"] = {
@@ -147,7 +153,7 @@ def _attributes_in(path: Path) -> Optional[dict[str, Any]]:
 def _check_same(path: Path, found: dict[str, Any], wanted: dict[str, Any]) -> None:
     before, now = dict(_flat(found)), dict(_flat(wanted))
     for key in now | before:
-        if key in ("calibration.file", "state") or before.get(key) == now.get(key):
+        if key in _MAY_DIFFER or before.get(key) == now.get(key):
             continue
         if key.startswith("calibration"):
             difference = "another calibration"

@@ -150,6 +150,16 @@ def test_bare_samples_that_changed_are_refused(tmp_path):
         prepare(out, settings(), raw_recording(tmp_path))
 
 
+def test_another_build_of_the_same_version_goes_on(tmp_path, recording, monkeypatch):
+    out = output(tmp_path / "out.zarr")
+    prepare(out, settings(), recording)
+    monkeypatch.setattr(_batch_output, "processor_identification", lambda: "Version = of yesterday")
+    prepare(out, settings(), recording)
+    monkeypatch.setattr(_batch_output, "software_version", lambda: "0.9.0.0")
+    with pytest.raises(Output_error, match="software.version"):
+        prepare(out, settings(), recording)
+
+
 def test_a_folder_of_other_names_is_refused_and_mended_files_are_not(tmp_path):
     folder = tmp_path / "in"
     folder.mkdir()

@@ -1,4 +1,4 @@
-#include "build_identification.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
 
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string_view>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 namespace {
 
 // The library keeps its identification in its data for tools that search files, and exports no
@@ -40,4 +40,4 @@ std::string const& processor_identification() {
     return identification;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization
