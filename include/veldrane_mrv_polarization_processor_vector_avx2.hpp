@@ -149,10 +149,10 @@ extern "C" {
 /// once before the first frame; the transform works without it. Thread-safe; the logging library
 /// must not call back into it or into terminate.
 /// @return 0
-/// @throw std::system_error with the lock's error number if the lock cannot be taken,
-/// std::bad_alloc
-///        if memory fails, and whatever the logging library's mrv_get_log throws; the count of
-///        references is unchanged then
+/// @throw std::system_error with the lock's error number if the lock cannot be taken
+/// @throw std::bad_alloc if memory fails
+/// @throw ... whatever the logging library's mrv_get_log throws
+/// The count of references is unchanged then.
 __attribute__((visibility("default"))) int
 qn_polarization_processor_vector_avx2_module_initialize();
 

@@ -45,7 +45,7 @@ struct Frame_failure {
 };
 
 /// Frames are numbered from 0 in the order of reading. A frame that was read, or being read, when
-/// the pipeline stopped is in neither list unless its writing had begun.
+/// the pipeline stopped is in neither list unless it failed or its writing had begun.
 struct Pipeline_result {
     std::vector<std::size_t> done;
     std::vector<Frame_failure> failed;
@@ -72,8 +72,7 @@ Pipeline_result run_stages(Pipeline_options const& options, Pipeline_stages cons
 ///
 /// - `make_slot()` gives a slot: frame, planes, workspace. Called `frames_in_flight` times, first.
 /// - `read(index, slot)` fills the slot and returns true, or false after the last frame. One call
-/// at
-///   a time, in order.
+///   at a time, in order.
 /// - `work(index, slot)` runs for several frames at once, for each slot one call at a time.
 /// - `write(index, slot)` runs one call at a time, in order.
 ///

@@ -9,10 +9,9 @@
 ///   Mono16                   two bytes, the lower first
 ///   Mono10p Mono12p          bits without a gap, each sample's lowest bit first, the first sample
 ///                            in the lowest bits of the first byte
-///   Mono10Packed             three bytes for two samples: bits 9 to 2 of the first; bits 1 and 0
-///   of
-///                            the second times 16, plus bits 1 and 0 of the first; bits 9 to 2 of
-///                            the second
+///   Mono10Packed             three bytes for two samples: bits 9 to 2 of the first sample; 16
+///                            times bits 1 and 0 of the second plus bits 1 and 0 of the first;
+///                            bits 9 to 2 of the second
 ///   Mono12Packed             the same with bits 11 to 4 and bits 3 to 0
 ///
 /// Every row begins at a whole byte; an odd sample at the end of a packed row takes the bytes that
@@ -83,8 +82,7 @@ void unpack_frame(
 
 /// The way back of `unpack_row`: fills the bytes of one row. Unused bits of the last byte become 0;
 /// bytes beyond the row keep their contents.
-/// @throw Argument_error if a sample is too large for the format or `row` too short; nothing has
-/// been
+/// @throw Argument_error if a sample is too large for the format or `row` too short; nothing is
 ///        written then
 void pack_row(
     Pixel_format format, std::span<std::uint16_t const> samples, std::span<std::byte> row);
