@@ -19,6 +19,8 @@ INSTANCES = {
     "leaves without an output": 32,
     "generators": 504,
     "rows of quartets": 252,
+    "vector bodies": 504,
+    "vector bodies without ratios": 248,
 }
 
 
@@ -60,6 +62,10 @@ def wants_normalized_stokes(name):
     return flags_of(name)[1]
 
 
+def is_blocks_without_ratios(name):
+    return is_blocks(name) and not wants_normalized_stokes(name)
+
+
 # --- Rules for one function: each yields what is wrong.
 
 
@@ -90,7 +96,7 @@ def loops_of(instructions):
 def block_loop_divides_only_for_ratios(name, instructions):
     """A division takes as long as a dozen multiplications; only the float plane's are defined as
     divisions."""
-    if is_blocks(name) and not wants_normalized_stokes(name):
+    if is_blocks_without_ratios(name):
         for loop in loops_of(instructions):
             for instruction in loop:
                 if re.match(r"v?div[ps]s$", instruction.mnemonic):
@@ -165,6 +171,8 @@ def instances_in(functions):
         "leaves without an output": sum(map(is_empty_leaf, whole)),
         "generators": sum(map(is_generator, whole)),
         "rows of quartets": sum(map(is_row, whole)),
+        "vector bodies": sum(map(is_blocks, whole)),
+        "vector bodies without ratios": sum(map(is_blocks_without_ratios, whole)),
     }
 
 
@@ -176,7 +184,13 @@ def every_instance_is_there(functions):
 
 # --- Rules for the module's objects, which run on any x86-64.
 
-VEX_ENCODED = re.compile(r"v(?!er[rw]|m)\w+|andn|bextr|bls\w+|bzhi|mulx|pdep|pext|rorx|s[ah][lr]x")
+# Privileged and virtual-machine instructions begin with a v as well, and are no vector code.
+SYSTEM_INSTRUCTION = (
+    "er[rw]|m(?:call|clear|func|launch|load|mcall|ptrld|ptrst|read|resume|run|save|write|xoff|xon)"
+)
+VEX_ENCODED = re.compile(
+    rf"v(?!(?:{SYSTEM_INSTRUCTION})$)\w+|andn|bextr|bls\w+|bzhi|mulx|pdep|pext|rorx|s[ah][lr]x"
+)
 
 
 def runs_on_any_processor(name, lines):
