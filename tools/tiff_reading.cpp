@@ -109,24 +109,34 @@ struct Tiff_file::Handle {
     Tiff_pointer image;
 };
 
-Tiff_file::Tiff_file(std::filesystem::path const& file) {
+Tiff_file::Tiff_file(std::filesystem::path const& file)
+    : file_(file), handle_(std::make_unique<Handle>(Handle{Tiff_pointer(nullptr, &TIFFClose)})) {
     keep_libtiff_quiet();
-    Tiff_pointer image(TIFFOpen(file.c_str(), "r"), &TIFFClose);
-    if (image == nullptr) {
+    if (!reopen()) {
         throw File_failure(file, damaged_image);
     }
-    handle_ = std::make_unique<Handle>(Handle{std::move(image)});
 }
 
 Tiff_file::~Tiff_file() = default;
 
+bool Tiff_file::reopen() {
+    handle_->image.reset(TIFFOpen(file_.c_str(), "r"));
+    return handle_->image != nullptr;
+}
+
 Tiff_file::Pages Tiff_file::pages() {
+    if (handle_->image == nullptr && !reopen()) {
+        return {0, false};
+    }
     errors = 0;
     auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(handle_->image.get()));
     return {count, errors == 0};
 }
 
-std::string Tiff_file::read(std::size_t page, Frame& frame) {
+bool Tiff_file::find(std::size_t page) {
+    if (handle_->image == nullptr && !reopen()) {
+        return false;
+    }
     TIFF* const image = handle_->image.get();
     // The next picture is found at once, any other by the list from its start.
     bool const is_current = TIFFCurrentDirectory(image) == page;
@@ -134,7 +144,15 @@ std::string Tiff_file::read(std::size_t page, Frame& frame) {
     bool const found =
         is_current || (is_next ? TIFFReadDirectory(image) != 0
                                : TIFFSetDirectory(image, static_cast<tdir_t>(page)) != 0);
-    return found ? read_picture(image, frame) : damaged_image;
+    if (!found) {
+        // libtiff is left between two pictures, and would give one for another.
+        handle_->image.reset();
+    }
+    return found;
+}
+
+std::string Tiff_file::read(std::size_t page, Frame& frame) {
+    return find(page) ? read_picture(handle_->image.get(), frame) : damaged_image;
 }
 
 } // namespace polarize_tool

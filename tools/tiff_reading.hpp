@@ -45,6 +45,10 @@ public:
 
 private:
     struct Handle;
+    bool reopen();
+    bool find(std::size_t page);
+
+    std::filesystem::path file_;
     std::unique_ptr<Handle> handle_;
 };
 

@@ -1,5 +1,7 @@
 #include "json_lines.hpp"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
 
 namespace veldrane_mrv::polarization {
@@ -7,10 +9,25 @@ namespace {
 
 using Predicate = std::function<bool(std::string_view, int)>;
 
+// The parser passes over it too.
+constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+
+// Paths name keys as the parser's tree does, however the file spells them.
+std::string unescaped(std::string_view key) {
+    std::string const text{key};
+    if (text.find('\\') == std::string::npos) {
+        return text;
+    }
+    auto const decoded = nlohmann::json::parse('"' + text + '"', nullptr, false);
+    return decoded.is_string() ? decoded.get<std::string>() : text;
+}
+
 class Scanner {
 public:
     explicit Scanner(std::string_view text, Predicate const& is_wanted = {})
-        : text_{text}, is_wanted_{is_wanted} {}
+        : text_{text}, is_wanted_{is_wanted}, at_{text.starts_with(byte_order_mark)
+                                                      ? byte_order_mark.size()
+                                                      : 0} {}
 
     Json_lines scan() {
         value({}, 0);
@@ -76,7 +93,7 @@ private:
             }
             std::string key = std::to_string(index);
             if (object) {
-                key = string();
+                key = unescaped(string());
                 next();
                 ++at_; // the colon
             }
@@ -84,7 +101,7 @@ private:
         }
     }
 
-    // The string's text as it stands; keys of this system hold no escapes.
+    // The string's text as it stands, with its escapes.
     std::string string() {
         std::size_t const begin = std::min(++at_, text_.size());
         while (at_ < text_.size() && text_[at_] != '"') {
@@ -98,7 +115,7 @@ private:
     std::string_view text_;
     Predicate is_wanted_;
     Json_place place_{0, {}};
-    std::size_t at_ = 0;
+    std::size_t at_;
     std::size_t line_ = 1;
     Json_lines found_;
 };

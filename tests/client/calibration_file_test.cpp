@@ -267,5 +267,33 @@ TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with
     EXPECT_EQ(alone.key, "");
 }
 
+TEST_F(Calibration_file, refusals_keep_line_and_key_behind_a_byte_order_mark) {
+    std::string const mark = "\xEF\xBB\xBF";
+    Calibration const calibration = some_calibration(3);
+    std::string const text = calibration_to_json(calibration);
+    EXPECT_EQ(calibration_from_json(mark + text, "text"), calibration);
+    for (std::string const number : {"true", "1e999"}) {
+        Refusal const refusal = refusal_of(mark + changed(text, "66.1", number));
+        EXPECT_EQ(refusal.key, "analysers/1/dark_level") << refusal.what;
+        EXPECT_EQ(refusal.line, line_of(text, "66.1")) << refusal.what;
+    }
+    Refusal const twice = refusal_of(mark + changed(text, "\"time\"", "\"sensor\""));
+    EXPECT_EQ(twice.key, "provenance/sensor") << twice.what;
+    EXPECT_NE(twice.what.find("twice"), std::string::npos) << twice.what;
+}
+
+TEST_F(Calibration_file, a_key_spelled_with_escapes_is_the_key_that_it_names) {
+    Calibration const calibration = some_calibration(3);
+    std::string const text = calibration_to_json(calibration);
+    std::string const escaped = changed(text, "\"time\"", "\"t\\u0069me\"");
+    EXPECT_EQ(calibration_from_json(escaped, "text"), calibration);
+    Refusal const value = refusal_of(changed(escaped, "\"2026-01-31T12:00:00Z\"", "7"));
+    EXPECT_EQ(value.key, "provenance/time") << value.what;
+    EXPECT_EQ(value.line, line_of(text, "\"time\"")) << value.what;
+    Refusal const twice = refusal_of(changed(escaped, "\"sensor\"", "\"time\""));
+    EXPECT_EQ(twice.key, "provenance/time") << twice.what;
+    EXPECT_NE(twice.what.find("twice"), std::string::npos) << twice.what;
+}
+
 } // namespace
 } // namespace client_test

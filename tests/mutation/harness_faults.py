@@ -1,5 +1,5 @@
 """Faults of the test harness itself: each would let a faulty library pass. The tests of
-tests/support have to notice every one."""
+tests/support and of the plain call in tests/reduced have to notice every one."""
 
 from dataclasses import dataclass
 
@@ -12,7 +12,7 @@ PROGRAM = "support_test"
 @dataclass(frozen=True)
 class Fault:
     what: str
-    file: str
+    file: str  # seen from tests/support
     old: str
     new: str
 
@@ -119,6 +119,23 @@ FAULTS = [
           "Random_stream random{seed * 0};"),
     Fault("extremes are all zero", "samples.cpp", "random.below(2) == 0 ?",
           "random.below(2) < 2 ?"),
+    Fault("a plain call equals the reference whatever differs", "../reduced/plain_call.cpp",
+          "if (auto const difference = expected.difference_from(actual, scene)) {",
+          "if (auto const difference = expected.difference_from(expected, scene)) {"),
+    Fault("a plain call's float plane is left out", "../reduced/plain_call.cpp",
+          "if (scene.wanted.has(plane)) {\n            auto const difference",
+          "if (scene.wanted.has(plane) && plane != Plane::normalized_stokes) {\n"
+          "            auto const difference"),
+    Fault("a plain call's last plane is left out", "../reduced/plain_call.cpp",
+          "if (scene.wanted.has(plane)) {\n            auto const difference",
+          "if (scene.wanted.has(plane) && plane != Plane::dolp) {\n"
+          "            auto const difference"),
+    Fault("half of a plain call's planes is compared", "../reduced/plain_call.cpp",
+          "integer_planes_[index].get(), pixels}", "integer_planes_[index].get(), pixels / 2}"),
+    Fault("the result of a plain call is not checked", "../reduced/plain_call.cpp",
+          "if (result != 0)", "if (result > 65535)"),
+    Fault("a plain call takes any NaN for another", "../reduced/plain_call.cpp",
+          ": support::Nan_rule::exact_bits", ": support::Nan_rule::any_nan_is_equal"),
 ]
 
 

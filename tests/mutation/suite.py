@@ -54,8 +54,9 @@ class Suite:
         # With the files' times, so that only what was edited is compiled again.
         shutil.copytree(project, self.tree, ignore=NOT_COPIED)
         # The last run may have left objects with a fault behind, newer than the files.
-        for file in (self.tree / "tests" / "support").iterdir():
-            file.touch()
+        for folder in ("support", "reduced"):
+            for file in (self.tree / "tests" / folder).iterdir():
+                file.touch()
 
     def configure(self, compiler):
         command = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja"]

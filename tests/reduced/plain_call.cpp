@@ -75,14 +75,13 @@ std::optional<support::Difference> Plain_planes::difference_from(
     return std::nullopt;
 }
 
-bool equals_the_reference(Scene const& scene) {
+bool equals_the_reference(Scene const& scene, Transform transform) {
     Plain_matrices const matrices(scene.matrices);
     Plain_planes const expected(scene);
     Plain_planes const actual(scene);
     std::uint16_t const* const samples = scene.samples.data();
     reference::transform(expected.arguments(scene, samples), matrices.references());
-    int const result = qn_polarization_processor_transform_vector_avx2(
-        actual.arguments(scene, samples), matrices.references());
+    int const result = transform(actual.arguments(scene, samples), matrices.references());
     if (result != 0) {
         std::fprintf(stderr, "returned %d: %s\n", result, describe(scene).c_str());
         return false;

@@ -54,9 +54,13 @@ private:
     std::array<std::unique_ptr<std::uint16_t[]>, 5> integer_planes_;
 };
 
-/// Calls the library and the reference and compares their planes.
+using Transform = int (*)(Polarization_computation_arguments const&, Calibration_matrices const&);
+
+/// Calls the library, or what stands in for it, and the reference and compares their planes.
 /// @return false after a line on standard error if anything differs
-bool equals_the_reference(support::Scene const& scene);
+bool equals_the_reference(
+    support::Scene const& scene,
+    Transform transform = &qn_polarization_processor_transform_vector_avx2);
 
 } // namespace reduced
 

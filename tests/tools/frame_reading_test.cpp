@@ -5,6 +5,7 @@
 #include "test_files.hpp"
 
 #include <gtest/gtest.h>
+#include <iostream>
 #include <opencv2/imgcodecs.hpp>
 
 namespace {
@@ -248,6 +249,73 @@ TEST_F(Frame_reading, nothing_is_written_to_standard_error) {
     EXPECT_NE(refusal(damaged), "not refused");
     std::fprintf(stderr, "restored");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "restored");
+}
+
+/// An 8-bit TIFF of one page for each width, two rows high, each sample the width of its page. The
+/// directory of a page of width 0 is empty, as that of no picture is.
+std::vector<std::uint8_t> pages_of(std::vector<std::uint32_t> const& widths) {
+    std::vector<std::uint8_t> file{'I', 'I', '*', 0};
+    auto const put = [&](std::uint32_t value, std::size_t bytes) {
+        for (std::size_t byte = 0; byte < bytes; ++byte) {
+            file.push_back(static_cast<std::uint8_t>(value >> 8 * byte));
+        }
+    };
+    auto const tag = [&](std::uint32_t name, std::uint32_t count, std::uint32_t value) {
+        put(name, 2);
+        put(4, 2); // a number of 32 bits
+        put(count, 4);
+        put(value, 4);
+    };
+    put(8, 4);
+    for (std::size_t page = 0; page < widths.size(); ++page) {
+        std::uint32_t const width = widths[page];
+        std::uint32_t const tags = width == 0 ? 0 : 8;
+        auto const samples_begin = static_cast<std::uint32_t>(file.size()) + 2 + 12 * tags + 4;
+        std::uint32_t const next = page + 1 < widths.size() ? samples_begin + 2 * width : 0;
+        put(tags, 2);
+        if (width == 0) {
+            put(next, 4);
+            continue;
+        }
+        tag(256, 1, width);
+        tag(257, 1, 2); // height
+        tag(258, 1, 8); // bits of a sample
+        tag(259, 1, 1); // not compressed
+        tag(262, 1, 1); // 0 is black
+        tag(273, 1, samples_begin);
+        tag(278, 1, 2); // rows of the strip
+        tag(279, 1, 2 * width);
+        put(next, 4);
+        file.insert(file.end(), 2 * width, static_cast<std::uint8_t>(width));
+    }
+    return file;
+}
+
+TEST_F(Frame_reading, a_picture_that_cannot_be_found_puts_no_other_in_its_place) {
+    std::vector<std::uint32_t> const widths{3, 4, 0, 6, 0};
+    auto const path = file(pages_of(widths));
+    std::size_t reads = 0;
+    for (std::vector<std::size_t> const& order : std::vector<std::vector<std::size_t>>{
+             {0, 1, 2, 3, 4}, {4, 3, 2, 1, 0}, {2, 2, 1, 2, 3}, {4, 0, 4, 1, 3}, {2, 0, 3, 4, 4}}) {
+        Frame_reader reader(std::nullopt);
+        Fetched_frame fetched;
+        for (std::size_t const page : order) {
+            SCOPED_TRACE(page);
+            Frame_place const place{path, page, widths.size()};
+            ++reads;
+            if (widths[page] == 0) {
+                EXPECT_THROW(reader.fetch(place, fetched), File_failure);
+                continue;
+            }
+            ASSERT_NO_THROW(reader.fetch(place, fetched));
+            reader.decode(fetched);
+            auto const sample = static_cast<std::uint16_t>(widths[page]);
+            EXPECT_EQ(fetched.frame.width, widths[page]);
+            EXPECT_EQ(
+                fetched.frame.samples, std::vector<std::uint16_t>(2 * std::size_t{sample}, sample));
+        }
+    }
+    std::cout << reads << " pages in five orders\n";
 }
 
 } // namespace
