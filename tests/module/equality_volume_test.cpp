@@ -1,6 +1,6 @@
 /// @file
 /// Covers the volume of the comparison with the reference: whatever is rearranged in the suites of
-/// this program, a whole run of it makes at least this many guarded calls.
+/// this program, a whole run of it makes as many guarded calls as a round has to.
 
 #include "support/equality_checker.hpp"
 
@@ -8,20 +8,16 @@
 
 namespace {
 
-constexpr std::size_t least_calls_of_a_round{400'000};
-
-class Equality_volume : public testing::Environment {
+class Volume_of_this_program : public testing::Environment {
     void TearDown() override {
         auto const& program = *testing::UnitTest::GetInstance();
-        if (program.test_to_run_count() == program.total_test_count()) {
-            EXPECT_GE(
-                support::checked_calls(),
-                least_calls_of_a_round * support::equality_rounds().count);
-        }
+        support::expect_volume(
+            {program.test_to_run_count() == program.total_test_count(), support::checked_calls(),
+             support::equality_rounds().count});
     }
 };
 
 [[maybe_unused]] testing::Environment* const equality_volume =
-    testing::AddGlobalTestEnvironment(new Equality_volume);
+    testing::AddGlobalTestEnvironment(new Volume_of_this_program);
 
 } // namespace

@@ -112,6 +112,11 @@ class Reduced_library:
         finally:
             path.write_text(original)
 
+    def link_whole(self, objects):
+        """Links the module's objects with every variant of `whole_pixel_code`."""
+        module = [file for name, file in objects.items() if name.startswith("module_")]
+        self.link([*module, *self.whole_pixel_code])
+
     def warning_for(self, mutant):
         """What the compiler warns of in the mutant, or None."""
         with self.mutated(mutant) as dependents:
@@ -134,10 +139,10 @@ class Reduced_library:
             name for name in objects
             if objects[name].read_bytes() != self.objects[name].read_bytes()
         ]
-        in_module = [name for name in objects if name.startswith("module_")]
-        self.is_whole = bool(self.whole_pixel_code) and set(changed) <= set(in_module)
+        in_module = {name for name in objects if name.startswith("module_")}
+        self.is_whole = bool(self.whole_pixel_code) and set(changed) <= in_module
         if self.is_whole:
-            self.link([*(objects[name] for name in in_module), *self.whole_pixel_code])
+            self.link_whole(objects)
         else:
             self.link(objects.values())
         return bool(changed)

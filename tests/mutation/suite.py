@@ -5,6 +5,7 @@ import shutil
 import subprocess
 import sys
 import threading
+import time
 
 from reduced_library import LIBRARY
 
@@ -15,8 +16,25 @@ PROGRAMS = {
     "variants": ["variants_test", "kernel_test", "module_test"],
     "module": ["lifecycle_test", "module_test", "variants_test"],
 }
+# Each program once, in an order that stays the same.
+EVERY_PROGRAM = sorted({program for names in PROGRAMS.values() for program in names})
 NOT_COPIED = shutil.ignore_patterns(".git", "build", "out", "__pycache__")
-TIME_LIMIT = 120
+UNCHANGED_LIMIT = 1800
+# A run may take so many times the seconds of the one with the unchanged sources, or these seconds:
+# an equivalent mutant must not run out of time because the machine has other work.
+LEAST_LIMIT = 60
+LIMIT_FACTOR = 20
+
+# What became of a mutant.
+KILLED = "killed by a test"
+DOES_NOT_END = "does not end"
+WARNED_OF = "warned of"
+SURVIVED = "survived"
+DOES_NOT_COMPILE = "does not compile"
+
+
+def limit_from(seconds):
+    return max(LEAST_LIMIT, LIMIT_FACTOR * seconds)
 
 
 def run_program(command, time_limit, environment=None):
@@ -36,27 +54,39 @@ def run_program(command, time_limit, environment=None):
         return None, output
 
 
+def timed_run(command, time_limit):
+    """As `run_program`, and the seconds that it took."""
+    begin = time.monotonic()
+    result, output = run_program(command, time_limit)
+    return result, output, time.monotonic() - begin
+
+
+def verdict(result, what):
+    """What a run that did not pass does to a mutant."""
+    return (DOES_NOT_END if result is None else KILLED), what
+
+
 class Suite:
     """A copy of the project with a build of its own: the library file in it is replaced by the
     mutants' one after another, which the developer's own build must never see."""
 
-    def __init__(self, project, folder, compiler, jobs):
+    def __init__(self, project, folder, compiler, jobs, faulty_files):
         self.tree = folder / "tree"
         self.build = folder / "suite"
         self.lock = threading.Lock()
         self.usable = {}
+        self.limits = {}
         self.jobs = jobs
-        self.copy(project)
+        self.copy(project, faulty_files)
         self.configure(compiler)
 
-    def copy(self, project):
+    def copy(self, project, faulty_files):
         shutil.rmtree(self.tree, ignore_errors=True)
         # With the files' times, so that only what was edited is compiled again.
         shutil.copytree(project, self.tree, ignore=NOT_COPIED)
         # The last run may have left objects with a fault behind, newer than the files.
-        for folder in ("support", "reduced"):
-            for file in (self.tree / "tests" / folder).iterdir():
-                file.touch()
+        for file in faulty_files:
+            (self.tree / file).touch()
 
     def configure(self, compiler):
         command = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja"]
@@ -86,8 +116,7 @@ class Suite:
     def build_programs(self):
         """Builds the programs against the unchanged library."""
         (self.build / "src" / LIBRARY).unlink(missing_ok=True)
-        programs = {program for names in PROGRAMS.values() for program in names}
-        self.ninja("difference_finder", *programs)
+        self.ninja("difference_finder", *EVERY_PROGRAM)
 
     def pixel_code_objects(self):
         """Of the unchanged library, with every variant."""
@@ -103,15 +132,32 @@ class Suite:
     def find_usable_tests(self, library):
         """Tests that pass with the reduced library: the others call variants that it leaves out."""
         self.install(library)
-        for name in {program for names in PROGRAMS.values() for program in names}:
+        for name in EVERY_PROGRAM:
             tests = list(self.tests_of(name))
-            self.usable[name] = [
-                test for test in tests if self.run(name, test, TIME_LIMIT)[0] == 0
-            ]
-            print(f"{name}: {len(self.usable[name])} of {len(tests)} tests usable", flush=True)
+            self.usable[name] = ":".join(
+                test for test in tests if self.run(name, test, UNCHANGED_LIMIT)[0] == 0
+            )
+            self.require_to_pass(name, self.usable[name])
+            count = self.usable[name].count(":") + 1 if self.usable[name] else 0
+            print(f"{name}: {count} of {len(tests)} tests usable", flush=True)
+
+    def require_whole_to_pass(self, library):
+        """Where only the module's objects differ, mutants are linked with every variant and judged by
+        whole programs: these have to pass with the same composite of unchanged objects."""
+        self.install(library)
+        for name in EVERY_PROGRAM:
+            self.require_to_pass(name, "*")
+        print(f"unchanged module with every variant: {len(EVERY_PROGRAM)} programs pass", flush=True)
+
+    def require_to_pass(self, name, tests):
+        """Ends the run if tests fail with an unchanged library; else their time sets their limit."""
+        result, output, seconds = timed_run(self.command(name, tests), UNCHANGED_LIMIT)
+        if result != 0:
+            sys.exit(f"{name} fails with an unchanged library: {first_failure(output, result)}")
+        self.limits[name, tests] = limit_from(seconds)
 
     def tests_of(self, name):
-        _, output = run_program([self.program(name), "--gtest_list_tests"], TIME_LIMIT)
+        _, output = run_program([self.program(name), "--gtest_list_tests"], UNCHANGED_LIMIT)
         group = ""
         for line in output.splitlines():
             word = line.split("#")[0].strip()
@@ -120,20 +166,21 @@ class Suite:
             elif line.startswith("  "):
                 yield group + word
 
-    def run(self, name, tests, time_limit):
-        return run_program(
-            [self.program(name), "--gtest_brief=1", f"--gtest_filter={tests}"], time_limit
-        )
+    def command(self, name, tests):
+        return [self.program(name), "--gtest_brief=1", f"--gtest_filter={tests}"]
 
-    def killing_test(self, folder, library, is_whole):
-        """The name of a test that fails with the library, or None."""
+    def run(self, name, tests, time_limit):
+        return run_program(self.command(name, tests), time_limit)
+
+    def verdict_of_tests(self, folder, library, is_whole):
+        """What the tests do to the library: (fate, name of a test), or None if all pass."""
         with self.lock:
             self.install(library)
             for name in PROGRAMS[folder]:
-                tests = "*" if is_whole else ":".join(self.usable[name])
-                result, output = self.run(name, tests, TIME_LIMIT)
+                tests = "*" if is_whole else self.usable[name]
+                result, output = self.run(name, tests, self.limits[name, tests])
                 if result != 0:
-                    return f"{name} {first_failure(output, result)}"
+                    return verdict(result, f"{name} {first_failure(output, result)}")
         return None
 
 
@@ -141,4 +188,4 @@ def first_failure(output, result):
     for line in output.splitlines():
         if line.startswith("[  FAILED  ]"):
             return line.split("]")[1].split(",")[0].split("(")[0].strip()
-    return "does not end" if result is None else f"ends with {result}"
+    return DOES_NOT_END if result is None else f"ends with {result}"

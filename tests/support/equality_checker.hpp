@@ -35,6 +35,7 @@ public:
 
 private:
     void compute_expected(Scene const& scene);
+    void fill_unwritten_floats(Scene const& scene, Fill fill);
     testing::AssertionResult check_plane(Scene const& scene, Plane plane) const;
 
     Transform transform_;
@@ -45,6 +46,20 @@ private:
 
 /// Calls that all checkers of the process have made.
 std::size_t checked_calls();
+
+/// What a run of the equality tests did.
+struct Equality_volume {
+    /// Whether no test was filtered out.
+    bool is_whole_run;
+    std::size_t calls;
+    std::uint64_t rounds;
+};
+
+/// Guarded calls of a round, at least, whatever is rearranged in the suites.
+inline constexpr std::size_t least_calls_of_a_round{400'000};
+
+/// Reports a test failure if a whole run made too few calls for its rounds.
+void expect_volume(Equality_volume const& volume);
 
 /// The equality tests go through their scenes in rounds, each with other seeds.
 struct Equality_rounds {

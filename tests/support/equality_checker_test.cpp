@@ -4,8 +4,10 @@
 
 #include "support/equality_checker.hpp"
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <string>
 #include <xmmintrin.h>
 
@@ -105,6 +107,28 @@ TEST(Equality_checker, notices_an_element_left_unwritten_although_its_fill_is_th
     EXPECT_TRUE(contains(message, "guard at the start")) << message;
 }
 
+TEST(Equality_checker, notices_a_store_where_none_belongs_although_it_leaves_a_fill_as_it_was) {
+    Scene scene = make_scene(4, 32, Sample_kind::random_16_bit, Matrix_kind::random, 1, 77);
+    // The first float that the single block of such a frame skips.
+    constexpr std::size_t unwritten = 16;
+    for (Fill const fill : {Fill::plain, Fill::inverted}) {
+        static float stored;
+        stored = std::bit_cast<float>(fill_float_bits(unwritten, fill));
+        std::string const message = message_of(
+            [](Arguments const& arguments, Matrices const& matrices) {
+                int const result = right(arguments, matrices);
+                arguments.normalized_stokes_image[unwritten] = stored;
+                return result;
+            },
+            scene);
+        EXPECT_TRUE(contains(message, "normalized_stokes_image row 0 column 8 component 0"))
+            << message;
+        EXPECT_TRUE(
+            contains(message, fill == Fill::plain ? "guard at the start" : "guard at the end"))
+            << message;
+    }
+}
+
 TEST(Equality_checker, notices_a_result_other_than_zero) {
     std::string const message = message_of(
         [](Arguments const& arguments, Matrices const& matrices) {
@@ -136,6 +160,14 @@ TEST(Equality_checker, notices_swapped_planes) {
         },
         scene_with_a_block());
     EXPECT_TRUE(contains(message, "s1_image row")) << message;
+}
+
+TEST(Equality_volume, of_a_whole_run_is_400000_calls_a_round) {
+    expect_volume({true, 400'000, 1});
+    expect_volume({true, 1'200'000, 3});
+    expect_volume({false, 1, 1});
+    EXPECT_NONFATAL_FAILURE(expect_volume({true, 399'999, 1}), "399999");
+    EXPECT_NONFATAL_FAILURE(expect_volume({true, 1'199'999, 3}), "1199999");
 }
 
 void check_faulty(Transform wrong) {

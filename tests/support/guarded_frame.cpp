@@ -64,7 +64,7 @@ void Guarded_frame::load(Scene const& scene, Edge edge, Fill fill) {
         Plane const plane = every_plane[index];
         std::size_t const bytes = bytes_per_pixel(plane) * scene.pixels();
         loaded_[index] = {planes_[index].guarded(bytes, edge), bytes};
-        fill_plane(loaded_[index], fill_of(plane));
+        fill_plane(loaded_[index], fill);
     }
     std::memcpy(raw_.writable(2 * scene.pixels(), edge), scene.samples.data(), 2 * scene.pixels());
     load_matrices(scene, edge);
@@ -116,7 +116,7 @@ std::span<std::byte const> Guarded_frame::plane(Plane plane) const {
 }
 
 bool Guarded_frame::is_untouched(Plane plane) const {
-    return support::is_untouched(this->plane(plane), fill_of(plane));
+    return support::is_untouched(this->plane(plane), fill_);
 }
 
 } // namespace support

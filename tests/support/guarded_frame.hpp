@@ -24,10 +24,17 @@ using Transform = int (*)(Polarization_computation_arguments const&, Calibration
 /// element that no call writes differs between two runs.
 enum class Fill { plain, inverted };
 
-/// The fill of the element at an index. Neither of a pair of them is a NaN when read as a float.
+/// The fill of the 16-bit element at an index.
 constexpr std::uint16_t fill_element(std::size_t index, Fill fill) {
     auto const plain = static_cast<std::uint16_t>(0x2B00U + (index * 37 & 0xFFU));
     return fill == Fill::plain ? plain : static_cast<std::uint16_t>(~plain);
+}
+
+/// The bits of the float at an index of a filled plane: no NaN on either fill.
+constexpr std::uint32_t fill_float_bits(std::size_t index, Fill fill) {
+    std::uint32_t const low = fill_element(2 * index, fill);
+    std::uint32_t const high = fill_element(2 * index + 1, fill);
+    return high << 16 | low;
 }
 
 void fill_plane(std::span<std::byte> plane, Fill fill);
@@ -39,8 +46,7 @@ class Guarded_frame {
 public:
     explicit Guarded_frame(std::size_t maximum_pixels);
 
-    /// Lays inputs and freshly filled planes flush against an edge. The float plane always takes
-    /// the plain fill: what it keeps of it is part of a result.
+    /// Lays inputs and freshly filled planes flush against an edge.
     void load(Scene const& scene, Edge edge, Fill fill);
 
     int run(Transform transform) const { return transform(*arguments_, *matrices_); }
@@ -53,10 +59,6 @@ public:
 private:
     void load_matrices(Scene const& scene, Edge edge);
     void load_arguments(Scene const& scene, Edge edge);
-
-    Fill fill_of(Plane plane) const {
-        return plane == Plane::normalized_stokes ? Fill::plain : fill_;
-    }
 
     Guarded_pages raw_;
     Guarded_pages arguments_pages_;

@@ -80,11 +80,23 @@ TEST(Guarded_frame, traps_a_write_to_the_raw_frame) {
 }
 
 TEST(Guarded_frame, traps_a_write_to_the_arguments) {
-    EXPECT_DEATH(
-        run_at(
-            Edge::end, [](Arguments const& arguments,
-                          Matrices const&) { return write_volatile(&arguments.width); }),
-        "");
+    for (Edge const edge : both_edges) {
+        EXPECT_DEATH(
+            run_at(
+                edge, [](Arguments const& arguments,
+                         Matrices const&) { return write_volatile(&arguments.width); }),
+            "");
+    }
+}
+
+TEST(Guarded_frame, traps_a_write_to_the_record_of_matrices) {
+    for (Edge const edge : both_edges) {
+        EXPECT_DEATH(
+            run_at(
+                edge, [](Arguments const&,
+                         Matrices const& matrices) { return write_volatile(&matrices); }),
+            "");
+    }
 }
 
 TEST(Guarded_frame, traps_reads_beyond_the_arguments) {

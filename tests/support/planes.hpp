@@ -8,9 +8,11 @@
 #include "support/guarded_frame.hpp"
 #include "support/scene.hpp"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <vector>
 
 namespace support {
@@ -25,7 +27,12 @@ struct Grid {
         return elements[row * width + column];
     }
 
-    bool operator==(Grid const&) const = default;
+    std::span<std::byte const> bits() const { return std::as_bytes(std::span{elements}); }
+
+    /// To the bit: floats of one value may differ in the sign of a zero, and no NaN has one.
+    bool operator==(Grid const& other) const {
+        return width == other.width && std::ranges::equal(bits(), other.bits());
+    }
 };
 
 using Counts = Grid<std::uint16_t>;
@@ -43,9 +50,9 @@ struct Planes {
     Counts dolp;
 };
 
-/// Runs the transform on guarded memory at both edges. Reports a test failure if a call returns
-/// anything but 0, leaves an element of a 16-bit plane unwritten or touches a plane unasked, or if
-/// the edges differ. What no store reached in the float plane is `untouched_ratio`.
+/// Runs the transform on guarded memory at both edges, on opposite fills. Reports a test failure if
+/// a call returns anything but 0, leaves an element of a 16-bit plane unwritten or touches a plane
+/// unasked, or if the edges differ. What no store reached in the float plane is `untouched_ratio`.
 Planes compute(
     Scene const& scene, Transform transform = &qn_polarization_processor_transform_vector_avx2);
 

@@ -94,7 +94,7 @@ TEST(Variant_reads, each_row_of_weights_that_its_planes_need) {
     });
     // Three, four and four planes need a row: 56, 60 and 60 of the sets.
     EXPECT_EQ(rows, 3 * 4 * 2 * (56 + 60 + 60));
-    std::cout << "needed rows shown to be used: " << rows << '\n';
+    std::cout << "needed rows shown to be used: " << rows << ", calls: " << 2 * rows << '\n';
 }
 
 TEST(Variant_reads, no_input_full_scale_unless_it_rescales_a_stokes_plane) {
