@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,7 +17,7 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <unistd.h>
+#include <system_error>
 
 namespace client_test {
 namespace {
@@ -41,12 +42,15 @@ Calibration some_calibration(std::uint64_t seed) {
 
 class Calibration_file : public testing::Test {
 protected:
-    Calibration_file()
-        : folder_{
-              fs::temp_directory_path() / ("calibration_file_test_" + std::to_string(::getpid()))} {
-        fs::create_directories(folder_);
+    void SetUp() override {
+        std::string name = (fs::temp_directory_path() / "calibration-file-test-XXXXXX").string();
+        ASSERT_NE(::mkdtemp(name.data()), nullptr);
+        folder_ = name;
     }
-    ~Calibration_file() override { fs::remove_all(folder_); }
+    ~Calibration_file() override {
+        std::error_code ignored;
+        fs::remove_all(folder_, ignored);
+    }
 
     std::size_t files() const {
         return static_cast<std::size_t>(

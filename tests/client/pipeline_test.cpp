@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cfenv>
 #include <chrono>
+#include <condition_variable>
 #include <iostream>
 #include <memory>
 #include <mutex>
@@ -35,6 +36,26 @@ std::vector<std::size_t> numbers_below(std::size_t end) {
     std::iota(numbers.begin(), numbers.end(), std::size_t{0});
     return numbers;
 }
+
+// Opens once and stays open. Whoever waits for it gives up after a minute: what never opens it is a
+// failure and no hang.
+class Gate {
+public:
+    void open() {
+        std::scoped_lock const lock{mutex_};
+        is_open_ = true;
+        opened_.notify_all();
+    }
+    void wait() {
+        std::unique_lock lock{mutex_};
+        opened_.wait_for(lock, std::chrono::minutes{1}, [this] { return is_open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable opened_;
+    bool is_open_ = false;
+};
 
 // Work of a length that differs from frame to frame, so that frames overtake each other.
 void work_for(std::size_t index) {
@@ -77,6 +98,7 @@ TEST(Pipeline, never_has_more_frames_in_flight_than_slots) {
         std::atomic<std::size_t> slots{0};
         std::size_t highest = 0;
         std::atomic<bool> shared{false};
+        Gate second_is_read;
         run_pipeline(
             {4, most, {}},
             [&] {
@@ -89,9 +111,17 @@ TEST(Pipeline, never_has_more_frames_in_flight_than_slots) {
                 }
                 shared = shared || slot->fetch_add(1) != 0;
                 highest = std::max(highest, ++in_flight);
+                if (index == 1) {
+                    second_is_read.open();
+                }
                 return true;
             },
-            [](std::size_t index, auto&) { work_for(index); },
+            [&](std::size_t index, auto&) {
+                if (index == 0 && most > 1) {
+                    second_is_read.wait();
+                }
+                work_for(index);
+            },
             [&](std::size_t, auto& slot) {
                 --*slot;
                 --in_flight;
@@ -184,14 +214,20 @@ TEST(Pipeline, works_on_as_many_frames_at_once_as_there_are_threads) {
     for (unsigned const threads : {1U, 2U, 6U}) {
         std::atomic<unsigned> working{0};
         std::atomic<unsigned> most{0};
+        Gate second_has_come;
         run_pipeline(
             {threads, 16, {}}, make_slot, [](std::size_t index, Slot&) { return index < 60; },
-            [&](std::size_t, Slot&) {
+            [&](std::size_t index, Slot&) {
                 unsigned const now = ++working;
                 unsigned seen = most;
                 while (seen < now && !most.compare_exchange_weak(seen, now)) {
                 }
-                std::this_thread::sleep_for(std::chrono::milliseconds{5});
+                if (now == 2) {
+                    second_has_come.open();
+                } else if (index == 0 && threads > 1) {
+                    second_has_come.wait();
+                }
+                work_for(index);
                 --working;
             },
             [](std::size_t, Slot&) {});
@@ -242,7 +278,7 @@ TEST(Pipeline, numbers_beyond_reason_are_refused_before_a_slot_is_made) {
     run({3, 0, {}});
     EXPECT_EQ(slots, 6U);
     Pipeline_options const settled = resolved({});
-    EXPECT_EQ(settled.threads, std::max(1U, std::thread::hardware_concurrency()));
+    EXPECT_EQ(settled.threads, std::clamp(std::thread::hardware_concurrency(), 1U, 1024U));
     EXPECT_EQ(settled.frames_in_flight, 2 * settled.threads);
 }
 

@@ -143,9 +143,8 @@ TEST_F(Inspect_command, numbers_that_are_not_finite_or_wrap_are_refused) {
 }
 
 TEST_F(Inspect_command, a_standard_output_that_takes_nothing_is_one_line) {
-    std::string const shell = std::string(POLARIZE_PROGRAM) + " inspect " + polarised() + " " +
-                              polarised() + " >/dev/full";
-    Outcome const outcome = program_run::run_command({"/bin/sh", "-c", shell});
+    Outcome const outcome = program_run::run_without_room_for_output(
+        {POLARIZE_PROGRAM, "inspect", polarised(), polarised()});
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
     EXPECT_NE(
@@ -155,9 +154,8 @@ TEST_F(Inspect_command, a_standard_output_that_takes_nothing_is_one_line) {
 }
 
 TEST_F(Inspect_command, failures_are_listed_even_if_standard_output_takes_nothing) {
-    std::string const shell = std::string(POLARIZE_PROGRAM) + " inspect " +
-                              (folder_ / "none.png").string() + " " + polarised() + " >/dev/full";
-    Outcome const outcome = program_run::run_command({"/bin/sh", "-c", shell});
+    Outcome const outcome = program_run::run_without_room_for_output(
+        {POLARIZE_PROGRAM, "inspect", (folder_ / "none.png").string(), polarised()});
     EXPECT_EQ(outcome.code, 1);
     EXPECT_EQ(program_run::line_count(outcome.errors), 2U) << outcome.errors;
     EXPECT_NE(outcome.errors.find("none.png: cannot be read"), std::string::npos);

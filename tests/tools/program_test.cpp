@@ -5,6 +5,7 @@
 
 namespace {
 
+using process_fixture::Names;
 using process_fixture::Process_command;
 using program_run::Outcome;
 using program_run::run;
@@ -31,10 +32,13 @@ TEST(Program, version_tells_the_build_of_the_processor) {
 }
 
 TEST(Program, help_and_version_that_cannot_be_written_fail) {
-    for (std::string const option : {"--help", "--help-all", "--version", "inspect --help"}) {
-        Outcome const outcome = program_run::run_command(
-            {"/bin/sh", "-c", std::string(POLARIZE_PROGRAM) + " " + option + " >/dev/full"});
-        EXPECT_EQ(outcome.code, 1) << option;
+    std::vector<Names> const cases = {
+        {"--help"}, {"--help-all"}, {"--version"}, {"inspect", "--help"}};
+    for (Names const& options : cases) {
+        Names command = {POLARIZE_PROGRAM};
+        command.insert(command.end(), options.begin(), options.end());
+        Outcome const outcome = program_run::run_without_room_for_output(command);
+        EXPECT_EQ(outcome.code, 1) << options.front();
         EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
         EXPECT_NE(outcome.errors.find("standard output: cannot be written: "), std::string::npos)
             << outcome.errors;
@@ -43,28 +47,43 @@ TEST(Program, help_and_version_that_cannot_be_written_fail) {
 
 class Progress_bar : public Process_command {};
 
-// `script` gives the program a terminal and keeps what it shows.
 TEST_F(Progress_bar, is_for_terminals_only) {
-    std::string const script = "/usr/bin/script";
-    test_files::write(folder_ / "run.raw", std::vector<std::uint8_t>(std::size_t{400} * 640 * 512));
-    std::string const arguments =
-        " process '" + in_folder("run.raw") + "' -o '" + results() +
-        "' --phase 0 --pixel-format Mono8 --width 640 --height 512 --planes s0 --overwrite";
-    Outcome const piped =
-        program_run::run_command({"/bin/sh", "-c", std::string(POLARIZE_PROGRAM) + arguments});
+    test_files::write(folder_ / "run.raw", std::vector<std::uint8_t>(std::size_t{40} * 160 * 128));
+    Names command(
+        {POLARIZE_PROGRAM, "process", in_folder("run.raw"), "-o", results(), "--phase", "0",
+         "--pixel-format", "Mono8", "--width", "160", "--height", "128", "--planes", "s0",
+         "--overwrite"});
+    Outcome const piped = program_run::run_command(command);
     EXPECT_EQ(piped.code, 0);
     EXPECT_EQ(piped.errors, "");
     EXPECT_EQ(piped.output.find("["), std::string::npos);
-    if (!std::filesystem::exists(script)) {
-        GTEST_SKIP() << script << " is not installed";
+    std::string const problem = program_run::terminal_problem();
+    if (!problem.empty()) {
+        GTEST_SKIP() << problem;
     }
     for (bool const is_quiet : {false, true}) {
-        Outcome const shown = program_run::run_command(
-            {script, "-qec", std::string(POLARIZE_PROGRAM) + arguments + (is_quiet ? " -q" : ""),
-             "/dev/null"});
+        if (is_quiet) {
+            command.push_back("-q");
+        }
+        Outcome const shown = program_run::run_in_terminal(command);
         EXPECT_EQ(shown.code, 0);
-        EXPECT_EQ(shown.output.find("/400 frames, ") != std::string::npos, !is_quiet);
+        EXPECT_EQ(shown.output.find("/40 frames, ") != std::string::npos, !is_quiet);
     }
+}
+
+// However quick the run, the bar shows when the last frame is over, with all that failed counted.
+TEST_F(Progress_bar, counts_failed_frames) {
+    std::string const problem = program_run::terminal_problem();
+    if (!problem.empty()) {
+        GTEST_SKIP() << problem;
+    }
+    test_files::write(folder_ / "run.raw", std::vector<std::uint8_t>(std::size_t{5} * 40 * 20));
+    Outcome const outcome = program_run::run_in_terminal(
+        {POLARIZE_PROGRAM, "process", in_folder("run.raw"), "-o", results(), "--phase", "0",
+         "--pixel-format", "Mono8", "--width", "40", "--height", "20", "--region", "0,0,40,21"});
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_NE(outcome.output.find("] 5/5 frames, 0 Mpixel/s"), std::string::npos)
+        << outcome.output.substr(0, 300);
 }
 
 } // namespace

@@ -93,7 +93,10 @@ TEST(Staged_files, a_folder_without_permission_takes_no_file_at_all) {
     std::filesystem::permissions(folder.path(), std::filesystem::perms(0555));
     bool const is_root = geteuid() == 0;
     constexpr uid_t nobody = 65534;
-    ASSERT_TRUE(!is_root || seteuid(nobody) == 0);
+    if (is_root && seteuid(nobody) != 0) {
+        GTEST_SKIP() << "this root cannot become another user";
+    }
+    bool const has_permission = euidaccess(folder.path().c_str(), W_OK) == 0;
     std::string problem;
     try {
         Staged_files files;
@@ -105,6 +108,9 @@ TEST(Staged_files, a_folder_without_permission_takes_no_file_at_all) {
     }
     ASSERT_TRUE(!is_root || seteuid(0) == 0);
     std::filesystem::permissions(folder.path(), std::filesystem::perms(0755));
+    if (has_permission) {
+        GTEST_SKIP() << "no permission keeps this user from writing";
+    }
     EXPECT_EQ(
         problem, (folder / "a").string() +
                      ": cannot be written: Permission denied; choose another folder with -o");
