@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import os
 import re
+import shlex
 import subprocess
 import sys
 from pathlib import Path
@@ -33,6 +34,7 @@ class Build_by_cmake(build_ext):
                 "-DCMAKE_BUILD_TYPE=Release",
                 f"-DVELDRANE_PYTHON_PACKAGE={package}",
                 f"-DPYTHON_EXECUTABLE={sys.executable}",
+                *shlex.split(os.environ.get("CMAKE_ARGS", "")),
             ],
             check=True,
         )

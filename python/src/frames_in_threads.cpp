@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include <sched.h>
+
 namespace veldrane_python {
 namespace {
 
@@ -108,6 +110,16 @@ void start(std::vector<std::jthread>& threads, std::function<void()> const& work
     }
 }
 
+// Those this thread may run on: a batch system or a container often leaves it a few of many.
+std::size_t usable_processors() {
+    cpu_set_t usable;
+    if (sched_getaffinity(0, sizeof usable, &usable) != 0) {
+        // More processors than such a set has room for.
+        return std::max(1U, std::thread::hardware_concurrency());
+    }
+    return static_cast<std::size_t>(CPU_COUNT(&usable));
+}
+
 } // namespace
 
 void process_frames(
@@ -118,9 +130,7 @@ void process_frames(
         own.process(raw, targets, 0);
         return;
     }
-    // Asking for the number of processors reads a file of the system's, too long for one frame.
-    std::size_t const wanted =
-        threads == 0 ? std::max(1U, std::thread::hardware_concurrency()) : threads;
+    std::size_t const wanted = threads == 0 ? usable_processors() : threads;
     Frame_counter frames{raw.count()};
     {
         std::vector<std::jthread> others;

@@ -10,6 +10,7 @@ import pydoc
 import queue
 import signal
 import sys
+import tempfile
 import threading
 import time
 from collections.abc import Iterator, Sequence
@@ -67,7 +68,8 @@ def interruptible() -> Iterator[None]:
         raise Interruption
 
     def tell_lost(lost: Any) -> None:
-        if not issubclass(lost.exc_type, Interruption):
+        # Objects that the signal leaves half-made fail in their finalisers, too.
+        if not _interrupted.is_set():
             before_lost(lost)
 
     _interrupted.clear()
@@ -130,7 +132,7 @@ class Report:
 @contextlib.contextmanager
 def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
     """A client of the cluster that is there, or of one of our own."""
-    from distributed import Client, LocalCluster
+    from distributed import Client
 
     if scheduler is not None:
         try:
@@ -143,6 +145,27 @@ def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
         with _closing(client):
             yield client
         return
+    folder = tempfile.TemporaryDirectory(prefix="veldrane-", ignore_cleanup_errors=True)
+    with folder, _closing(_local_cluster(workers, folder.name)) as local:
+        try:
+            client = Client(local)
+        except (OSError, RuntimeError) as error:
+            raise _local_failure(error) from None
+        with _closing(client):
+            yield client
+
+
+def _local_failure(error: Exception) -> Cluster_error:
+    return Cluster_error(
+        f"no cluster can be started on this machine ({error}); give fewer --workers, or a "
+        "--scheduler"
+    )
+
+
+def _local_cluster(workers: Optional[int], folder: str) -> Any:
+    import dask
+    from distributed import LocalCluster
+
     # Ctrl-C in a terminal goes to all processes; workers are to be ended by us. They inherit the
     # mask of the threads that start them, which are made here. Python's tracker of resources gets
     # it too; its start unblocks Ctrl-C, in whatever thread it falls.
@@ -151,15 +174,18 @@ def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
     try:
         resource_tracker.ensure_running()
         signal.pthread_sigmask(signal.SIG_BLOCK, signals)
-        # It serves pages in any case, without an address on a port for all, which may be taken.
-        local = LocalCluster(
-            n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
-            dashboard_address="127.0.0.1:0", silence_logs=logging.CRITICAL,
-        )
+        # A worker warns of a slow disk before any code of ours runs in it.
+        with dask.config.set({"distributed.nanny.pre-spawn-environ.PYTHONWARNINGS": "ignore"}):
+            # It serves pages in any case, without an address on a port for all, which may be taken.
+            return LocalCluster(
+                n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
+                dashboard_address="127.0.0.1:0", silence_logs=logging.CRITICAL,
+                local_directory=folder,
+            )
+    except (OSError, RuntimeError) as error:
+        raise _local_failure(error) from None
     finally:
         signal.pthread_sigmask(signal.SIG_SETMASK, before)
-    with _closing(local), _closing(Client(local)) as client:
-        yield client
 
 
 @contextlib.contextmanager
@@ -173,13 +199,20 @@ def _closing(part: Any) -> Iterator[Any]:
 
 
 def check_workers(client: Any, patience: float) -> int:
-    """Threads of all workers, once they are known to run the same version."""
-    with contextlib.suppress(TimeoutError):
-        client.wait_for_workers(1, timeout=patience)
-    # A function of Python's own: one of this package could not even be sent where it is missing.
-    versions = client.run(
-        pydoc.locate, "veldrane_polarization.__version__", on_error="return"
-    )
+    """Threads of all workers, once they are known to run the same version.
+
+    Raises
+    ------
+    Cluster_error
+        If there is no worker, or one that cannot do the work.
+    Unfinished
+        If the scheduler has gone.
+    """
+    try:
+        versions = _versions_of_workers(client, patience)
+        threads: int = sum(client.nthreads().values())
+    except (OSError, RuntimeError, asyncio.CancelledError) as error:
+        raise Unfinished(f"the scheduler has gone ({error})") from None
     if not versions:
         raise Cluster_error(
             f"the cluster has had no worker for {patience:g} s; start dask-worker for it"
@@ -197,7 +230,28 @@ def check_workers(client: Any, patience: float) -> int:
                 f"the worker {address} has version {version}, this machine {here}; install the "
                 "same everywhere"
             )
-    return sum(client.nthreads().values())
+    return threads
+
+
+def _versions_of_workers(client: Any, patience: float) -> dict[str, Any]:
+    """By address: a version, None without the package, or what its import failed with."""
+    end = time.monotonic() + patience
+    while True:
+        with contextlib.suppress(TimeoutError):
+            client.wait_for_workers(1, timeout=max(end - time.monotonic(), _STEP_SECONDS))
+        # A function of Python's own: one of this package could not even be sent where it is
+        # missing.
+        answers = client.run(
+            pydoc.locate, "veldrane_polarization.__version__", on_error="return"
+        )
+        # Whatever an import fails with comes wrapped: an OSError is of a worker that has gone.
+        versions = {
+            address: answer for address, answer in answers.items()
+            if not isinstance(answer, OSError)
+        }
+        if versions or time.monotonic() >= end:
+            return versions
+        time.sleep(min(_STEP_SECONDS, patience))
 
 
 def tasks_of(frames: Sequence[int], per_task: int) -> Iterator[list[int]]:
@@ -273,7 +327,11 @@ class Run:
     def _check_cluster(self) -> None:
         if self._client.status != "running":
             raise Unfinished("the scheduler has gone")
-        if self._client.scheduler_info()["workers"]:
+        try:
+            workers = self._client.scheduler_info()["workers"]
+        except (OSError, RuntimeError, asyncio.CancelledError) as error:
+            raise Unfinished(f"the scheduler has gone ({error})") from None
+        if workers:
             self._seen_workers = time.monotonic()
         elif time.monotonic() - self._seen_workers > self._patience:
             raise Unfinished(
@@ -286,6 +344,8 @@ class Run:
             self._check_cluster()
             future.add_done_callback(self._ended.put)
             return
+        # While outcomes come, nobody asks the scheduler for its workers.
+        self._seen_workers = time.monotonic()
         del self._under_way[future]
         self._report.add(outcome)
 

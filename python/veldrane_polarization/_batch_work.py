@@ -23,12 +23,8 @@ def process_frames(
     recording: Recording, output: Output, settings: Settings, indices: Sequence[int], version: str
 ) -> Outcome:
     """Each frame with None, or with what went wrong. A frame that fails stops no other."""
-    from numcodecs import blosc
-
     if software_version() != version:
         raise RuntimeError(f"a worker has version {software_version()}, not {version}")
-    # A worker has a thread for each task already.
-    blosc.use_threads = False
     outcome: Outcome = []
     for part in _parts(indices, _frames_at_once(recording)):
         outcome += _process_part(recording, output, settings, part)

@@ -178,7 +178,7 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     except _batch_running.Interruption:
         code, problem = INTERRUPTED, f"interrupted; {_GO_ON}"
     _tell(report, recording, problem, line.quiet)
-    return code or (A_FRAME_FAILED if report.failures else ALL_DONE)
+    return code or (A_FRAME_FAILED if report.done < report.frames else ALL_DONE)
 
 
 def _process(
@@ -190,7 +190,8 @@ def _process(
         _batch_running.raise_if_interrupted()
         report.start()
         work = _batch_running.Run(client, recording, output, settings, report, line.patience)
-        work.process(frames, 4 * threads)
+        # Workers that have just left may come back, or others.
+        work.process(frames, 4 * max(1, threads))
     with contextlib.suppress(OSError):  # they harm nobody
         _batch_output.remove_leftovers(output, settings)
 
@@ -225,7 +226,8 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         return WRONG_USAGE
     except (ValueError, TypeError, OSError) as error:
         print("error: " + " ".join(str(error).split()), file=sys.stderr)
-        return WRONG_USAGE
+        # Of files that go away, full disks: what is wrong usage has an error of its own.
+        return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
     except _batch_running.Interruption:
         print(f"error: interrupted; {_GO_ON}", file=sys.stderr)
         return INTERRUPTED

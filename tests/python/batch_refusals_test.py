@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+import socket
 from pathlib import Path
 
 import numpy as np
@@ -18,6 +19,11 @@ from veldrane_polarization import _batch_output, _batch_running, _recordings, ba
 def bare(*changes, height="64", width="96"):
     return ("--layout", "2", "--pixel-format", "Mono12p", "--height", height, "--width", width, *changes)
 
+
+# A port that is taken, so that no other program listens on it, and that refuses who comes.
+TAKEN = socket.socket()
+TAKEN.bind(("127.0.0.1", 0))
+NOBODY = f"tcp://127.0.0.1:{TAKEN.getsockname()[1]}"
 
 CASES = [
     (("nowhere", "out", *options()), "nowhere does not exist"),
@@ -68,8 +74,7 @@ CASES = [
     (("in.zarr", "out", *options("--work", "2")), "unrecognized arguments: --work"),
     (("in.zarr",), "required: OUT"),
     (("in.zarr", "out", *options("--scheduler", "nonsense://x")), "does not answer"),
-    # A port that nobody listens on.
-    (("in.zarr", "out", *options("--scheduler", "tcp://127.0.0.1:9")), "does not answer"),
+    (("in.zarr", "out", *options("--scheduler", NOBODY)), "does not answer"),
 ]
 
 

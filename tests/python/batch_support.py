@@ -1,4 +1,4 @@
-"""What the tests of recordings share: the command, frames, comparison, a cluster on loopback."""
+"""What the tests of recordings share: the command, frames, comparison, a cluster on loopback, a gate."""
 
 from __future__ import annotations
 
@@ -10,6 +10,7 @@ import subprocess
 import sys
 import threading
 import time
+from pathlib import Path
 
 import numpy as np
 import zarr
@@ -20,13 +21,46 @@ from veldrane_polarization import _batch_output, _batch_settings, _batch_work
 LAYOUT, BIT_DEPTH = "90,45,135,0", 12
 
 
+# Whatever becomes of the tests, nothing that they started outlives them.
+WITH_US = ["setpriv", "--pdeathsig", "KILL", sys.executable]
+
+
 def command(*arguments):
-    return [sys.executable, "-B", "-m", "veldrane_polarization.batch", *map(str, arguments)]
+    return [*WITH_US, "-B", "-m", "veldrane_polarization.batch", *map(str, arguments)]
 
 
-def run(*arguments):
-    done = subprocess.run(command(*arguments), capture_output=True, text=True, timeout=300)
+def run(*arguments, **more):
+    done = subprocess.run(command(*arguments), capture_output=True, text=True, **more)
     return done.returncode, done.stdout, done.stderr
+
+
+class Gate:
+    """Workers in this environment hold frames from a number on until it is opened."""
+
+    def __init__(self, folder, first):
+        self._folder = folder / "gate"
+        self._folder.mkdir()
+        preload = str(Path(__file__).with_name("gate.py"))
+        self.environment = {
+            "DASK_DISTRIBUTED__WORKER__PRELOAD": repr([preload]),
+            "GATE_FOLDER": str(self._folder), "GATE_FRAME": str(first), "PYTHONDONTWRITEBYTECODE": "1",
+            # Workers tell of what they preload.
+            "DASK_LOGGING__DISTRIBUTED": "critical",
+            # Else a frame before the gate may come to lie behind one that is held.
+            "DASK_DISTRIBUTED__SCHEDULER__WORK_STEALING": "False",
+        }
+
+    def wait_for(self, workers):
+        """Until each of so many workers holds a frame and nothing goes on any more."""
+        wait_until(lambda: sum(file.name != "open" for file in self._folder.iterdir()) == workers)
+
+    def open(self):
+        (self._folder / "open").touch()
+
+
+def started(*arguments, **more):
+    return subprocess.Popen(
+        command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **more)
 
 
 class Watched_run:
@@ -53,8 +87,8 @@ class Watched_run:
 
     def ended(self):
         """Exit code, what was printed, and the lines of errors behind the progress."""
-        printed, _ = self.process.communicate(timeout=60)
-        self._reader.join(60)
+        printed, _ = self.process.communicate()
+        self._reader.join()
         errors = bytes(self._seen).decode().replace("\r\n", "\n")
         return self.process.returncode, printed, re.sub(r"^(\r\[[^\r\n]*)+\n", "", errors)
 
@@ -67,6 +101,32 @@ def frames_of(count, height=64, width=96):
     one = vp.simulate(height, width, layout=2, frames=min(count, 8)).frames
     numbers = np.arange(count, dtype=np.uint16)[:, None, None]
     return np.minimum(np.resize(one, (count, height, width)) + numbers, 4095).astype(np.uint16)
+
+
+class Long_recording:
+    """240 frames, a place for their planes, and workers that hold frames from the 60th on."""
+
+    count, first_held = 240, 60
+
+    def __init__(self, folder, first_held=first_held):
+        self.frames = frames_of(self.count, 400, 600)
+        self.source, self.out = folder / "in.zarr", folder / "out.zarr"
+        zarr.save_array(str(self.source), self.frames, chunks=(1, 400, 600), compressor=None)
+        self.gate = Gate(folder, first_held)
+        self.environment = os.environ | self.gate.environment
+
+    def remove_frame_1(self):
+        """What puts it back."""
+        chunk = self.source / "1.0.0"
+        kept = chunk.read_bytes()
+        chunk.unlink()
+        return lambda: chunk.write_bytes(kept)
+
+    def wait_in_the_middle(self, client=None):
+        """Until both workers hold a frame, and the client knows of all that is before them."""
+        self.gate.wait_for(2)
+        if client is not None:
+            wait_until(lambda: client.progress() == (completed(self.out) + 1, 1))
 
 
 def assert_equal(out, frames, indices=None, **changes):
@@ -104,7 +164,7 @@ def store_all(recording, out, chosen=None):
     assert outcome == [(index, None) for index in range(recording.count)]
 
 
-def wait_until(condition, seconds=60):
+def wait_until(condition, seconds=300):
     end = time.monotonic() + seconds
     while not condition():
         assert time.monotonic() < end, "waited in vain"
@@ -117,18 +177,18 @@ def completed(out):
 
 
 @contextlib.contextmanager
-def loopback_cluster(folder, worker_environments=({}, {})):
+def loopback_cluster(folder, worker_environments=({}, {}), shared={}):
     """Address, scheduler and worker processes; nothing restarts them."""
-    environment = os.environ | {"DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "10"}
+    environment = os.environ | {"DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "10"} | shared
     file = folder / "scheduler.json"
     started = [subprocess.Popen(
-        [sys.executable, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port", "0",
+        [*WITH_US, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port", "0",
          "--no-dashboard", "--scheduler-file", file], env=environment, stderr=subprocess.DEVNULL)]
     try:
         wait_until(file.exists)
         for number, changes in enumerate(worker_environments):
             started.append(subprocess.Popen(
-                [sys.executable, "-m", "distributed.cli.dask_worker", "--scheduler-file", file,
+                [*WITH_US, "-m", "distributed.cli.dask_worker", "--scheduler-file", file,
                  "--no-nanny", "--nthreads", "1", "--no-dashboard", "--name", f"worker-{number}",
                  "--local-directory", folder / f"worker-{number}"],
                 env=environment | changes, stderr=subprocess.DEVNULL))
@@ -136,8 +196,8 @@ def loopback_cluster(folder, worker_environments=({}, {})):
         address = json.loads(file.read_text())["address"]
         from distributed import Client
 
-        with Client(address, timeout=60) as client:
-            client.wait_for_workers(len(worker_environments), timeout=60)
+        with Client(address, timeout=300) as client:
+            client.wait_for_workers(len(worker_environments), timeout=300)
         yield address, started[0], started[1:]
     finally:
         for process in reversed(started):

@@ -29,17 +29,9 @@ def signals_as_in_a_terminal():
 
 
 def pytest_addoption(parser: pytest.Parser) -> None:
-    parser.addoption("--long", action="store_true", help="more examples, and the slow tests")
+    parser.addoption("--long", action="store_true", help="more examples")
 
 
 def pytest_configure(config: pytest.Config) -> None:
     hypothesis.settings.load_profile("long" if config.getoption("--long") else "ordinary")
     os.environ.setdefault("MPLBACKEND", "Agg")
-
-
-def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
-    if config.getoption("--long"):
-        return
-    for item in items:
-        if "long" in item.keywords:
-            item.add_marker(pytest.mark.skip(reason="needs --long"))

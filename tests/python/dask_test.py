@@ -6,7 +6,7 @@ import dask
 import dask.array as da
 import numpy as np
 import pytest
-from hypothesis import given, settings, strategies as st
+from hypothesis import given, strategies as st
 
 import veldrane_polarization as vp
 from veldrane_polarization import dask as vp_dask
@@ -29,7 +29,6 @@ def chunked(draw):
     return raw, tuple(cuts(draw, length) for length in shape)
 
 
-@settings(max_examples=60)
 @given(chunked(), st.integers(0, 3), st.sampled_from((None, "calibrated")), st.booleans())
 def test_chunks_change_no_bit(frames, phase, mode, signed):
     raw, chunks = frames

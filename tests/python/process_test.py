@@ -188,7 +188,8 @@ def test_no_frames_give_empty_planes():
 
 
 def test_the_interpreter_runs_on_while_frames_are_processed():
-    raw = np.zeros((8, 1024, 1024), np.uint16)
+    # One frame: between two, the lock might be lent.
+    raw = np.zeros((4096, 4096), np.uint16)
     out = {"dolp": np.empty_like(raw)}
     ticks, done = [], threading.Event()
 
@@ -197,51 +198,72 @@ def test_the_interpreter_runs_on_while_frames_are_processed():
             ticks.append(time.perf_counter())
             time.sleep(0)
 
+    def eighths_of_the_middle(begin, end):
+        """In how many of eight parts of a call's middle half the other thread got on."""
+        parts = {int(16 * (moment - begin) / (end - begin)) for moment in ticks.copy()}
+        return len(parts & set(range(4, 12)))
+
     other = threading.Thread(target=tick, daemon=True)
     other.start()
-    while not ticks:
-        time.sleep(0.001)
-    begin = time.perf_counter()
-    for _ in range(20):
+    most = calls = 0
+    while most < 8 and calls < 200:  # a busy machine may leave it no part of some
+        ticks.clear()
+        begin = time.perf_counter()
         vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out, threads=1)
-        end = time.perf_counter()
-        if sum(begin < moment < end for moment in ticks) > 100:
-            break
+        most = max(most, eighths_of_the_middle(begin, time.perf_counter()))
+        calls += 1
     done.set()
     other.join()
-    # With the lock held, the other thread gets on at best between two calls, twenty times.
-    assert sum(begin < moment < end for moment in ticks) > 100
+    print(f"the other thread got on in {most} eighths, call {calls}")
+    assert most == 8
+
+
+# Prints the most threads at once that processing adds to a fresh process, where there are `enough`
+# of them; a busy machine may take many calls to have all at work.
+COUNT_THREADS = """
+import numpy as np, os, sys, threading
+threads, enough = eval(sys.argv[1])
+import veldrane_polarization as vp
+raw = np.zeros((12, 512, 1024), np.uint16)
+out = {"dolp": np.empty_like(raw)}
+done, most = threading.Event(), 0
+def look():
+    global most
+    before.add(str(threading.get_native_id()))
+    while not done.is_set():
+        most = max(most, len(set(os.listdir("/proc/self/task")) - before))
+other = threading.Thread(target=look)
+before = set(os.listdir("/proc/self/task"))
+other.start()
+for call in range(2000):
+    vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out,
+               threads=threads)
+    if call >= 40 and most >= enough:
+        break
+done.set()
+other.join()
+print(most)
+"""
+
+
+def added_threads(threads, enough, *before):
+    done = subprocess.run([*before, sys.executable, "-B", "-c", COUNT_THREADS, repr((threads, enough))],
+                          capture_output=True, text=True)
+    assert not done.stderr
+    return int(done.stdout)
 
 
 def test_as_many_threads_work_as_are_asked_for():
-    raw = np.zeros((12, 512, 1024), np.uint16)
-    out = {"dolp": np.empty_like(raw)}
-
-    def most_threads(wanted):
-        done, seen = threading.Event(), []
-
-        def look():
-            while not done.is_set():
-                seen.append(len(os.listdir("/proc/self/task")))
-
-        other = threading.Thread(target=look)
-        other.start()
-        for _ in range(20):
-            vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out,
-                       threads=wanted)
-        done.set()
-        other.join()
-        return max(seen) - alone
-
-    def number_of_threads():
-        # One that has ended may be listed for a moment.
-        time.sleep(0.01)
-        return len(os.listdir("/proc/self/task"))
-
-    alone = min(number_of_threads() for _ in range(20))
-    assert most_threads(1) == 1
+    assert added_threads(1, 0) == 0
     for wanted in (2, 4):
-        assert most_threads(wanted) >= wanted
+        assert added_threads(wanted, wanted - 1) >= wanted - 1
+
+
+def test_without_a_number_one_thread_a_usable_processor_works():
+    usable = sorted(os.sched_getaffinity(0))
+    assert added_threads(None, 0, "taskset", "--cpu-list", str(usable[0])) == 0
+    added = min(len(usable), 12) - 1
+    assert added_threads(None, added) >= added
 
 
 def test_an_interrupt_ends_a_long_call_between_frames():
@@ -252,18 +274,17 @@ raw = np.zeros((400, 512, 1024), np.uint16)
 out = {"dolp": np.empty_like(raw)}
 for _ in range(20):
     # Sometimes it comes just before a call's end, which it then does not cut short.
-    threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
     try:
+        threading.Timer(0.3, os.kill, (os.getpid(), signal.SIGINT)).start()
         while True:
-            out["dolp"][-1] = 7
+            out["dolp"][[0, -1]] = 7
             vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out,
                        threads=2)
     except KeyboardInterrupt:
-        if (out["dolp"][-1] == 7).all():
+        if (out["dolp"][0] != 7).all() and (out["dolp"][-1] == 7).all():
             sys.exit("cut short")
 """
-    done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True,
-                          timeout=240)
+    done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True)
     assert done.stderr == "cut short\n"
 
 

@@ -19,6 +19,7 @@ from pathlib import Path
 
 import numpy as np
 import zarr
+from numcodecs import blosc
 
 import veldrane_polarization as vp
 from veldrane_polarization import _batch_output, _batch_settings, _batch_work, _recordings
@@ -48,6 +49,8 @@ def milliseconds(action, frames):
 
 def parts(source, folder, count):
     """Milliseconds a frame of each part alone, in one process."""
+    # As in a worker, whose tasks are not in Python's first thread.
+    blosc.use_threads = False
     recording = _recordings.open_recording(source)
     read = milliseconds(lambda index: recording.read(index, index + 1), count)
     raw = recording.read(0, 1)[0]

@@ -1,0 +1,261 @@
+"""The client of a run on a made-up cluster: workers and schedulers that go, clocks, exit codes."""
+
+from __future__ import annotations
+
+import contextlib
+import os
+import pydoc
+import subprocess
+from pathlib import Path
+from types import SimpleNamespace
+
+import distributed
+import pytest
+import zarr
+from batch_support import WITH_US, assert_equal, frames_of, options, output, settings
+from distributed.comm import CommClosedError
+
+import veldrane_polarization as vp
+from veldrane_polarization import _batch_output, _batch_running, _recordings, batch
+
+FRAMES = 5
+
+
+class Made_up_future:
+    def __init__(self, work):
+        self._work = work
+        self.status = "finished"
+        self.ended = lambda: None
+
+    def add_done_callback(self, function):
+        self.ended = lambda: function(self)
+
+    def result(self, timeout=None):
+        return self._work()
+
+
+class Made_up_client:
+    """Tasks run in this process, each when its result is asked for, and take `seconds`."""
+
+    status = "running"
+
+    def __init__(self, clock, seconds=0, workers=lambda: ["a worker"], held=()):
+        self.clock, self.seconds, self.workers, self.held = clock, seconds, workers, held
+        self.futures = []
+        self.answers = lambda: {"tcp://one": vp.__version__}
+
+    def submit(self, function, *arguments, pure):
+        def work():
+            self.clock.now += self.seconds
+            return function(*arguments)
+
+        future = Made_up_future(work)
+        self.futures.append(future)
+        if len(self.futures) - 1 in self.held:
+            return future
+        add = future.add_done_callback
+        future.add_done_callback = lambda called: (add(called), future.ended())
+        return future
+
+    def scheduler_info(self):
+        return {"workers": self.workers()}
+
+    def wait_for_workers(self, count, timeout):
+        pass
+
+    def run(self, function, *arguments, on_error):
+        assert function is pydoc.locate and on_error == "return"
+        return self.answers()
+
+    def nthreads(self):
+        return {address: 1 for address in self.workers()}
+
+
+@pytest.fixture
+def clock(monkeypatch):
+    clock = SimpleNamespace(now=1000.0)
+
+    def sleep(seconds):
+        clock.now += seconds
+
+    monkeypatch.setattr(_batch_running, "time",
+                        SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep))
+    return clock
+
+
+@pytest.fixture
+def recording(tmp_path):
+    zarr.save_array(str(tmp_path / "in.zarr"), frames_of(FRAMES), chunks=(1, 64, 96))
+    return _recordings.open_recording(tmp_path / "in.zarr")
+
+
+@pytest.fixture
+def a_run(tmp_path, recording, monkeypatch):
+    """A run with a client, its patience 60 seconds of the clock; and its report."""
+    monkeypatch.setattr(_batch_running, "_STEP_SECONDS", 0.001)
+    out = output(tmp_path / "out.zarr")
+    _batch_output.prepare(out, settings(), recording)
+
+    def of(client):
+        report = _batch_running.Report(FRAMES, False)
+        return _batch_running.Run(client, recording, out, settings(), report, 60), report
+
+    return of
+
+
+def test_patience_counts_from_the_last_sign_of_a_worker(clock, a_run):
+    """A worker that is started anew after ten minutes of work is not missed for 60 seconds."""
+    asked = []
+
+    def workers():
+        asked.append(clock.now)
+        clock.now += 2
+        if len(asked) < 3:
+            return []
+        client.futures[-1].ended()
+        return ["a worker"]
+
+    client = Made_up_client(clock, 150, workers, held=(FRAMES - 1,))
+    run, report = a_run(client)
+    run.process(range(FRAMES), 1)
+    assert report.handled == report.done == FRAMES
+    assert asked == [1600, 1602, 1604]
+
+
+def test_patience_ends(clock, a_run):
+    asked = []
+
+    def workers():
+        asked.append(clock.now)
+        clock.now += 25
+        return []
+
+    run, report = a_run(Made_up_client(clock, 150, workers, held=(FRAMES - 1,)))
+    with pytest.raises(_batch_running.Unfinished, match="no worker for 60 s"):
+        run.process(range(FRAMES), 1)
+    assert asked == [1600, 1625, 1650] and report.handled == FRAMES - 1
+
+
+def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
+    def workers():
+        raise CommClosedError("closed")
+
+    run, _ = a_run(Made_up_client(clock, 0, workers, held=(1,)))
+    with pytest.raises(_batch_running.Unfinished, match="the scheduler has gone"):
+        run.process(range(FRAMES), 1)
+
+
+def command_on(client, tmp_path, monkeypatch):
+    @contextlib.contextmanager
+    def cluster(scheduler, workers):
+        yield client
+
+    monkeypatch.setattr(_batch_running, "cluster", cluster)
+    line = (tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--planes", "s0,dolp"))
+    return batch.main(list(map(str, line)))
+
+
+def test_workers_that_leave_before_the_first_frame_are_waited_for(
+        tmp_path, recording, clock, monkeypatch, capsys):
+    client = Made_up_client(clock, workers=lambda: [])
+    assert command_on(client, tmp_path, monkeypatch) == 0
+    printed, errors = capsys.readouterr()
+    assert f"{FRAMES} frames done, 0 skipped, 0 failed" in printed and not errors
+    assert assert_equal(tmp_path / "out.zarr", frames_of(FRAMES)) == FRAMES
+
+
+def test_frames_that_were_not_done_are_no_success(tmp_path, recording, clock, monkeypatch, capsys):
+    monkeypatch.setattr(_batch_running.Run, "process", lambda *arguments: None)
+    assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
+    assert f"{FRAMES} not finished" in capsys.readouterr().out
+
+
+def test_a_scheduler_that_goes_before_the_first_frame_is_no_wrong_usage(
+        tmp_path, recording, clock, monkeypatch, capsys):
+    def gone():
+        raise CommClosedError("closed")
+
+    client = Made_up_client(clock)
+    client.answers = gone
+    assert command_on(client, tmp_path, monkeypatch) == 1
+    printed, errors = capsys.readouterr()
+    assert errors == ("error: the scheduler has gone (closed); the same command goes on from here\n")
+    assert f"{FRAMES} not finished" in printed
+
+
+def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
+        tmp_path, recording, clock, monkeypatch, capsys):
+    def refused(*arguments):
+        raise PermissionError(13, "Permission denied", "complete")
+
+    monkeypatch.setattr(_batch_output, "incomplete_frames", refused)
+    assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
+    assert capsys.readouterr().err == "error: [Errno 13] Permission denied: 'complete'\n"
+
+
+@pytest.mark.parametrize("answers, words", [
+    ({"tcp://one": None}, r"tcp://one cannot import veldrane_polarization; install"),
+    ({"tcp://one": pydoc.ErrorDuringImport("x", (OSError, OSError("disk"), None))},
+     r"tcp://one cannot import veldrane_polarization \(problem in x - OSError: disk\)"),
+    ({"tcp://one": vp.__version__, "tcp://two": "0.0"}, "tcp://two has version 0.0"),
+    ({"tcp://one": vp.__version__, "tcp://two": None}, "tcp://two cannot import"),
+    ({"tcp://one": CommClosedError("gone"), "tcp://two": None}, "tcp://two cannot import"),
+    ({"tcp://one": CommClosedError("gone")}, "no worker for 60 s"),
+    ({}, "no worker for 60 s"),
+])
+def test_workers_are_refused_for_what_they_answer(clock, answers, words):
+    client = Made_up_client(clock)
+    client.answers = lambda: answers
+    with pytest.raises(_batch_running.Cluster_error, match=words):
+        _batch_running.check_workers(client, 60)
+
+
+@pytest.mark.parametrize("error", [
+    CommClosedError("gone"), OSError("Timed out"), TimeoutError(), ConnectionRefusedError()])
+def test_workers_that_have_gone_are_not_taken_for_ones_without_the_package(clock, error):
+    client = Made_up_client(clock)
+    client.answers = lambda: {"tcp://one": error, "tcp://two": vp.__version__}
+    assert _batch_running.check_workers(client, 60) == 1
+    # Alone, it may be followed by another.
+    answers = iter(({"tcp://one": error}, {}, {"tcp://two": vp.__version__}))
+    client.answers = lambda: next(answers)
+    assert _batch_running.check_workers(client, 60) == 1
+
+
+@pytest.mark.parametrize("part", ("LocalCluster", "Client"))
+def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monkeypatch, capsys, part):
+    closed, folders = [], []
+
+    def local_cluster(local_directory, **more):
+        folders.append(Path(local_directory))
+        assert folders[-1].is_dir()
+        return SimpleNamespace(close=lambda: closed.append(True))
+
+    def failing(*arguments, **more):
+        raise RuntimeError("Cluster failed to start: no\nmemory")
+
+    monkeypatch.setattr(distributed, "LocalCluster", local_cluster)
+    monkeypatch.setattr(distributed, part, failing)
+    line = (tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--workers", 2))
+    assert batch.main(list(map(str, line))) == 2
+    printed, errors = capsys.readouterr()
+    assert errors == ("error: no cluster can be started on this machine (Cluster failed to start: no "
+                      "memory); give fewer --workers, or a --scheduler\n")
+    assert not printed and len(closed) == len(folders) == (part == "Client")
+    assert not any(folder.exists() for folder in folders)
+
+
+def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
+    program = """
+from veldrane_polarization import _batch_running
+with _batch_running.cluster(None, 1) as client:
+    (worker,) = client.scheduler_info()["workers"].values()
+    print(worker["local_directory"])
+    client.run(eval, "__import__('warnings').warn('of a slow disk')")
+"""
+    environment = {name: value for name, value in os.environ.items() if name != "PYTHONWARNINGS"}
+    done = subprocess.run([*WITH_US, "-B", "-c", program], capture_output=True, text=True,
+                          env=environment)
+    folder = Path(done.stdout.strip())
+    assert any(part.startswith("veldrane-") for part in folder.parts)
+    assert not folder.exists() and not done.stderr, done.stderr
