@@ -6,7 +6,8 @@ that it stays the same while the source around it is edited.
 
 from dataclasses import dataclass
 
-from mutation_rules import RULES, changed_string, code_of, dropped_statement, without_strings
+from mutation_rules import RULES, changed_string, dropped_statement
+from source_text import code_of, without_strings
 
 FOLDERS = ("quartet", "kernel", "border", "variants", "module")
 
