@@ -103,10 +103,10 @@ def prepare(output: Output, settings: Settings, recording: Recording) -> None:
 
     path = Path(output.path)
     wanted = attributes_of(settings, recording, output.compression)
-    found = _attributes_in(path)
-    if found is not None:
-        _check_same(path, found, wanted)
     try:
+        found = _attributes_in(path)
+        if found is not None:
+            _check_same(path, found, wanted)
         path.mkdir(parents=True, exist_ok=True)
         # First of all, so that a group that a crash leaves behind half-made is known for ours.
         if found is None:

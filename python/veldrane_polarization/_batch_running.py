@@ -44,6 +44,11 @@ class Interruption(BaseException):
 _interrupted = threading.Event()
 
 
+def _reason(error: BaseException) -> str:
+    """That of a time that has run out has no text."""
+    return str(error) or type(error).__name__
+
+
 def raise_if_interrupted() -> None:
     """Whatever became of the exception of a signal."""
     if _interrupted.is_set():
@@ -139,7 +144,7 @@ def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
             client = Client(scheduler, timeout=_CONNECT_SECONDS)
         except (OSError, ValueError) as error:
             raise Cluster_error(
-                f"--scheduler {scheduler} does not answer ({error or 'timeout'}); start "
+                f"--scheduler {scheduler} does not answer ({_reason(error)}); start "
                 "dask-scheduler there, or leave the option out"
             ) from None
         with _closing(client):
@@ -157,7 +162,7 @@ def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
 
 def _local_failure(error: Exception) -> Cluster_error:
     return Cluster_error(
-        f"no cluster can be started on this machine ({error}); give fewer --workers, or a "
+        f"no cluster can be started on this machine ({_reason(error)}); give fewer --workers, or a "
         "--scheduler"
     )
 
@@ -212,7 +217,7 @@ def check_workers(client: Any, patience: float) -> int:
         versions = _versions_of_workers(client, patience)
         threads: int = sum(client.nthreads().values())
     except (OSError, RuntimeError, asyncio.CancelledError) as error:
-        raise Unfinished(f"the scheduler has gone ({error})") from None
+        raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
     if not versions:
         raise Cluster_error(
             f"the cluster has had no worker for {patience:g} s; start dask-worker for it"
@@ -237,6 +242,7 @@ def _versions_of_workers(client: Any, patience: float) -> dict[str, Any]:
     """By address: a version, None without the package, or what its import failed with."""
     end = time.monotonic() + patience
     while True:
+        raise_if_interrupted()
         with contextlib.suppress(TimeoutError):
             client.wait_for_workers(1, timeout=max(end - time.monotonic(), _STEP_SECONDS))
         # A function of Python's own: one of this package could not even be sent where it is
@@ -312,7 +318,7 @@ class Run:
                 software_version(), pure=False,
             )
         except Exception as error:  # of a client that has closed itself
-            raise Unfinished(f"the scheduler has gone ({error})") from None
+            raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
         self._under_way[future] = indices
         future.add_done_callback(self._ended.put)
 
@@ -330,7 +336,7 @@ class Run:
         try:
             workers = self._client.scheduler_info()["workers"]
         except (OSError, RuntimeError, asyncio.CancelledError) as error:
-            raise Unfinished(f"the scheduler has gone ({error})") from None
+            raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
         if workers:
             self._seen_workers = time.monotonic()
         elif time.monotonic() - self._seen_workers > self._patience:

@@ -195,10 +195,20 @@ def open_recording(
     stride: Optional[int] = None,
 ) -> Recording:
     """Find out what a path holds; reads no more than a frame."""
-    if not path.exists():
-        raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
-    if pixel_format is not None:
-        return _raw(path, pixel_format, height, width, header, stride)
+    try:
+        if not path.exists():
+            raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
+        if pixel_format is not None:
+            return _raw(path, pixel_format, height, width, header, stride)
+        return _stored(path)
+    except OSError as error:
+        raise Recording_error(
+            f"{path} cannot be read ({error.strerror or error}); make it readable, or give "
+            "another IN"
+        ) from None
+
+
+def _stored(path: Path) -> Recording:
     if (path / ".zarray").exists():
         return _zarr(path)
     if (path / ".zgroup").exists():

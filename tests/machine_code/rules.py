@@ -184,7 +184,7 @@ def every_instance_is_there(functions):
 
 # --- Rules for the module's objects, which run on any x86-64.
 
-# Privileged and virtual-machine instructions begin with a v as well, and are no vector code.
+# System instructions begin with a v as well, and are no vector code.
 SYSTEM_INSTRUCTION = (
     "er[rw]|m(?:call|clear|func|launch|load|mcall|ptrld|ptrst|read|resume|run|save|write|xoff|xon)"
 )

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import errno
 import os
 import socket
 from pathlib import Path
@@ -107,6 +108,28 @@ def test_wrong_usage_is_one_line_and_code_2(folder, capsys, arguments, words):
     printed, errors = capsys.readouterr()
     assert errors.startswith("error: ") and errors.count("\n") == 1 and words in errors, errors
     assert not printed and np.array_equal(zarr.load("in.zarr"), before)
+
+
+@pytest.mark.parametrize("refused, function, words", [
+    ("png", "scandir", "png cannot be read (Permission denied); make it readable"),
+    ("other", "listdir", "other cannot be written (Permission denied); give another OUT"),
+])
+def test_a_folder_that_may_not_be_looked_into_is_wrong_usage(
+        folder, capsys, monkeypatch, refused, function, words):
+    """As for a user who is not root."""
+    usual = getattr(os, function)
+
+    def refusing(path):
+        if os.fspath(path).endswith(refused):
+            raise PermissionError(errno.EACCES, os.strerror(errno.EACCES), path)
+        return usual(path)
+
+    monkeypatch.setattr(os, function, refusing)
+    source = "png" if refused == "png" else "in.zarr"
+    assert batch.main([source, "other", *map(str, options())]) == 2
+    printed, errors = capsys.readouterr()
+    assert errors.startswith("error: ") and errors.count("\n") == 1 and words in errors, errors
+    assert not printed
 
 
 @pytest.mark.parametrize("path, wanted", [

@@ -95,9 +95,11 @@ TEST_F(Signals, process_stops_between_frames) {
     }
 }
 
-// More frames than any machine makes while the test finds out that the first is there.
+// More frames than any machine makes while the test finds out that the first is there. If the test
+// is killed, so is the program, before it fills the disk.
 Names simulate_endlessly(std::string const& output) {
-    return {POLARIZE_PROGRAM, "simulate", "-o", output, "--frames", "1000000"};
+    return {"/usr/bin/setpriv", "--pdeathsig", "KILL", POLARIZE_PROGRAM, "simulate", "-o", output,
+            "--frames",         "1000000"};
 }
 
 TEST_F(Signals, further_signals_do_not_keep_temporary_files_from_being_removed) {

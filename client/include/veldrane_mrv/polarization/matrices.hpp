@@ -39,8 +39,8 @@ Matrices negated_rows_1_and_2(Matrices const& matrices);
 /// Far above the weights of any sensor, far below what could overflow on the way to a plane.
 inline constexpr float largest_weight = 65536;
 
-/// @throw Argument_error if a weight of rows 0 to 2 is a NaN or beyond `largest_weight`, naming its
-///        row, column and position
+/// @throw Argument_error if a weight of rows 0 to 2 is a NaN or its magnitude above
+///        `largest_weight`, naming its row, column and position
 void check(Matrices const& matrices);
 
 } // namespace veldrane_mrv::polarization
