@@ -24,6 +24,14 @@ from ._batch_settings import Settings
 from ._native import software_version
 from ._recordings import Recording
 
+# Of workers of our own. Dask has malloc give freed blocks back to the system, which then makes new
+# pages for every plane: with compression, a third of a frame's time. A worker warns of a slow disk
+# before any code of ours runs in it.
+_ENVIRONMENT = {
+    "MALLOC_TRIM_THRESHOLD_": 1 << 29,
+    "MALLOC_MMAP_THRESHOLD_": 1 << 25,
+    "PYTHONWARNINGS": "ignore",
+}
 _CONNECT_SECONDS = 10
 _STEP_SECONDS = 1.0
 
@@ -179,8 +187,8 @@ def _local_cluster(workers: Optional[int], folder: str) -> Any:
     try:
         resource_tracker.ensure_running()
         signal.pthread_sigmask(signal.SIG_BLOCK, signals)
-        # A worker warns of a slow disk before any code of ours runs in it.
-        with dask.config.set({"distributed.nanny.pre-spawn-environ.PYTHONWARNINGS": "ignore"}):
+        place = "distributed.nanny.pre-spawn-environ."
+        with dask.config.set({place + name: value for name, value in _ENVIRONMENT.items()}):
             # It serves pages in any case, without an address on a port for all, which may be taken.
             return LocalCluster(
                 n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
