@@ -94,6 +94,7 @@ def interruptible() -> Iterator[None]:
         for number, handler in before.items():
             signal.signal(number, handler)
         sys.unraisablehook = before_lost
+        _interrupted.clear()
 
 
 @dataclass
