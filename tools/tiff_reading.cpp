@@ -3,9 +3,8 @@
 #include "failure.hpp"
 
 #include <algorithm>
-#include <sstream>
+#include <cstring>
 #include <tiffio.h>
-#include <tiffio.hxx>
 
 namespace polarize_tool {
 namespace {
@@ -89,6 +88,52 @@ std::string read_picture(TIFF* image, Frame& frame) {
 }
 
 using Tiff_pointer = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
+using Tiff_options = std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)>;
+
+// A few bytes can name strips by the hundred million, for whose places libtiff makes room before
+// anybody sees the size of the picture. The largest frame's samples in one strip have to fit.
+Tiff_options bounded_options() {
+    constexpr tmsize_t room_for_other_things = 1 << 20;
+    Tiff_options options(TIFFOpenOptionsAlloc(), &TIFFOpenOptionsFree);
+    TIFFOpenOptionsSetMaxSingleMemAlloc(
+        options.get(), tmsize_t{2 * largest_frame} + room_for_other_things);
+    return options;
+}
+
+/// A file in memory, as libtiff asks for it.
+struct Memory_stream {
+    std::string_view bytes;
+    std::size_t at = 0;
+
+    static Memory_stream& of(thandle_t handle) { return *static_cast<Memory_stream*>(handle); }
+
+    static tmsize_t read(thandle_t handle, void* target, tmsize_t size) {
+        Memory_stream& stream = of(handle);
+        std::size_t const left = stream.bytes.size() - std::min(stream.at, stream.bytes.size());
+        std::size_t const count = std::min(left, static_cast<std::size_t>(size));
+        if (count != 0) {
+            std::memcpy(target, stream.bytes.data() + stream.at, count);
+            stream.at += count;
+        }
+        return static_cast<tmsize_t>(count);
+    }
+
+    static tmsize_t write(thandle_t, void*, tmsize_t) { return -1; }
+
+    static toff_t seek(thandle_t handle, toff_t offset, int from) {
+        Memory_stream& stream = of(handle);
+        toff_t const base = from == SEEK_CUR   ? stream.at
+                            : from == SEEK_END ? stream.bytes.size()
+                                               : 0;
+        // Offsets back wrap around, as libtiff means them.
+        stream.at = base + offset;
+        return stream.at;
+    }
+
+    static int close(thandle_t) { return 0; }
+
+    static toff_t size(thandle_t handle) { return of(handle).bytes.size(); }
+};
 
 } // namespace
 
@@ -100,8 +145,14 @@ bool begins_like_tiff(std::string_view bytes) {
 
 std::string read_tiff(std::string_view bytes, Frame& frame) {
     keep_libtiff_quiet();
-    std::istringstream stream{std::string(bytes)};
-    Tiff_pointer const image(TIFFStreamOpen("memory", &stream), &TIFFClose);
+    Memory_stream stream{bytes};
+    char const* const without_mapping = "rm";
+    Tiff_pointer const image(
+        TIFFClientOpenExt(
+            "memory", without_mapping, &stream, &Memory_stream::read, &Memory_stream::write,
+            &Memory_stream::seek, &Memory_stream::close, &Memory_stream::size, nullptr, nullptr,
+            bounded_options().get()),
+        &TIFFClose);
     return image == nullptr ? damaged_image : read_picture(image.get(), frame);
 }
 
@@ -120,7 +171,7 @@ Tiff_file::Tiff_file(std::filesystem::path const& file)
 Tiff_file::~Tiff_file() = default;
 
 bool Tiff_file::reopen() {
-    handle_->image.reset(TIFFOpen(file_.c_str(), "r"));
+    handle_->image.reset(TIFFOpenExt(file_.c_str(), "r", bounded_options().get()));
     return handle_->image != nullptr;
 }
 
