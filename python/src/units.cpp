@@ -74,6 +74,36 @@ py::array_t<float> stokes_in_samples(Plane_array<Element> const& stokes, mrv::Sc
         stokes, [&](std::span<float> target) { mrv::stokes_in_samples(elements, scale, target); });
 }
 
+py::tuple state_of(mrv::Scale const& scale) {
+    return py::make_tuple(scale.bit_depth(), scale.full_scale(), scale.rescaled());
+}
+
+mrv::Scale scale_of_state(py::tuple const& state) {
+    if (state.size() == 3) {
+        auto const depth = static_cast<int>(whole_number("bit_depth", state[0], 1, 16));
+        auto const full_scale =
+            static_cast<unsigned>(whole_number("full_scale", state[1], 1, 65535));
+        for (auto const& scale :
+             {mrv::Scale{depth}, mrv::Scale{depth, full_scale},
+              mrv::Scale::in_sample_units(depth, full_scale)}) {
+            if (state_of(scale).equal(state)) {
+                return scale;
+            }
+        }
+    }
+    throw py::value_error{
+        "the pickled scale is " + std::string{py::repr(state)} +
+        "; pickle it with this version of the package"};
+}
+
+// As the constructor takes it. Of 16 bits that fill the planes rescaled, the two numbers would be
+// another scale.
+std::string described(mrv::Scale const& scale) {
+    bool const is_of_both = scale == mrv::Scale{scale.bit_depth(), scale.full_scale()};
+    return "Scale(" + std::to_string(scale.bit_depth()) +
+           (is_of_both ? ", " + std::to_string(scale.full_scale()) : std::string{}) + ")";
+}
+
 } // namespace
 
 void bind_units(py::module_& module) {
@@ -103,24 +133,9 @@ void bind_units(py::module_& module) {
         .def(
             "__eq__", [](mrv::Scale const& a, mrv::Scale const& b) { return a == b; },
             py::is_operator())
-        .def(
-            "__hash__",
-            [](mrv::Scale const& scale) {
-                return py::hash(py::make_tuple(scale.bit_depth(), scale.full_scale()));
-            })
-        .def(
-            "__repr__",
-            [](mrv::Scale const& scale) {
-                return "Scale(" + std::to_string(scale.bit_depth()) + ", " +
-                       std::to_string(scale.full_scale()) + ")";
-            })
-        .def(py::pickle(
-            [](mrv::Scale const& scale) {
-                return py::make_tuple(scale.bit_depth(), scale.full_scale());
-            },
-            [](py::tuple const& state) {
-                return mrv::Scale{state[0].cast<int>(), state[1].cast<unsigned>()};
-            }));
+        .def("__hash__", [](mrv::Scale const& scale) { return py::hash(state_of(scale)); })
+        .def("__repr__", &described)
+        .def(py::pickle(&state_of, &scale_of_state));
     module.def(
         "angles", &angles, py::arg("azimuth").noconvert(), py::arg("dolp").noconvert(),
         py::arg("scale"), py::arg("in_degrees"));

@@ -7,7 +7,7 @@ from typing import Optional
 
 from . import _processing
 from ._arguments import Array
-from ._native import Calibration
+from ._native import Calibration, Scale
 
 
 @dataclass(frozen=True)
@@ -15,23 +15,15 @@ class Settings:
     """Options of `process`, once they are checked."""
 
     phase: int
-    bit_depth: int
+    scale: Scale
     planes: tuple[str, ...]
     mode: str
     calibration: Optional[Calibration]
-    full_scale: int
     signed: bool
     calibration_file: Optional[str] = None
 
     def process(self, raw: Array, threads: int = 1) -> _processing.Result:
-        return _processing.process(
-            raw,
-            layout=self.phase,
-            bit_depth=self.bit_depth,
-            planes=self.planes,
-            mode=self.mode,
-            calibration=self.calibration,
-            full_scale=self.full_scale,
-            signed=self.signed,
-            threads=threads,
+        choices = _processing.choices_of(
+            self.scale, self.phase, self.planes, self.mode, self.calibration, self.signed
         )
+        return _processing.process_as(choices, raw, threads=threads)

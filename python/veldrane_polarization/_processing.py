@@ -206,7 +206,7 @@ class Result:
         return f"<Result {self.mode}: {shapes}>"
 
 
-class _Choices(NamedTuple):
+class Choices(NamedTuple):
     """Options of a call, once they are checked."""
 
     plan: _native.Plan
@@ -217,6 +217,15 @@ class _Choices(NamedTuple):
     signed: bool
 
 
+def choices_of(
+    scale: _native.Scale, phase: int, names: tuple[str, ...], mode: str,
+    calibration: Optional[_native.Calibration], signed: bool,
+) -> Choices:
+    """Of options that have been checked. A scale is more than the two numbers it was made of."""
+    plan = _native.Plan(names, phase, scale, calibration, mode == "calibrated", signed)
+    return Choices(plan, names, scale, phase, mode, signed)
+
+
 def _checked(
     layout: Optional[Layout],
     bit_depth: int,
@@ -225,19 +234,17 @@ def _checked(
     calibration: Optional[_native.Calibration],
     full_scale: Optional[int],
     signed: bool,
-) -> _Choices:
+) -> Choices:
     scale = _arguments.scale_of(bit_depth, full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
     mode = _arguments.mode_of(mode, calibration)
     names = _arguments.planes_of(planes)
-    has_signs = _arguments.truth("signed", signed)
-    plan = _native.Plan(names, phase, scale, known, mode == "calibrated", has_signs)
-    return _Choices(plan, names, scale, phase, mode, has_signs)
+    return choices_of(scale, phase, names, mode, known, _arguments.truth("signed", signed))
 
 
 _UNCHANGING = (int, str, tuple, type(None))
 # Typed, since True and 1.0 are equal to 1 and yet refused.
-_remembered: Callable[..., _Choices] = functools.lru_cache(maxsize=64, typed=True)(_checked)
+_remembered: Callable[..., Choices] = functools.lru_cache(maxsize=64, typed=True)(_checked)
 
 
 def process(
@@ -326,7 +333,17 @@ def process(
         choices = _remembered(*options) if calibration is None else None
     except TypeError:  # something unhashable in a tuple, which is refused below
         choices = None
-    plan, names, scale, phase, mode, signed = choices or _checked(*options)
+    return process_as(choices or _checked(*options), raw, out, threads)
+
+
+def process_as(
+    choices: Choices,
+    raw: Array,
+    out: Optional[Mapping[str, Array]] = None,
+    threads: Optional[int] = None,
+) -> Result:
+    """`process` with options that have been checked."""
+    plan, names, scale, phase, mode, signed = choices
     workers = 0 if threads is None else _arguments.whole_number("threads", threads, 1, 1024)
     arrays = plan.process_if_plain(raw, out, workers)
     if arrays is None:

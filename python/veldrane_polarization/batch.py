@@ -54,7 +54,7 @@ def _parser() -> argparse.ArgumentParser:
     parser.add_argument("--planes", default="s0,azimuth,dolp", help="names with commas, or all")
     parser.add_argument("--mode", choices=("fast", "calibrated"))
     parser.add_argument("--calibration", type=Path, metavar="FILE")
-    parser.add_argument("--full-scale", type=int, default=65535, help="of the planes")
+    parser.add_argument("--full-scale", type=int, help="of the planes (65535)")
     parser.add_argument("--signed", action="store_true", help="S1 and S2 with their signs, int32")
     raw = parser.add_argument_group("bare samples")
     raw.add_argument("--pixel-format", choices=PIXEL_FORMATS, metavar="NAME",
@@ -130,20 +130,19 @@ def _settings(line: argparse.Namespace) -> Settings:
     phase, known = _arguments.phase_and_calibration(layout, calibration)
     return Settings(
         phase,
-        scale.bit_depth,
+        scale,
         _arguments.planes_of(line.planes),
         _arguments.mode_of(line.mode, known),
         known,
-        scale.full_scale,
         line.signed,
         str(_absolute(line.calibration)) if known is not None else None,
     )
 
 
 def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
-    if recording.dtype == "uint8" and settings.bit_depth > 8:
+    if recording.dtype == "uint8" and settings.scale.bit_depth > 8:
         raise Usage_error(
-            f"--bit-depth is {settings.bit_depth}, but {path} holds samples of 8 bits; give at "
+            f"--bit-depth is {settings.scale.bit_depth}, but {path} holds samples of 8 bits; give at "
             "most 8, or frames of 16 bits"
         )
     height, width = recording.shape

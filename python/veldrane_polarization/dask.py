@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import functools
-from collections.abc import Iterable, Mapping
+from collections.abc import Iterable
 from typing import Any, Optional, Union
 
 import numpy as np
@@ -11,15 +11,16 @@ from dask import array as da
 from dask.base import tokenize
 from dask.highlevelgraph import HighLevelGraph
 
-from . import _arguments, _native, _processing
+from . import _arguments, _native
 from ._arguments import Array, Layout
+from ._batch_settings import Settings
 
 __all__ = ["process"]
 
 
-def _block(raw: Array, *, options: Mapping[str, Any]) -> dict[str, Array]:
+def _block(raw: Array, *, settings: Settings) -> dict[str, Array]:
     # One thread: a worker has a thread for every task that it runs at once.
-    result = _processing.process(raw, **options, threads=1)
+    result = settings.process(raw, threads=1)
     return {name: result[name] for name in result}
 
 
@@ -73,37 +74,50 @@ def process(
         raise ValueError("array has unknown sizes; call array.compute_chunk_sizes() first")
     scale = _arguments.scale_of(bit_depth, full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
-    names = _arguments.planes_of(planes)
-    options: dict[str, Any] = {
-        "layout": phase,
-        "bit_depth": scale.bit_depth,
-        "planes": names,
-        "mode": _arguments.mode_of(mode, calibration),
-        "calibration": known,
-        "full_scale": scale.full_scale,
-        "signed": _arguments.truth("signed", signed),
-    }
+    settings = Settings(
+        phase,
+        scale,
+        _arguments.planes_of(planes),
+        _arguments.mode_of(mode, calibration),
+        known,
+        _arguments.truth("signed", signed),
+    )
     _arguments.check_no_mask(array._meta, "array")
     _arguments.check_samples(array.dtype, array.shape, "array")
     # The smallest frame tells whether the rest of the arguments are right.
     _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
-    return _graph(array.rechunk({1: -1, 2: -1}), names, options)
+    return _graph(array.rechunk({1: -1, 2: -1}), settings)
 
 
-def _graph(frames: Any, names: tuple[str, ...], options: dict[str, Any]) -> dict[str, Any]:
-    known = options["calibration"]
-    token = tokenize(
-        frames.name, {**options, "calibration": known.to_json() if known is not None else None}
+def _token(frames: Any, settings: Settings) -> str:
+    # Of what is in them: dask gives objects that it does not know another name each time.
+    scale, known = settings.scale, settings.calibration
+    token: str = tokenize(
+        frames.name,
+        settings.phase,
+        (scale.bit_depth, scale.full_scale, scale.rescaled),
+        settings.planes,
+        settings.mode,
+        known.to_json() if known is not None else None,
+        settings.signed,
     )
+    return token
+
+
+def _graph(frames: Any, settings: Settings) -> dict[str, Any]:
+    token = _token(frames, settings)
     blocks = "polarization-" + token
-    # Options are bound, not arguments: dask takes a text among arguments for a key of the graph.
-    block = functools.partial(_block, options=options)
+    # Settings are bound, not arguments: dask takes a text among arguments for a key of the graph.
+    block = functools.partial(_block, settings=settings)
     layer = {
         (blocks, number): (block, (frames.name, number, 0, 0))
         for number in range(len(frames.chunks[0]))
     }
     graph = HighLevelGraph.from_collections(blocks, layer, dependencies=[frames])
-    return {name: _plane(graph, blocks, name, frames, token, options["signed"]) for name in names}
+    return {
+        name: _plane(graph, blocks, name, frames, token, settings.signed)
+        for name in settings.planes
+    }
 
 
 def _take(block: dict[str, Array], *, name: str) -> Array:

@@ -119,6 +119,7 @@ def common_attributes(result: Result) -> dict[str, Any]:
         "phase": result.phase,
         "bit_depth": result.scale.bit_depth,
         "full_scale": result.scale.full_scale,
+        "sample_units_per_step": result.scale.sample_units_per_step,
         "mode": result.mode,
         "source": f"veldrane_polarization {software_version()}",
     }

@@ -146,9 +146,9 @@ def assert_equal(out, frames, indices=None, **changes):
 
 
 def settings(**changes):
-    values = dict(phase=2, bit_depth=12, planes=("s0", "dolp"), mode="fast", calibration=None,
-                  full_scale=65535, signed=False)
-    return _batch_settings.Settings(**(values | changes))
+    values = dict(phase=2, planes=("s0", "dolp"), mode="fast", calibration=None, signed=False)
+    scale = vp.Scale(changes.pop("bit_depth", BIT_DEPTH), changes.pop("full_scale", None))
+    return _batch_settings.Settings(**(values | {"scale": scale} | changes))
 
 
 def output(path, compression="lz4", run="0123abcd"):

@@ -9,7 +9,7 @@ import pytest
 from hypothesis import given, strategies as st
 
 import veldrane_polarization as vp
-from veldrane_polarization import dask as vp_dask
+from veldrane_polarization import _processing, dask as vp_dask
 
 
 def cuts(draw, length):
@@ -65,8 +65,8 @@ def test_a_block_of_frames_is_one_task_for_all_planes_and_lazy():
 
 def test_tasks_take_one_thread(monkeypatch):
     seen = []
-    original = vp_dask._processing.process
-    monkeypatch.setattr(vp_dask._processing, "process",
+    original = _processing.process_as
+    monkeypatch.setattr(_processing, "process_as",
                         lambda *a, **k: seen.append(k["threads"]) or original(*a, **k))
     frames = da.zeros((3, 4, 20), chunks=(1, 4, 20), dtype=np.uint16)
     vp_dask.process(frames, layout=0, bit_depth=12, planes="s0")["s0"].compute(scheduler="sync")

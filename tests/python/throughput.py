@@ -37,7 +37,7 @@ def make_recording(path, count, height, width):
 
 
 def settings():
-    return _batch_settings.Settings(LAYOUT, BIT_DEPTH, PLANES, "fast", None, 65535, False)
+    return _batch_settings.Settings(LAYOUT, vp.Scale(BIT_DEPTH), PLANES, "fast", None, False)
 
 
 def milliseconds(action, frames):
