@@ -3,12 +3,15 @@
 from __future__ import annotations
 
 import array
+import copy
 import ctypes
+import pickle
 
 import numpy as np
 import pytest
 
 import veldrane_polarization as vp
+from veldrane_polarization import _native
 
 FRAME = np.arange(4 * 20, dtype=np.uint16).reshape(4, 20)
 SERIES = np.stack([FRAME, FRAME])
@@ -212,3 +215,80 @@ def test_a_plane_that_was_not_asked_for_is_named():
 def test_other_functions_refuse(call, error, words):
     with pytest.raises(error, match=words):
         call()
+
+
+# Of the classes that are made in C++: their metaclass is pybind11's.
+BOUND = {name: value for name, value in vars(_native).items()
+         if isinstance(value, type) and type(value) is not type}
+
+
+def without_init(bound):
+    """An object of a class, and one of a class derived from it, that nobody initialised."""
+    class Derived(bound):
+        def __init__(self):
+            pass
+
+    return bound.__new__(bound), Derived.__new__(Derived)
+
+
+@pytest.mark.parametrize("name", BOUND)
+def test_an_object_that_was_not_initialised_is_refused_wherever_it_is_used(name):
+    assert set(BOUND) == {"Analyser", "Calibration", "Plan", "Scale", "Series_point"}
+    uses = 0
+    for value in without_init(BOUND[name]):
+        for attribute in vars(BOUND[name]):
+            if isinstance(getattr(BOUND[name], attribute), property):
+                with pytest.raises(TypeError, match="never initialised; call its class, or super"):
+                    getattr(value, attribute)
+                uses += 1
+        calls = [copy.copy, copy.deepcopy, pickle.dumps]
+        calls += [repr] if name != "Series_point" and name != "Plan" else []
+        calls += [hash] if name == "Scale" else []
+        for call in calls:
+            with pytest.raises((TypeError, AttributeError, pickle.PicklingError)):
+                call(value)
+        del value
+    assert uses >= {"Plan": 0, "Series_point": 2}.get(name, 10)
+
+
+def test_an_object_that_was_not_initialised_is_refused_as_an_argument():
+    words, nothing = "never initialised", {}
+    for scale in without_init(vp.Scale):
+        with pytest.raises(TypeError, match=words):
+            _native.stokes_in_samples(FRAME, scale)
+        with pytest.raises(TypeError, match=words):
+            _native.Plan(("s0",), 2, scale, None, False, False)
+        with pytest.raises(TypeError, match=words):
+            vp.Scale(12) == scale
+    for calibration in without_init(vp.Calibration):
+        with pytest.raises(TypeError, match=words):
+            vp.process(**good(layout=None, calibration=calibration))
+        with pytest.raises(TypeError, match=words):
+            vp.process(**good(calibration=calibration))
+        with pytest.raises(TypeError, match=words):
+            vp.simulate(16, 32, layout=2, sensor=calibration)
+        for method in (vp.Calibration.to_json, vp.Calibration.__repr__):
+            with pytest.raises(TypeError, match=words):
+                method(calibration)
+        with pytest.raises(TypeError, match=words):
+            calibration.of_region(0, 0)
+    for plan in without_init(_native.Plan):
+        with pytest.raises(TypeError, match=words):
+            plan.process_if_plain(FRAME, nothing, 1)
+    for point in without_init(_native.Series_point):
+        with pytest.raises(TypeError, match=words):
+            _native.estimate([point], 2, 12, None, 1.0, "")
+
+
+def test_a_class_of_ones_own_that_leaves_out_init_is_refused_and_one_that_calls_it_is_not():
+    class Forgetful(vp.Scale):
+        def __init__(self):
+            pass
+
+    class Careful(vp.Scale):
+        def __init__(self):
+            super().__init__(10)
+
+    with pytest.raises(TypeError, match="__init__"):
+        Forgetful()
+    assert Careful().bit_depth == 10 and Careful() == vp.Scale(10)
