@@ -1,100 +1,30 @@
-"""The client of a run: the cluster, its workers, what is under way, what went wrong."""
+"""The client of a run: the workers, what is under way, what went wrong."""
 
 from __future__ import annotations
 
 import asyncio
 import contextlib
-import logging
-import os
 import pydoc
 import queue
-import signal
 import sys
-import tempfile
-import threading
 import time
 from collections.abc import Iterator, Sequence
 from dataclasses import dataclass, field
-from multiprocessing import resource_tracker
 from typing import Any, Optional
 
 from . import _batch_work, _recordings
+from ._batch_cluster import Cluster_error, reason_of
+from ._batch_interruption import raise_if_interrupted
 from ._batch_output import Output
 from ._batch_settings import Settings
 from ._native import software_version
 from ._recordings import Recording
 
-# Of workers of our own. Dask has malloc give freed blocks back to the system, which then makes new
-# pages for every plane: with compression, a third of a frame's time. A worker warns of a slow disk
-# before any code of ours runs in it.
-_ENVIRONMENT = {
-    "MALLOC_TRIM_THRESHOLD_": 1 << 29,
-    "MALLOC_MMAP_THRESHOLD_": 1 << 25,
-    "PYTHONWARNINGS": "ignore",
-}
-_CONNECT_SECONDS = 10
 _STEP_SECONDS = 1.0
-
-
-class Cluster_error(ValueError):
-    """A cluster that no run can begin on: one line for a user."""
 
 
 class Unfinished(Exception):
     """The cluster was lost under way: one line for a user."""
-
-
-class Interruption(BaseException):
-    """Ctrl-C, the system's request to end, or a terminal that closes."""
-
-
-# What a handler raises is lost where it falls into a finaliser; the event stays.
-_interrupted = threading.Event()
-
-
-def _reason(error: BaseException) -> str:
-    """That of a time that has run out has no text."""
-    return str(error) or type(error).__name__
-
-
-def raise_if_interrupted() -> None:
-    """Whatever became of the exception of a signal."""
-    if _interrupted.is_set():
-        raise Interruption
-
-
-@contextlib.contextmanager
-def interruptible() -> Iterator[None]:
-    """The first signal raises Interruption; more of them leave the clearing up alone."""
-    if threading.current_thread() is not threading.main_thread():
-        yield
-        return
-    numbers = [signal.SIGINT, signal.SIGTERM]
-    # nohup starts a program that is to outlive its terminal.
-    if signal.getsignal(signal.SIGHUP) is not signal.SIG_IGN:
-        numbers.append(signal.SIGHUP)
-
-    def interrupt(number: int, frame: Any) -> None:
-        for each in numbers:
-            signal.signal(each, signal.SIG_IGN)
-        _interrupted.set()
-        raise Interruption
-
-    def tell_lost(lost: Any) -> None:
-        # Objects that the signal leaves half-made fail in their finalisers, too.
-        if not _interrupted.is_set():
-            before_lost(lost)
-
-    _interrupted.clear()
-    before_lost, sys.unraisablehook = sys.unraisablehook, tell_lost
-    before = {number: signal.signal(number, interrupt) for number in numbers}
-    try:
-        yield
-    finally:
-        for number, handler in before.items():
-            signal.signal(number, handler)
-        sys.unraisablehook = before_lost
-        _interrupted.clear()
 
 
 @dataclass
@@ -143,75 +73,6 @@ class Report:
         self._longest = max(self._longest, len(line))
 
 
-@contextlib.contextmanager
-def cluster(scheduler: Optional[str], workers: Optional[int]) -> Iterator[Any]:
-    """A client of the cluster that is there, or of one of our own."""
-    from distributed import Client
-
-    if scheduler is not None:
-        try:
-            client = Client(scheduler, timeout=_CONNECT_SECONDS)
-        except (OSError, ValueError) as error:
-            raise Cluster_error(
-                f"--scheduler {scheduler} does not answer ({_reason(error)}); start "
-                "dask-scheduler there, or leave the option out"
-            ) from None
-        with _closing(client):
-            yield client
-        return
-    folder = tempfile.TemporaryDirectory(prefix="veldrane-", ignore_cleanup_errors=True)
-    with folder, _closing(_local_cluster(workers, folder.name)) as local:
-        try:
-            client = Client(local)
-        except (OSError, RuntimeError) as error:
-            raise _local_failure(error) from None
-        with _closing(client):
-            yield client
-
-
-def _local_failure(error: Exception) -> Cluster_error:
-    return Cluster_error(
-        f"no cluster can be started on this machine ({_reason(error)}); give fewer --workers, or a "
-        "--scheduler"
-    )
-
-
-def _local_cluster(workers: Optional[int], folder: str) -> Any:
-    import dask
-    from distributed import LocalCluster
-
-    # Ctrl-C in a terminal goes to all processes; workers are to be ended by us. They inherit the
-    # mask of the threads that start them, which are made here. Python's tracker of resources gets
-    # it too; its start unblocks Ctrl-C, in whatever thread it falls.
-    signals = {signal.SIGINT, signal.SIGHUP}
-    before = signal.pthread_sigmask(signal.SIG_BLOCK, signals)
-    try:
-        resource_tracker.ensure_running()
-        signal.pthread_sigmask(signal.SIG_BLOCK, signals)
-        place = "distributed.nanny.pre-spawn-environ."
-        with dask.config.set({place + name: value for name, value in _ENVIRONMENT.items()}):
-            # It serves pages in any case, without an address on a port for all, which may be taken.
-            return LocalCluster(
-                n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
-                dashboard_address="127.0.0.1:0", silence_logs=logging.CRITICAL,
-                local_directory=folder,
-            )
-    except (OSError, RuntimeError) as error:
-        raise _local_failure(error) from None
-    finally:
-        signal.pthread_sigmask(signal.SIG_SETMASK, before)
-
-
-@contextlib.contextmanager
-def _closing(part: Any) -> Iterator[Any]:
-    try:
-        yield part
-    finally:
-        # What cannot be closed is gone already.
-        with contextlib.suppress(Exception):
-            part.close()
-
-
 def check_workers(client: Any, patience: float) -> int:
     """Threads of all workers, once they are known to run the same version.
 
@@ -226,7 +87,7 @@ def check_workers(client: Any, patience: float) -> int:
         versions = _versions_of_workers(client, patience)
         threads: int = sum(client.nthreads().values())
     except (OSError, RuntimeError, asyncio.CancelledError) as error:
-        raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
+        raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
     if not versions:
         raise Cluster_error(
             f"the cluster has had no worker for {patience:g} s; start dask-worker for it"
@@ -327,7 +188,7 @@ class Run:
                 software_version(), pure=False,
             )
         except Exception as error:  # of a client that has closed itself
-            raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
+            raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
         self._under_way[future] = indices
         future.add_done_callback(self._ended.put)
 
@@ -345,7 +206,7 @@ class Run:
         try:
             workers = self._client.scheduler_info()["workers"]
         except (OSError, RuntimeError, asyncio.CancelledError) as error:
-            raise Unfinished(f"the scheduler has gone ({_reason(error)})") from None
+            raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
         if workers:
             self._seen_workers = time.monotonic()
         elif time.monotonic() - self._seen_workers > self._patience:

@@ -11,7 +11,14 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import NoReturn, Optional
 
-from . import _arguments, _batch_output, _batch_running, _recordings
+from . import (
+    _arguments,
+    _batch_cluster,
+    _batch_interruption,
+    _batch_output,
+    _batch_running,
+    _recordings,
+)
 from ._batch_output import Output
 from ._batch_settings import Settings
 from ._native import Calibration
@@ -69,6 +76,12 @@ def _parser() -> argparse.ArgumentParser:
                          help="processes on this machine, without --scheduler; one a processor")
     cluster.add_argument("--patience", type=float, default=60, metavar="SECONDS",
                          help="to wait for a worker where there is none (60)")
+    cluster.add_argument("--tls-ca-file", metavar="FILE", help="of a scheduler with TLS, as for "
+                         "dask-scheduler; in place of Dask's configuration")
+    cluster.add_argument("--tls-cert", metavar="FILE", help="this program's certificate there")
+    cluster.add_argument("--tls-key", metavar="FILE", help="its key")
+    cluster.add_argument("--dashboard", action="store_true",
+                         help="show pages about the processes on this machine, to all its users")
     parser.add_argument("--compression", choices=("lz4", "none"), default="lz4", help="of OUT")
     parser.add_argument("-q", "--quiet", action="store_true", help="no progress, no summary")
     return parser
@@ -77,6 +90,10 @@ def _parser() -> argparse.ArgumentParser:
 def _check_line(line: argparse.Namespace) -> None:
     if line.workers is not None and line.scheduler is not None:
         raise Usage_error("--workers and --scheduler exclude each other; leave out one")
+    if line.dashboard and line.scheduler is not None:
+        raise Usage_error("--dashboard and --scheduler exclude each other; leave out one")
+    if line.scheduler is None and (line.tls_ca_file or line.tls_cert or line.tls_key):
+        raise Usage_error("--tls-ca-file, --tls-cert and --tls-key are for --scheduler; give it too")
     if line.workers is not None and not 1 <= line.workers <= 1024:
         raise Usage_error(f"--workers is {line.workers}; give 1 to 1024")
     if not 0 < line.patience <= 1e6:
@@ -174,7 +191,7 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
             _process(line, recording, output, settings, frames, report)
     except _batch_running.Unfinished as error:
         code, problem = A_FRAME_FAILED, f"{error}; {_GO_ON}"
-    except _batch_running.Interruption:
+    except _batch_interruption.Interruption:
         code, problem = INTERRUPTED, f"interrupted; {_GO_ON}"
     _tell(report, recording, problem, line.quiet)
     return code or (A_FRAME_FAILED if report.done < report.frames else ALL_DONE)
@@ -184,9 +201,11 @@ def _process(
     line: argparse.Namespace, recording: Recording, output: Output, settings: Settings,
     frames: Sequence[int], report: _batch_running.Report,
 ) -> None:
-    with _batch_running.cluster(line.scheduler, line.workers) as client:
+    security = _batch_cluster.credentials(line.tls_ca_file, line.tls_cert, line.tls_key)
+    where = _batch_cluster.cluster(line.scheduler, line.workers, security, line.dashboard)
+    with where as client:
         threads = _batch_running.check_workers(client, line.patience)
-        _batch_running.raise_if_interrupted()
+        _batch_interruption.raise_if_interrupted()
         report.start()
         work = _batch_running.Run(client, recording, output, settings, report, line.patience)
         # Workers that have just left may come back, or others.
@@ -217,7 +236,7 @@ def _tell(
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
     try:
-        with _batch_running.interruptible():
+        with _batch_interruption.interruptible():
             return run(arguments)
     except ImportError as error:
         package = (error.name or "").partition(".")[0].lower()
@@ -227,7 +246,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         print("error: " + " ".join(str(error).split()), file=sys.stderr)
         # Of files that go away, full disks: what is wrong usage has an error of its own.
         return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
-    except _batch_running.Interruption:
+    except _batch_interruption.Interruption:
         print(f"error: interrupted; {_GO_ON}", file=sys.stderr)
         return INTERRUPTED
 

@@ -14,7 +14,7 @@ from batch_support import frames_of, options, output, settings
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, _recordings, batch
+from veldrane_polarization import _batch_cluster, _batch_output, _recordings, batch
 
 
 def bare(*changes, height="64", width="96"):
@@ -74,6 +74,16 @@ CASES = [
     (("in.zarr", "out", *options("--patience", "nan")), "--patience is nan"),
     (("in.zarr", "out", *options("--work", "2")), "unrecognized arguments: --work"),
     (("in.zarr",), "required: OUT"),
+    (("in.zarr", "out", *options("--dashboard", "--scheduler", NOBODY)), "exclude"),
+    (("in.zarr", "out", *options("--tls-cert", "c.json")), "are for --scheduler; give it too"),
+    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-cert", "c.json")),
+     "--tls-ca-file is missing"),
+    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json")),
+     "--tls-cert is missing"),
+    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "no")),
+     "--tls-cert no cannot be read (No such file"),
+    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "c.json")),
+     "no certificates in PEM form"),
     (("in.zarr", "out", *options("--scheduler", "nonsense://x")), "does not answer"),
     (("in.zarr", "out", *options("--scheduler", NOBODY)), "does not answer"),
 ]
@@ -82,7 +92,7 @@ CASES = [
 @pytest.fixture
 def folder(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
-    monkeypatch.setattr(_batch_running, "_CONNECT_SECONDS", 1)
+    monkeypatch.setattr(_batch_cluster, "_CONNECT_SECONDS", 1)
     zarr.save_array("in.zarr", frames_of(2), chunks=(1, 64, 96))
     zarr.save_array("narrow.zarr", np.zeros((2, 20, 8), "u2"))
     zarr.save_array("flat.zarr", np.zeros((2, 64), "u2"))

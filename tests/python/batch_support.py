@@ -177,7 +177,7 @@ def completed(out):
 
 
 @contextlib.contextmanager
-def loopback_cluster(folder, worker_environments=({}, {}), shared={}):
+def loopback_cluster(folder, worker_environments=({}, {}), shared={}, security=None):
     """Address, scheduler and worker processes; nothing restarts them."""
     environment = os.environ | {"DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "10"} | shared
     file = folder / "scheduler.json"
@@ -196,7 +196,7 @@ def loopback_cluster(folder, worker_environments=({}, {}), shared={}):
         address = json.loads(file.read_text())["address"]
         from distributed import Client
 
-        with Client(address, timeout=300) as client:
+        with Client(address, timeout=300, security=security) as client:
             client.wait_for_workers(len(worker_environments), timeout=300)
         yield address, started[0], started[1:]
     finally:

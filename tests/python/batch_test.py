@@ -17,7 +17,13 @@ from batch_support import assert_equal, frames_of, options, output, run, setting
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, _batch_work, _recordings
+from veldrane_polarization import (
+    _batch_interruption,
+    _batch_output,
+    _batch_running,
+    _batch_work,
+    _recordings,
+)
 
 
 def test_a_recording_in_each_kind_of_input_gives_the_same(tmp_path):
@@ -63,15 +69,15 @@ def test_a_signal_that_falls_into_a_finaliser_is_not_lost(monkeypatch):
         def __del__(self):
             os.kill(os.getpid(), signal.SIGTERM)
 
-    with _batch_running.interruptible():
-        _batch_running.raise_if_interrupted()
+    with _batch_interruption.interruptible():
+        _batch_interruption.raise_if_interrupted()
         ending = Ending()
         del ending
-        with pytest.raises(_batch_running.Interruption):
-            _batch_running.raise_if_interrupted()
+        with pytest.raises(_batch_interruption.Interruption):
+            _batch_interruption.raise_if_interrupted()
     assert not told
-    with _batch_running.interruptible():
-        _batch_running.raise_if_interrupted()
+    with _batch_interruption.interruptible():
+        _batch_interruption.raise_if_interrupted()
 
 
 def test_what_a_signal_leaves_half_made_ends_without_a_word(monkeypatch):
@@ -85,8 +91,8 @@ def test_what_a_signal_leaves_half_made_ends_without_a_word(monkeypatch):
         def __del__(self):
             assert self.made
 
-    with _batch_running.interruptible():
-        with contextlib.suppress(_batch_running.Interruption):
+    with _batch_interruption.interruptible():
+        with contextlib.suppress(_batch_interruption.Interruption):
             Half_made()
     assert not told
 

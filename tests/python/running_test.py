@@ -16,7 +16,7 @@ from batch_support import WITH_US, assert_equal, frames_of, options, output, set
 from distributed.comm import CommClosedError
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, _recordings, batch
+from veldrane_polarization import _batch_cluster, _batch_output, _batch_running, _recordings, batch
 
 FRAMES = 5
 
@@ -147,10 +147,10 @@ def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
 
 def command_on(client, tmp_path, monkeypatch):
     @contextlib.contextmanager
-    def cluster(scheduler, workers):
+    def cluster(*arguments):
         yield client
 
-    monkeypatch.setattr(_batch_running, "cluster", cluster)
+    monkeypatch.setattr(_batch_cluster, "cluster", cluster)
     line = (tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--planes", "s0,dolp"))
     return batch.main(list(map(str, line)))
 
@@ -229,7 +229,10 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
     def local_cluster(local_directory, **more):
         folders.append(Path(local_directory))
         assert folders[-1].is_dir()
-        return SimpleNamespace(close=lambda: closed.append(True))
+        server = SimpleNamespace(stop=lambda: None)
+        return SimpleNamespace(
+            close=lambda: closed.append(True), scheduler=SimpleNamespace(http_server=server),
+            loop=SimpleNamespace(add_callback=lambda function: function()))
 
     def failing(*arguments, **more):
         raise RuntimeError("Cluster failed to start: no\nmemory")
@@ -247,8 +250,8 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
 
 def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
     program = """
-from veldrane_polarization import _batch_running
-with _batch_running.cluster(None, 1) as client:
+from veldrane_polarization import _batch_cluster
+with _batch_cluster.cluster(None, 1) as client:
     (worker,) = client.scheduler_info()["workers"].values()
     print(worker["local_directory"])
     client.run(eval, "__import__('warnings').warn('of a slow disk')")
