@@ -32,7 +32,7 @@ set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
 applications as an archive.")
 set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-    "libveldrane-mrv-polarization (= ${package_version}), libtbb-dev")
+    "libveldrane-mrv-polarization (= ${package_version})")
 
 # What Debian wants beside the files of any package: copyright and changelog, in these packages
 # only.

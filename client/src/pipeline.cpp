@@ -2,16 +2,16 @@
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
-#include <tbb/global_control.h>
-#include <tbb/parallel_pipeline.h>
-#include <tbb/task_arena.h>
-#include <tbb/task_group.h>
-
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <exception>
-#include <optional>
+#include <iterator>
+#include <mutex>
+#include <new>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 namespace veldrane_mrv::polarization {
 namespace {
@@ -19,64 +19,168 @@ namespace {
 constexpr unsigned most_threads = 1024;
 constexpr std::size_t most_frames_in_flight = 65536;
 
-// What travels through the stages: a frame's number and its fate so far.
-struct Token {
-    std::size_t index = 0;
-    std::optional<Frame_failure> failure;
-    bool dropped = false;
+// Kept as it was thrown: to write its text takes memory, of which there is more when all is done.
+struct Failure {
+    std::size_t index;
+    Pipeline_stage stage;
+    std::exception_ptr exception;
 };
 
+Frame_failure described(Failure const& failure) {
+    try {
+        std::rethrow_exception(failure.exception);
+    } catch (std::bad_alloc const&) {
+        return {
+            failure.index, failure.stage,
+            "too little memory; use fewer threads, fewer frames in flight or smaller frames", true};
+    } catch (std::exception const& error) {
+        return {failure.index, failure.stage, error.what()};
+    } catch (...) {
+        return {failure.index, failure.stage, "an exception of unknown type"};
+    }
+}
+
+// A frame on its way, in the slot of the same number.
+struct Token {
+    std::size_t index = 0;
+    std::exception_ptr exception;
+    Pipeline_stage stage = Pipeline_stage::read; // of the exception
+    bool is_dropped = false;
+    bool is_worked = false;
+};
+
+// Whichever thread is free writes the next frame if that is ready, or else reads one and works on
+// it itself. Threads are started here, one when all others are busy, and not by a scheduler of
+// tasks: those start threads where nobody can do without one that the system refuses.
 class Run {
 public:
     Run(Pipeline_options const& options, detail::Pipeline_stages const& stages)
-        : options_{options}, stages_{stages}, tokens_(options.frames_in_flight) {}
-
-    Token* read(tbb::flow_control& control) {
-        if (stop_requested()) {
-            control.stop();
-            return nullptr;
-        }
-        // A frame's slot is free again: reading and writing keep the order, so the frame that had
-        // it is the first to have left the pipeline, which holds no more frames than slots.
-        Token& token = tokens_[next_index_ % tokens_.size()];
-        token = Token{next_index_, std::nullopt, false};
-        bool found = true;
-        attempt(token, Pipeline_stage::read, [&] {
-            found = stages_.read(token.index, slot_of(token));
-        });
-        if (!found) {
-            control.stop();
-            return nullptr;
-        }
-        ++next_index_;
-        return &token;
+        : options_{options}, stages_{stages}, tokens_(options.frames_in_flight) {
+        others_.reserve(options.threads - 1);
     }
 
-    void work(Token& token) {
+    Pipeline_result operator()() {
+        take_part();
+        others_.clear(); // waits for them; none is started any more
+        if (unexpected_) {
+            std::rethrow_exception(unexpected_);
+        }
+        Pipeline_result result{std::move(done_), {}, stopped_};
+        result.failed.reserve(failed_.size());
+        std::ranges::transform(failed_, std::back_inserter(result.failed), described);
+        return result;
+    }
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    // Exceptions of the stages belong to their frames; any other ends the run.
+    void take_part() {
+        try {
+            Lock lock{mutex_};
+            while (take_step(lock)) {
+            }
+        } catch (...) {
+            std::scoped_lock const lock{mutex_};
+            if (!unexpected_) {
+                unexpected_ = std::current_exception();
+            }
+            changed_.notify_all();
+        }
+    }
+
+    // False if there is nothing left to do.
+    bool take_step(Lock& lock) {
+        bool const is_written = is_at_end_ && next_written_ == next_read_;
+        if (is_written || unexpected_) {
+            return false;
+        }
+        bool const has_ready = next_written_ < next_read_ && token_of(next_written_).is_worked;
+        bool const has_room = next_read_ - next_written_ < tokens_.size();
+        if (has_ready && !is_writing_) {
+            write_next(lock);
+        } else if (!is_at_end_ && !is_reading_ && has_room) {
+            read_and_work(lock);
+        } else {
+            ++idle_;
+            changed_.wait(lock);
+            --idle_;
+        }
+        return true;
+    }
+
+    void read_and_work(Lock& lock) {
+        Token& token = token_of(next_read_);
+        token = Token{};
+        token.index = next_read_;
+        is_reading_ = true;
+        lock.unlock();
+        bool const is_read = read(token);
+        lock.lock();
+        is_reading_ = false;
+        is_at_end_ = !is_read;
+        next_read_ += is_read ? 1 : 0;
+        changed_.notify_all();
+        if (!is_read) {
+            return;
+        }
+        if (idle_ == 0) {
+            start_another();
+        }
+        lock.unlock();
         if (proceeds(token)) {
             attempt(
                 token, Pipeline_stage::work, [&] { stages_.work(token.index, slot_of(token)); });
         }
+        lock.lock();
+        token.is_worked = true;
+        changed_.notify_all();
     }
 
-    void write(Token& token) {
+    bool read(Token& token) {
+        if (stop_requested()) {
+            return false;
+        }
+        bool found = true;
+        attempt(token, Pipeline_stage::read, [&] {
+            found = stages_.read(token.index, slot_of(token));
+        });
+        return found;
+    }
+
+    void write_next(Lock& lock) {
+        Token& token = token_of(next_written_);
+        is_writing_ = true;
+        lock.unlock();
         if (proceeds(token)) {
             attempt(
                 token, Pipeline_stage::write, [&] { stages_.write(token.index, slot_of(token)); });
         }
-        if (token.failure) {
-            result_.failed.push_back(*std::move(token.failure));
-        } else if (!token.dropped) {
-            result_.done.push_back(token.index);
+        if (token.exception) {
+            failed_.push_back({token.index, token.stage, std::exchange(token.exception, nullptr)});
+        } else if (!token.is_dropped) {
+            done_.push_back(token.index);
+        }
+        lock.lock();
+        is_writing_ = false;
+        ++next_written_;
+        changed_.notify_all();
+    }
+
+    // Without another thread those there are do the work.
+    void start_another() {
+        if (others_.size() + 1 >= options_.threads || !can_start_ || unexpected_) {
+            return;
+        }
+        try {
+            others_.emplace_back([this] { take_part(); });
+        } catch (std::system_error const&) {
+            can_start_ = false;
+        } catch (std::bad_alloc const&) {
+            can_start_ = false;
         }
     }
 
-    Pipeline_result take_result() {
-        result_.stopped = stopped_;
-        return std::move(result_);
-    }
-
-private:
     bool stop_requested() {
         if (!stopped_ && options_.stop_requested && options_.stop_requested()) {
             stopped_ = true;
@@ -85,31 +189,46 @@ private:
     }
 
     bool proceeds(Token& token) {
-        if (!token.failure && !token.dropped && stop_requested()) {
-            token.dropped = true;
+        if (!token.exception && !token.is_dropped && stop_requested()) {
+            token.is_dropped = true;
         }
-        return !token.failure && !token.dropped;
+        return !token.exception && !token.is_dropped;
     }
 
+    Token& token_of(std::size_t index) { return tokens_[index % tokens_.size()]; }
     std::size_t slot_of(Token const& token) const { return token.index % tokens_.size(); }
 
     template <class Stage>
     void attempt(Token& token, Pipeline_stage stage, Stage run) {
         try {
             run();
-        } catch (std::exception const& error) {
-            token.failure = Frame_failure{token.index, stage, error.what()};
         } catch (...) {
-            token.failure = Frame_failure{token.index, stage, "an exception of unknown type"};
+            token.exception = std::current_exception();
+            token.stage = stage;
         }
     }
 
     Pipeline_options const& options_;
     detail::Pipeline_stages const& stages_;
-    std::vector<Token> tokens_;
-    std::size_t next_index_ = 0;
     std::atomic<bool> stopped_{false};
-    Pipeline_result result_;
+
+    // Of whichever thread is writing.
+    std::vector<std::size_t> done_;
+    std::vector<Failure> failed_;
+
+    // Guarded by the mutex, as is which thread a token belongs to.
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<Token> tokens_;
+    std::size_t next_read_ = 0;
+    std::size_t next_written_ = 0;
+    bool is_reading_ = false;
+    bool is_writing_ = false;
+    bool is_at_end_ = false;
+    bool can_start_ = true;
+    unsigned idle_ = 0;
+    std::exception_ptr unexpected_;
+    std::vector<std::jthread> others_; // the last member: they use all others
 };
 
 } // namespace
@@ -147,32 +266,7 @@ Pipeline_options resolved(Pipeline_options options) {
 }
 
 Pipeline_result detail::run_stages(Pipeline_options const& options, Pipeline_stages const& stages) {
-    using Control = tbb::global_control;
-    std::size_t const allowed = Control::active_value(Control::max_allowed_parallelism);
-    // Without it an arena gets no more workers than the machine has cores.
-    std::optional<Control> more_threads;
-    if (options.threads > allowed) {
-        more_threads.emplace(Control::max_allowed_parallelism, options.threads);
-    }
-    Run run{options, stages};
-    auto const read = tbb::make_filter<void, Token*>(
-        tbb::filter_mode::serial_in_order,
-        [&](tbb::flow_control& control) { return run.read(control); });
-    auto const work =
-        tbb::make_filter<Token*, Token*>(tbb::filter_mode::parallel, [&](Token* token) {
-            run.work(*token);
-            return token;
-        });
-    auto const write = tbb::make_filter<Token*, void>(
-        tbb::filter_mode::serial_in_order, [&](Token* token) { run.write(*token); });
-    // The workers' rounding mode is that of the thread that makes the context.
-    tbb::task_group_context context{
-        tbb::task_group_context::isolated,
-        tbb::task_group_context::default_traits | tbb::task_group_context::fp_settings};
-    tbb::task_arena arena{static_cast<int>(options.threads)};
-    arena.execute(
-        [&] { tbb::parallel_pipeline(options.frames_in_flight, read & work & write, context); });
-    return run.take_result();
+    return Run{options, stages}();
 }
 
 } // namespace veldrane_mrv::polarization

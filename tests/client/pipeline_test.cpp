@@ -179,6 +179,35 @@ TEST(Pipeline, an_exception_in_any_stage_ends_its_frame_alone) {
     }
 }
 
+TEST(Pipeline, lack_of_memory_ends_its_frame_with_what_to_do) {
+    auto const fail = [](std::size_t index, std::size_t which) {
+        if (index == which) {
+            throw std::bad_alloc{};
+        }
+    };
+    auto const result = run_pipeline(
+        {2, 4, {}}, make_slot,
+        [&](std::size_t index, Slot&) {
+            fail(index, 1);
+            return index < 6;
+        },
+        [&](std::size_t index, Slot&) {
+            fail(index, 2);
+            if (index == 4) {
+                throw std::runtime_error{"other"};
+            }
+        },
+        [&](std::size_t index, Slot&) { fail(index, 3); });
+    EXPECT_EQ(result.done, (std::vector<std::size_t>{0, 5}));
+    ASSERT_EQ(result.failed.size(), 4U);
+    for (Frame_failure const& failure : result.failed) {
+        bool const lacked = failure.index != 4;
+        EXPECT_EQ(failure.lacked_memory, lacked) << failure.index;
+        EXPECT_EQ(failure.message.find("fewer threads") != std::string::npos, lacked)
+            << failure.message;
+    }
+}
+
 TEST(Pipeline, stops_when_asked_and_writes_no_frame_afterwards) {
     for (unsigned const threads : {1U, 3U}) {
         std::atomic<bool> stop{false};

@@ -28,7 +28,8 @@ enum class Pipeline_stage { read, work, write };
 std::string_view name_of(Pipeline_stage stage);
 
 struct Pipeline_options {
-    /// Threads that work at once, the calling one included; 0 stands for one a core.
+    /// Threads that work at once, the calling one included; 0 stands for one a core. Where the
+    /// system has no more, those that it has do the work.
     unsigned threads = 0;
     /// Frames between the beginning of their reading and the end of their writing, and so the
     /// number of slots; 0 stands for two a thread.
@@ -42,6 +43,8 @@ struct Frame_failure {
     std::size_t index;
     Pipeline_stage stage;
     std::string message;
+    /// The exception was a std::bad_alloc: alone or in a later run the frame may find its memory.
+    bool lacked_memory = false;
 };
 
 /// Frames are numbered from 0 in the order of reading. A frame that was read, or being read, when
@@ -77,7 +80,8 @@ Pipeline_result run_stages(Pipeline_options const& options, Pipeline_stages cons
 /// - `write(index, slot)` runs one call at a time, in order.
 ///
 /// An exception of a stage ends this frame and no other: it stands in `failed` with the stage and
-/// the exception's text, and the frame's later stages are left out. After one in `read` the next
+/// the exception's text (what to do, if it was a std::bad_alloc), and the frame's later stages are
+/// left out. After one in `read` the next
 /// index is read, so a reader that cannot go on at all returns false from then on.
 ///
 /// Floating-point arithmetic of all stages follows the rounding mode of the calling thread.
