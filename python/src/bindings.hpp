@@ -4,7 +4,9 @@
 #define VELDRANE_PYTHON_BINDINGS_HPP
 
 #include <chrono>
+#include <cstddef>
 #include <pybind11/pybind11.h>
+#include <string>
 
 namespace veldrane_python {
 
@@ -22,6 +24,22 @@ private:
 /// A whole number from Python, with a message of the package's kind.
 /// @throw pybind11::type_error, pybind11::value_error
 long whole_number(char const* name, pybind11::handle value, long lowest, long highest);
+
+/// A class for Python.
+///
+/// An object of it that `__new__` alone made has nothing in it. pybind11 would give it memory with
+/// whatever is there at its first use, as argument or self, and asks the class for that memory.
+template <class Type, class... Extra>
+pybind11::class_<Type> bound_class(
+    pybind11::module_& module, char const* name, Extra const&... extra) {
+    pybind11::class_<Type> result{module, name, extra...};
+    pybind11::detail::get_type_info(typeid(Type))->operator_new = [](std::size_t) -> void* {
+        std::string const of_class = pybind11::str(pybind11::type::of<Type>().attr("__name__"));
+        throw pybind11::type_error{
+            "the " + of_class + " was never initialised; make it as help(" + of_class + ") says"};
+    };
+    return result;
+}
 
 void bind_calibration(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);

@@ -67,7 +67,7 @@ mrv::Calibration estimated(
 }
 
 void bind_analyser(py::module_& module) {
-    py::class_<mrv::Analyser>(
+    bound_class<mrv::Analyser>(
         module, "Analyser",
         "One of the four positions of the mosaic's cell.\n\n"
         "Attributes\n----------\nthroughput : float\n    Relative to the mean of the four.\n"
@@ -91,9 +91,9 @@ void bind_analyser(py::module_& module) {
 
 void bind_calibration(py::module_& module) {
     bind_analyser(module);
-    py::class_<mrv::Series_point>(module, "Series_point")
+    bound_class<mrv::Series_point>(module, "Series_point")
         .def_readonly("means", &mrv::Series_point::means);
-    py::class_<mrv::Calibration>(
+    bound_class<mrv::Calibration>(
         module, "Calibration",
         "What is known of a sensor's analysers, and the weights that undo their faults.\n\n"
         "Made by `calibrate`, `Calibration.load` or `Calibration.ideal`; never changed.\n\n"

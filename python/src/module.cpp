@@ -5,14 +5,12 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
 
-#include <cstddef>
 #include <exception>
 #include <pybind11/stl.h>
 #include <string>
 
 namespace {
 
-namespace py = pybind11;
 namespace mrv = veldrane_mrv::polarization;
 
 // `Argument_error` is a std::invalid_argument, which arrives as ValueError without help.
@@ -23,25 +21,6 @@ void translate_file_error(std::exception_ptr const pending) {
         }
     } catch (mrv::File_error const& error) {
         PyErr_SetString(PyExc_ValueError, error.what());
-    }
-}
-
-[[noreturn]] void* refuse_uninitialised(std::size_t) {
-    throw py::type_error{
-        "the object was never initialised; call its class, or super().__init__() in a class of "
-        "your own"};
-}
-
-// An object that __new__ alone made has nothing in it. pybind11 would give it memory with whatever
-// is there at its first use, as argument or self; this is where it asks the class for that memory.
-void refuse_uninitialised_objects(py::module_ const& module) {
-    for (auto const& [name, value] : py::dict{module.attr("__dict__")}) {
-        if (PyType_Check(value.ptr()) != 0) {
-            auto* const type = reinterpret_cast<PyTypeObject*>(value.ptr());
-            if (py::detail::type_info* const bound = py::detail::get_type_info(type)) {
-                bound->operator_new = &refuse_uninitialised;
-            }
-        }
     }
 }
 
@@ -97,5 +76,4 @@ PYBIND11_MODULE(_native, module) {
     veldrane_python::bind_plan(module);
     veldrane_python::bind_pixel_formats(module);
     veldrane_python::bind_simulation(module);
-    refuse_uninitialised_objects(module);
 }

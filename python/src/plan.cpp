@@ -206,7 +206,7 @@ private:
 } // namespace
 
 void bind_plan(py::module_& module) {
-    py::class_<Plan>(module, "Plan")
+    bound_class<Plan>(module, "Plan")
         .def(
             py::init<
                 py::tuple const&, int, mrv::Scale const&, mrv::Calibration const*, bool, bool>(),

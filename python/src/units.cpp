@@ -107,7 +107,7 @@ std::string described(mrv::Scale const& scale) {
 } // namespace
 
 void bind_units(py::module_& module) {
-    py::class_<mrv::Scale>(
+    bound_class<mrv::Scale>(
         module, "Scale",
         "How elements of the 16-bit planes relate to samples, degrees and fractions.\n\n"
         "Parameters\n----------\nbit_depth : int\n    Significant bits of a sample, 1 to 16.\n"

@@ -238,7 +238,7 @@ def test_an_object_that_was_not_initialised_is_refused_wherever_it_is_used(name)
     for value in without_init(BOUND[name]):
         for attribute in vars(BOUND[name]):
             if isinstance(getattr(BOUND[name], attribute), property):
-                with pytest.raises(TypeError, match="never initialised; call its class, or super"):
+                with pytest.raises(TypeError, match=f"the {name} was never initialised; make it as help"):
                     getattr(value, attribute)
                 uses += 1
         calls = [copy.copy, copy.deepcopy, pickle.dumps]
