@@ -14,7 +14,7 @@ from typing import Any, Optional
 
 import numpy as np
 
-from . import _arguments, datasets
+from . import _arguments, _zarr_metadata, datasets
 from ._arguments import Array
 from ._batch_settings import Settings
 from ._native import processor_identification, software_version
@@ -221,6 +221,7 @@ def _make_array(
     try:
         if name not in group:
             return group.create_dataset(name, **wanted, fill_value=fill_value)
+        _zarr_metadata.check(Path(group.store.path) / name)
         array = group[name]
         found = {key: getattr(array, key) for key in wanted}
     except (OSError, KeyError):

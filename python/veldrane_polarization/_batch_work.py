@@ -67,8 +67,13 @@ def _process_part(
             _store(raw, index, recording, output, settings)
             outcome.append((index, None))
         except Exception as error:
-            outcome.append((index, f"{type(error).__name__}: {error}"))
+            outcome.append((index, _problem(error)))
     return outcome
+
+
+def _problem(error: Exception) -> str:
+    # What this package says needs no word of Python's before it.
+    return str(error) if isinstance(error, ValueError) else f"{type(error).__name__}: {error}"
 
 
 def _store(

@@ -7,13 +7,14 @@ import functools
 import hashlib
 import itertools
 import os
+import stat
 from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any, Optional, Union
 
 import numpy as np
 
-from . import _native, _pixel_formats
+from . import _native, _pixel_formats, _zarr_metadata
 from ._arguments import Array
 from ._pictures import PNG, TIFF, read_picture
 
@@ -37,11 +38,20 @@ class Zarr_recording:
         return self.chunks[0]
 
     def read(self, first: int, stop: int) -> Array:
-        import zarr
-
-        array = zarr.open_array(self.path, mode="r")
-        _check_chunks(array, Path(self.path), first, stop)
-        return np.asarray(array[first:stop])
+        folder = Path(self.path)
+        metadata = _array_metadata(folder)
+        if (metadata.shape, metadata.chunks) != ((self.count, *self.shape), self.chunks):
+            raise ValueError(f"{folder} is another array than at the start; put that one back")
+        array = _zarr_metadata.open_frames(folder, metadata)
+        _check_chunks(array, folder, first, stop)
+        try:
+            return np.asarray(array[first:stop])
+        except OSError:
+            raise
+        except MemoryError:
+            raise ValueError("does not fit into memory; give more of it to the worker") from None
+        except Exception:  # each codec has its own for data that make no sense
+            raise ValueError("a chunk cannot be decoded; write the array again") from None
 
     def name(self, index: int) -> str:
         return f"{self.path} frame {index}"
@@ -163,17 +173,20 @@ def _check_chunks(array: Any, folder: Path, first: int, stop: int) -> None:
     for place in itertools.product(*ranges):
         file = folder / array._chunk_key(place)
         try:
-            size = file.stat().st_size
+            status = file.stat()
         except FileNotFoundError:
             raise ValueError(f"the chunk {file.name} is missing") from None
+        if not stat.S_ISREG(status.st_mode):  # a pipe would be waited for
+            raise ValueError(f"the chunk {file.name} is no regular file")
+        size = status.st_size
         if codec == "blosc":
             unpacked, expected = blosc_sizes(file)
         elif codec is None:
-            unpacked, expected = plain, plain
+            unpacked, expected = plain, size if array.filters else plain
         else:
             continue
         # Filters may change how many bytes there are before compression.
-        if not array.filters and (size, unpacked) != (expected, plain):
+        if size != expected or not (array.filters or unpacked == plain):
             raise ValueError(f"the chunk {file.name} is damaged, {size} bytes for {expected}")
 
 
@@ -213,6 +226,8 @@ def _stored(path: Path) -> Recording:
         return _zarr(path)
     if (path / ".zgroup").exists():
         raise Recording_error(f"{path} is a zarr group; give one of the arrays in it")
+    if (path / "zarr.json").exists():
+        raise Recording_error(f"{path} is of zarr's format 3; write it again in format 2")
     if path.is_dir():
         return _folder(path)
     raise Recording_error(
@@ -227,8 +242,8 @@ def _raw(
     if height is None or width is None:
         raise Recording_error(f"{path} needs a size; give --height and --width with --pixel-format")
     for option, value in (("--height", height), ("--width", width)):
-        if not 1 <= value <= 1 << 20:
-            raise Recording_error(f"{option} is {value}; give 1 to {1 << 20}")
+        if not 1 <= value <= _zarr_metadata.LARGEST_SIDE:
+            raise Recording_error(f"{option} is {value}; give 1 to {_zarr_metadata.LARGEST_SIDE}")
     if not path.is_file():
         raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
     status = path.stat()
@@ -256,26 +271,26 @@ def _raw(
             f"of {opened.bytes_per_frame}, a frame of {height} x {width} in {pixel_format}; check "
             "size, format and header, or cut off an incomplete last frame"
         )
+    if count > _zarr_metadata.MOST_FRAMES:
+        raise Recording_error(
+            f"{path} holds {count} frames of {height} x {width}; give at most "
+            f"{_zarr_metadata.MOST_FRAMES} frames at a time"
+        )
     return replace(opened, count=count)
 
 
-def _zarr(path: Path) -> Zarr_recording:
-    import zarr
-
+def _array_metadata(path: Path) -> _zarr_metadata.Array_metadata:
     try:
-        array = zarr.open_array(str(path), mode="r")
-    except Exception as error:  # zarr and json have a dozen for metadata that makes no sense
+        return _zarr_metadata.of_frames(path)
+    except _zarr_metadata.Metadata_error as error:
         raise Recording_error(
             f"{path}/.zarray cannot be read ({error}); write the array again"
         ) from None
-    if array.ndim != 3 or array.dtype not in (np.dtype(np.uint8), np.dtype(np.uint16)):
-        raise Recording_error(
-            f"{path} holds {array.dtype} in the shape {array.shape}; give uint8 or uint16 frames "
-            "(N, H, W)"
-        )
-    return Zarr_recording(
-        str(path), array.shape[0], tuple(array.shape[1:]), str(array.dtype), tuple(array.chunks)
-    )
+
+
+def _zarr(path: Path) -> Zarr_recording:
+    array = _array_metadata(path)
+    return Zarr_recording(str(path), array.shape[0], array.shape[1:], array.dtype, array.chunks)
 
 
 def in_order(names: list[str]) -> list[str]:
