@@ -177,3 +177,33 @@ def test_pictures_that_are_cut_off_are_refused(tmp_path):
                 read_picture(str(tmp_path / name))
             refused += 1
     assert refused == 15
+
+
+@pytest.mark.parametrize("number, name", [(6, "OJPEG"), (7, "JPEG"), (50001, "WEBP"), (50002, "JPEGXL")])
+def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, name):
+    file = tmp_path / "f.tif"
+    tifffile.imwrite(file, frames_of(1)[0], compression="zlib")
+    with tifffile.TiffFile(file, mode="r+b") as tiff:
+        tiff.pages[0].tags["Compression"].overwrite(number)
+    with pytest.raises(ValueError, match=f"is compressed by {name}; compress it by deflate or not"):
+        read_picture(str(file))
+
+
+@pytest.mark.parametrize("suffix", ("tif", "png"))
+def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, suffix):
+    file = tmp_path / f"f.{suffix}"
+    file.write_bytes(b"no picture at all" if suffix == "tif" else
+                     png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx"))
+    with pytest.raises(ValueError, match="^cannot be decoded; copy or record"):
+        read_picture(str(file))
+    with pytest.raises(FileNotFoundError):
+        read_picture(str(tmp_path / f"g.{suffix}"))
+
+
+def test_no_other_decoder_sees_what_passes_for_a_png(tmp_path, monkeypatch):
+    seen = []
+    monkeypatch.setattr(Image, "ID", ["SPY", *Image.ID])
+    monkeypatch.setitem(Image.OPEN, "SPY", (None, lambda start: seen.append(start) or False))
+    Image.fromarray(frames_of(1)[0]).save(tmp_path / "f.png")
+    read_picture(str(tmp_path / "f.png"))
+    assert seen == []
