@@ -3,8 +3,10 @@
 from __future__ import annotations
 
 import contextlib
+import errno
 import json
 import os
+import shutil
 import time
 import uuid
 from collections.abc import Iterator
@@ -14,21 +16,19 @@ from typing import Any, Optional
 
 import numpy as np
 
-from . import _arguments, _zarr_metadata, datasets
+from . import _arguments, _batch_arrays, datasets
 from ._arguments import Array
+from ._batch_arrays import COMPLETE, Output_error
 from ._batch_settings import Settings
 from ._native import processor_identification, software_version
 from ._recordings import Recording, blosc_sizes
 
-COMPLETE = "complete"
 _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
+# Of a group until it is in its place, which is beside files of others.
+_MADE = ".veldrane"
 # The same version gives the same bits, whenever and from whichever commit it was built.
 _MAY_DIFFER = ("calibration.file", "software.processor", "state")
-
-
-class Output_error(ValueError):
-    """An OUT that cannot be made or gone on with: one line for a user."""
 
 
 @dataclass(frozen=True)
@@ -52,8 +52,11 @@ class Output:
         data = values.data if compressor is None else compressor.encode(values)
         file = os.path.join(self.path, name, _key(index, values.ndim))
         unfinished = f"{file}.{self.run}.{uuid.uuid4().hex}.partial"
+        # Made anew under a name that nobody can know before: a file or link of somebody else's that
+        # is there is not written through.
+        stream = open(unfinished, "xb")
         try:
-            with open(unfinished, "wb") as stream:
+            with stream:
                 stream.write(data)
             os.replace(unfinished, file)
         except BaseException:
@@ -72,6 +75,7 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
     calibration = settings.calibration
     attributes: dict[str, Any] = {
         "format": _FORMAT,
+        "state": "ready",
         **datasets.common_attributes(empty),
         "planes": list(settings.planes),
         "signed": settings.signed,
@@ -97,29 +101,134 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
     return dict(json.loads(json.dumps(attributes)))
 
 
-def prepare(output: Output, settings: Settings, recording: Recording) -> None:
-    """Make the group with arrays for all frames, or check that it is one to go on with."""
-    import zarr
+def check(output: Output, settings: Settings, recording: Recording) -> None:
+    """Whether OUT can be made, or is one to go on with. It stays as it is.
 
+    A run that cannot begin must not bind OUT to its options.
+    """
     path = Path(output.path)
     wanted = attributes_of(settings, recording, output.compression)
+    with _in_one_line(path):
+        if _is_bound(path, wanted):
+            _check_arrays(path, output, settings, recording)
+        else:  # it shows here whether it can be written
+            with _made_beside(path, wanted, output, settings, recording):
+                pass
+
+
+def prepare(output: Output, settings: Settings, recording: Recording) -> None:
+    """Make the group with arrays for all frames, or check that it is one to go on with.
+
+    OUT is made elsewhere and appears in one step, so that of runs that begin at the same moment
+    one binds it to its options, and the others find it bound.
+    """
+    path = Path(output.path)
+    wanted = attributes_of(settings, recording, output.compression)
+    with _in_one_line(path):
+        while not (bound := _is_bound(path, wanted)) or not _has_all(path, settings):
+            with _made_beside(path, wanted, output, settings, recording) as made:
+                if made.parent == path.parent:
+                    _replace_nothing(made, path)
+                elif bound or _bind(made, path):
+                    for part in _parts(settings):
+                        _add(made / part, path / part)
+        _check_arrays(path, output, settings, recording)
+
+
+@contextlib.contextmanager
+def _in_one_line(path: Path) -> Iterator[None]:
     try:
-        found = _attributes_in(path)
-        if found is not None:
-            _check_same(path, found, wanted)
-        path.mkdir(parents=True, exist_ok=True)
-        # First of all, so that a group that a crash leaves behind half-made is known for ours.
-        if found is None:
-            _write_attributes(path, wanted | {"state": "being created"})
-        group = zarr.open_group(str(path), mode="a")
-        for name in settings.planes:
-            _make_plane(group, name, output, settings, recording)
-        _make_marks(group, recording.count)
-        if found is None or found.get("state") != "ready":
-            _write_attributes(path, wanted | {"state": "ready"})
+        yield
     except (OSError, KeyError) as error:  # zarr has a KeyError where it cannot make a folder
         reason = getattr(error, "strerror", None) or error
         raise Output_error(f"{path} cannot be written ({reason}); give another OUT") from None
+
+
+def _is_bound(path: Path, wanted: dict[str, Any]) -> bool:
+    """Whether there is an OUT of the same options; one of others is refused."""
+    found = _attributes_in(path)
+    if found is not None:
+        _check_same(path, found, wanted)
+    return found is not None
+
+
+def _arrays(settings: Settings) -> tuple[str, ...]:
+    return (*settings.planes, COMPLETE)
+
+
+def _parts(settings: Settings) -> list[str]:
+    """Files of a group that zarr and xarray need beside its attributes."""
+    of_arrays = [f"{name}/{file}" for name in _arrays(settings) for file in (".zattrs", ".zarray")]
+    return [".zgroup", *of_arrays]
+
+
+def _has_all(path: Path, settings: Settings) -> bool:
+    return all((path / part).exists() for part in _parts(settings))
+
+
+def _check_arrays(path: Path, output: Output, settings: Settings, recording: Recording) -> None:
+    """Those that are there: what somebody has taken away is made anew."""
+    import zarr
+
+    if not (path / ".zgroup").exists():
+        return
+    group = zarr.open_group(str(path), mode="r")
+    for name in _arrays(settings):
+        if (path / name / ".zarray").exists():
+            form = _batch_arrays.form_of(name, output.compressor(), settings, recording)
+            _batch_arrays.check(group, name, form)
+
+
+@contextlib.contextmanager
+def _made_beside(
+    path: Path, wanted: dict[str, Any], output: Output, settings: Settings, recording: Recording
+) -> Iterator[Path]:
+    """A whole group under a name of its own: beside OUT, or in it where it is there already.
+
+    A folder that a user has made keeps its owner and rights, and may be the root of a disk.
+    """
+    import zarr
+
+    folder = path if path.exists() else path.parent
+    made = folder / f"{_MADE}.{output.run}.{uuid.uuid4().hex}.partial"
+    try:
+        made.mkdir()
+    except FileNotFoundError:
+        made.mkdir(parents=True)
+    try:
+        group = zarr.open_group(str(made), mode="w-")
+        _write_attributes(made, wanted)
+        for name in _arrays(settings):
+            form = _batch_arrays.form_of(name, output.compressor(), settings, recording)
+            array = group.create_dataset(name, **form)
+            array.attrs.put(_batch_arrays.attributes_of(name, settings, recording))
+        yield made
+    finally:
+        shutil.rmtree(made, ignore_errors=True)
+
+
+def _replace_nothing(made: Path, path: Path) -> None:
+    """An empty folder may be there; what another run was quicker to put there stays."""
+    try:
+        os.replace(made, path)
+    except OSError as error:
+        if error.errno not in (errno.ENOTEMPTY, errno.EEXIST):
+            raise
+
+
+def _add(made: Path, place: Path) -> None:
+    if not place.exists():
+        place.parent.mkdir(exist_ok=True)
+        os.replace(made, place)
+
+
+def _bind(made: Path, path: Path) -> bool:
+    """Whether it was this run that gave OUT its attributes. A link is made whole, and only once."""
+    try:
+        os.link(made / ".zattrs", path / ".zattrs")
+    except FileExistsError:
+        return False
+    return True
 
 
 def _attributes_in(path: Path) -> Optional[dict[str, Any]]:
@@ -175,76 +284,8 @@ def _flat(attributes: dict[str, Any], prefix: str = "") -> Iterator[tuple[str, A
             yield prefix + key, value
 
 
-def _write_attributes(path: Path, attributes: dict[str, Any]) -> None:
-    unfinished = path / f".zattrs.{uuid.uuid4().hex}.partial"
-    unfinished.write_text(json.dumps(attributes, indent=4))
-    os.replace(unfinished, path / ".zattrs")
-
-
-def _make_plane(
-    group: Any, name: str, output: Output, settings: Settings, recording: Recording
-) -> None:
-    empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
-    shape = _arguments.plane_shape(name, recording.shape)
-    # xarray takes the fill value for one that stands for nothing, and every number of the integer
-    # planes stands for something.
-    is_float = name == "normalized_stokes"
-    array = _make_array(
-        group, name, (recording.count, *shape), (1, *shape),
-        _arguments.plane_dtype(name, settings.signed), output.compressor(),
-        float("nan") if is_float else None,
-    )
-    dimensions = ["time", "y", "x", "component"][: len(shape) + 1]
-    if not datasets.is_at_pixels(name, settings.mode, *recording.shape):
-        dimensions = ["time", "packed_row", "packed_column", "component"]
-    array.attrs.put({
-        **datasets.plane_attributes(empty, name),
-        **datasets.sidecar_attributes(empty, name),
-        "_ARRAY_DIMENSIONS": dimensions,
-    })
-
-
-def _make_marks(group: Any, count: int) -> None:
-    # Here the fill value is needed: without one, zarr reads a mark that is missing as anything.
-    marks = _make_array(group, COMPLETE, (count,), (1,), np.dtype(np.uint8), None, 0)
-    marks.attrs.put(
-        {"long_name": "1 where all planes of a frame are stored", "_ARRAY_DIMENSIONS": ["time"]}
-    )
-
-
-def _make_array(
-    group: Any, name: str, shape: tuple[int, ...], chunks: tuple[int, ...], dtype: np.dtype[Any],
-    compressor: Any, fill_value: Optional[float],
-) -> Any:
-    wanted = {"shape": shape, "chunks": chunks, "dtype": dtype, "compressor": compressor,
-              "order": "C", "filters": None}
-    try:
-        if name not in group:
-            return group.create_dataset(name, **wanted, fill_value=fill_value)
-        _zarr_metadata.check(Path(group.store.path) / name)
-        array = group[name]
-        found = {key: getattr(array, key) for key in wanted}
-    except (OSError, KeyError):
-        raise
-    except Exception as error:  # zarr and json have a dozen for metadata that makes no sense
-        raise Output_error(
-            f"{group.store.path}/{name}/.zarray is damaged ({error}); remove {name}"
-        ) from None
-    for key, value in wanted.items():
-        if found[key] != value:
-            raise Output_error(
-                f"{group.store.path}/{name} has {key} {found[key]}, not {value}; remove {name}, or "
-                "give another OUT"
-            )
-    same_fill = array.fill_value == fill_value or (
-        name == "normalized_stokes" and array.fill_value is not None and np.isnan(array.fill_value)
-    )
-    if not same_fill:
-        raise Output_error(
-            f"{group.store.path}/{name} has the fill value {array.fill_value}, not {fill_value}; "
-            f"remove {name}, or give another OUT"
-        )
-    return array
+def _write_attributes(made: Path, attributes: dict[str, Any]) -> None:
+    (made / ".zattrs").write_text(json.dumps(attributes, indent=4))
 
 
 def incomplete_frames(output: Output, settings: Settings, recording: Recording) -> list[int]:
@@ -259,7 +300,7 @@ def incomplete_frames(output: Output, settings: Settings, recording: Recording) 
 
 def _marked(output: Output) -> set[int]:
     marked = set()
-    with os.scandir(os.path.join(output.path, COMPLETE)) as entries:
+    with _entries_of(output, COMPLETE) as entries:
         for entry in entries:
             if entry.name.isdecimal():
                 with open(entry.path, "rb", buffering=0) as stream:
@@ -268,12 +309,24 @@ def _marked(output: Output) -> set[int]:
     return marked
 
 
+@contextlib.contextmanager
+def _entries_of(output: Output, name: str) -> Iterator[Iterator[os.DirEntry[str]]]:
+    """Of an array; none where OUT is not made yet."""
+    try:
+        entries = os.scandir(os.path.join(output.path, name))
+    except FileNotFoundError:
+        yield iter(())
+        return
+    with entries:
+        yield entries
+
+
 def _whole(
     output: Output, name: str, dimensions: int, size: int, candidates: set[int]
 ) -> set[int]:
     whole = set()
     ending = _key(0, dimensions)[1:]
-    with os.scandir(os.path.join(output.path, name)) as entries:
+    with _entries_of(output, name) as entries:
         for entry in entries:
             number = entry.name.removesuffix(ending)
             if not number.isdecimal() or int(number) not in candidates:
@@ -291,12 +344,19 @@ def remove_leftovers(output: Output, settings: Settings) -> None:
 
     Younger files of other runs may be under somebody's hands.
     """
-    old = time.time() - _SECONDS_OF_A_LEFTOVER
-    for name in ("", COMPLETE, *settings.planes):
-        with os.scandir(os.path.join(output.path, name)) as entries:
+    for name, start in (("..", _MADE), ("", ""), *((name, "") for name in _arrays(settings))):
+        with _entries_of(output, name) as entries:
             for entry in entries:
-                if not entry.name.endswith(".partial"):
-                    continue
-                with contextlib.suppress(FileNotFoundError):
-                    if f".{output.run}." in entry.name or entry.stat().st_mtime < old:
-                        os.unlink(entry.path)
+                if entry.name.startswith(start) and entry.name.endswith(".partial"):
+                    _remove_leftover(entry, output.run)
+
+
+def _remove_leftover(entry: os.DirEntry[str], run: str) -> None:
+    old = time.time() - _SECONDS_OF_A_LEFTOVER
+    with contextlib.suppress(FileNotFoundError):
+        if f".{run}." not in entry.name and entry.stat(follow_symlinks=False).st_mtime >= old:
+            return
+        if entry.is_dir(follow_symlinks=False):
+            shutil.rmtree(entry.path, ignore_errors=True)
+        else:
+            os.unlink(entry.path)

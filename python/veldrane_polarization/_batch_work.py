@@ -8,7 +8,8 @@ from typing import Optional
 import numpy as np
 
 from ._arguments import Array
-from ._batch_output import COMPLETE, Output
+from ._batch_arrays import COMPLETE
+from ._batch_output import Output
 from ._batch_settings import Settings
 from ._native import software_version
 from ._recordings import Recording

@@ -182,13 +182,15 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     _check_frames(recording, settings, source)
     _check_apart(source, path)
     output = Output(str(path), line.compression, uuid.uuid4().hex[:8])
-    _batch_output.prepare(output, settings, recording)
+    _batch_output.check(output, settings, recording)
     frames = _batch_output.incomplete_frames(output, settings, recording)
     report = _batch_running.Report(len(frames), not line.quiet and sys.stderr.isatty())
     code, problem = ALL_DONE, ""
     try:
         if frames:
             _process(line, recording, output, settings, frames, report)
+        else:  # a recording without frames has an OUT, too
+            _batch_output.prepare(output, settings, recording)
     except _batch_running.Unfinished as error:
         code, problem = A_FRAME_FAILED, f"{error}; {_GO_ON}"
     except _batch_interruption.Interruption:
@@ -206,6 +208,7 @@ def _process(
     with where as client:
         threads = _batch_running.check_workers(client, line.patience)
         _batch_interruption.raise_if_interrupted()
+        _batch_output.prepare(output, settings, recording)
         report.start()
         work = _batch_running.Run(client, recording, output, settings, report, line.patience)
         # Workers that have just left may come back, or others.

@@ -7,6 +7,7 @@ import os
 import signal
 import socket
 import sys
+import uuid
 from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
@@ -146,6 +147,18 @@ def test_a_chunk_that_cannot_be_written_whole_leaves_nothing(tmp_path, monkeypat
         out.store("s0", 0, frame + 1)
     assert [file.name for file in (tmp_path / "s0").iterdir()] == ["0.0.0"]
     assert (tmp_path / "s0" / "0.0.0").read_bytes() == before
+
+
+def test_a_chunk_is_not_written_through_what_somebody_has_put_there(tmp_path, monkeypatch):
+    (tmp_path / "s0").mkdir()
+    known = uuid.uuid4()
+    monkeypatch.setattr(uuid, "uuid4", lambda: known)
+    planted = tmp_path / "s0" / f"0.0.0.0123abcd.{known.hex}.partial"
+    (tmp_path / "precious").write_text("as it was")
+    planted.symlink_to(tmp_path / "precious")
+    with pytest.raises(FileExistsError):
+        output(tmp_path, "none").store("s0", 0, frames_of(1))
+    assert (tmp_path / "precious").read_text() == "as it was" and planted.is_symlink()
 
 
 def test_frames_of_one_chunk_make_one_task():

@@ -5,7 +5,9 @@ from __future__ import annotations
 import json
 import os
 import shutil
+import threading
 import time
+from concurrent.futures import ThreadPoolExecutor
 
 import numpy as np
 import pytest
@@ -174,11 +176,15 @@ def test_a_folder_of_other_names_is_refused_and_mended_files_are_not(tmp_path):
         prepare(out, settings(), _recordings.open_recording(folder))
 
 
-def test_a_crash_while_out_is_made_is_gone_on_from(tmp_path, recording, monkeypatch):
-    """Stopped before each step that changes the disk, then done again."""
+@pytest.mark.parametrize("there", (False, True))
+def test_a_crash_while_out_is_made_is_gone_on_from(tmp_path, recording, monkeypatch, there):
+    """Stopped before each step that changes the disk, then done again; in a user's folder, too."""
     replace, stops = os.replace, 0
     for allowed in range(100):
-        out = output(tmp_path / f"out{allowed}.zarr")
+        path = tmp_path / f"out{allowed}.zarr"
+        out = output(path)
+        if there:
+            path.mkdir(0o750)
         left = [allowed]
 
         def replacing(*names):
@@ -194,17 +200,78 @@ def test_a_crash_while_out_is_made_is_gone_on_from(tmp_path, recording, monkeypa
             stops += 1
             assert left[0] < 0
         monkeypatch.setattr(os, "replace", replace)
-        attributes = tmp_path / f"out{allowed}.zarr" / ".zattrs"
-        if left[0] < 0 and attributes.exists():
-            assert json.loads(attributes.read_text())["state"] == "being created"
-            with pytest.raises(Output_error, match="signed"):
-                prepare(out, settings(signed=True), recording)
+        if left[0] < 0:
+            assert there or not path.exists()
+            if (path / ".zattrs").exists():
+                with pytest.raises(Output_error, match="signed"):
+                    prepare(out, settings(signed=True), recording)
         store_all(recording, out)
-        assert json.loads(attributes.read_text())["state"] == "ready"
+        assert json.loads((path / ".zattrs").read_text())["state"] == "ready"
         assert_equal(out.path, frames_of(6))
+        assert not list(tmp_path.glob("**/*.partial"))
+        assert not there or path.stat().st_mode & 0o777 == 0o750
         if left[0] >= 0:
             break
     assert stops >= 8
+
+
+@pytest.mark.parametrize("there", (False, True))
+def test_of_runs_that_begin_at_the_same_moment_one_has_out(tmp_path, recording, monkeypatch, there):
+    """Each has seen that nothing is there before any of them goes on; half have the same options."""
+    starts, path = 12, tmp_path / "out.zarr"
+    if there:
+        path.mkdir()
+    together = threading.Barrier(starts)
+    write, waited = _batch_output._write_attributes, threading.local()
+
+    def writing(*arguments):
+        if not hasattr(waited, "once"):
+            waited.once = True
+            together.wait(300)
+        write(*arguments)
+
+    monkeypatch.setattr(_batch_output, "_write_attributes", writing)
+
+    def start(number):
+        full_scale = 65535 - number // 2
+        try:
+            prepare(output(path, run=f"{number:08x}"), settings(full_scale=full_scale), recording)
+        except Output_error as error:
+            assert "was made with full_scale" in str(error), error
+            return None
+        return full_scale
+
+    with ThreadPoolExecutor(starts) as executor:
+        winners = [scale for scale in executor.map(start, range(starts)) if scale]
+    assert len(winners) == 2 and winners[0] == winners[1]
+    found = {json.loads(file.read_text())["full_scale"]
+             for file in path.glob("**/.zattrs") if file.parent.name != "complete"}
+    assert found == set(winners)
+    assert {file.name for file in tmp_path.iterdir()} == {"in.zarr", "out.zarr"}
+    assert {file.name for file in path.iterdir()} == {".zattrs", ".zgroup", "s0", "dolp", "complete"}
+    prepare(output(path), settings(full_scale=winners[0]), recording)
+
+
+def test_a_run_that_cannot_begin_does_not_bind_out(tmp_path, recording):
+    path = tmp_path / "out.zarr"
+    _batch_output.check(output(path), settings(), recording)
+    assert not path.exists() and not list(tmp_path.glob("*.partial"))
+    prepare(output(path), settings(signed=True), recording)
+    with pytest.raises(Output_error, match="signed"):
+        _batch_output.check(output(path), settings(), recording)
+
+
+@pytest.mark.parametrize("part", ("dolp", "dolp/.zarray", "dolp/.zattrs", ".zgroup", "complete/.zarray"))
+def test_what_was_taken_away_of_an_out_is_made_anew(tmp_path, recording, part):
+    out = output(tmp_path / "out.zarr")
+    store_all(recording, out)
+    taken = tmp_path / "out.zarr" / part
+    taken.rename(tmp_path / "taken")
+    _batch_output.check(out, settings(), recording)
+    missing = incomplete_frames(out, settings(), recording)
+    assert missing == (list(range(6)) if part == "dolp" else [])
+    store_all(recording, out)
+    assert_equal(out.path, frames_of(6))
 
 
 @pytest.mark.parametrize("make, words", [
@@ -250,11 +317,17 @@ def test_files_that_killed_writers_left_are_removed_and_no_others(tmp_path, reco
         "s0/1.0.0.0123abcd.11.partial": (0, False), "complete/1.0123abcd.11.partial": (0, False),
         "dolp/1.0.0.89efcdab.11.partial": (0, True), ".zattrs.11.partial": (0, True),
         "s0/2.0.0.89efcdab.11.partial": (7200, False), ".zattrs.12.partial": (7200, False),
-        "s0/notes": (7200, True),
+        "s0/notes": (7200, True), "../download.partial": (7200, True),
+        "../.veldrane.0123abcd.11.partial/.zgroup": (0, False),
+        ".veldrane.89efcdab.11.partial/.zgroup": (7200, False),
+        "../.veldrane.89efcdab.12.partial/.zgroup": (0, True),
     }
     for name, (age, _) in files.items():
+        (tmp_path / "out.zarr" / name).parent.mkdir(exist_ok=True)
         (tmp_path / "out.zarr" / name).write_text("x")
         os.utime(tmp_path / "out.zarr" / name, (now - age, now - age))
+        if name.endswith(".zgroup"):
+            os.utime((tmp_path / "out.zarr" / name).parent, (now - age, now - age))
     _batch_output.remove_leftovers(out, settings())
     assert {name: (tmp_path / "out.zarr" / name).exists() for name in files} == {
         name: stays for name, (_, stays) in files.items()}

@@ -246,6 +246,8 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
                       "memory); give fewer --workers, or a --scheduler\n")
     assert not printed and len(closed) == len(folders) == (part == "Client")
     assert not any(folder.exists() for folder in folders)
+    # The next run may have other options.
+    assert [file.name for file in tmp_path.iterdir()] == ["in.zarr"]
 
 
 def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
