@@ -11,6 +11,18 @@ include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/veldrane_mrv_polarization)
 
+# None where help2man is missing. With Ninja neither `cmake --install` nor `cpack` builds anything,
+# and a build of the program alone leaves no pages, or those of an older program.
+get_property(manual_pages GLOBAL PROPERTY veldrane_manual_pages)
+foreach(page IN LISTS manual_pages)
+  install(
+    CODE "if(NOT EXISTS \"${page}\" OR NOT \"${page}\" IS_NEWER_THAN \"$<TARGET_FILE:veldrane-polarize>\")
+  message(FATAL_ERROR \"The manual page ${page} is missing or older than the program; build all of it \"
+                    \"first: cmake --build ${PROJECT_BINARY_DIR}\")
+endif()"
+    COMPONENT runtime)
+endforeach()
+
 install(
   TARGETS polarization_processor_vector_avx2
   EXPORT veldrane_mrv_polarization
@@ -19,19 +31,21 @@ install(
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 if(TARGET veldrane-polarize)
   install(TARGETS veldrane-polarize RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  # What the built program needs (see tools/CMakeLists.txt) would lead nowhere.
+  install(
+    CODE "file(RPATH_REMOVE FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/veldrane-polarize\")"
+    COMPONENT runtime)
   install(
     FILES ${PROJECT_SOURCE_DIR}/tools/veldrane-polarize.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
     RENAME veldrane-polarize
     COMPONENT runtime)
-  # There are none where help2man is missing.
-  install(
-    DIRECTORY ${PROJECT_BINARY_DIR}/tools/manual/
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT runtime
-    FILES_MATCHING
-    PATTERN "*.1.gz"
-    PATTERN CMakeFiles EXCLUDE)
+  if(manual_pages)
+    install(
+      FILES ${manual_pages}
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+      COMPONENT runtime)
+  endif()
 endif()
 install(
   FILES ${PROJECT_SOURCE_DIR}/include/veldrane_mrv_polarization_processor_vector_avx2.hpp
