@@ -25,10 +25,21 @@ from ._recordings import Recording, blosc_sizes
 
 _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
+GO_ON = "the same command goes on from here"
+# Of storage that will take no other frame either, with the remedy.
+_LOST = {
+    errno.ENOSPC: "make room there",
+    errno.EDQUOT: "make room there",
+    errno.EROFS: "make it writable",
+}
 # Of a group until it is in its place, which is beside files of others.
 _MADE = ".veldrane"
 # The same version gives the same bits, whenever and from whichever commit it was built.
 _MAY_DIFFER = ("calibration.file", "software.processor", "state")
+
+
+class Output_lost(OSError):
+    """Storage that takes no more frames: one line for a user."""
 
 
 @dataclass(frozen=True)
@@ -47,7 +58,24 @@ class Output:
         return Blosc("lz4", clevel=1, shuffle=Blosc.SHUFFLE)
 
     def store(self, name: str, index: int, values: Array) -> None:
-        """Make or replace a chunk in one step: whoever looks sees it whole or not at all."""
+        """Make or replace a chunk in one step: whoever looks sees it whole or not at all.
+
+        Raises
+        ------
+        Output_lost
+            If no other chunk can be stored either.
+        """
+        try:
+            self._store(name, index, values)
+        except OSError as error:
+            if error.errno not in _LOST:
+                raise
+            raise Output_lost(
+                f"{self.path} cannot be written any more ({error.strerror}); {_LOST[error.errno]}, "
+                f"and {GO_ON}"
+            ) from None
+
+    def _store(self, name: str, index: int, values: Array) -> None:
         compressor = self.compressor() if name != COMPLETE else None
         data = values.data if compressor is None else compressor.encode(values)
         file = os.path.join(self.path, name, _key(index, values.ndim))

@@ -15,7 +15,7 @@ from typing import Any, Optional
 from . import _batch_work, _recordings
 from ._batch_cluster import Cluster_error, reason_of
 from ._batch_interruption import raise_if_interrupted
-from ._batch_output import Output
+from ._batch_output import GO_ON, Output
 from ._batch_settings import Settings
 from ._native import software_version
 from ._recordings import Recording
@@ -24,7 +24,7 @@ _STEP_SECONDS = 1.0
 
 
 class Unfinished(Exception):
-    """The cluster was lost under way: one line for a user."""
+    """A run that ends before its frames do: one line for a user."""
 
 
 @dataclass
@@ -87,7 +87,7 @@ def check_workers(client: Any, patience: float) -> int:
         versions = _versions_of_workers(client, patience)
         threads: int = sum(client.nthreads().values())
     except (OSError, RuntimeError, asyncio.CancelledError) as error:
-        raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
+        raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
     if not versions:
         raise Cluster_error(
             f"the cluster has had no worker for {patience:g} s; start dask-worker for it"
@@ -188,7 +188,7 @@ class Run:
                 software_version(), pure=False,
             )
         except Exception as error:  # of a client that has closed itself
-            raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
+            raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
         self._under_way[future] = indices
         future.add_done_callback(self._ended.put)
 
@@ -202,16 +202,17 @@ class Run:
 
     def _check_cluster(self) -> None:
         if self._client.status != "running":
-            raise Unfinished("the scheduler has gone")
+            raise Unfinished(f"the scheduler has gone; {GO_ON}")
         try:
             workers = self._client.scheduler_info()["workers"]
         except (OSError, RuntimeError, asyncio.CancelledError) as error:
-            raise Unfinished(f"the scheduler has gone ({reason_of(error)})") from None
+            raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
         if workers:
             self._seen_workers = time.monotonic()
         elif time.monotonic() - self._seen_workers > self._patience:
             raise Unfinished(
-                f"the cluster has had no worker for {self._patience:g} s; start dask-worker for it"
+                f"the cluster has had no worker for {self._patience:g} s; start dask-worker for it, "
+                f"and {GO_ON}"
             )
 
     def _take(self, future: Any) -> None:
@@ -230,11 +231,16 @@ class Run:
         try:
             if future.status == "error":
                 error = future.exception()
+                if isinstance(error, _batch_work.Run_ended):
+                    self._report.add(error.outcome)
+                    raise Unfinished(error.line)
                 problem = f"{type(error).__name__}: {error}"
                 return [(index, problem) for index in self._under_way[future]]
             outcome: _batch_work.Outcome = future.result(timeout=_STEP_SECONDS)
             return outcome
+        except Unfinished:
+            raise
         except TimeoutError:
             return None
         except (Exception, asyncio.CancelledError):  # what the task raised is the error above
-            raise Unfinished("the scheduler has gone") from None
+            raise Unfinished(f"the scheduler has gone; {GO_ON}") from None

@@ -9,10 +9,10 @@ import numpy as np
 
 from ._arguments import Array
 from ._batch_arrays import COMPLETE
-from ._batch_output import Output
+from ._batch_output import Output, Output_lost
 from ._batch_settings import Settings
 from ._native import software_version
-from ._recordings import Recording
+from ._recordings import Recording, Recording_changed
 
 # Frames of one stored chunk are read together, which may hold thousands of them.
 _MOST_BYTES_AT_ONCE = 256 << 20
@@ -20,15 +20,32 @@ _MOST_BYTES_AT_ONCE = 256 << 20
 Outcome = list[tuple[int, Optional[str]]]
 
 
+class Run_ended(Exception):
+    """No frame after these can be done by anybody: one line for a user, and what came of these."""
+
+    def __init__(self, line: str, outcome: Outcome) -> None:
+        super().__init__(line, outcome)
+        self.line, self.outcome = line, outcome
+
+
 def process_frames(
     recording: Recording, output: Output, settings: Settings, indices: Sequence[int], version: str
 ) -> Outcome:
-    """Each frame with None, or with what went wrong. A frame that fails stops no other."""
+    """Each frame with None, or with what went wrong. A frame that fails stops no other.
+
+    Raises
+    ------
+    Run_ended
+        If it is not the frame that is at fault.
+    """
     if software_version() != version:
         raise RuntimeError(f"a worker has version {software_version()}, not {version}")
     outcome: Outcome = []
-    for part in _parts(indices, _frames_at_once(recording)):
-        outcome += _process_part(recording, output, settings, part)
+    try:
+        for part in _parts(indices, _frames_at_once(recording)):
+            _process_part(recording, output, settings, part, outcome)
+    except (Output_lost, Recording_changed) as error:
+        raise Run_ended(str(error), outcome) from None
     return outcome
 
 
@@ -50,9 +67,9 @@ def _parts(indices: Sequence[int], most: int) -> Iterator[list[int]]:
 
 
 def _process_part(
-    recording: Recording, output: Output, settings: Settings, indices: Sequence[int]
-) -> Outcome:
-    outcome: Outcome = []
+    recording: Recording, output: Output, settings: Settings, indices: Sequence[int],
+    outcome: Outcome,
+) -> None:
     block = None
     if len(indices) > 1:
         try:
@@ -67,9 +84,10 @@ def _process_part(
                 raw = block[index - indices[0]]
             _store(raw, index, recording, output, settings)
             outcome.append((index, None))
+        except (Output_lost, Recording_changed):
+            raise
         except Exception as error:
             outcome.append((index, _problem(error)))
-    return outcome
 
 
 def _problem(error: Exception) -> str:

@@ -2,12 +2,14 @@
 
 from __future__ import annotations
 
+import contextlib
 import ctypes
 import functools
 import hashlib
 import itertools
 import os
 import stat
+from collections.abc import Iterator
 from dataclasses import dataclass, replace
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -21,6 +23,10 @@ from ._pictures import PNG, TIFF, read_picture
 
 class Recording_error(ValueError):
     """A recording that cannot be opened: one line for a user."""
+
+
+class Recording_changed(Exception):
+    """Somebody writes to a recording while it is read: one line for a user."""
 
 
 @dataclass(frozen=True)
@@ -81,7 +87,8 @@ class Folder_recording:
         return np.stack([self._frame(index) for index in range(first, stop)])
 
     def _frame(self, index: int) -> Array:
-        picture = read_picture(self.name(index))
+        with _unchanged(self.name(index)):
+            picture = read_picture(self.name(index))
         if picture.shape != self.shape or picture.dtype != self.dtype:
             raise ValueError(
                 f"holds {picture.dtype} in the shape {picture.shape}; the recording has "
@@ -129,8 +136,22 @@ class Raw_recording:
         with open(self.path, "rb") as file:
             file.seek(self.header + first * size)
             data = file.read((stop - first) * size)
+            # Behind the read: what was written before it ended shows here.
+            status = os.fstat(file.fileno())
+        self._check_unchanged(status)
         return _pixel_formats.unpack(
             data, self.pixel_format, *self.shape, frames=stop - first, stride=self.stride or None
+        )
+
+    def _check_unchanged(self, status: os.stat_result) -> None:
+        if (status.st_size, _modified(status)) == (self.size, self.modified):
+            return
+        change = "written to"
+        if status.st_size != self.size:
+            change = f"changed from {self.size} to {status.st_size} bytes"
+        raise Recording_changed(
+            f"{self.path} was {change} while the run read it; give another OUT, once nothing writes "
+            "to it any more"
         )
 
     def name(self, index: int) -> str:
@@ -146,6 +167,27 @@ class Raw_recording:
             "bytes": self.size,
             "modified": self.modified,
         }
+
+
+def _modified(status: os.stat_result) -> int:
+    """In microseconds, which all kinds of storage tell alike; some round off finer ones."""
+    return status.st_mtime_ns // 1000
+
+
+@contextlib.contextmanager
+def _unchanged(file: str) -> Iterator[None]:
+    """For a file that is opened by its name, more than once perhaps."""
+    before = os.stat(file)
+    try:
+        yield
+    finally:
+        now = os.stat(file)
+        if any(getattr(before, key) != getattr(now, key)
+               for key in ("st_size", "st_mtime_ns", "st_ino")):
+            raise Recording_changed(
+                f"{file} was written to while the run read it; the same command goes on once "
+                "nothing writes to it any more"
+            )
 
 
 Recording = Union[Zarr_recording, Folder_recording, Raw_recording]
@@ -262,7 +304,7 @@ def _raw(
         )
     opened = Raw_recording(
         str(path), pixel_format, 0, (height, width), header, stride or 0, status.st_size,
-        int(status.st_mtime),
+        _modified(status),
     )
     count, rest = divmod(status.st_size - header, opened.bytes_per_frame)
     if count == 0 or rest:

@@ -37,8 +37,6 @@ _EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed) 
 finished, 2 wrong usage, 130 interrupted. example: python3 -m veldrane_polarization.batch run.zarr
 planes.zarr --layout 90,45,135,0 --bit-depth 12"""
 
-_GO_ON = "the same command goes on from here"
-
 
 class Usage_error(ValueError):
     """One line for a user."""
@@ -192,9 +190,9 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
         else:  # a recording without frames has an OUT, too
             _batch_output.prepare(output, settings, recording)
     except _batch_running.Unfinished as error:
-        code, problem = A_FRAME_FAILED, f"{error}; {_GO_ON}"
+        code, problem = A_FRAME_FAILED, str(error)
     except _batch_interruption.Interruption:
-        code, problem = INTERRUPTED, f"interrupted; {_GO_ON}"
+        code, problem = INTERRUPTED, f"interrupted; {_batch_output.GO_ON}"
     _tell(report, recording, problem, line.quiet)
     return code or (A_FRAME_FAILED if report.done < report.frames else ALL_DONE)
 
@@ -250,7 +248,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         # Of files that go away, full disks: what is wrong usage has an error of its own.
         return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
     except _batch_interruption.Interruption:
-        print(f"error: interrupted; {_GO_ON}", file=sys.stderr)
+        print(f"error: interrupted; {_batch_output.GO_ON}", file=sys.stderr)
         return INTERRUPTED
 
 
