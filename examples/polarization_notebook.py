@@ -47,7 +47,7 @@ print(vp.inspect(frame))
 calibration = vp.calibrate(
     series, angles, layout=LAYOUT, bit_depth=BIT_DEPTH, dark_levels=[0, 0, 0, 0], sensor="simulated"
 )
-calibration.save(folder / "camera.json")
+calibration.save(folder / "camera.json", overwrite=True)
 for found, true in zip(calibration.analysers, camera.analysers):
     print(
         f"orientation {found.orientation:6.2f} (true {true.orientation:6.2f}), "

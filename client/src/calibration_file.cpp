@@ -1,9 +1,9 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
-#include <atomic>
+#include "regular_files.hpp"
+
 #include <cerrno>
-#include <fcntl.h>
-#include <string_view>
+#include <span>
 #include <system_error>
 #include <unistd.h>
 
@@ -26,46 +26,13 @@ std::string message(
     throw File_error(file, 0, "", action + ": " + std::generic_category().message(error), remedy);
 }
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_{number} {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) {
-            ::close(number_);
-        }
-    }
-    int get() const { return number_; }
-    int close() {
-        int const number = number_;
-        number_ = -1;
-        return ::close(number);
-    }
-
-private:
-    int number_;
-};
-
-// 0, or the error's number.
-int write_all(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        ssize_t const written = ::write(descriptor, text.data(), text.size());
-        if (written < 0 && errno != EINTR) {
-            return errno;
-        }
-        text.remove_prefix(written < 0 ? 0 : static_cast<std::size_t>(written));
-    }
-    return 0;
-}
-
 // Beside the final file, so that renaming is one step. Removed unless it has been renamed.
 class Temporary_file {
 public:
     explicit Temporary_file(std::filesystem::path const& final_file)
-        : name_{unused_name(final_file)},
-          descriptor_{::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)},
-          error_{descriptor_.get() < 0 ? errno : 0}, there_{error_ == 0} {}
+        : name_{regular_files::temporary_name(final_file)}, descriptor_{regular_files::create(
+                                                                name_)},
+          error_{descriptor_.is_open() ? 0 : errno}, there_{error_ == 0} {}
     Temporary_file(Temporary_file const&) = delete;
     Temporary_file& operator=(Temporary_file const&) = delete;
     ~Temporary_file() {
@@ -75,55 +42,55 @@ public:
     }
 
     // 0, or the error's number.
-    int write_and_rename(std::string_view text, std::filesystem::path const& final_file) {
+    int write_and_rename(
+        std::string const& text, std::filesystem::path const& final_file, Existing_files existing) {
         if (error_ != 0) {
             return error_;
         }
-        if (int const error = write_all(descriptor_.get(), text)) {
+        if (int const error =
+                regular_files::write_all(descriptor_, std::as_bytes(std::span{text}))) {
             return error;
         }
-        if (::fsync(descriptor_.get()) != 0 || descriptor_.close() != 0 ||
-            ::rename(name_.c_str(), final_file.c_str()) != 0) {
+        if (::fsync(descriptor_.get()) != 0) {
             return errno;
         }
-        there_ = false;
-        return 0;
+        if (int const error = descriptor_.close()) {
+            return error;
+        }
+        int const error = regular_files::rename(name_, final_file, existing);
+        there_ = error != 0;
+        return error;
     }
 
 private:
-    static std::filesystem::path unused_name(std::filesystem::path const& final_file) {
-        static std::atomic<unsigned> count{0};
-        return final_file.parent_path() / (".calibration-" + std::to_string(::getpid()) + "-" +
-                                           std::to_string(count++) + ".tmp");
-    }
-
     std::filesystem::path name_;
-    Descriptor descriptor_;
+    regular_files::Descriptor descriptor_;
     int error_;
     bool there_;
 };
 
+void refuse_obstacle(std::filesystem::path const& file, Existing_files existing) {
+    auto const obstacle = regular_files::obstacle_at(
+        file, existing, "to replace it, save with overwrite=True (in C++ Existing_files::replace)");
+    if (obstacle) {
+        throw File_error(file, 0, "", obstacle->problem, obstacle->remedy);
+    }
+}
+
 std::string read_file(std::filesystem::path const& file) {
     std::string const remedy = "give a calibration file that can be read";
-    Descriptor const descriptor{::open(file.c_str(), O_RDONLY | O_CLOEXEC)};
-    if (descriptor.get() < 0) {
-        refuse_file(file, "cannot open", errno, remedy);
+    regular_files::Input const input = regular_files::open_to_read(file);
+    if (!input.problem.empty()) {
+        throw File_error(file, 0, "", "cannot be read: " + input.problem, remedy);
     }
     std::string text;
-    std::string piece(65536, '\0');
-    for (;;) {
-        ssize_t const count = ::read(descriptor.get(), piece.data(), piece.size());
-        if (count < 0 && errno != EINTR) {
-            refuse_file(file, "cannot read", errno, remedy);
-        }
-        if (count == 0) {
-            return text;
-        }
-        text.append(piece, 0, count < 0 ? 0 : static_cast<std::size_t>(count));
-        if (text.size() > largest_file) {
-            throw File_error(file, 0, "", "this is too large for a calibration", remedy);
-        }
+    if (int const error = regular_files::read_all(input.descriptor, largest_file, text)) {
+        refuse_file(file, "cannot be read", error, remedy);
     }
+    if (text.size() > largest_file) {
+        throw File_error(file, 0, "", "this is too large for a calibration", remedy);
+    }
+    return text;
 }
 
 } // namespace
@@ -134,11 +101,15 @@ File_error::File_error(
     : std::runtime_error{message(file, line, key, problem, remedy)}, file_{file}, line_{line},
       key_{key}, remedy_{remedy} {}
 
-void save(Calibration const& calibration, std::filesystem::path const& file) {
+void save(
+    Calibration const& calibration, std::filesystem::path const& file, Existing_files existing) {
     std::string const text = calibration_to_json(calibration);
+    refuse_obstacle(file, existing);
+    regular_files::remove_leftovers(file.parent_path());
     Temporary_file temporary{file};
-    if (int const error = temporary.write_and_rename(text, file)) {
-        refuse_file(file, "cannot write", error, "give a place that can be written to");
+    if (int const error = temporary.write_and_rename(text, file, existing)) {
+        refuse_obstacle(file, existing); // somebody else's file may have come in between
+        refuse_file(file, "cannot be written", error, "give a place that can be written to");
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -117,7 +118,12 @@ void bind_calibration(py::module_& module) {
             "to_json", &mrv::calibration_to_json,
             "The text of the file that `save` writes.\n\nReturns\n-------\nstr\n\n"
             "Examples\n--------\n>>> Calibration.ideal(0).to_json()[0]\n'{'\n")
-        .def("_save", &mrv::save)
+        .def(
+            "_save",
+            [](mrv::Calibration const& c, std::filesystem::path const& path, bool overwrite) {
+                mrv::save(
+                    c, path, overwrite ? mrv::Existing_files::replace : mrv::Existing_files::keep);
+            })
         .def_property_readonly(
             "phase", [](mrv::Calibration const& c) { return c.mosaic.phase(); },
             "Number of the layout, 0 to 3.")

@@ -55,7 +55,8 @@ def load(path: Union[str, Path]) -> Calibration:
     FileNotFoundError
         If there is no such file.
     ValueError
-        If it is no calibration, damaged, or of a newer schema; says which line and key.
+        If it is no regular file, no calibration, damaged, or of a newer schema; says which line
+        and key.
 
     Examples
     --------
@@ -65,21 +66,26 @@ def load(path: Union[str, Path]) -> Calibration:
     ...     Calibration.load(folder + "/ideal.json") == Calibration.ideal(2)
     True
     """
-    with open(path, "rb"):
-        return Calibration._load(os.fspath(path))
+    # For the exception of a file that is missing. To open a pipe as usual would wait for a writer.
+    os.close(os.open(path, os.O_RDONLY | os.O_NONBLOCK))
+    return Calibration._load(os.fspath(path))
 
 
-def save(self: Calibration, path: Union[str, Path]) -> None:
-    """Write a file of JSON, whole or not at all; an old one is replaced.
+def save(self: Calibration, path: Union[str, Path], *, overwrite: bool = False) -> None:
+    """Write a file of JSON, whole or not at all.
 
     Parameters
     ----------
     path : str or pathlib.Path
+    overwrite : bool
+        Replace a file that is there. Only a regular file is ever replaced.
 
     Raises
     ------
+    TypeError
+        For an `overwrite` that is no bool.
     ValueError
-        If it cannot be written.
+        If the file exists already, or cannot be written.
 
     Examples
     --------
@@ -89,7 +95,7 @@ def save(self: Calibration, path: Union[str, Path]) -> None:
     ...     open(folder + "/ideal.json").read(1)
     '{'
     """
-    self._save(os.fspath(path))
+    self._save(os.fspath(path), _arguments.truth("overwrite", overwrite))
 
 
 def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibration:

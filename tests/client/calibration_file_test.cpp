@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -17,7 +18,9 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
+#include <vector>
 
 namespace client_test {
 namespace {
@@ -94,7 +97,7 @@ TEST_F(Calibration_file, comes_back_as_it_was) {
     for (std::uint64_t seed = 1; seed <= 20; ++seed) {
         Calibration const calibration = some_calibration(seed);
         fs::path const file = folder_ / "cal.json";
-        save(calibration, file);
+        save(calibration, file, Existing_files::replace);
         EXPECT_EQ(load_calibration(file), calibration);
         EXPECT_EQ(files(), 1U);
     }
@@ -161,6 +164,90 @@ TEST_F(Calibration_file, places_that_cannot_be_written_or_read_are_named) {
     EXPECT_THROW(load_calibration(folder_ / "none.json"), File_error);
     EXPECT_THROW(load_calibration(folder_), File_error);
     EXPECT_THROW(load_calibration("/dev/zero"), File_error);
+}
+
+TEST_F(Calibration_file, one_that_is_there_is_replaced_only_if_that_is_asked_for) {
+    fs::path const file = folder_ / "cal.json";
+    save(some_calibration(1), file);
+    try {
+        save(some_calibration(2), file);
+        ADD_FAILURE() << "replaced";
+    } catch (File_error const& error) {
+        EXPECT_EQ(
+            error.what(), file.string() + ": exists already; to replace it, save with "
+                                          "overwrite=True (in C++ Existing_files::replace), or "
+                                          "choose another place");
+    }
+    EXPECT_EQ(load_calibration(file), some_calibration(1));
+    save(some_calibration(2), file, Existing_files::replace);
+    EXPECT_EQ(load_calibration(file), some_calibration(2));
+    EXPECT_EQ(files(), 1U);
+}
+
+// Nobody writes into the pipe: who opens it as usual waits for ever.
+TEST_F(Calibration_file, what_is_no_regular_file_is_neither_read_nor_replaced) {
+    save(some_calibration(1), folder_ / "cal.json");
+    ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0600), 0);
+    fs::create_symlink("cal.json", folder_ / "link");
+    fs::create_symlink("nowhere", folder_ / "dangling");
+    auto const refusal = [](auto const& action) {
+        try {
+            action();
+        } catch (File_error const& error) {
+            return std::string{error.what()};
+        }
+        return std::string{"nothing"};
+    };
+    for (Existing_files const existing : {Existing_files::keep, Existing_files::replace}) {
+        for (auto const& [name, reason] :
+             {std::pair{"pipe", "it is no regular file but a pipe; "},
+              std::pair{"link", "it is a link to cal.json; "},
+              std::pair{"dangling", "it is a link to nowhere, which is not there; "}}) {
+            fs::path const file = folder_ / name;
+            auto const kind = fs::symlink_status(file).type();
+            EXPECT_EQ(
+                refusal([&] {
+                    save(some_calibration(2), file, existing);
+                }).find(file.string() + ": cannot be written: " + reason),
+                0U)
+                << name;
+            EXPECT_EQ(fs::symlink_status(file).type(), kind) << name;
+        }
+    }
+    EXPECT_EQ(load_calibration(folder_ / "link"), some_calibration(1));
+    EXPECT_NE(
+        refusal([&] { load_calibration(folder_ / "pipe"); }).find("no regular file but a pipe; "),
+        std::string::npos);
+    EXPECT_NE(
+        refusal([&] {
+            load_calibration(folder_ / "dangling");
+        }).find("No such file or directory: it is a link to nowhere, which is not there; "),
+        std::string::npos);
+    EXPECT_EQ(files(), 4U);
+}
+
+TEST_F(Calibration_file, leftovers_of_killed_programs_are_removed_after_an_hour) {
+    std::string const ours = ".veldrane.part-0123456789abcdef0123456789abcde";
+    auto const long_ago = fs::file_time_type::clock::now() - std::chrono::minutes{61};
+    std::ofstream{folder_ / "victim"} << "text";
+    std::ofstream{folder_ / (ours + "0")} << "young";
+    fs::create_directory(folder_ / (ours + "1"));
+    fs::create_symlink("victim", folder_ / (ours + "2"));
+    std::vector<std::string> kept = {"victim",         ours + "0",  ours + "1", ours + "2",
+                                     "a" + ours + "f", ours + "ff", ours,       ours + "F"};
+    for (std::string const& name :
+         {ours + "3", ours + "f", "a" + ours + "f", ours + "ff", ours, ours + "F"}) {
+        std::ofstream{folder_ / name} << "old";
+        fs::last_write_time(folder_ / name, long_ago);
+    }
+    fs::last_write_time(folder_ / "victim", long_ago);
+    fs::last_write_time(folder_ / (ours + "1"), long_ago);
+    save(some_calibration(1), folder_ / "cal.json");
+    kept.emplace_back("cal.json");
+    for (std::string const& name : kept) {
+        EXPECT_TRUE(fs::exists(folder_ / name)) << name;
+    }
+    EXPECT_EQ(files(), kept.size());
 }
 
 TEST_F(Calibration_file, every_piece_of_a_file_is_refused) {

@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import os
 import pickle
 
 import numpy as np
@@ -43,6 +44,33 @@ def test_a_damaged_file_is_refused_with_its_name(tmp_path):
     file.write_text(file.read_text()[:-40])
     with pytest.raises(ValueError, match="sensor.json"):
         vp.Calibration.load(file)
+
+
+def test_a_file_that_is_there_is_replaced_only_when_told(tmp_path):
+    file = tmp_path / "sensor.json"
+    vp.Calibration.ideal(1).save(file)
+    with pytest.raises(ValueError, match="sensor.json: exists already.*overwrite=True"):
+        vp.Calibration.ideal(2).save(file)
+    assert vp.Calibration.load(file).phase == 1
+    with pytest.raises(TypeError, match="overwrite is 'yes'"):
+        vp.Calibration.ideal(2).save(file, overwrite="yes")
+    vp.Calibration.ideal(2).save(file, overwrite=True)
+    assert vp.Calibration.load(file).phase == 2
+
+
+def test_what_is_no_regular_file_is_neither_read_nor_replaced(tmp_path):
+    # Nobody writes into the pipe: who opens it as usual waits for ever.
+    os.mkfifo(tmp_path / "pipe")
+    (tmp_path / "link").symlink_to("nowhere")
+    for name, kind in (("pipe", "no regular file but a pipe"), ("link", "a link to nowhere")):
+        with pytest.raises(ValueError, match=f"{name}: cannot be written: it is {kind}"):
+            vp.Calibration.ideal(2).save(tmp_path / name, overwrite=True)
+    with pytest.raises(ValueError, match="pipe: cannot be read: it is no regular file but a pipe"):
+        vp.Calibration.load(tmp_path / "pipe")
+    with pytest.raises(ValueError, match="cannot be read: it is a folder"):
+        vp.Calibration.load(tmp_path)
+    assert sorted(each.name for each in tmp_path.iterdir()) == ["link", "pipe"]
+    assert (tmp_path / "pipe").is_fifo() and (tmp_path / "link").is_symlink()
 
 
 def test_regions_move_the_layout():

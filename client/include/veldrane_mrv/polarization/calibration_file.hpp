@@ -7,6 +7,7 @@
 #define VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
 
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/existing_files.hpp"
 
 #include <cstddef>
 #include <filesystem>
@@ -39,13 +40,18 @@ private:
     std::string remedy_;
 };
 
-/// Writes beside `file` and renames, so that there is a whole file or none; replaces an old one.
+/// Writes beside `file` and renames, so that there is a whole file or none. What killed programs
+/// left there an hour ago or earlier is removed.
 /// @throw Argument_error if a number is infinite or NaN or a text is not UTF-8
-/// @throw File_error if the file cannot be written; an old file is unchanged then
-void save(Calibration const& calibration, std::filesystem::path const& file);
+/// @throw File_error if there is a file that is to be kept, or anything but a regular file, or if
+///        the file cannot be written; an old file is unchanged then
+void save(
+    Calibration const& calibration, std::filesystem::path const& file,
+    Existing_files existing = Existing_files::keep);
 
-/// @throw File_error if the file cannot be read, is no calibration, is damaged, or comes from a
-///        newer schema
+/// @throw File_error if the file cannot be read, is no regular one, is no calibration, is damaged,
+/// or
+///        comes from a newer schema
 Calibration load_calibration(std::filesystem::path const& file);
 
 /// The same from and to text; `name` stands for the file in messages.
