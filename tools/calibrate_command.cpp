@@ -175,8 +175,11 @@ void run_calibrate(Command_line& line) {
     Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
     refuse_lost_files(line, found.frames, preparation);
     Made_folder const folder(line.output.parent_path());
-    Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
+    Existing_files const existing =
+        line.overwrites ? Existing_files::replace : Existing_files::keep;
+    Staged_files files(existing);
     files.add(line.output, std::string()); // found out now if it cannot be written
+    refuse_existing(line.plot, existing);
     if (!found.failures.empty()) {
         for (std::string const& failure : found.failures) {
             complain(failure);

@@ -135,13 +135,13 @@ int run_report(Command_line const& line) {
         line.mosaic.required();
     }
     check(polarization::processor_features());
-    refuse_existing(line.file, line.overwrites ? Existing_files::replace : Existing_files::keep);
     Frame_preparation const preparation(line.samples, line.input.raw_layout());
     Processing const processing = processing_of(line, preparation);
     Frame_place const place = place_of(line);
     Input_files inputs({place}, preparation);
     inputs.add(line.calibration_file);
     inputs.refuse(line.file, "--output");
+    refuse_existing(line.file, line.overwrites ? Existing_files::replace : Existing_files::keep);
     Made_folder const folder(line.file.parent_path());
     Frame_reader reader(line.input.raw_layout());
     Fetched_frame fetched;

@@ -1,13 +1,16 @@
 #include "staged_files.hpp"
 
 #include "failure.hpp"
+#include "regular_files.hpp"
 
-#include <atomic>
 #include <cerrno>
-#include <cstdio>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+#include <set>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <unordered_set>
 #include <utility>
@@ -16,6 +19,8 @@ namespace polarize_tool {
 namespace {
 
 namespace fs = std::filesystem;
+namespace regular_files = veldrane_mrv::polarization::regular_files;
+using regular_files::Descriptor;
 
 [[noreturn]] void fail(fs::path const& file, int error) {
     std::string const problem = std::string("cannot be written: ") + std::strerror(error);
@@ -35,51 +40,16 @@ namespace fs = std::filesystem;
     fail(file, error);
 }
 
-class Descriptor {
-public:
-    Descriptor(fs::path const& file, int how)
-        : number_(open(file.c_str(), O_WRONLY | O_CLOEXEC | how, 0666)) {}
-    ~Descriptor() {
-        if (number_ >= 0) {
-            ::close(number_);
-        }
-    }
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-
-    bool write(Staged_files::Bytes bytes) const {
-        while (!bytes.empty()) {
-            ssize_t const written = ::write(number_, bytes.data(), bytes.size());
-            if (written < 0 && errno == EINTR) {
-                continue;
-            }
-            if (written <= 0) {
-                return false;
-            }
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        }
-        return true;
-    }
-
-    bool is_open() const { return number_ >= 0; }
-
-    // File systems on a network report a full disk here at the latest.
-    bool close() { return ::close(std::exchange(number_, -1)) == 0; }
-
-private:
-    int number_;
-};
-
 void write_all(
     Descriptor& descriptor, fs::path const& file,
     std::initializer_list<Staged_files::Bytes> parts) {
     for (Staged_files::Bytes const bytes : parts) {
-        if (!descriptor.write(bytes)) {
-            fail(file, errno != 0 ? errno : EIO);
+        if (int const error = regular_files::write_all(descriptor, std::as_bytes(bytes))) {
+            fail(file, error);
         }
     }
-    if (!descriptor.close()) {
-        fail(file, errno);
+    if (int const error = descriptor.close()) {
+        fail(file, error);
     }
 }
 
@@ -101,35 +71,60 @@ public:
     }
 
     std::mutex& mutex() { return mutex_; }
-    void note(fs::path const& name) { names_.insert(name.native()); }
     void forget(fs::path const& name) { names_.erase(name.native()); }
 
+    // A disk that has gone away may keep an open for ever, so no lock is held meanwhile.
+    Descriptor create(fs::path const& name) {
+        {
+            std::unique_lock lock(mutex_);
+            changed_.wait(lock, [this] { return !is_ending_; });
+            names_.insert(name.native());
+            ++being_created_;
+        }
+        Descriptor descriptor = regular_files::create(name);
+        int const error = errno;
+        {
+            std::lock_guard const lock(mutex_);
+            --being_created_;
+            if (!descriptor.is_open()) {
+                forget(name);
+            }
+        }
+        changed_.notify_all();
+        errno = error;
+        return descriptor;
+    }
+
     void remove_for_good() {
-        mutex_.lock(); // and never released
+        constexpr std::chrono::seconds patience(1);
+        std::unique_lock lock(mutex_);
+        is_ending_ = true;
+        changed_.wait_for(lock, patience, [this] { return being_created_ == 0; });
         for (std::string const& name : names_) {
             unlink(name.c_str());
         }
+        lock.release(); // and never unlocked
     }
 
 private:
-    std::mutex mutex_; // held while files are made, renamed and removed, not while they are filled
+    std::mutex mutex_; // held while files are renamed and removed, not while they are opened
+    std::condition_variable changed_;
     std::unordered_set<std::string> names_;
+    unsigned being_created_ = 0;
+    bool is_ending_ = false;
 };
 
-int rename_error(fs::path const& from, fs::path const& to, Existing_files existing) {
-    if (existing == Existing_files::keep) {
-        if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
-            return 0;
-        }
-        if (errno != EINVAL) { // else a file system that cannot refuse to replace
-            return errno;
-        }
-        std::error_code error;
-        if (fs::exists(to, error)) {
-            return EEXIST;
+// A folder with very many files takes a while to look through, so once is enough.
+void remove_leftovers_once(fs::path const& folder) {
+    static std::mutex mutex;
+    static std::set<fs::path> visited;
+    {
+        std::lock_guard const lock(mutex);
+        if (!visited.insert(folder).second) {
+            return;
         }
     }
-    return std::rename(from.c_str(), to.c_str()) == 0 ? 0 : errno;
+    regular_files::remove_leftovers(folder);
 }
 
 } // namespace
@@ -163,13 +158,10 @@ void remove_staged_files() {
 }
 
 void refuse_existing(fs::path const& file, Existing_files existing) {
-    std::error_code error;
-    if (fs::is_directory(file, error)) {
-        throw File_failure(file, "cannot be written: a folder has this name; use another folder");
-    }
-    if (existing == Existing_files::keep && fs::exists(file, error)) {
-        throw File_failure(
-            file, "exists already; give --overwrite to replace it, or choose another place");
+    auto const obstacle =
+        regular_files::obstacle_at(file, existing, "give --overwrite to replace it");
+    if (obstacle) {
+        throw File_failure(file, obstacle->problem + "; " + obstacle->remedy);
     }
 }
 
@@ -189,38 +181,44 @@ Staged_files::~Staged_files() {
     Temporary_names& names = Temporary_names::all();
     std::lock_guard const lock(names.mutex());
     for (Staged_file const& file : files_) {
-        std::error_code ignored;
-        fs::remove(file.temporary, ignored);
+        unlink(file.temporary.c_str());
         names.forget(file.temporary);
     }
 }
 
 void Staged_files::add(fs::path const& file, std::initializer_list<Bytes> parts) {
     refuse_existing(file, existing_);
-    // Several threads may stage files of one name.
-    static std::atomic<unsigned> count = 0;
-    fs::path temporary = file;
-    temporary += ".part-" + std::to_string(getpid()) + "-" + std::to_string(count++);
-    Temporary_names& names = Temporary_names::all();
-    std::unique_lock lock(names.mutex());
-    names.note(temporary);
-    Descriptor descriptor(temporary, O_CREAT | O_TRUNC);
-    if (!descriptor.is_open()) {
+    remove_leftovers_once(file.parent_path());
+    files_.push_back({regular_files::temporary_name(file), file});
+    Staged_file& staged = files_.back();
+    Descriptor descriptor = Temporary_names::all().create(staged.temporary);
+    struct stat status = {};
+    if (!descriptor.is_open() || fstat(descriptor.get(), &status) != 0) {
         int const error = errno;
-        names.forget(temporary);
+        if (!descriptor.is_open()) {
+            files_.pop_back(); // of another's file, not to be removed
+        }
         fail_to_create(file, error);
     }
-    files_.push_back({temporary, file});
-    lock.unlock();
+    staged.device = status.st_dev;
+    staged.number = status.st_ino;
     write_all(descriptor, file, parts);
 }
 
+// Opened once more: a run may have more files under way than a process may have open.
 void Staged_files::append(Bytes bytes) {
-    Descriptor descriptor(files_.back().temporary, O_APPEND);
-    if (!descriptor.is_open()) {
-        fail(files_.back().final, errno);
+    Staged_file const& file = files_.back();
+    int const how = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    Descriptor descriptor(open(file.temporary.c_str(), how));
+    struct stat status = {};
+    bool const is_there = descriptor.is_open() && fstat(descriptor.get(), &status) == 0;
+    if (!is_there || status.st_dev != file.device || status.st_ino != file.number) {
+        throw File_failure(
+            file.final, "cannot be written: " + file.temporary.string() +
+                            " was moved or replaced meanwhile; choose a folder in which nobody "
+                            "else can do so");
     }
-    write_all(descriptor, files_.back().final, {bytes});
+    write_all(descriptor, file.final, {bytes});
 }
 
 void Staged_files::add(fs::path const& file, std::string const& text) {
@@ -235,7 +233,8 @@ void Staged_files::publish() {
     Temporary_names& names = Temporary_names::all();
     std::lock_guard const lock(names.mutex());
     for (std::size_t index = 0; index < files_.size(); ++index) {
-        int const error = rename_error(files_[index].temporary, files_[index].final, existing_);
+        int const error =
+            regular_files::rename(files_[index].temporary, files_[index].final, existing_);
         if (error != 0) {
             withdraw(index);
             fail(files_[index].final, error);

@@ -3,17 +3,19 @@
 #ifndef VELDRANE_TOOLS_STAGED_FILES_HPP
 #define VELDRANE_TOOLS_STAGED_FILES_HPP
 
+#include "veldrane_mrv/polarization/existing_files.hpp"
+
 #include <cstdint>
 #include <filesystem>
 #include <initializer_list>
 #include <span>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace polarize_tool {
 
-/// Whether a result may take the place of a file that is there.
-enum class Existing_files { replace, keep };
+using veldrane_mrv::polarization::Existing_files;
 
 /// A folder for results and what was missing above it, made now. Those that are still empty in the
 /// end are removed again, unless they were there before.
@@ -30,15 +32,17 @@ private:
     std::vector<std::filesystem::path> made_; // the deepest first
 };
 
-/// @throws File_failure if `file` exists and is to be kept, or is a folder
+/// @throws File_failure if `file` exists and is to be kept, or is anything but a regular file
 void refuse_existing(std::filesystem::path const& file, Existing_files existing);
 
 /// Removes all temporary files of this process, for one that ends without running destructors.
-/// Waits for sets that are just being published; from then on no file is made or renamed.
+/// Waits for sets that are just being published, and a moment for files that are just being made;
+/// from then on no file is made or renamed.
 void remove_staged_files();
 
 /// Files that are to appear together. Each is first written beside its place under another name;
-/// publish() renames them all. Whatever was not published is removed.
+/// publish() renames them all. Whatever was not published is removed, and with the first file of a
+/// folder what killed runs left there an hour ago or earlier.
 class Staged_files {
 public:
     using Bytes = std::span<std::uint8_t const>;
@@ -57,7 +61,7 @@ public:
     void add(std::filesystem::path const& file, std::string const& text);
 
     /// Writes behind what the file added last holds.
-    /// @throws File_failure
+    /// @throws File_failure, also if it is not the file that was added any more
     void append(Bytes bytes);
 
     /// @throws File_failure; no file of this set has appeared then
@@ -69,6 +73,8 @@ private:
     struct Staged_file {
         std::filesystem::path temporary;
         std::filesystem::path final;
+        dev_t device = 0;
+        ino_t number = 0;
     };
     void withdraw(std::size_t count) const;
 

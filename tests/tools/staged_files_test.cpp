@@ -4,7 +4,11 @@
 #include "failure.hpp"
 #include "test_files.hpp"
 
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -72,6 +76,118 @@ TEST(Staged_files, parts_lie_behind_one_another) {
     files.append(one);
     files.publish();
     EXPECT_EQ(test_files::read(folder / "a"), (std::vector<std::uint8_t>{1, 2, 3, 1, 2}));
+}
+
+// In a folder that others can write, they may have laid links in the way of a file to come.
+TEST(Staged_files, no_link_under_a_foreseeable_name_is_followed) {
+    Folder const folder;
+    test_files::write(folder / "victim", "mine");
+    constexpr unsigned most_counts = 200;
+    for (unsigned count = 0; count < most_counts; ++count) {
+        std::filesystem::create_symlink(
+            "victim",
+            folder / ("a.part-" + std::to_string(getpid()) + "-" + std::to_string(count)));
+    }
+    Staged_files files;
+    files.add(folder / "a", std::string("x"));
+    files.publish();
+    EXPECT_EQ(test_files::read(folder / "victim"), (std::vector<std::uint8_t>{'m', 'i', 'n', 'e'}));
+    EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(folder / "a")));
+}
+
+// The only name in the folder that is none of `known`.
+std::string other_name(Folder const& folder, std::vector<std::string> const& known) {
+    for (std::string const& name : test_files::names_in(folder.path())) {
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            return name;
+        }
+    }
+    return "none";
+}
+
+TEST(Staged_files, temporary_names_cannot_be_foreseen) {
+    Folder const folder;
+    Staged_files files;
+    files.add(folder / "a", std::string("x"));
+    std::string const first = other_name(folder, {});
+    files.add(folder / "b", std::string("x"));
+    std::string const second = other_name(folder, {first});
+    std::string const start = ".veldrane.part-";
+    for (std::string const& name : {first, second}) {
+        EXPECT_EQ(name.find(start), 0U) << name;
+        EXPECT_EQ(name.size(), start.size() + 32) << name;
+    }
+    EXPECT_NE(first, second);
+}
+
+TEST(Staged_files, what_has_come_in_the_place_of_a_temporary_file_is_not_written_to) {
+    enum class Trap { link, pipe, file, nothing };
+    for (Trap const trap : {Trap::link, Trap::pipe, Trap::file, Trap::nothing}) {
+        Folder const folder;
+        test_files::write(folder / "victim", "mine");
+        Staged_files files;
+        files.add(folder / "a", std::string("x"));
+        auto const temporary = folder / other_name(folder, {"victim"});
+        std::filesystem::rename(temporary, folder / "away");
+        if (trap == Trap::link) {
+            std::filesystem::create_symlink("victim", temporary);
+        } else if (trap == Trap::pipe) {
+            ASSERT_EQ(mkfifo(temporary.c_str(), 0600), 0);
+        } else if (trap == Trap::file) {
+            std::filesystem::create_hard_link(folder / "victim", temporary);
+        }
+        std::vector<std::uint8_t> const more = {1};
+        EXPECT_THROW(files.append(more), File_failure);
+        EXPECT_EQ(test_files::read(folder / "victim").size(), 4U);
+    }
+}
+
+TEST(Staged_files, only_regular_files_are_replaced) {
+    Folder const folder;
+    test_files::write(folder / "file", "mine");
+    ASSERT_EQ(mkfifo((folder / "pipe").c_str(), 0600), 0);
+    std::filesystem::create_symlink("file", folder / "link");
+    std::filesystem::create_symlink("nowhere", folder / "dangling");
+    unsigned refused = 0;
+    for (Existing_files const existing : {Existing_files::keep, Existing_files::replace}) {
+        for (auto const& [name, reason] :
+             {std::pair("pipe", "it is no regular file but a pipe; "),
+              std::pair("link", "it is a link to file; "),
+              std::pair("dangling", "it is a link to nowhere, which is not there; ")}) {
+            try {
+                Staged_files files(existing);
+                files.add(folder / name, std::string("x"));
+                files.publish();
+                ADD_FAILURE() << name << " was replaced";
+            } catch (File_failure const& failure) {
+                std::string const start = (folder / name).string() + ": cannot be written: ";
+                EXPECT_EQ(std::string(failure.what()).find(start + reason), 0U) << failure.what();
+                ++refused;
+            }
+        }
+    }
+    EXPECT_EQ(
+        test_files::names_in(folder.path()),
+        (std::vector<std::string>{"dangling", "file", "link", "pipe"}));
+    EXPECT_TRUE(std::filesystem::is_fifo(folder / "pipe"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "link"));
+    EXPECT_TRUE(std::filesystem::is_symlink(folder / "dangling"));
+    std::printf("%u refusals\n", refused);
+}
+
+// What is a leftover, and what only looks like one, is for calibration_file_test.
+TEST(Staged_files, leftovers_of_killed_runs_are_removed_after_an_hour) {
+    Folder const folder;
+    std::string const ours = ".veldrane.part-0123456789abcdef0123456789abcde";
+    test_files::write(folder / (ours + "0"), "young");
+    test_files::write(folder / (ours + "1"), "old");
+    std::filesystem::last_write_time(
+        folder / (ours + "1"),
+        std::filesystem::file_time_type::clock::now() - std::chrono::minutes(61));
+    Staged_files files;
+    files.add(folder / "a", std::string("x"));
+    files.publish();
+    EXPECT_EQ(test_files::names_in(folder.path()), (std::vector<std::string>{ours + "0", "a"}));
 }
 
 TEST(Staged_files, want_of_room_is_told_from_other_failures) {
