@@ -1,15 +1,13 @@
 #include "angle_list.hpp"
 
 #include "failure.hpp"
-#include "input_files.hpp"
+#include "input_opening.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cmath>
-#include <cstring>
-#include <fstream>
 #include <map>
+#include <sstream>
 #include <string_view>
 
 namespace polarize_tool {
@@ -47,13 +45,8 @@ std::optional<double> number_in(std::string_view text) {
 /// A table by the names of its columns.
 class Table {
 public:
-    explicit Table(std::filesystem::path const& file) : file_(file) {
-        refuse_irregular(file);
-        stream_.open(file);
+    explicit Table(std::filesystem::path const& file) : file_(file), stream_(read_table(file)) {
         std::string line;
-        if (!stream_.is_open()) {
-            throw File_failure(file, std::string("cannot be read: ") + std::strerror(errno));
-        }
         std::getline(stream_, line);
         columns_ = cells_of(line);
         for (char const* const needed : {"file", "angle"}) {
@@ -109,7 +102,7 @@ private:
     }
 
     std::filesystem::path file_;
-    std::ifstream stream_;
+    std::istringstream stream_;
     Row columns_;
     Row cells_;
     std::size_t line_number_ = 1;

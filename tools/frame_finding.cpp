@@ -1,14 +1,16 @@
 #include "frame_finding.hpp"
 
 #include "failure.hpp"
+#include "input_opening.hpp"
+#include "interruption.hpp"
 #include "tiff_reading.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstring>
-#include <fstream>
 #include <glob.h>
+#include <unistd.h>
 
 namespace polarize_tool {
 namespace {
@@ -37,7 +39,8 @@ std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
          entry.increment(error)) {
         fs::path const file = entry->path();
         std::error_code ignored;
-        if (file.filename().string().front() != '.' && fs::is_regular_file(file, ignored) &&
+        // Links that lead nowhere and pipes are named by whoever reads them.
+        if (file.filename().string().front() != '.' && !fs::is_directory(file, ignored) &&
             has_ending_of_frames(file, raw)) {
             files.push_back(file);
         }
@@ -86,11 +89,11 @@ std::vector<fs::path> files_of(std::string const& input, bool raw) {
     return {input};
 }
 
-bool is_tiff(fs::path const& file) {
-    std::array<char, 4> start = {};
-    std::ifstream stream(file, std::ios::binary);
-    stream.read(start.data(), start.size());
-    return begins_like_tiff({start.data(), static_cast<std::size_t>(stream.gcount())});
+std::string start_of(regular_files::Input const& input) {
+    std::string start(4, '\0');
+    ssize_t const count = pread(input.descriptor.get(), start.data(), start.size(), 0);
+    start.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+    return start;
 }
 
 void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
@@ -100,21 +103,21 @@ void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
 }
 
 void look_into(Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& raw) {
-    std::error_code error;
-    if (!fs::is_regular_file(file, error)) {
+    regular_files::Input const input = regular_files::open_to_read(file);
+    if (!input.problem.empty()) {
         add_frames(found, file, 1); // reading it says what is wrong
         return;
     }
     if (raw) {
-        std::uint64_t const size = fs::file_size(file, error);
-        std::size_t const count = error ? 1 : raw->frames_in(size);
+        auto const size = static_cast<std::uint64_t>(input.status.st_size);
+        std::size_t const count = raw->frames_in(size);
         if (count == 0) {
             throw File_failure(file, raw->size_problem(size));
         }
         add_frames(found, file, count);
         return;
     }
-    if (!is_tiff(file)) {
+    if (!begins_like_tiff(start_of(input))) {
         add_frames(found, file, 1);
         return;
     }
@@ -161,6 +164,7 @@ Found_frames find_frames(
     for (std::string const& input : inputs) {
         try {
             for (fs::path const& file : files_of(input, raw.has_value())) {
+                throw_if_interrupted();
                 try {
                     look_into(found, file, raw);
                 } catch (File_failure const& failure) {

@@ -45,6 +45,7 @@ struct Found_frames {
 /// images or, with `raw`, like recordings; hidden files not), a pattern that is no file's name the
 /// files that it matches. Within one folder or pattern numbers in names count as numbers, so that
 /// frame_2 comes before frame_10.
+/// @throws Interrupted
 Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
     Frame_selection const& selection = {});

@@ -1,48 +1,26 @@
 #include "frame_reading.hpp"
 
 #include "failure.hpp"
+#include "input_opening.hpp"
 #include "standard_error.hpp"
 #include "tiff_reading.hpp"
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <string_view>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace polarize_tool {
 namespace {
 
-[[noreturn]] void fail_to_read(std::filesystem::path const& file, int error) {
-    throw File_failure(file, std::string("cannot be read: ") + std::strerror(error));
-}
-
 class Open_file {
 public:
     explicit Open_file(std::filesystem::path const& file)
-        : file_(file), number_(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-        if (number_ < 0 || fstat(number_, &status_) != 0) {
-            fail_to_read(file, errno);
-        }
-        if (S_ISDIR(status_.st_mode)) {
-            refuse("cannot be read: it is a folder; name the frames in it");
-        }
-        if (!S_ISREG(status_.st_mode)) {
-            refuse("cannot be read: it is no regular file; name image files");
-        }
-    }
-    ~Open_file() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    Open_file(Open_file const&) = delete;
-    Open_file& operator=(Open_file const&) = delete;
+        : file_(file), input_(open_input(file, Input_role::frame)) {}
 
-    std::size_t size() const { return static_cast<std::size_t>(status_.st_size); }
+    std::size_t size() const { return static_cast<std::size_t>(input_.status.st_size); }
 
     // As many bytes as there are, at most `count`.
     void read(std::uint64_t offset, std::size_t count, std::string& bytes) const {
@@ -50,9 +28,10 @@ public:
         std::size_t done = 0;
         while (done < count) {
             ssize_t const part = pread(
-                number_, bytes.data() + done, count - done, static_cast<off_t>(offset + done));
+                input_.descriptor.get(), bytes.data() + done, count - done,
+                static_cast<off_t>(offset + done));
             if (part < 0 && errno != EINTR) {
-                fail_to_read(file_, errno);
+                throw File_failure(file_, std::string("cannot be read: ") + std::strerror(errno));
             }
             if (part == 0) {
                 break;
@@ -63,14 +42,8 @@ public:
     }
 
 private:
-    [[noreturn]] void refuse(char const* problem) {
-        close(number_);
-        throw File_failure(file_, problem);
-    }
-
     std::filesystem::path const& file_;
-    int number_;
-    struct stat status_ = {};
+    regular_files::Input input_;
 };
 
 enum class Format { png, tiff, pgm, other };
@@ -180,7 +153,6 @@ void Frame_reader::fetch(Frame_place const& place, Fetched_frame& target) {
 void Frame_reader::fetch_page(Frame_place const& place, Fetched_frame& target) {
     if (tiff_ == nullptr || open_file_ != place.file) {
         tiff_ = nullptr;
-        { Open_file const is_there(place.file); }
         tiff_ = std::make_unique<Tiff_file>(place.file);
         open_file_ = place.file;
     }

@@ -59,15 +59,4 @@ void Input_files::refuse(fs::path const& output, std::string const& option) cons
     }
 }
 
-void refuse_irregular(fs::path const& file) {
-    std::error_code error;
-    fs::file_status const status = fs::status(file, error);
-    if (fs::exists(status) && !fs::is_regular_file(status)) {
-        throw File_failure(
-            file, fs::is_directory(status)
-                      ? "cannot be read: it is a folder; name a file"
-                      : "cannot be read: it is no regular file; save it as one first");
-    }
-}
-
 } // namespace polarize_tool

@@ -1,5 +1,5 @@
 /// @file
-/// Files that a run reads: they are not to be lost, and reading them is to come to an end.
+/// Files that a run reads: they are not to be lost.
 #ifndef VELDRANE_TOOLS_INPUT_FILES_HPP
 #define VELDRANE_TOOLS_INPUT_FILES_HPP
 
@@ -34,11 +34,6 @@ private:
     std::unordered_set<std::string> names_; // with links resolved, also of files that are missing
     std::set<std::pair<dev_t, ino_t>> identities_;
 };
-
-/// To open a pipe waits for whoever writes into it, maybe for ever. A file that is missing passes:
-/// opening it tells why.
-/// @throws File_failure unless `file` is a regular one
-void refuse_irregular(std::filesystem::path const& file);
 
 } // namespace polarize_tool
 

@@ -1,6 +1,7 @@
 #include "tiff_reading.hpp"
 
 #include "failure.hpp"
+#include "input_opening.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -171,7 +172,12 @@ Tiff_file::Tiff_file(std::filesystem::path const& file)
 Tiff_file::~Tiff_file() = default;
 
 bool Tiff_file::reopen() {
-    handle_->image.reset(TIFFOpenExt(file_.c_str(), "r", bounded_options().get()));
+    regular_files::Input input = open_input(file_, Input_role::frame);
+    handle_->image.reset(
+        TIFFFdOpenExt(input.descriptor.get(), file_.c_str(), "r", bounded_options().get()));
+    if (handle_->image != nullptr) {
+        input.descriptor.release();
+    }
     return handle_->image != nullptr;
 }
 

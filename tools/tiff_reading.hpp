@@ -28,7 +28,7 @@ std::string read_tiff(std::string_view bytes, Frame& frame);
 /// A TIFF on the disk, whose pictures are read one by one. For one thread.
 class Tiff_file {
 public:
-    /// @throws File_failure if the file is no TIFF
+    /// @throws File_failure if the file is no TIFF, or no regular file
     explicit Tiff_file(std::filesystem::path const& file);
     ~Tiff_file();
     Tiff_file(Tiff_file const&) = delete;
@@ -38,8 +38,10 @@ public:
         std::size_t count;
         bool is_complete; // false if the list of pictures breaks off behind these
     };
+    /// @throws File_failure if the file cannot be opened any more
     Pages pages();
 
+    /// @throws File_failure if the file cannot be opened any more
     /// @return what is wrong with the picture, empty if nothing
     std::string read(std::size_t page, Frame& frame);
 

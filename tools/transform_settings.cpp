@@ -1,7 +1,6 @@
 #include "transform_settings.hpp"
 
 #include "failure.hpp"
-#include "input_files.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
 namespace polarize_tool {
@@ -17,7 +16,6 @@ Transform_settings transform_settings(
                 mosaic.required().of_region(region.row, region.column), scale),
             std::nullopt};
     }
-    refuse_irregular(calibration_file);
     auto const calibration = polarization::load_calibration(calibration_file);
     auto const given = mosaic.given();
     if (given && *given != calibration.mosaic) {

@@ -1,0 +1,27 @@
+/// @file
+/// Opens files that a run reads.
+#ifndef VELDRANE_TOOLS_INPUT_OPENING_HPP
+#define VELDRANE_TOOLS_INPUT_OPENING_HPP
+
+#include "regular_files.hpp"
+
+#include <filesystem>
+#include <string>
+
+namespace polarize_tool {
+
+namespace regular_files = veldrane_mrv::polarization::regular_files;
+
+/// What the user named it as, for the remedy if it is none.
+enum class Input_role { frame, table };
+
+/// @throws File_failure unless `file` is a regular one that can be opened
+regular_files::Input open_input(std::filesystem::path const& file, Input_role role);
+
+/// The whole of a table.
+/// @throws File_failure
+std::string read_table(std::filesystem::path const& file);
+
+} // namespace polarize_tool
+
+#endif
