@@ -1,4 +1,5 @@
 #include "angle_list.hpp"
+#include "calibration_mark.hpp"
 #include "calibration_plot.hpp"
 #include "calibration_table.hpp"
 #include "commands.hpp"
@@ -191,7 +192,8 @@ void run_calibrate(Command_line& line) {
         polarization::estimate_calibration(series, mosaic, options);
     std::string const json = polarization::calibration_to_json(calibration);
     files.append({reinterpret_cast<std::uint8_t const*>(json.data()), json.size()});
-    files.add(line.plot, encode_png(calibration_plot(calibration, series, line.source_degree)));
+    cv::Mat const plot = calibration_plot(calibration, series, line.source_degree);
+    files.add(line.plot, marked_as_plot(encode_png(plot)));
     files.publish();
     for (polarization::Quality_flag const flag : calibration.quality.flags) {
         warn(std::string(explanation_of(flag)));

@@ -1,8 +1,10 @@
 #include "frame_finding.hpp"
 
+#include "calibration_mark.hpp"
 #include "failure.hpp"
 #include "input_opening.hpp"
 #include "interruption.hpp"
+#include "messages.hpp"
 #include "tiff_reading.hpp"
 
 #include <algorithm>
@@ -77,20 +79,25 @@ std::vector<fs::path> files_matching(std::string const& pattern) {
     return files;
 }
 
-std::vector<fs::path> files_of(std::string const& input, bool raw) {
+struct Found_files {
+    std::vector<fs::path> files;
+    bool are_named; // one by one, not by their folder or a pattern
+};
+
+Found_files files_of(std::string const& input, bool raw) {
     std::error_code error;
     if (fs::is_directory(input, error)) {
-        return files_in(input, raw);
+        return {files_in(input, raw), false};
     }
     bool const is_pattern = input.find_first_of("*?[") != std::string::npos;
     if (is_pattern && !fs::exists(input, error)) {
-        return files_matching(input);
+        return {files_matching(input), false};
     }
-    return {input};
+    return {{input}, true};
 }
 
 std::string start_of(regular_files::Input const& input) {
-    std::string start(4, '\0');
+    std::string start(calibration_mark_reach, '\0');
     ssize_t const count = pread(input.descriptor.get(), start.data(), start.size(), 0);
     start.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return start;
@@ -102,10 +109,22 @@ void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
     }
 }
 
-void look_into(Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& raw) {
+/// What becomes of files that `calibrate` made. They lie among its frames if it was told so.
+enum class Own_files { pass_over, pass_over_loudly, take };
+
+void look_into(
+    Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& raw,
+    Own_files own_files) {
     regular_files::Input const input = regular_files::open_to_read(file);
     if (!input.problem.empty()) {
         add_frames(found, file, 1); // reading it says what is wrong
+        return;
+    }
+    std::string const start = start_of(input);
+    if (own_files != Own_files::take && is_of_calibration(start)) {
+        if (own_files == Own_files::pass_over_loudly) {
+            warn(file.string() + ": passed over, since `calibrate` made it; leave it out");
+        }
         return;
     }
     if (raw) {
@@ -117,7 +136,7 @@ void look_into(Found_frames& found, fs::path const& file, std::optional<Raw_layo
         add_frames(found, file, count);
         return;
     }
-    if (!begins_like_tiff(start_of(input))) {
+    if (!begins_like_tiff(start)) {
         add_frames(found, file, 1);
         return;
     }
@@ -163,13 +182,22 @@ Found_frames find_frames(
     Found_frames found;
     for (std::string const& input : inputs) {
         try {
-            for (fs::path const& file : files_of(input, raw.has_value())) {
+            Found_files const files = files_of(input, raw.has_value());
+            Own_files const own_files = !files.are_named    ? Own_files::pass_over
+                                        : inputs.size() > 1 ? Own_files::pass_over_loudly
+                                                            : Own_files::take;
+            std::size_t const before = found.frames.size() + found.failures.size();
+            for (fs::path const& file : files.files) {
                 throw_if_interrupted();
                 try {
-                    look_into(found, file, raw);
+                    look_into(found, file, raw, own_files);
                 } catch (File_failure const& failure) {
                     found.failures.emplace_back(failure.what());
                 }
+            }
+            if (!files.are_named && found.frames.size() + found.failures.size() == before) {
+                throw File_failure(
+                    input, "holds no frame, only what `calibrate` made; name the frames");
             }
         } catch (File_failure const& failure) {
             found.failures.emplace_back(failure.what());

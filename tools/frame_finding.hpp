@@ -44,7 +44,7 @@ struct Found_frames {
 /// Looks into every input: a file counts itself, a folder the frames in it (names that end like
 /// images or, with `raw`, like recordings; hidden files not), a pattern that is no file's name the
 /// files that it matches. Within one folder or pattern numbers in names count as numbers, so that
-/// frame_2 comes before frame_10.
+/// frame_2 comes before frame_10. Calibrations and their plots among them are no frames.
 /// @throws Interrupted
 Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,

@@ -260,6 +260,54 @@ TEST_F(Calibrate_command, a_table_that_is_a_pipe_is_refused_at_once) {
     EXPECT_FALSE(std::filesystem::exists(folder_ / "new"));
 }
 
+// Calibration and plot lie among the frames then, and a later run finds them there.
+TEST_F(Calibrate_command, what_it_wrote_among_the_frames_is_no_frame) {
+    simulate_series();
+    std::filesystem::create_directory(folder_ / "series");
+    Names frames;
+    for (std::string const& name : test_files::names_in(folder_.path())) {
+        if (name.starts_with("cal_angle_")) {
+            std::filesystem::rename(folder_ / name, folder_ / "series" / name);
+            frames.push_back(in_folder("series/" + name));
+        }
+    }
+    auto const calibrated = [this](Names const& inputs, std::string const& output) {
+        Names arguments = {"calibrate"};
+        arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+        arguments.insert(
+            arguments.end(), {"-o", in_folder("series/" + output), "--phase", "2", "--bit-depth",
+                              "12", "--overwrite"});
+        Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.code, 0) << outcome.errors;
+        EXPECT_EQ(
+            polarization::load_calibration(in_folder("series/" + output)).quality.frame_count, 12U);
+        return outcome;
+    };
+    unsigned runs = 0;
+    for (std::string const output : {"sensor.json", "sensor.json", "other.json"}) {
+        for (std::string const input : {"series", "series/*.png", "series/*"}) {
+            EXPECT_EQ(
+                calibrated({in_folder(input)}, output).errors.find("passed over"),
+                std::string::npos);
+            ++runs;
+        }
+    }
+    // One by one, as a shell hands over a pattern that nobody quoted.
+    frames.push_back(in_folder("series/sensor.png"));
+    Outcome const named = calibrated(frames, "sensor.json");
+    EXPECT_NE(
+        named.errors.find("series/sensor.png: passed over, since `calibrate` made it"),
+        std::string::npos)
+        << named.errors;
+    Outcome const alone = run({"inspect", in_folder("series/sensor.png")});
+    EXPECT_EQ(alone.code, 1);
+    EXPECT_NE(alone.errors.find("colour image"), std::string::npos) << alone.errors;
+    Outcome const none = run({"inspect", in_folder("series/[os]*.png")});
+    EXPECT_EQ(none.code, 1);
+    EXPECT_NE(none.errors.find("only what `calibrate` made"), std::string::npos) << none.errors;
+    std::printf("%u runs among what others left\n", runs);
+}
+
 TEST_F(Calibrate_command, numbers_that_are_not_finite_are_refused) {
     simulate_series();
     expect_refused(calibrate({"--source-degree", "nan"}), 2, "--source-degree");
