@@ -64,6 +64,11 @@ constexpr char const* pictures_help =
     "for frames that are alone in their file. Pictures are for the eye and have no JSON file "
     "beside them";
 
+constexpr char const* skip_help =
+    "Pass over frames whose files are all there, none of them empty, and count them, so that a run "
+    "that was broken off goes on; with which options they were made is not looked at. A frame of "
+    "which a file is missing is processed anew, and its other files are replaced";
+
 constexpr char const* jobs_help =
     "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "
     "bytes a pixel, 2 more for each 16-bit plane and 8 for normalized_stokes; --signed and --units "
@@ -131,7 +136,9 @@ int run_process(Command_line& line, bool pictures_given) {
     results.origin = {
         line.samples.shift, preparation.dark_files(), preparation.region(), line.calibration_file,
         calibration};
-    results.existing = line.overwrites ? Existing_files::replace : Existing_files::keep;
+    // Of a frame that is not done, what is there is a part of it.
+    results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
+                                                                    : Existing_files::keep;
     if (pictures_given) {
         results.pictures = line.wants_pictures;
     }
@@ -201,7 +208,11 @@ void add_output_options(CLI::App& command, Command_line& line) {
         ->type_name("CHOICE")
         ->group(group);
     command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
-    command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
+    CLI::Option* const overwrite =
+        command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
+            ->group(group);
+    command.add_flag("--skip-existing", line.run.passes_over_done, skip_help)
+        ->excludes(overwrite)
         ->group(group);
     command.add_option("-j,--jobs", line.run.jobs, jobs_help)
         ->check(CLI::Range(0, 1024))

@@ -202,20 +202,32 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
     return outcome.done.size();
 }
 
+std::string Process_run::summary(std::size_t done, std::size_t total) const {
+    if (total == 0) {
+        return std::to_string(done_before_) + " of " + std::to_string(done_before_) +
+               " frames were done already, results in " + results_.folder.string();
+    }
+    char text[160];
+    std::snprintf(
+        text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done, total,
+        seconds_, static_cast<double>(done) / seconds_,
+        static_cast<double>(pixels_) / seconds_ / 1e6);
+    std::string line = text;
+    if (done_before_ > 0) {
+        line += ", " + std::to_string(done_before_) + " more were done already";
+    }
+    return done + done_before_ == 0 ? line : line + ", results in " + results_.folder.string();
+}
+
 void Process_run::report(std::size_t done, std::size_t total) {
-    if (!options_.is_quiet && !is_exhausted_ && total > 1) {
-        char text[160];
-        std::snprintf(
-            text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done,
-            total, seconds_, static_cast<double>(done) / seconds_,
-            static_cast<double>(pixels_) / seconds_ / 1e6);
-        tell(done == 0 ? text : text + (", results in " + results_.folder.string()));
+    if (!options_.is_quiet && !is_exhausted_ && (total > 1 || done_before_ > 0)) {
+        tell(summary(done, total));
     }
     for (std::string const& failure : failures_) {
         complain(failure);
     }
-    std::string const count =
-        std::to_string(done) + " of " + std::to_string(total) + " frames are done";
+    std::string const count = std::to_string(done + done_before_) + " of " +
+                              std::to_string(total + done_before_) + " frames are done";
     if (!output_failure_.empty()) {
         complain(output_failure_ + "; " + count);
     } else if (is_exhausted_) {
@@ -231,8 +243,12 @@ int Process_run::operator()() {
         throw Usage_error("--start, --stop and --step leave no frame; choose others");
     }
     Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
-    std::vector<Frame_place> const frames = without_clashes(found.frames);
-    std::size_t const done = run(frames);
+    std::vector<Frame_place> frames = without_clashes(found.frames);
+    if (options_.passes_over_done) {
+        done_before_ = std::erase_if(
+            frames, [this](Frame_place const& frame) { return results_.has_files_of(frame); });
+    }
+    std::size_t const done = frames.empty() ? 0 : run(frames);
     report(done, frames.size());
     throw_if_interrupted();
     return failures_.empty() && output_failure_.empty() ? all_done : an_input_failed;

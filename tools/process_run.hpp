@@ -18,6 +18,7 @@ struct Process_options {
     Input_options input;
     unsigned jobs = 0; // one a core
     bool is_quiet = false;
+    bool passes_over_done = false;
 };
 
 /// One run of `process`.
@@ -50,6 +51,7 @@ private:
     /// A frame whose files are there is done, whether or not anybody reads the line about it.
     void tell(std::string const& line);
     void report(std::size_t done, std::size_t total);
+    std::string summary(std::size_t done, std::size_t total) const;
     template <class Action>
     void naming(Frame_place const& place, Action action);
 
@@ -63,6 +65,7 @@ private:
     std::atomic<bool> has_checked_balance_ = false;
     std::string output_failure_; // of standard output, by one thread at a time
     std::uint64_t pixels_ = 0;
+    std::size_t done_before_ = 0; // frames that an earlier run did
     double seconds_ = 0.0;
 };
 

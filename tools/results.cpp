@@ -3,7 +3,9 @@
 #include "image_writing.hpp"
 #include "pictures.hpp"
 
+#include <algorithm>
 #include <string>
+#include <system_error>
 
 namespace polarize_tool {
 namespace {
@@ -47,6 +49,15 @@ std::vector<std::filesystem::path> Results::files_of(Frame_place const& place) c
         files.push_back(file_of(place, degree_suffix));
     }
     return files;
+}
+
+bool Results::has_files_of(Frame_place const& place) const {
+    std::vector<std::filesystem::path> const files = files_of(place);
+    return std::all_of(files.begin(), files.end(), [](std::filesystem::path const& file) {
+        std::error_code error;
+        return std::filesystem::is_regular_file(file, error) &&
+               std::filesystem::file_size(file, error) > 0 && !error;
+    });
 }
 
 Staged_files Results::stage(Frame_place const& place, Frame_processor const& processed) const {

@@ -26,6 +26,9 @@ struct Results {
     /// All files of a frame.
     std::vector<std::filesystem::path> files_of(Frame_place const& place) const;
 
+    /// Whether they are all there and none is empty, as files are whose disk lost its power.
+    bool has_files_of(Frame_place const& place) const;
+
     /// Writes them, except that nothing has appeared yet: that takes `publish` of what it returns.
     /// @throws File_failure
     Staged_files stage(Frame_place const& place, Frame_processor const& processed) const;
