@@ -194,6 +194,7 @@ void run_calibrate(Command_line& line) {
     files.append({reinterpret_cast<std::uint8_t const*>(json.data()), json.size()});
     cv::Mat const plot = calibration_plot(calibration, series, line.source_degree);
     files.add(line.plot, marked_as_plot(encode_png(plot)));
+    throw_if_interrupted();
     files.publish();
     for (polarization::Quality_flag const flag : calibration.quality.flags) {
         warn(std::string(explanation_of(flag)));

@@ -53,7 +53,9 @@ int run_inspect(Command_line const& line) {
     Fetched_frame fetched;
     bool is_first = true;
     for (Frame_place const& place : found.frames) {
-        throw_if_interrupted();
+        if (interruption_flag()) {
+            break;
+        }
         try {
             reader.fetch(place, fetched);
             reader.decode(fetched);
@@ -72,6 +74,7 @@ int run_inspect(Command_line const& line) {
     for (std::string const& failure : failures) {
         complain(failure);
     }
+    throw_if_interrupted();
     return failures.empty() ? all_done : an_input_failed;
 }
 

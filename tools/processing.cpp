@@ -1,5 +1,7 @@
 #include "processing.hpp"
 
+#include "interruption.hpp"
+
 #include <chrono>
 
 namespace polarize_tool {
@@ -79,6 +81,10 @@ void Frame_processor::run(Frame const& frame) {
     take_memory(frame.height, frame.width);
     milliseconds_.clear();
     for (unsigned repetition = 0; repetition < processing_.repetitions; ++repetition) {
+        // Whoever interrupts a run does not want the frame any more, so one repetition will do.
+        if (repetition > 0 && interruption_flag()) {
+            break;
+        }
         auto const start = std::chrono::steady_clock::now();
         transform_once(frame);
         std::chrono::duration<double, std::milli> const elapsed =

@@ -169,9 +169,9 @@ int run_report(Command_line const& line) {
          .inspection = inspection,
          .settings = settings_rows(line, place, preparation, processing),
          .generator = "veldrane-polarize " + std::string(polarization::software_version())});
-    throw_if_interrupted();
     Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
     files.add(line.file, page);
+    throw_if_interrupted();
     files.publish();
     char megabytes[32];
     std::snprintf(megabytes, sizeof megabytes, "%.1f MB", static_cast<double>(page.size()) / 1e6);

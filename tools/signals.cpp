@@ -19,9 +19,12 @@ sem_t arrivals;
 
 // Runs in whatever thread the system chooses. To block signals for all but one is no way: libraries
 // start threads before main(), as those for linear algebra do.
-void count_arrival(int) {
+void count_arrival(int signal) {
     int const error = errno;
     sem_post(&arrivals);
+    if (signal == SIGQUIT) { // counts as two, since whoever sends it will not wait
+        sem_post(&arrivals);
+    }
     errno = error;
 }
 
@@ -62,7 +65,7 @@ void catch_interruptions() {
     action.sa_handler = count_arrival;
     // No system call of a thread that works is cut short.
     action.sa_flags = SA_RESTART;
-    for (int const signal : {SIGINT, SIGTERM, SIGHUP}) {
+    for (int const signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         if (signal == SIGHUP && is_ignored(signal)) {
             continue; // nohup starts a program that is to outlive its terminal
         }

@@ -3,6 +3,7 @@
 #include "array_writing.hpp"
 #include "failure.hpp"
 #include "image_writing.hpp"
+#include "interruption.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -238,6 +239,7 @@ void run_simulate(Simulate_options const& options) {
     std::string const line =
         options.polarizer_series.empty() ? add_scene(files, options) : add_series(files, options);
     add_analysers(files, options);
+    throw_if_interrupted();
     files.publish();
     if (!options.is_quiet) {
         say(line);

@@ -57,7 +57,7 @@ Running_program::Running_program(std::vector<std::string> const& command, int st
     // Whoever started the tests may ignore signals, as nohup does; the program inherits that.
     sigset_t defaults;
     sigemptyset(&defaults);
-    for (int const signal : {SIGHUP, SIGINT, SIGPIPE, SIGTERM}) {
+    for (int const signal : {SIGHUP, SIGINT, SIGPIPE, SIGQUIT, SIGTERM}) {
         sigaddset(&defaults, signal);
     }
     posix_spawnattr_t attributes;

@@ -126,6 +126,59 @@ TEST_F(Signals, further_signals_do_not_keep_temporary_files_from_being_removed) 
     std::printf("%u times three signals\n", sent);
 }
 
+TEST_F(Signals, quit_ends_at_once_and_leaves_no_temporary_file) {
+    program_run::Running_program program(simulate_endlessly(in_folder("made/many.png")));
+    while (program.is_running() && (!std::filesystem::exists(folder_ / "made") ||
+                                    test_files::names_in(folder_ / "made").empty())) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    program.send(SIGQUIT);
+    ASSERT_TRUE(program.ends_within(std::chrono::seconds(60)));
+    program_run::Outcome const outcome = program.wait();
+    EXPECT_EQ(outcome.code, 130) << outcome.errors;
+    EXPECT_EQ(outcome.errors, "veldrane-polarize: interrupted; nothing half-written stays\n");
+    auto const made = folder_ / "made";
+    EXPECT_TRUE(!std::filesystem::exists(made) || test_files::names_in(made).empty());
+}
+
+// So many repetitions take minutes.
+TEST_F(Signals, repetitions_of_a_frame_are_broken_off) {
+    test_files::write(
+        folder_ / "large.png",
+        test_files::encoded(cv::Mat(2000, 2000, CV_8UC1, cv::Scalar(7)), ".png"));
+    program_run::Running_program program(
+        {POLARIZE_PROGRAM, "process", in_folder("large.png"), "-o", results(), "--phase", "0",
+         "--bit-depth", "8", "--repeat", "100000"});
+    while (program.is_running() && !std::filesystem::exists(results())) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // until repetitions have begun
+    program.send(SIGINT);
+    ASSERT_TRUE(program.ends_within(std::chrono::seconds(60)));
+    program_run::Outcome const outcome = program.wait();
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_EQ(outcome.errors, "veldrane-polarize: interrupted; nothing half-written stays\n");
+    EXPECT_FALSE(std::filesystem::exists(results()));
+}
+
+// Its only line waits for room in the pipe; the signal comes meanwhile.
+TEST_F(Signals, inspect_that_is_interrupted_says_so_whatever_it_was_doing) {
+    program_run::Full_pipe pipe;
+    program_run::Running_program program(
+        {POLARIZE_PROGRAM, "inspect", in_folder("none.png"), good()}, pipe.writing_end());
+    EXPECT_FALSE(program.ends_within(std::chrono::seconds(1))) << "it does not wait at all";
+    program.send(SIGINT);
+    while (program.is_running()) {
+        pipe.take_all();
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    program_run::Outcome const outcome = program.wait();
+    EXPECT_EQ(outcome.code, 130);
+    EXPECT_EQ(program_run::line_count(outcome.errors), 2U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find("none.png: cannot be read"), std::string::npos);
+    EXPECT_NE(outcome.errors.find("interrupted; nothing"), std::string::npos);
+}
+
 TEST_F(Signals, a_hangup_does_not_end_what_nohup_started) {
     program_run::Running_program program(
         {"/bin/sh", "-c",
