@@ -4,6 +4,7 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
 #include <cmath>
+#include <functional>
 #include <limits>
 
 namespace veldrane_mrv::polarization {
@@ -11,6 +12,9 @@ namespace {
 
 // A calibration has three levels; deeper texts could exhaust the stack.
 constexpr int deepest_level = 16;
+
+// A calibration has fewer than a hundred; an object finds its keys one by one.
+constexpr std::size_t most_keys = 1000;
 
 double finite(double number, std::string const& figure) {
     if (!std::isfinite(number)) {
@@ -187,27 +191,48 @@ bool is_too_large(std::string_view token) {
     }
 }
 
+// Why the parser gave up; the way there has to be found anew.
+struct Excess {
+    char const* problem;
+    std::function<bool(Json_value const&)> is_it;
+};
+
+Excess const too_deep{"values are nested too deeply", [](Json_value const& value) {
+                          return value.depth > deepest_level;
+                      }};
+
+Excess const too_many_keys{
+    "there are more than 1000 keys, which no calibration has",
+    [count = std::size_t{0}](Json_value const& value) mutable {
+        count += value.has_key ? 1U : 0U;
+        return count > most_keys;
+    }};
+
 Json parse(std::string const& text, std::filesystem::path const& name) {
-    auto const shallow = [](int depth, Json::parse_event_t, Json&) {
+    auto const bounded = [keys =
+                              std::size_t{0}](int depth, Json::parse_event_t event, Json&) mutable {
         if (depth > deepest_level) {
-            throw std::length_error{"values are nested too deeply"};
+            throw too_deep;
+        }
+        keys += event == Json::parse_event_t::key ? 1U : 0U;
+        if (keys > most_keys) {
+            throw too_many_keys;
         }
         return true;
     };
     try {
-        return Json::parse(text, shallow);
+        return Json::parse(text, bounded);
     } catch (Json::parse_error const& error) {
         throw File_error(
             name, line_at(text, error.byte == 0 ? 0 : error.byte - 1), "", "this is no valid JSON",
             damaged);
     } catch (Json::out_of_range const&) {
-        Json_place const place =
-            find_json_value(text, [](std::string_view token, int) { return is_too_large(token); });
-        throw File_error(name, place.line, place.path, "the number is too large", damaged);
-    } catch (std::length_error const& error) {
         Json_place const place = find_json_value(
-            text, [](std::string_view, int depth) { return depth > deepest_level; });
-        throw File_error(name, place.line, place.path, error.what(), damaged);
+            text, [](Json_value const& value) { return is_too_large(value.token); });
+        throw File_error(name, place.line, place.path, "the number is too large", damaged);
+    } catch (Excess const& excess) {
+        Json_place const place = find_json_value(text, excess.is_it);
+        throw File_error(name, place.line, place.path, excess.problem, damaged);
     }
 }
 
@@ -235,10 +260,13 @@ std::string calibration_to_json(Calibration const& calibration) {
 
 Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name) {
     Json const json = parse(text, name);
-    Node::Document const document{name, find_json_lines(text)};
+    Node::Document const document{name, text};
     Node const root{document, json, ""};
-    if (!document.lines.repeated_key.empty()) {
-        Node{document, json, document.lines.repeated_key}.refuse("this key stands there twice");
+    Json_place const repeated =
+        find_json_value(text, [](Json_value const& value) { return value.has_repeated_key; });
+    if (repeated.line != 0) {
+        throw File_error(
+            name, repeated.line, repeated.path, "this key stands there twice", damaged);
     }
     check_schema(root);
     root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});

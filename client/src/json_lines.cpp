@@ -3,11 +3,12 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <set>
 
 namespace veldrane_mrv::polarization {
 namespace {
 
-using Predicate = std::function<bool(std::string_view, int)>;
+using Predicate = std::function<bool(Json_value const&)>;
 
 // The parser passes over it too.
 constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
@@ -24,18 +25,13 @@ std::string unescaped(std::string_view key) {
 
 class Scanner {
 public:
-    explicit Scanner(std::string_view text, Predicate const& is_wanted = {})
+    Scanner(std::string_view text, Predicate const& is_wanted)
         : text_{text}, is_wanted_{is_wanted}, at_{text.starts_with(byte_order_mark)
                                                       ? byte_order_mark.size()
                                                       : 0} {}
 
-    Json_lines scan() {
-        value({}, 0);
-        return std::move(found_);
-    }
-
     Json_place search() {
-        value({}, 0);
+        value(0, false, false);
         return std::move(place_);
     }
 
@@ -60,18 +56,13 @@ private:
         return text_.substr(std::min(at_, text_.size()), end - at_);
     }
 
-    void value(std::string const& path, int depth) {
+    void value(int depth, bool has_key, bool has_repeated_key) {
         char const first = next();
-        if (is_wanted_ && is_wanted_(token(), depth)) {
-            place_ = {line_, path};
+        if (is_wanted_({token(), path_, depth, has_key, has_repeated_key})) {
+            place_ = {line_, path_};
             at_ = text_.size();
-            return;
-        }
-        if (!found_.line_of.try_emplace(path, line_).second) {
-            found_.repeated_key = path;
-        }
-        if (first == '{' || first == '[') {
-            members(path, first == '{', depth + 1);
+        } else if (first == '{' || first == '[') {
+            members(first == '{', depth + 1);
         } else if (first == '"') {
             string();
         } else {
@@ -79,9 +70,10 @@ private:
         }
     }
 
-    void members(std::string const& path, bool object, int depth) {
+    void members(bool object, int depth) {
         ++at_;
-        std::string const parent = path.empty() ? "" : path + "/";
+        std::size_t const parent = path_.size();
+        std::set<std::string> keys;
         for (std::size_t index = 0; next() != '\0'; ++index) {
             if (text_[at_] == '}' || text_[at_] == ']') {
                 ++at_;
@@ -97,7 +89,9 @@ private:
                 next();
                 ++at_; // the colon
             }
-            value(parent + key, depth);
+            path_.append(parent == 0 ? "" : "/").append(key);
+            value(depth, object, object && !keys.insert(key).second);
+            path_.resize(parent);
         }
     }
 
@@ -115,19 +109,15 @@ private:
     std::string_view text_;
     Predicate is_wanted_;
     Json_place place_{0, {}};
+    // Of the value at hand; one for all, so that a long key is not copied for each value below it.
+    std::string path_;
     std::size_t at_;
     std::size_t line_ = 1;
-    Json_lines found_;
 };
 
 } // namespace
 
-Json_lines find_json_lines(std::string_view text) {
-    return Scanner{text}.scan();
-}
-
-Json_place find_json_value(
-    std::string_view text, std::function<bool(std::string_view, int)> const& is_wanted) {
+Json_place find_json_value(std::string_view text, Predicate const& is_wanted) {
     return Scanner{text, is_wanted}.search();
 }
 

@@ -29,7 +29,7 @@ class Node {
 public:
     struct Document {
         std::filesystem::path const& file;
-        Json_lines lines;
+        std::string_view text;
     };
 
     Node(Document const& document, Json const& value, std::string path)
@@ -37,10 +37,9 @@ public:
 
     [[noreturn]] void refuse(
         std::string const& problem, std::string const& remedy = damaged) const {
-        auto const line = document_->lines.line_of.find(path_);
-        throw File_error(
-            document_->file, line == document_->lines.line_of.end() ? 0 : line->second, path_,
-            problem, remedy);
+        Json_place const place = find_json_value(
+            document_->text, [this](Json_value const& value) { return value.path == path_; });
+        throw File_error(document_->file, place.line, path_, problem, remedy);
     }
 
     Node operator[](std::string const& key) const {

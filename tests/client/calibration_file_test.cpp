@@ -335,6 +335,28 @@ TEST_F(Calibration_file, the_largest_weight_is_kept_and_larger_ones_are_not_writ
     EXPECT_THROW(calibration_to_json(calibration), Argument_error);
 }
 
+// An object finds its keys one by one, and a refusal needs the path of every value: both are
+// bounded before they could take long or much memory.
+TEST_F(Calibration_file, many_and_long_keys_are_refused_with_line_and_key) {
+    std::string const text = calibration_to_json(some_calibration(3));
+    std::string keys = "{";
+    for (int key = 0; key < 2000; ++key) {
+        keys.append(key == 0 ? "\n\"" : ",\n\"").append(std::to_string(key)).append("\": 0");
+    }
+    Refusal const many = refusal_of(changed(text, "\"sensor 7\"", keys + "}"));
+    EXPECT_NE(many.what.find("more than 1000 keys"), std::string::npos) << many.what;
+    EXPECT_TRUE(many.key.starts_with("provenance/sensor/9")) << many.what;
+    EXPECT_GT(many.line, line_of(text, "\"sensor 7\"") + 900);
+    std::string zeros = "[0";
+    for (int zero = 0; zero < 200000; ++zero) {
+        zeros += ",0";
+    }
+    std::string const key(200000, 'k');
+    Refusal const wide = refusal_of("{\"" + key + "\": " + zeros + "]}");
+    EXPECT_NE(wide.what.find("no calibration"), std::string::npos);
+    EXPECT_EQ(wide.line, 1U);
+}
+
 TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with_line_and_key) {
     std::string const text = calibration_to_json(some_calibration(3));
     Refusal const number = refusal_of(changed(text, "1.5000", "1e999, \"a\": 1.5000"));
