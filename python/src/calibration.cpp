@@ -106,14 +106,8 @@ void bind_calibration(py::module_& module) {
             [](int phase) { return mrv::ideal_calibration(mrv::Mosaic::from_phase(phase)); })
         .def_static("_load", &mrv::load_calibration)
         .def_static(
-            "from_json",
-            [](std::string const& text) { return mrv::calibration_from_json(text, "the text"); },
-            py::arg("text"),
-            "The calibration that `to_json` wrote.\n\n"
-            "Parameters\n----------\ntext : str\n\nReturns\n-------\nCalibration\n\n"
-            "Raises\n------\nValueError\n    If the text is none; says which line and key.\n\n"
-            "Examples\n--------\n"
-            ">>> Calibration.from_json(Calibration.ideal(1).to_json()).layout\n(45, 90, 0, 135)\n")
+            "_from_json",
+            [](std::string const& text) { return mrv::calibration_from_json(text, "the text"); })
         .def(
             "to_json", &mrv::calibration_to_json,
             "The text of the file that `save` writes.\n\nReturns\n-------\nstr\n\n"

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import math
+import os
 from collections.abc import Iterable, Mapping
 from typing import Any, Optional, Union
 
@@ -89,6 +90,18 @@ def choice(name: str, value: Any, accepted: tuple[str, ...]) -> str:
         kind = ValueError if isinstance(value, str) else TypeError
         raise kind(f"{name} is {value!r}; give one of {', '.join(map(repr, accepted))}")
     return value
+
+
+def file_name(name: str, value: Any) -> str:
+    try:
+        file: str = os.fsdecode(value)
+    except TypeError:
+        raise TypeError(f"{name} is {value!r}; give the name of a file") from None
+    if not file:
+        raise ValueError(f"{name} is empty; give the name of a file")
+    if "\0" in file:
+        raise ValueError(f"{name} is {file!r}; give a name without a character of code 0")
+    return file
 
 
 def scale_of(bit_depth: Any, full_scale: Any) -> _native.Scale:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import os
+
 from collections.abc import Iterable
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -66,9 +67,10 @@ def load(path: Union[str, Path]) -> Calibration:
     ...     Calibration.load(folder + "/ideal.json") == Calibration.ideal(2)
     True
     """
+    name = _arguments.file_name("path", path)
     # For the exception of a file that is missing. To open a pipe as usual would wait for a writer.
-    os.close(os.open(path, os.O_RDONLY | os.O_NONBLOCK))
-    return Calibration._load(os.fspath(path))
+    os.close(os.open(name, os.O_RDONLY | os.O_NONBLOCK))
+    return Calibration._load(name)
 
 
 def save(self: Calibration, path: Union[str, Path], *, overwrite: bool = False) -> None:
@@ -95,7 +97,40 @@ def save(self: Calibration, path: Union[str, Path], *, overwrite: bool = False) 
     ...     open(folder + "/ideal.json").read(1)
     '{'
     """
-    self._save(os.fspath(path), _arguments.truth("overwrite", overwrite))
+    self._save(_arguments.file_name("path", path), _arguments.truth("overwrite", overwrite))
+
+
+def from_json(text: str) -> Calibration:
+    """The calibration that `to_json` wrote.
+
+    Parameters
+    ----------
+    text : str
+
+    Returns
+    -------
+    Calibration
+
+    Raises
+    ------
+    TypeError, ValueError
+        If the text is none; says which line and key.
+
+    Examples
+    --------
+    >>> Calibration.from_json(Calibration.ideal(1).to_json()).layout
+    (45, 90, 0, 135)
+    """
+    if not isinstance(text, str):
+        raise TypeError(f"text is a {type(text).__name__}; give what to_json returned")
+    try:
+        text.encode()
+    except UnicodeEncodeError as error:
+        raise ValueError(
+            f"text has a character at {error.start} that UTF-8 cannot hold; give what to_json "
+            "returned"
+        ) from None
+    return Calibration._from_json(text)
 
 
 def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibration:
@@ -215,6 +250,7 @@ def calibrate(
 for _name, _function in (
     ("ideal", staticmethod(ideal)),
     ("load", staticmethod(load)),
+    ("from_json", staticmethod(from_json)),
     ("save", save),
     ("of_region", of_region),
 ):

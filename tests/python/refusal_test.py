@@ -211,6 +211,13 @@ def test_a_plane_that_was_not_asked_for_is_named():
     (lambda: vp.Calibration.load("/nowhere/c.json"), FileNotFoundError, "nowhere"),
     (lambda: vp.Calibration.ideal((1, 2, 3, 4)), ValueError, "phase 0"),
     (lambda: vp.Calibration.from_json("{}"), ValueError, "schema"),
+    (lambda: vp.Calibration.from_json("\ud800"), ValueError, "text has a character at 0 that UTF-8"),
+    (lambda: vp.Calibration.from_json(b"{}"), TypeError, "text is a bytes; give what to_json"),
+    (lambda: vp.Calibration.load(""), ValueError, "path is empty; give the name of a file"),
+    (lambda: vp.Calibration.load(5), TypeError, "path is 5; give the name of a file"),
+    (lambda: vp.Calibration.load("a\0b"), ValueError, "without a character of code 0"),
+    (lambda: vp.Calibration.ideal(2).save(""), ValueError, "path is empty; give the name of a file"),
+    (lambda: vp.Calibration.ideal(2).save(None), TypeError, "path is None; give the name of a file"),
 ])
 def test_other_functions_refuse(call, error, words):
     with pytest.raises(error, match=words):
