@@ -60,10 +60,10 @@ def of_frames(folder: Path) -> Array_metadata:
         raise Metadata_error(
             f"it holds {dtype} in the shape {shape}, not uint8 or uint16 frames (N, H, W)"
         )
-    if shape[0] == 0:
-        raise Metadata_error("it holds no frames")
+    if 0 in shape[1:]:
+        raise Metadata_error(f"shape is {_shown(shape)}, frames of nothing")
     limits = MOST_FRAMES, LARGEST_SIDE, LARGEST_SIDE
-    if not all(1 <= size <= limit for size, limit in zip(shape, limits)):
+    if any(size > limit for size, limit in zip(shape, limits)):
         raise Metadata_error(f"shape is {_shown(shape)}, more than {_shown(limits)}")
     # What is missing fails its frames, so no number stands for it.
     told = fields | {"zarr_format": 2, "fill_value": None}
