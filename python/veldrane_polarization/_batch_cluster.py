@@ -16,8 +16,8 @@ class Cluster_error(ValueError):
 
 
 def reason_of(error: BaseException) -> str:
-    """That of a time that has run out has no text."""
-    return str(error) or type(error).__name__
+    """In one line. That of a time that has run out has no text."""
+    return " ".join(str(error).split()) or type(error).__name__
 
 
 def credentials(ca_file: Optional[str], cert: Optional[str], key: Optional[str]) -> Any:

@@ -21,7 +21,7 @@ from ._arguments import Array
 from ._batch_arrays import COMPLETE, Output_error
 from ._batch_settings import Settings
 from ._native import processor_identification, software_version
-from ._recordings import Recording, blosc_sizes
+from ._recordings import Recording, blosc_sizes, text_of_name
 
 _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
@@ -124,7 +124,7 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
             "sensor": calibration.sensor,
             "rms_residual": calibration.rms_residual,
             "text": calibration.to_json(),
-            "file": settings.calibration_file,
+            "file": settings.calibration_file and text_of_name(settings.calibration_file),
         }
     return dict(json.loads(json.dumps(attributes)))
 
@@ -262,6 +262,8 @@ def _bind(made: Path, path: Path) -> bool:
 def _attributes_in(path: Path) -> Optional[dict[str, Any]]:
     """What an earlier run wrote, None where there is nothing yet."""
     if not path.exists():
+        if path.is_symlink():
+            raise Output_error(f"{path} is a link to nothing; give another OUT")
         return None
     if not path.is_dir():
         raise Output_error(f"{path} is a file; give a folder that is not there yet")
@@ -272,13 +274,13 @@ def _attributes_in(path: Path) -> Optional[dict[str, Any]]:
         kind = "zarr group" if ".zgroup" in names else "folder"
         raise Output_error(f"{path} is a {kind} that this program did not make; give another OUT")
     try:
-        found = json.loads((path / ".zattrs").read_text())
-        if not isinstance(found, dict):
-            raise ValueError("no JSON object")
-    except ValueError as error:
-        raise Output_error(
-            f"{path}/.zattrs is damaged ({error}); restore it, or remove {path}"
-        ) from None
+        # Of a pipe nobody knows when it ends.
+        is_file = (path / ".zattrs").is_file()
+        found = json.loads((path / ".zattrs").read_text()) if is_file else None
+    except (ValueError, RecursionError):
+        found = None
+    if not isinstance(found, dict):
+        raise Output_error(f"{path}/.zattrs is damaged; restore it, or remove {path}")
     if found.get("format") != _FORMAT:
         raise Output_error(
             f"{path} holds what this program, or this version of it, did not make; give another "

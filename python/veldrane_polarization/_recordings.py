@@ -193,9 +193,14 @@ def _unchanged(file: str) -> Iterator[None]:
 Recording = Union[Zarr_recording, Folder_recording, Raw_recording]
 
 
+def text_of_name(name: str) -> str:
+    """What JSON can hold: bytes that are no UTF-8 as \\xff."""
+    return os.fsencode(name).decode("utf-8", "backslashreplace")
+
+
 def _common(recording: Recording) -> dict[str, Any]:
     return {
-        "file": recording.path,
+        "file": text_of_name(recording.path),
         "frames": recording.count,
         "frame_shape": list(recording.shape),
         "dtype": recording.dtype,
@@ -272,9 +277,18 @@ def _stored(path: Path) -> Recording:
         raise Recording_error(f"{path} is of zarr's format 3; write it again in format 2")
     if path.is_dir():
         return _folder(path)
+    _check_regular(path)
+    if path.suffix.lower() in TIFF + PNG:
+        raise Recording_error(f"{path} is a single picture; give the folder that it is in")
     raise Recording_error(
         f"{path} is a file of bare samples; give --pixel-format, --height and --width, or a folder"
     )
+
+
+def _check_regular(path: Path) -> None:
+    # Of a device or a pipe nobody knows the size, or when it ends.
+    if not path.is_file():
+        raise Recording_error(f"{path} is no regular file; give a zarr array, a folder or a file")
 
 
 def _raw(
@@ -286,8 +300,13 @@ def _raw(
     for option, value in (("--height", height), ("--width", width)):
         if not 1 <= value <= _zarr_metadata.LARGEST_SIDE:
             raise Recording_error(f"{option} is {value}; give 1 to {_zarr_metadata.LARGEST_SIDE}")
-    if not path.is_file():
+    if path.is_dir():
         raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
+    _check_regular(path)
+    if path.suffix.lower() in TIFF + PNG:
+        raise Recording_error(
+            f"{path} is a picture; leave out --pixel-format and give the folder that it is in"
+        )
     status = path.stat()
     if status.st_size == 0:
         raise Recording_error(f"{path} is empty; record or copy it again")

@@ -5,11 +5,12 @@ from __future__ import annotations
 import argparse
 import contextlib
 import logging
+import os
 import sys
 import uuid
 from collections.abc import Sequence
 from pathlib import Path
-from typing import NoReturn, Optional
+from typing import Optional
 
 from . import (
     _arguments,
@@ -19,6 +20,7 @@ from . import (
     _batch_running,
     _recordings,
 )
+from ._batch_line import Line_parser, One_of, Seconds, Text, Usage_error, Whole_number, printable
 from ._batch_output import Output
 from ._batch_settings import Settings
 from ._native import Calibration
@@ -38,49 +40,47 @@ finished, 2 wrong usage, 130 interrupted. example: python3 -m veldrane_polarizat
 planes.zarr --layout 90,45,135,0 --bit-depth 12"""
 
 
-class Usage_error(ValueError):
-    """One line for a user."""
-
-
-class _Parser(argparse.ArgumentParser):
-    def error(self, message: str) -> NoReturn:
-        raise Usage_error(f"{message}; --help tells all options")
-
-
-def _parser() -> argparse.ArgumentParser:
-    parser = _Parser(
+def _parser() -> Line_parser:
+    parser = Line_parser(
         prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG,
-        allow_abbrev=False,
     )
-    parser.add_argument("input", metavar="IN", type=Path)
-    parser.add_argument("output", metavar="OUT", type=Path)
-    parser.add_argument("--layout", help="polariser angles of the top-left cell, or the phase 0-3")
-    parser.add_argument("--bit-depth", type=int, help="significant bits of a sample, 1 to 16")
-    parser.add_argument("--planes", default="s0,azimuth,dolp", help="names with commas, or all")
-    parser.add_argument("--mode", choices=("fast", "calibrated"))
-    parser.add_argument("--calibration", type=Path, metavar="FILE")
-    parser.add_argument("--full-scale", type=int, help="of the planes (65535)")
+    parser.add_argument("input", metavar="IN", kind=Text("a zarr array, a folder or a file"))
+    parser.add_argument("output", metavar="OUT",
+                        kind=Text("a folder to be made or gone on with"))
+    parser.add_argument("--layout", help="polariser angles of the top-left cell, or the phase 0-3",
+                        kind=Text("four angles such as 90,45,135,0 or a phase from 0 to 3"))
+    parser.add_argument("--bit-depth", kind=Whole_number(1, 16),
+                        help="significant bits of a sample, 1 to 16")
+    parser.add_argument("--planes", default="s0,azimuth,dolp", help="names with commas, or all",
+                        kind=Text(f"some of {','.join(_arguments.PLANES)}, or all"))
+    parser.add_argument("--mode", help="fast or calibrated", kind=One_of(("fast", "calibrated")))
+    parser.add_argument("--calibration", metavar="FILE", kind=Text("the file of a calibration"))
+    parser.add_argument("--full-scale", kind=Whole_number(1, 65535), help="of the planes (65535)")
     parser.add_argument("--signed", action="store_true", help="S1 and S2 with their signs, int32")
     raw = parser.add_argument_group("bare samples")
-    raw.add_argument("--pixel-format", choices=PIXEL_FORMATS, metavar="NAME",
+    raw.add_argument("--pixel-format", kind=One_of(PIXEL_FORMATS), metavar="NAME",
                      help=", ".join(PIXEL_FORMATS))
-    raw.add_argument("--height", type=int)
-    raw.add_argument("--width", type=int)
-    raw.add_argument("--header-bytes", type=int)
-    raw.add_argument("--stride", type=int, help="bytes from one row to the next")
+    raw.add_argument("--height", kind=Whole_number())
+    raw.add_argument("--width", kind=Whole_number())
+    raw.add_argument("--header-bytes", kind=Whole_number())
+    raw.add_argument("--stride", kind=Whole_number(), help="bytes from one row to the next")
     cluster = parser.add_argument_group("where")
-    cluster.add_argument("--scheduler", metavar="ADDRESS", help="of a cluster that runs already")
-    cluster.add_argument("--workers", type=int, metavar="N",
+    cluster.add_argument("--scheduler", kind=Text("the address of a scheduler"), metavar="ADDRESS",
+                         help="of a cluster that runs already")
+    cluster.add_argument("--workers", kind=Whole_number(), metavar="N",
                          help="processes on this machine, without --scheduler; one a processor")
-    cluster.add_argument("--patience", type=float, default=60, metavar="SECONDS",
+    cluster.add_argument("--patience", kind=Seconds(), default=60, metavar="SECONDS",
                          help="to wait for a worker where there is none (60)")
-    cluster.add_argument("--tls-ca-file", metavar="FILE", help="of a scheduler with TLS, as for "
-                         "dask-scheduler; in place of Dask's configuration")
-    cluster.add_argument("--tls-cert", metavar="FILE", help="this program's certificate there")
-    cluster.add_argument("--tls-key", metavar="FILE", help="its key")
+    cluster.add_argument("--tls-ca-file", kind=Text("a file"), metavar="FILE",
+                         help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's "
+                         "configuration")
+    cluster.add_argument("--tls-cert", kind=Text("a file"), metavar="FILE",
+                         help="this program's certificate there")
+    cluster.add_argument("--tls-key", kind=Text("a file"), metavar="FILE", help="its key")
     cluster.add_argument("--dashboard", action="store_true",
                          help="show pages about the processes on this machine, to all its users")
-    parser.add_argument("--compression", choices=("lz4", "none"), default="lz4", help="of OUT")
+    parser.add_argument("--compression", kind=One_of(("lz4", "none")), default="lz4",
+                        help="of OUT, lz4 or none")
     parser.add_argument("-q", "--quiet", action="store_true", help="no progress, no summary")
     return parser
 
@@ -111,12 +111,13 @@ def _absolute(path: Path) -> Path:
         return path
     # What is before the last .. has to be followed for its sake.
     behind = len(parts) - parts[::-1].index("..")
-    return Path(*parts[:behind]).resolve().joinpath(*parts[behind:])
+    return Path(os.path.realpath(Path(*parts[:behind]))).joinpath(*parts[behind:])
 
 
 def _check_apart(source: Path, output: Path) -> None:
     """OUT must not be written into IN, nor IN be read from OUT."""
-    one, other = source.resolve(), output.resolve()
+    # Path.resolve() raises where links go in a circle.
+    one, other = Path(os.path.realpath(source)), Path(os.path.realpath(output))
     if one == other or one in other.parents or other in one.parents:
         raise Usage_error(f"IN {source} and OUT {output} lie in each other; give another OUT")
 
@@ -142,15 +143,21 @@ def _settings(line: argparse.Namespace) -> Settings:
             raise Usage_error("--bit-depth is missing; give the significant bits of a sample")
         bit_depth = bit_depth_of(line.pixel_format)
     scale = _arguments.scale_of(bit_depth, line.full_scale)
+    if layout is not None and calibration is not None:
+        if _arguments.phase_of(layout) != calibration.phase:
+            raise Usage_error(
+                f"--calibration {line.calibration} is for {calibration.layout}, not for --layout "
+                f"{layout}; leave out --layout, or give the calibration of this one"
+            )
     phase, known = _arguments.phase_and_calibration(layout, calibration)
     return Settings(
         phase,
         scale,
-        _arguments.planes_of(line.planes),
+        _arguments.planes_of(line.planes.lower()),
         _arguments.mode_of(line.mode, known),
         known,
         line.signed,
-        str(_absolute(line.calibration)) if known is not None else None,
+        str(_absolute(Path(line.calibration))) if known is not None else None,
     )
 
 
@@ -170,10 +177,10 @@ def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
 
 def run(arguments: Optional[Sequence[str]] = None) -> int:
     """The command. Returns the exit code."""
-    line = _parser().parse_args(arguments)
+    line = _parser().parse_line(arguments)
     _check_line(line)
     settings = _settings(line)
-    source, path = _absolute(line.input), _absolute(line.output)
+    source, path = _absolute(Path(line.input)), _absolute(Path(line.output))
     recording = _recordings.open_recording(
         source, line.pixel_format, line.height, line.width, line.header_bytes or 0, line.stride
     )
@@ -230,9 +237,20 @@ def _tell(
             flush=True,
         )
     for index, reason in sorted(report.failures.items()):
-        print(f"error: {recording.name(index)}: {reason}", file=sys.stderr)
+        _complain(f"{recording.name(index)}: {reason}")
     if problem:
-        print(f"error: {problem}", file=sys.stderr)
+        _complain(problem)
+
+
+def _complain(problem: str) -> None:
+    print(f"error: {printable(problem)}", file=sys.stderr)
+
+
+def _problem(error: Exception) -> str:
+    if isinstance(error, OSError) and error.strerror:
+        file = f"{os.fsdecode(error.filename)}: " if error.filename else ""
+        return file + error.strerror
+    return str(error)
 
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
@@ -241,14 +259,14 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
             return run(arguments)
     except ImportError as error:
         package = (error.name or "").partition(".")[0].lower()
-        print(f"error: {error}; install it, in Debian python3-{package}", file=sys.stderr)
+        _complain(f"{error}; install it, in Debian python3-{package}")
         return WRONG_USAGE
     except (ValueError, TypeError, OSError) as error:
-        print("error: " + " ".join(str(error).split()), file=sys.stderr)
+        _complain(_problem(error))
         # Of files that go away, full disks: what is wrong usage has an error of its own.
         return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
     except _batch_interruption.Interruption:
-        print(f"error: interrupted; {_batch_output.GO_ON}", file=sys.stderr)
+        _complain(f"interrupted; {_batch_output.GO_ON}")
         return INTERRUPTED
 
 

@@ -39,7 +39,7 @@ CASES = [
     (("in.raw", "out", *bare("--stride", "143")), "--stride is 143; give at least 144"),
     (("in.raw", "out", *bare("--stride", "-5")), "--stride is -5; give at least 144"),
     (("in.raw", "out", *bare("--stride", "0")), "--stride is 0; give at least 144"),
-    (("in.raw", "out", *bare("--height", "x")), "--height: invalid int value: 'x'"),
+    (("in.raw", "out", *bare(height="x")), "--height is x; give a whole number"),
     (("empty.raw", "out", *bare()), "empty.raw is empty"),
     (("in.zarr", "out", *options("--stride", "200")), "--stride is for bare samples"),
     (("in.zarr", "out", *options("--header-bytes", "0")), "--header-bytes is for bare samples"),
@@ -72,8 +72,23 @@ CASES = [
     (("in.zarr", "out", *options("--workers", "0")), "1 to 1024"),
     (("in.zarr", "out", *options("--patience", "0")), "--patience is 0"),
     (("in.zarr", "out", *options("--patience", "nan")), "--patience is nan"),
-    (("in.zarr", "out", *options("--work", "2")), "unrecognized arguments: --work"),
-    (("in.zarr",), "required: OUT"),
+    (("in.zarr", "out", *options("--work", "2")), "--work is no argument"),
+    (("in.zarr",), "OUT is missing; give a folder"),
+    (("in.zarr/.zarray", "out", *bare()), "not a multiple"),
+    (("png/f.png", "out", *options()), "png/f.png is a single picture; give the folder"),
+    (("png/f.png", "out", *bare()), "png/f.png is a picture; leave out --pixel-format"),
+    (("pipe", "out", *options()), "pipe is no regular file"),
+    (("pipe", "out", *bare()), "pipe is no regular file"),
+    (("/dev/zero", "out", *bare()), "/dev/zero is no regular file"),
+    (("circle", "out", *options()), "circle does not exist"),
+    (("in.zarr", "circle", *options()), "circle is a link to nothing; give another OUT"),
+    (("in.zarr", "pipe", *options()), "pipe is a file"),
+    (("in.zarr", "piped", *options()), "piped/.zattrs is damaged; restore it"),
+    (("in.zarr", "torn", *options()), "torn/.zattrs is damaged; restore it"),
+    (("in.zarr", "out", *options("--layout", "1", "--calibration", "c.json")), "--layout is given twice"),
+    (("in.zarr", "out", "--bit-depth", "12", "--layout", "1", "--calibration", "c.json"),
+     "--calibration c.json is for (90, 45, 135, 0), not for --layout 1"),
+    ((os.fsdecode(b"a\xff\x1b[31m\n"), "out", *options()), r"a\xff\x1b[31m\n does not exist"),
     (("in.zarr", "out", *options("--dashboard", "--scheduler", NOBODY)), "exclude"),
     (("in.zarr", "out", *options("--tls-cert", "c.json")), "are for --scheduler; give it too"),
     (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-cert", "c.json")),
@@ -101,6 +116,12 @@ def folder(tmp_path, monkeypatch):
     Path("broken.zarr").mkdir()
     Path("broken.zarr/.zarray").write_text("{}")
     Path("in.raw").write_bytes(bytes(9216))
+    os.mkfifo("pipe")
+    os.symlink("circle", "circle")
+    for name in ("piped", "torn"):
+        Path(name).mkdir()
+    os.mkfifo("piped/.zattrs")
+    Path("torn/.zattrs").write_text("{")
     Path("empty.raw").touch()
     Path("empty").mkdir()
     Path("png").mkdir()

@@ -216,7 +216,7 @@ def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
 
     monkeypatch.setattr(_batch_output, "incomplete_frames", refused)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
-    assert capsys.readouterr().err == "error: [Errno 13] Permission denied: 'complete'\n"
+    assert capsys.readouterr().err == "error: complete: Permission denied\n"
 
 
 @pytest.mark.parametrize("number, words", [

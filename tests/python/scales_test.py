@@ -38,7 +38,7 @@ def settings_of_command(bit_depth, full_scale, *more):
     line = ["in", "out", "--layout", "2", "--bit-depth", str(bit_depth), *more]
     if full_scale is not None:
         line += ["--full-scale", str(full_scale)]
-    return pickle.loads(pickle.dumps(batch._settings(batch._parser().parse_args(line))))
+    return pickle.loads(pickle.dumps(batch._settings(batch._parser().parse_line(line))))
 
 
 def assert_same_planes(found, expected):
