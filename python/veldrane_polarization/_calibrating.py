@@ -2,9 +2,7 @@
 
 from __future__ import annotations
 
-import errno
 import os
-import stat
 from collections.abc import Iterable
 from pathlib import Path
 from typing import Any, Optional, Union
@@ -69,13 +67,8 @@ def load(path: Union[str, Path]) -> Calibration:
     True
     """
     name = _arguments.file_name("path", path)
-    # For the exceptions of a file that is missing and of a folder. To open a pipe as usual would
-    # wait for a writer.
-    descriptor = os.open(name, os.O_RDONLY | os.O_NONBLOCK)
-    is_folder = stat.S_ISDIR(os.fstat(descriptor).st_mode)
-    os.close(descriptor)
-    if is_folder:
-        raise IsADirectoryError(errno.EISDIR, os.strerror(errno.EISDIR), name)
+    # For the exception of a file that is missing. To open a pipe as usual would wait for a writer.
+    os.close(os.open(name, os.O_RDONLY | os.O_NONBLOCK))
     return Calibration._load(name)
 
 

@@ -50,7 +50,7 @@ CASES = [
     (("in.zarr", "out", *options("--calibration", "nope.json")),
      "--calibration nope.json cannot be read (No such file"),
     (("in.zarr", "out", *options("--calibration", "in.raw")), "--calibration: in.raw"),
-    (("in.zarr", "out", *options("--calibration", ".")), "--calibration . cannot be read"),
+    (("in.zarr", "out", *options("--calibration", ".")), "--calibration: .: cannot be read: it is a folder"),
     (("png", "out", *options()), "--bit-depth is 12, but"),
     (("narrow.zarr", "out", *options()), "narrow.zarr holds frames of 20 x 8"),
     (("flat.zarr", "out", *options()), "holds uint16 in the shape (2, 64)"),
