@@ -16,8 +16,9 @@ constexpr std::size_t largest_file = std::size_t{64} << 20;
 std::string message(
     std::filesystem::path const& file, std::size_t line, std::string const& key,
     std::string const& problem, std::string const& remedy) {
-    return file.string() + (line == 0 ? "" : ", line " + std::to_string(line)) +
-           (key.empty() ? "" : ", " + key) + ": " + problem + "; " + remedy;
+    return (file.empty() ? "an empty name" : file.string()) +
+           (line == 0 ? "" : ", line " + std::to_string(line)) + (key.empty() ? "" : ", " + key) +
+           ": " + problem + "; " + remedy;
 }
 
 [[noreturn]] void refuse_file(

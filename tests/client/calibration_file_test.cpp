@@ -161,6 +161,12 @@ TEST_F(Calibration_file, places_that_cannot_be_written_or_read_are_named) {
         }
     }
     EXPECT_EQ(files(), 2U);
+    try {
+        load_calibration("");
+        ADD_FAILURE() << "an empty name was read";
+    } catch (File_error const& error) {
+        EXPECT_EQ(std::string{error.what()}.find("an empty name: cannot be read: "), 0U);
+    }
     EXPECT_THROW(load_calibration(folder_ / "none.json"), File_error);
     EXPECT_THROW(load_calibration(folder_), File_error);
     EXPECT_THROW(load_calibration("/dev/zero"), File_error);

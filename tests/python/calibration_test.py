@@ -67,10 +67,19 @@ def test_what_is_no_regular_file_is_neither_read_nor_replaced(tmp_path):
             vp.Calibration.ideal(2).save(tmp_path / name, overwrite=True)
     with pytest.raises(ValueError, match="pipe: cannot be read: it is no regular file but a pipe"):
         vp.Calibration.load(tmp_path / "pipe")
-    with pytest.raises(ValueError, match="cannot be read: it is a folder"):
+    with pytest.raises(IsADirectoryError):
         vp.Calibration.load(tmp_path)
     assert sorted(each.name for each in tmp_path.iterdir()) == ["link", "pipe"]
     assert (tmp_path / "pipe").is_fifo() and (tmp_path / "link").is_symlink()
+
+
+@pytest.mark.parametrize("name, words", [("", "path is empty"), ("a\0b", "character of code 0")])
+def test_names_that_name_nothing_are_refused(name, words, tmp_path, monkeypatch):
+    monkeypatch.chdir(tmp_path)
+    for action in (vp.Calibration.load, vp.Calibration.ideal(2).save):
+        with pytest.raises(ValueError, match=words):
+            action(name)
+    assert not list(tmp_path.iterdir())
 
 
 def test_regions_move_the_layout():
