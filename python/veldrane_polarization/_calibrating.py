@@ -52,8 +52,8 @@ def load(path: Union[str, Path]) -> Calibration:
 
     Raises
     ------
-    FileNotFoundError, IsADirectoryError
-        If there is no such file, or it is a folder.
+    FileNotFoundError
+        If there is no such file.
     ValueError
         If it is no regular file, no calibration, damaged, or of a newer schema; says which line
         and key.
