@@ -230,7 +230,9 @@ def _places(folder: Path) -> None:
     (folder / "dangling.png").symlink_to("vanished.png")
     (folder / "circle.png").symlink_to("circle.png")
     (folder / "dangling.json").symlink_to("vanished.json")
+    # Results go to links alone: a program that replaces what it finds must not harm the machine.
     (folder / "null.png").symlink_to("/dev/null")
+    (folder / "full").symlink_to("/dev/full")
     (folder / "folder").mkdir()
     (folder / "folder.png").mkdir()
     (folder / "folder.json").mkdir()
