@@ -21,8 +21,8 @@ _LOOPBACK = "127.0.0.1"
 # with compression, a third of a frame's time. A worker warns of a slow disk before any code of ours
 # runs in it.
 _ENVIRONMENT = {
-    "MALLOC_TRIM_THRESHOLD_": 1 << 29,
-    "MALLOC_MMAP_THRESHOLD_": 1 << 25,
+    "MALLOC_TRIM_THRESHOLD_": str(1 << 29),
+    "MALLOC_MMAP_THRESHOLD_": str(1 << 25),
     "PYTHONWARNINGS": "ignore",
 }
 
@@ -48,6 +48,9 @@ def start(workers: Optional[int], folder: str, dashboard: bool) -> Any:
     signals = {signal.SIGINT, signal.SIGHUP}
     before = signal.pthread_sigmask(signal.SIG_BLOCK, signals)
     try:
+        # Dask leaves all of _ENVIRONMENT here. The tracker has to have it, too: it would warn of what
+        # a worker that was killed has not released.
+        os.environ.setdefault("PYTHONWARNINGS", _ENVIRONMENT["PYTHONWARNINGS"])
         resource_tracker.ensure_running()
         signal.pthread_sigmask(signal.SIG_BLOCK, signals)
         place = "distributed.nanny.pre-spawn-environ."

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import asyncio
-import contextlib
+import os
 import pydoc
 import queue
 import sys
@@ -13,6 +13,7 @@ from dataclasses import dataclass, field
 from typing import Any, Optional
 
 from . import _batch_work, _recordings
+from ._batch_arrays import COMPLETE
 from ._batch_cluster import Cluster_error, reason_of
 from ._batch_interruption import raise_if_interrupted
 from ._batch_output import GO_ON, Output
@@ -73,6 +74,18 @@ class Report:
         self._longest = max(self._longest, len(line))
 
 
+def _ask(
+    client: Any, whom: str, seconds: float, function: Any, *arguments: Any, **options: Any
+) -> Any:
+    """What a part of the cluster answers. One that has stopped never does, and stays connected."""
+    try:
+        return client.sync(function, *arguments, callback_timeout=seconds, **options)
+    except TimeoutError:
+        raise Unfinished(f"{whom} has not answered for {seconds:.3g} s; {GO_ON}") from None
+    except (OSError, RuntimeError, asyncio.CancelledError) as error:
+        raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
+
+
 def check_workers(client: Any, patience: float) -> int:
     """Threads of all workers, once they are known to run the same version.
 
@@ -81,13 +94,10 @@ def check_workers(client: Any, patience: float) -> int:
     Cluster_error
         If there is no worker, or one that cannot do the work.
     Unfinished
-        If the scheduler has gone.
+        If the scheduler has gone, or it or a worker has stopped.
     """
-    try:
-        versions = _versions_of_workers(client, patience)
-        threads: int = sum(client.nthreads().values())
-    except (OSError, RuntimeError, asyncio.CancelledError) as error:
-        raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
+    versions = _versions_of_workers(client, patience)
+    threads: int = sum(_ask(client, "the scheduler", patience, client.nthreads).values())
     if not versions:
         raise Cluster_error(
             f"the cluster has had no worker for {patience:g} s; start dask-worker for it"
@@ -113,12 +123,11 @@ def _versions_of_workers(client: Any, patience: float) -> dict[str, Any]:
     end = time.monotonic() + patience
     while True:
         raise_if_interrupted()
-        with contextlib.suppress(TimeoutError):
-            client.wait_for_workers(1, timeout=max(end - time.monotonic(), _STEP_SECONDS))
         # A function of Python's own: one of this package could not even be sent where it is
         # missing.
-        answers = client.run(
-            pydoc.locate, "veldrane_polarization.__version__", on_error="return"
+        answers = _ask(
+            client, "the scheduler or a worker", patience, client.run, pydoc.locate,
+            "veldrane_polarization.__version__", on_error="return",
         )
         # Whatever an import fails with comes wrapped: an OSError is of a worker that has gone.
         versions = {
@@ -153,7 +162,12 @@ class Run:
         self._work = recording, output, settings
         self._report = report
         self._patience = patience
-        self._seen_workers = time.monotonic()
+        self._seen_workers = self._quiet_since = time.monotonic()
+        self._last_mark: Optional[int] = None
+        # Of each worker the scheduler's time of its last heartbeat, and ours of when that was told.
+        self._heartbeats: dict[str, tuple[float, float]] = {}
+        self._avoided: set[str] = set()
+        self._given_to: set[str] = set()
         self._under_way: dict[Any, list[int]] = {}
         self._ended: queue.SimpleQueue[Any] = queue.SimpleQueue()
 
@@ -163,7 +177,7 @@ class Run:
         Raises
         ------
         Unfinished
-            If the scheduler, or all workers, have gone and do not come back.
+            If no frame is done for as long as patience lasts, or the scheduler has gone.
         """
         tasks = tasks_of(frames, self._work[0].frames_per_task)
         for _ in range(in_flight):
@@ -185,7 +199,7 @@ class Run:
         try:
             future = self._client.submit(
                 _batch_work.process_frames, recording, output, settings, indices,
-                software_version(), pure=False,
+                software_version(), pure=False, **self._where(),
             )
         except Exception as error:  # of a client that has closed itself
             raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
@@ -203,26 +217,96 @@ class Run:
     def _check_cluster(self) -> None:
         if self._client.status != "running":
             raise Unfinished(f"the scheduler has gone; {GO_ON}")
+        if self._last_mark is None:
+            self._last_mark = self._marked()
+        left = self._patience - (time.monotonic() - self._quiet_since)
+        workers = _ask(
+            self._client, "the scheduler", max(left, _STEP_SECONDS), self._client.scheduler.identity
+        )["workers"]
+        now = time.monotonic()
+        self._heartbeats = {
+            address: self._heartbeat(address, each["last_seen"], now)
+            for address, each in workers.items()
+        }
+        self._avoided &= self._silent(now)
+        if not workers:
+            if now - self._seen_workers > self._patience:
+                raise Unfinished(
+                    f"the cluster has had no worker for {self._patience:g} s; start dask-worker "
+                    f"for it, and {GO_ON}"
+                )
+            self._quiet_since = now
+            return
+        self._seen_workers = now
+        if now - self._quiet_since > self._patience:
+            self._out_of_patience(now)
+
+    def _heartbeat(self, address: str, told: float, now: float) -> tuple[float, float]:
+        known = self._heartbeats.get(address)
+        return known if known is not None and known[0] == told else (told, now)
+
+    def _silent(self, now: float) -> set[str]:
+        """Workers without a heartbeat of late; they have one every second or two."""
+        return {
+            address for address, (_, since) in self._heartbeats.items()
+            if now - since > self._patience / 2
+        }
+
+    def _marked(self) -> int:
+        """When a frame of a task that is under way, or any other, was last done.
+
+        A task may have thousands. A folder that is opened is looked up anew on network storage.
+        """
+        folder = os.open(os.path.join(self._work[1].path, COMPLETE), os.O_RDONLY)
         try:
-            workers = self._client.scheduler_info()["workers"]
-        except (OSError, RuntimeError, asyncio.CancelledError) as error:
-            raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
-        if workers:
-            self._seen_workers = time.monotonic()
-        elif time.monotonic() - self._seen_workers > self._patience:
+            return os.fstat(folder).st_mtime_ns
+        finally:
+            os.close(folder)
+
+    def _out_of_patience(self, now: float) -> None:
+        """Give what is under way to workers that answer, once for each that does not.
+
+        One that goes on later stores the same frames again: each chunk whole and under its name in
+        one step, the mark last, so that a reader finds the one or the other.
+        """
+        last_mark, self._last_mark = self._last_mark, self._marked()
+        if self._last_mark != last_mark:
+            self._quiet_since = now
+            return
+        silent = self._silent(now)
+        answering = self._heartbeats.keys() - silent
+        given_before = not self._avoided or self._given_to & answering
+        if not answering or (silent <= self._avoided and given_before):
+            hint = f" ({', '.join(sorted(silent))} without a heartbeat)" if silent else ""
             raise Unfinished(
-                f"the cluster has had no worker for {self._patience:g} s; start dask-worker for it, "
-                f"and {GO_ON}"
+                f"no frame has been done for {self._patience:g} s{hint}; see to the workers or give "
+                f"more --patience, and {GO_ON}"
             )
+        self._avoided, self._given_to = silent, answering
+        self._quiet_since = now
+        given = dict(self._under_way)
+        self._under_way.clear()
+        _ask(self._client, "the scheduler", self._patience, self._client.cancel, list(given))
+        for indices in given.values():
+            self._submit(indices)
+
+    def _where(self) -> dict[str, Any]:
+        """For the scheduler, which takes a worker that has stopped for one that is at work."""
+        if not self._avoided:
+            return {}
+        return {"workers": [each for each in self._heartbeats if each not in self._avoided]}
 
     def _take(self, future: Any) -> None:
+        if future not in self._under_way:  # its frames were given to others
+            return
         outcome = self._outcome_of(future)
         if outcome is None:
             self._check_cluster()
             future.add_done_callback(self._ended.put)
             return
         # While outcomes come, nobody asks the scheduler for its workers.
-        self._seen_workers = time.monotonic()
+        self._seen_workers = self._quiet_since = time.monotonic()
+        self._last_mark = None
         del self._under_way[future]
         self._report.add(outcome)
 

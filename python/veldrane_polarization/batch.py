@@ -70,7 +70,7 @@ def _parser() -> Line_parser:
     cluster.add_argument("--workers", kind=Whole_number(), metavar="N",
                          help="processes on this machine, without --scheduler; one a processor")
     cluster.add_argument("--patience", kind=Seconds(), default=60, metavar="SECONDS",
-                         help="to wait for a worker where there is none (60)")
+                         help="to wait for a worker, and for the next frame to be done (60)")
     cluster.add_argument("--tls-ca-file", kind=Text("a file"), metavar="FILE",
                          help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's "
                          "configuration")

@@ -3,14 +3,18 @@
 from __future__ import annotations
 
 import contextlib
+import functools
 import json
 import os
+import pickle
+import pydoc
 import re
 import subprocess
 import sys
 import threading
 import time
 from pathlib import Path
+from types import SimpleNamespace
 
 import numpy as np
 import zarr
@@ -53,6 +57,10 @@ class Gate:
     def wait_for(self, workers):
         """Until each of so many workers holds a frame and nothing goes on any more."""
         wait_until(lambda: sum(file.name != "open" for file in self._folder.iterdir()) == workers)
+
+    def holders(self):
+        """Numbers of their processes."""
+        return {int(file.name) for file in self._folder.iterdir() if file.name != "open"}
 
     def open(self):
         (self._folder / "open").touch()
@@ -204,3 +212,67 @@ def loopback_cluster(folder, worker_environments=({}, {}), shared={}, security=N
             with contextlib.suppress(ProcessLookupError):
                 process.kill()
             process.wait()
+
+
+class Made_up_future:
+    def __init__(self, work):
+        self._work = functools.cache(lambda: self._outcome_of(work))
+        self.ended = lambda: None
+
+    @staticmethod
+    def _outcome_of(work):
+        try:
+            return work(), None
+        except Exception as error:  # as it comes from a worker
+            return None, pickle.loads(pickle.dumps(error))
+
+    @property
+    def status(self):
+        return "finished" if self.exception() is None else "error"
+
+    def exception(self):
+        return self._work()[1]
+
+    def add_done_callback(self, function):
+        self.ended = lambda: function(self)
+
+    def result(self, timeout=None):
+        return self._work()[0]
+
+
+class Made_up_client:
+    """Tasks run in this process, each when its result is asked for, and take `seconds`."""
+
+    status = "running"
+
+    def __init__(self, clock, seconds=0, workers=lambda: ["a worker"], held=()):
+        self.clock, self.seconds, self.workers, self.held = clock, seconds, workers, held
+        self.futures = []
+        self.answers = lambda: {"tcp://one": vp.__version__}
+        self.scheduler = SimpleNamespace(identity=self.identity)
+
+    def sync(self, function, *arguments, callback_timeout, **options):
+        return function(*arguments, **options)
+
+    def submit(self, function, *arguments, pure):
+        def work():
+            self.clock.now += self.seconds
+            return function(*arguments)
+
+        future = Made_up_future(work)
+        self.futures.append(future)
+        if len(self.futures) - 1 in self.held:
+            return future
+        add = future.add_done_callback
+        future.add_done_callback = lambda called: (add(called), future.ended())
+        return future
+
+    def identity(self):
+        return {"workers": {name: {"last_seen": self.clock.now} for name in self.workers()}}
+
+    def run(self, function, *arguments, on_error):
+        assert function is pydoc.locate and on_error == "return"
+        return self.answers()
+
+    def nthreads(self):
+        return {address: 1 for address in self.workers()}

@@ -4,9 +4,7 @@ from __future__ import annotations
 
 import contextlib
 import errno
-import functools
 import os
-import pickle
 import pydoc
 import subprocess
 from pathlib import Path
@@ -18,6 +16,7 @@ import tifffile
 import zarr
 from batch_support import (
     WITH_US,
+    Made_up_client,
     assert_equal,
     completed,
     frames_of,
@@ -31,69 +30,6 @@ import veldrane_polarization as vp
 from veldrane_polarization import _batch_cluster, _batch_output, _batch_running, _recordings, batch
 
 FRAMES = 5
-
-
-class Made_up_future:
-    def __init__(self, work):
-        self._work = functools.cache(lambda: self._outcome_of(work))
-        self.ended = lambda: None
-
-    @staticmethod
-    def _outcome_of(work):
-        try:
-            return work(), None
-        except Exception as error:  # as it comes from a worker
-            return None, pickle.loads(pickle.dumps(error))
-
-    @property
-    def status(self):
-        return "finished" if self.exception() is None else "error"
-
-    def exception(self):
-        return self._work()[1]
-
-    def add_done_callback(self, function):
-        self.ended = lambda: function(self)
-
-    def result(self, timeout=None):
-        return self._work()[0]
-
-
-class Made_up_client:
-    """Tasks run in this process, each when its result is asked for, and take `seconds`."""
-
-    status = "running"
-
-    def __init__(self, clock, seconds=0, workers=lambda: ["a worker"], held=()):
-        self.clock, self.seconds, self.workers, self.held = clock, seconds, workers, held
-        self.futures = []
-        self.answers = lambda: {"tcp://one": vp.__version__}
-
-    def submit(self, function, *arguments, pure):
-        def work():
-            self.clock.now += self.seconds
-            return function(*arguments)
-
-        future = Made_up_future(work)
-        self.futures.append(future)
-        if len(self.futures) - 1 in self.held:
-            return future
-        add = future.add_done_callback
-        future.add_done_callback = lambda called: (add(called), future.ended())
-        return future
-
-    def scheduler_info(self):
-        return {"workers": self.workers()}
-
-    def wait_for_workers(self, count, timeout):
-        pass
-
-    def run(self, function, *arguments, on_error):
-        assert function is pydoc.locate and on_error == "return"
-        return self.answers()
-
-    def nthreads(self):
-        return {address: 1 for address in self.workers()}
 
 
 @pytest.fixture
@@ -159,6 +95,88 @@ def test_patience_ends(clock, a_run):
     with pytest.raises(_batch_running.Unfinished, match="no worker for 60 s"):
         run.process(range(FRAMES), 1)
     assert asked == [1600, 1625, 1650] and report.handled == FRAMES - 1
+
+
+class Client_with_stopped_workers(Made_up_client):
+    """Asked for its workers it takes 25 seconds; the last future of those at the start never ends."""
+
+    def __init__(self, clock, beating, stopped, told=lambda asked: None):
+        super().__init__(clock, held=(FRAMES - 1,))
+        self.beating, self.stopped, self.told, self.asked = beating, stopped, told, 0
+        self.chosen, self.cancelled = [], []
+
+    def identity(self):
+        self.asked += 1
+        self.clock.now += 25
+        self.told(self.asked)
+        beats = dict.fromkeys(self.stopped, 1.0) | dict.fromkeys(self.beating, self.clock.now)
+        return {"workers": {name: {"last_seen": beat} for name, beat in beats.items()}}
+
+    def submit(self, *arguments, pure, workers=None):
+        self.chosen.append(workers)
+        return super().submit(*arguments, pure=pure)
+
+    def cancel(self, futures):
+        self.cancelled += futures
+
+
+def test_frames_of_a_worker_that_has_stopped_go_to_others(clock, a_run):
+    client = Client_with_stopped_workers(clock, ["one"], ["two"])
+    run, report = a_run(client)
+    run.process(range(FRAMES), 2)
+    assert report.done == FRAMES and client.asked == 3
+    assert client.chosen == [None] * FRAMES + [["one"]]
+    assert client.cancelled == [client.futures[FRAMES - 1]]
+    client.cancelled[0].ended()  # it has gone on after all
+    run.process([], 2)
+    assert report.done == FRAMES
+
+
+@pytest.mark.parametrize("beating, stopped, words", [
+    (["one"], [], r"60 s; see to the workers or give more --patience, and the same"),
+    ([], ["two", "one"], r"60 s \(one, two without a heartbeat\); see to"),
+])
+def test_patience_ends_where_workers_do_no_frame(clock, a_run, beating, stopped, words):
+    run, report = a_run(Client_with_stopped_workers(clock, beating, stopped))
+    with pytest.raises(_batch_running.Unfinished, match=f"no frame has been done for {words}"):
+        run.process(range(FRAMES), 1)
+    assert report.done == FRAMES - 1 and clock.now == 1075
+
+
+def test_frames_are_not_given_to_others_for_ever(clock, a_run):
+    client = Client_with_stopped_workers(clock, ["one"], ["two"])
+    client.held = (FRAMES - 1, FRAMES)
+    run, report = a_run(client)
+    with pytest.raises(_batch_running.Unfinished, match=r"\(two without a heartbeat\)"):
+        run.process(range(FRAMES), 1)
+    assert report.done == FRAMES - 1 and client.chosen[FRAMES:] == [["one"]]
+
+
+def test_patience_counts_from_the_last_frame_of_a_long_task(clock, a_run, tmp_path):
+    def told(asked):
+        if asked == 2:
+            (tmp_path / "out.zarr" / "complete" / "4").write_bytes(b"\1")
+
+    client = Client_with_stopped_workers(clock, ["one"], [], told)
+    run, report = a_run(client)
+    with pytest.raises(_batch_running.Unfinished, match="no frame has been done"):
+        run.process(range(FRAMES), 1)
+    assert clock.now == 1150  # seen after 75 seconds, and 75 more
+
+
+def test_what_never_answers_ends_the_run(clock, a_run):
+    class Client_of_a_stopped_scheduler(Made_up_client):
+        def sync(self, function, *arguments, callback_timeout, **options):
+            self.clock.now += callback_timeout
+            raise TimeoutError
+
+    client = Client_of_a_stopped_scheduler(clock, held=(1,))
+    run, report = a_run(client)
+    with pytest.raises(_batch_running.Unfinished, match="the scheduler has not answered for 60 s"):
+        run.process(range(FRAMES), 1)
+    assert report.done == 1 and clock.now == 1060
+    with pytest.raises(_batch_running.Unfinished, match="or a worker has not answered for 60 s"):
+        _batch_running.check_workers(client, 60)
 
 
 def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
