@@ -46,9 +46,12 @@ void check_usable(std::array<Analyser, 4> const& analysers) {
     for (std::size_t position = 0; position < analysers.size(); ++position) {
         Analyser const& analyser = analysers[position];
         std::string const place = " of position " + std::to_string(position);
-        if (!std::isfinite(analyser.throughput) || analyser.throughput <= 0) {
+        // Written so that a NaN fails.
+        if (!(analyser.throughput >= least_throughput &&
+              analyser.throughput <= largest_throughput)) {
             throw Argument_error(
-                "throughput" + place, std::to_string(analyser.throughput), "give one above 0");
+                "throughput" + place, std::to_string(analyser.throughput),
+                "give one of 0.01 to 4, relative to the mean of the four");
         }
         if (!std::isfinite(analyser.diattenuation) || analyser.diattenuation < 0) {
             throw Argument_error(

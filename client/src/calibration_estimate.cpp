@@ -88,6 +88,12 @@ void check_series(std::span<Series_point const> series, Estimation_options const
             "source degree", text_of(options.source_degree),
             "give the degree of polarisation behind the polariser, above 0 and at most 1");
     }
+    if (!(options.largest_misalignment > 0 &&
+          options.largest_misalignment <= farthest_orientation)) {
+        throw Argument_error(
+            "largest misalignment", text_of(options.largest_misalignment),
+            "give degrees above 0 and at most 22.5, half the distance between polarisers");
+    }
     for (std::size_t index = 0; index < series.size(); ++index) {
         check_numbers(series[index], index);
         Series_point const& first = series.front();

@@ -1,3 +1,4 @@
+#include "contradiction.hpp"
 #include "json_node.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -239,6 +240,11 @@ Json parse(std::string const& text, std::filesystem::path const& name) {
 } // namespace
 
 std::string calibration_to_json(Calibration const& calibration) {
+    if (auto const contradiction = find_contradiction(calibration)) {
+        throw Argument_error(
+            "calibration's " + contradiction->key, contradiction->problem,
+            "give a mosaic and weights that follow from the analysers");
+    }
     Provenance const& provenance = calibration.provenance;
     Json const json = {
         {"schema", {{"name", calibration_schema_name}, {"version", calibration_schema_version}}},
@@ -280,6 +286,9 @@ Calibration calibration_from_json(std::string const& text, std::filesystem::path
     analysers.require_array(calibration.analysers.size());
     for (std::size_t position = 0; position < calibration.analysers.size(); ++position) {
         calibration.analysers[position] = read_analyser(analysers[position]);
+    }
+    if (auto const contradiction = find_contradiction(calibration)) {
+        Node{document, json, contradiction->key}.refuse("this is " + contradiction->problem);
     }
     return calibration;
 }

@@ -338,6 +338,11 @@ TEST(Calibration_estimate, numbers_that_are_not_usable_are_refused) {
     EXPECT_EQ(refused([](auto&, auto& options) { options.source_degree = 0; }), "source degree");
     EXPECT_EQ(refused([](auto&, auto& options) { options.source_degree = nan; }), "source degree");
     EXPECT_EQ(refused([](auto&, auto& options) { options.bit_depth = 17; }), "bit depth");
+    for (double const degrees : {0.0, 22.6, nan}) {
+        EXPECT_EQ(
+            refused([=](auto&, auto& options) { options.largest_misalignment = degrees; }),
+            "largest misalignment");
+    }
     EXPECT_TRUE(contains(
         refused([](auto&, auto& options) {
             options.region = Frame_region{63, 0, 2, 2};

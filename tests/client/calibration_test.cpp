@@ -100,6 +100,8 @@ TEST(Calibration, analysers_that_cannot_measure_are_refused) {
     EXPECT_EQ(refused([](auto&) {}), "nothing");
     EXPECT_EQ(refused([](auto& all) { all[1].throughput = 0; }), "throughput of position 1");
     EXPECT_EQ(refused([](auto& all) { all[1].throughput = nan; }), "throughput of position 1");
+    EXPECT_EQ(refused([](auto& all) { all[1].throughput = 0.009; }), "throughput of position 1");
+    EXPECT_EQ(refused([](auto& all) { all[1].throughput = 4.1; }), "throughput of position 1");
     EXPECT_EQ(
         refused([](auto& all) { all[2].diattenuation = -0.1; }), "diattenuation of position 2");
     EXPECT_EQ(refused([](auto& all) { all[3].orientation = nan; }), "orientation of position 3");

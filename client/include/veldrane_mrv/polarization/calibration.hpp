@@ -116,6 +116,15 @@ struct Calibration {
     bool operator==(Calibration const&) const = default;
 };
 
+/// Throughputs are relative to their mean of 1, so one of four is at most 4; a position that gets a
+/// hundredth of the light of its neighbours measures nothing.
+inline constexpr double least_throughput = 0.01;
+inline constexpr double largest_throughput = 4;
+
+/// In degrees, half the distance between neighbouring polarisers: an analyser that is farther from
+/// the mosaic's orientation is another one.
+inline constexpr double farthest_orientation = 22.5;
+
 /// An ideal sensor: weights 1, -1 and 0, no flags, no frames.
 Calibration ideal_calibration(Mosaic const& mosaic);
 

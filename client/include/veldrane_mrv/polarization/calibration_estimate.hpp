@@ -75,7 +75,8 @@ struct Estimation_options {
     /// Mean samples without light, indexed by `cell_position`, taken off the means; zeros if a dark
     /// frame has been subtracted from the frames before.
     std::optional<std::array<double, 4>> dark_levels;
-    /// Largest distance in degrees of a fitted orientation from the mosaic's.
+    /// Largest distance in degrees of a fitted orientation from the mosaic's, above 0 and at most
+    /// `farthest_orientation`.
     double largest_misalignment = 15;
     std::string sensor;
 };

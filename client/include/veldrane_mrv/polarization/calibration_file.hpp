@@ -3,6 +3,9 @@
 ///
 /// The file holds every figure of a `Calibration`; weights and figures come back bit for bit. Its
 /// `schema` names the format and its version, which grows with every change of the keys.
+///
+/// Mosaic and weights follow from the analysers, so a file in which they differ has been changed
+/// since it was written: it is refused, since nobody can tell which part is right.
 #ifndef VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
 #define VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
 
@@ -42,7 +45,8 @@ private:
 
 /// Writes beside `file` and renames, so that there is a whole file or none. What killed programs
 /// left there an hour ago or earlier is removed.
-/// @throw Argument_error if a number is infinite or NaN or a text is not UTF-8
+/// @throw Argument_error if a number is infinite or NaN, a text is not UTF-8, or the parts
+///        contradict each other, so that no file could be read again
 /// @throw File_error if there is a file that is to be kept, or anything but a regular file, or if
 ///        the file cannot be written; an old file is unchanged then
 void save(
@@ -50,8 +54,7 @@ void save(
     Existing_files existing = Existing_files::keep);
 
 /// @throw File_error if the file cannot be read, is no regular one, is no calibration, is damaged,
-/// or
-///        comes from a newer schema
+///        has weights or a mosaic that are not those of its analysers, or comes from a newer schema
 Calibration load_calibration(std::filesystem::path const& file);
 
 /// The same from and to text; `name` stands for the file in messages.
