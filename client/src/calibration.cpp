@@ -71,7 +71,7 @@ std::string_view name_of(Quality_flag flag) {
     constexpr std::array<std::string_view, all_quality_flags.size()> names = {
         "few_frames",         "wide_angle_gap",          "large_residual",
         "weak_diattenuation", "diattenuation_above_one", "poor_conditioning",
-        "dark_level_unknown"};
+        "dark_level_unknown", "orientation_offset"};
     return names.at(static_cast<std::size_t>(flag));
 }
 
@@ -88,7 +88,9 @@ std::string_view explanation_of(Quality_flag flag) {
         "The analysers tell S1 and S2 apart poorly, so noise grows in both; check the mosaic and "
         "the diattenuations.",
         "No dark level was known, and an unknown one lowers the diattenuations; subtract dark "
-        "frames."};
+        "frames.",
+        "The four orientations are off by 2 degrees or more in common, so all calibrated angles "
+        "will be turned by as much; check the polariser's zero."};
     return explanations.at(static_cast<std::size_t>(flag));
 }
 
@@ -135,6 +137,15 @@ double condition_number(std::array<Analyser, 4> const& analysers) {
     Eigen::JacobiSVD<Eigen::MatrixXd> const decomposition{instrument_matrix(analysers, 0)};
     auto const& values = decomposition.singularValues();
     return values(0) / values(2);
+}
+
+double common_offset(std::array<Analyser, 4> const& analysers, Mosaic const& mosaic) {
+    double offset = 0;
+    for (std::size_t position = 0; position < analysers.size(); ++position) {
+        offset +=
+            std::remainder(analysers[position].orientation - mosaic.layout()[position], 180) / 4;
+    }
+    return offset;
 }
 
 double expected_mean(

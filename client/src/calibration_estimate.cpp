@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 
+#include "series_fit.hpp"
+
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <Eigen/Dense>
@@ -16,14 +18,14 @@ namespace {
 constexpr double least_distinct_degrees = 1;
 constexpr double largest_gap = 120;
 constexpr double least_diattenuation = 0.05;
-constexpr std::size_t parameters_per_position = 3;
 
 constexpr std::size_t frames_for_good_residuals = 6;
 constexpr double wide_gap = 60;
-constexpr double large_residual = 0.01;
 constexpr double weak_diattenuation = 0.5;
 constexpr double impossible_diattenuation = 1.01;
 constexpr double poor_condition_number = 3;
+// A polariser that is off by 2 degrees is measured as a few hundredths more or less.
+constexpr double large_offset = 1.95;
 
 using Angles = std::array<double, 4>;
 
@@ -32,10 +34,6 @@ std::string text_of(double number) {
     text.precision(4);
     text << number;
     return text.str();
-}
-
-double radians(double degrees) {
-    return degrees * std::numbers::pi / 180;
 }
 
 double modulo_180(double degrees) {
@@ -138,22 +136,10 @@ struct Fit {
     double squared_residuals = 0;
 };
 
-Fit fit_position(
-    std::span<Series_point const> series, std::size_t position, Estimation_options const& options) {
-    auto const count = static_cast<Eigen::Index>(series.size());
-    Eigen::MatrixX3d design(count, 3);
-    Eigen::VectorXd measured(count);
-    double const dark = options.dark_levels ? options.dark_levels->at(position) : 0.0;
-    for (Eigen::Index row = 0; row < count; ++row) {
-        Series_point const& point = series[static_cast<std::size_t>(row)];
-        double const twice = 2 * radians(point.polariser_angle);
-        design.row(row) << 1, options.source_degree * std::cos(twice),
-            options.source_degree * std::sin(twice);
-        design.row(row) *= point.source_intensity;
-        measured(row) = point.means[position] - dark;
-    }
-    Eigen::Vector3d const solution = design.colPivHouseholderQr().solve(measured);
-    Eigen::VectorXd const residuals = measured - design * solution;
+Fit fit_position(Series_equations const& equations, std::size_t position) {
+    Eigen::VectorXd const measured = equations.means.col(static_cast<Eigen::Index>(position));
+    Eigen::Vector3d const solution = equations.design.colPivHouseholderQr().solve(measured);
+    Eigen::VectorXd const residuals = measured - equations.design * solution;
     return {
         2 * solution(0), std::hypot(solution(1), solution(2)) / solution(0),
         modulo_180(std::atan2(solution(2), solution(1)) * 90 / std::numbers::pi),
@@ -218,7 +204,8 @@ void check_fits(
 }
 
 std::vector<Quality_flag> flags_of(
-    Calibration_quality const& quality, std::array<Analyser, 4> const& analysers) {
+    Calibration_quality const& quality, std::array<Analyser, 4> const& analysers,
+    Mosaic const& mosaic) {
     auto const any_diattenuation = [&](auto const& is) {
         return std::ranges::any_of(analysers, is, &Analyser::diattenuation);
     };
@@ -239,6 +226,9 @@ std::vector<Quality_flag> flags_of(
           }));
     raise(Quality_flag::poor_conditioning, quality.condition_number > poor_condition_number);
     raise(Quality_flag::dark_level_unknown, !analysers[0].dark_level);
+    raise(
+        Quality_flag::orientation_offset,
+        std::abs(common_offset(analysers, mosaic)) >= large_offset);
     return flags;
 }
 
@@ -247,11 +237,12 @@ std::vector<Quality_flag> flags_of(
 Calibration estimate_calibration(
     std::span<Series_point const> series, Mosaic const& mosaic, Estimation_options const& options) {
     check_series(series, options);
+    Series_equations const equations = equations_of(series, options);
     std::array<Fit, 4> fitted;
     Calibration_quality quality;
     double squared_residuals = 0;
     for (std::size_t position = 0; position < fitted.size(); ++position) {
-        fitted[position] = fit_position(series, position, options);
+        fitted[position] = fit_position(equations, position);
         quality.source_level += fitted[position].twice_level / 4;
         squared_residuals += fitted[position].squared_residuals;
     }
@@ -274,7 +265,8 @@ Calibration estimate_calibration(
     quality.condition_number = condition_number(analysers);
     quality.frame_count = series.size();
     quality.worst_angle_gap = std::ranges::max(gaps_of(series));
-    quality.flags = flags_of(quality, analysers);
+    quality.flags = flags_of(quality, analysers, mosaic);
+    quality.outlying_frames = find_outlying_frames(series, equations);
 
     Provenance provenance{std::string{software_version()}, current_time(), {}, options.sensor};
     for (Series_point const& point : series) {

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <sstream>
 
 namespace veldrane_mrv::polarization {
 namespace {
@@ -64,7 +65,19 @@ Json analysers_json(std::array<Analyser, 4> const& analysers) {
     return all;
 }
 
-Json quality_json(Calibration_quality const& quality) {
+Json outlying_json(std::vector<Outlying_frame> const& frames) {
+    Json all = Json::array();
+    for (Outlying_frame const& frame : frames) {
+        all.push_back(
+            {{"source", frame.source},
+             {"angle_degrees", finite(frame.polariser_angle, "polariser angle")},
+             {"residual", finite(frame.residual, "residual")}});
+    }
+    return all;
+}
+
+Json quality_json(Calibration const& calibration) {
+    Calibration_quality const& quality = calibration.quality;
     Json flags = Json::array();
     for (Quality_flag const flag : quality.flags) {
         flags.push_back(name_of(flag));
@@ -75,10 +88,12 @@ Json quality_json(Calibration_quality const& quality) {
         {"frame_count", quality.frame_count},
         {"worst_angle_gap_degrees", finite(quality.worst_angle_gap, "worst angle gap")},
         {"source_level", finite(quality.source_level, "source level")},
-        {"flags", flags}};
+        {"common_offset_degrees", common_offset(calibration.analysers, calibration.mosaic)},
+        {"flags", flags},
+        {"outlying_frames", outlying_json(quality.outlying_frames)}};
 }
 
-void check_schema(Node const& root) {
+std::size_t schema_version(Node const& root) {
     std::string const foreign = "give a calibration file that this software wrote";
     Node const schema = [&] {
         try {
@@ -98,9 +113,10 @@ void check_schema(Node const& root) {
                 std::to_string(calibration_schema_version) + ", the newest known",
             "update this software, or calibrate again with this one");
     }
-    if (version < calibration_schema_version) {
-        schema["version"].refuse("there is no version " + std::to_string(version));
+    if (version == 0) {
+        schema["version"].refuse("there is no version 0");
     }
+    return version;
 }
 
 Mosaic read_mosaic(Node const& node) {
@@ -151,10 +167,27 @@ Quality_flag read_flag(Node const& node) {
     node.refuse("there is no flag \"" + name + "\"");
 }
 
-Calibration_quality read_quality(Node const& node) {
-    node.require_object(
-        {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
-         "source_level", "flags"});
+std::vector<Outlying_frame> read_outlying_frames(Node const& node) {
+    std::vector<Outlying_frame> frames;
+    for (std::size_t index = 0; index < node.array_size(); ++index) {
+        Node const frame = node[index];
+        frame.require_object({"source", "angle_degrees", "residual"});
+        frames.push_back(
+            {frame["source"].text(), frame["angle_degrees"].number(), frame["residual"].number(0)});
+    }
+    return frames;
+}
+
+Calibration_quality read_quality(Node const& node, std::size_t version) {
+    if (version == 1) {
+        node.require_object(
+            {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
+             "source_level", "flags"});
+    } else {
+        node.require_object(
+            {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
+             "source_level", "common_offset_degrees", "flags", "outlying_frames"});
+    }
     Calibration_quality quality;
     quality.rms_residual = node["rms_residual"].number(0);
     quality.condition_number = node["condition_number"].number(0);
@@ -165,7 +198,22 @@ Calibration_quality read_quality(Node const& node) {
     for (std::size_t index = 0; index < flags.array_size(); ++index) {
         quality.flags.push_back(read_flag(flags[index]));
     }
+    if (version > 1) {
+        quality.outlying_frames = read_outlying_frames(node["outlying_frames"]);
+    }
     return quality;
+}
+
+// A region exchanges the analysers, and their sum is rounded in another order.
+void check_offset(Node const& node, Calibration const& calibration) {
+    constexpr double tolerance = 1e-9;
+    double const offset = common_offset(calibration.analysers, calibration.mosaic);
+    if (std::abs(node.number() - offset) > tolerance) {
+        std::ostringstream text;
+        text.precision(std::numeric_limits<double>::max_digits10);
+        text << "this is " << node.number() << ", not the " << offset << " of the analysers";
+        node.refuse(text.str());
+    }
 }
 
 Provenance read_provenance(Node const& node) {
@@ -251,7 +299,7 @@ std::string calibration_to_json(Calibration const& calibration) {
         {"mosaic", calibration.mosaic.to_string()},
         {"matrices", matrices_json(calibration.matrices)},
         {"analysers", analysers_json(calibration.analysers)},
-        {"quality", quality_json(calibration.quality)},
+        {"quality", quality_json(calibration)},
         {"provenance",
          {{"software_version", provenance.software_version},
           {"time", provenance.time},
@@ -274,13 +322,13 @@ Calibration calibration_from_json(std::string const& text, std::filesystem::path
         throw File_error(
             name, repeated.line, repeated.path, "this key stands there twice", damaged);
     }
-    check_schema(root);
+    std::size_t const version = schema_version(root);
     root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});
     Calibration calibration{
         read_mosaic(root["mosaic"]),
         read_matrices(root["matrices"]),
         {},
-        read_quality(root["quality"]),
+        read_quality(root["quality"], version),
         read_provenance(root["provenance"])};
     Node const analysers = root["analysers"];
     analysers.require_array(calibration.analysers.size());
@@ -289,6 +337,9 @@ Calibration calibration_from_json(std::string const& text, std::filesystem::path
     }
     if (auto const contradiction = find_contradiction(calibration)) {
         Node{document, json, contradiction->key}.refuse("this is " + contradiction->problem);
+    }
+    if (version > 1) {
+        check_offset(root["quality"]["common_offset_degrees"], calibration);
     }
     return calibration;
 }

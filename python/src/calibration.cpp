@@ -7,12 +7,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace veldrane_python {
@@ -38,9 +40,30 @@ std::vector<std::string> flags_of(mrv::Calibration const& calibration) {
     return names;
 }
 
+double offset_of(mrv::Calibration const& calibration) {
+    return mrv::common_offset(calibration.analysers, calibration.mosaic);
+}
+
+std::vector<std::tuple<std::string, double, double>> outlying_frames_of(
+    mrv::Calibration const& calibration) {
+    std::vector<std::tuple<std::string, double, double>> frames;
+    for (mrv::Outlying_frame const& frame : calibration.quality.outlying_frames) {
+        frames.emplace_back(frame.source, frame.polariser_angle, frame.residual);
+    }
+    return frames;
+}
+
 std::string described(mrv::Calibration const& calibration) {
+    char figures[80];
+    std::snprintf(
+        figures, sizeof figures, ", residual %.2f %%, offset %+.2f degrees",
+        100 * calibration.quality.rms_residual, offset_of(calibration));
+    std::string flags;
+    for (std::string const& flag : flags_of(calibration)) {
+        flags.append(flags.empty() ? ", flags " : " ").append(flag);
+    }
     return "<Calibration of the layout " + calibration.mosaic.to_string() + ", " +
-           std::to_string(calibration.quality.frame_count) + " frames>";
+           std::to_string(calibration.quality.frame_count) + " frames" + figures + flags + ">";
 }
 
 mrv::Series_point measured(
@@ -140,6 +163,14 @@ void bind_calibration(py::module_& module) {
             "condition_number",
             [](mrv::Calibration const& c) { return c.quality.condition_number; },
             "Of the instrument matrix; 1.414 for an ideal sensor.")
+        .def_property_readonly(
+            "common_offset", &offset_of,
+            "Mean distance in degrees of the orientations from the layout's, counter-clockwise;\n"
+            "calibrated angles are turned by it.")
+        .def_property_readonly(
+            "outlying_frames", &outlying_frames_of,
+            "Frames that do not go with the others, the worst first: (name, polariser angle,\n"
+            "residual without it over the mean signal) of each.")
         .def_property_readonly(
             "frame_count", [](mrv::Calibration const& c) { return c.quality.frame_count; },
             "Frames that the estimate rests on.")

@@ -319,6 +319,55 @@ TEST(Calibration_estimate, a_polariser_read_wrongly_is_told) {
     EXPECT_TRUE(contains(refusal_of(still, sensor).argument, "diattenuation of position 0"));
 }
 
+TEST(Calibration_estimate, a_common_offset_is_told_and_flagged_from_2_degrees_on) {
+    auto const sensor = Simulated_sensor::imperfect(Mosaic::from_phase(2), 9);
+    double const own = common_offset(sensor.analysers, sensor.mosaic);
+    for (double const turn : {-11.0, -2.0, -1.8, 0.0, 1.8, 2.0, 5.0, 11.0}) {
+        Simulated_series turned{sensor, source_level, 15};
+        for (Uniform_frame& frame : turned.frames()) {
+            frame.polariser_angle += turn - own;
+        }
+        Calibration const found = estimate(turned, sensor);
+        EXPECT_NEAR(common_offset(found.analysers, found.mosaic), turn, 0.02);
+        EXPECT_EQ(has(found, Quality_flag::orientation_offset), std::abs(turn) >= 2) << turn;
+        EXPECT_TRUE(found.quality.outlying_frames.empty()) << turn;
+    }
+}
+
+TEST(Calibration_estimate, frames_that_do_not_go_with_the_others_are_named) {
+    auto const sensor = Simulated_sensor::imperfect(Mosaic::from_phase(2), 9);
+    for (double const step : {5.0, 15.0, 30.0, 36.0}) {
+        Simulated_series series{sensor, source_level, step};
+        series.frames()[2].polariser_angle += 5;
+        Calibration const found = estimate(series, sensor);
+        ASSERT_EQ(found.quality.outlying_frames.size(), 1U) << step;
+        Outlying_frame const& frame = found.quality.outlying_frames[0];
+        EXPECT_EQ(frame.source, series.frames()[2].source);
+        EXPECT_EQ(frame.polariser_angle, series.frames()[2].polariser_angle);
+        // 5 degrees off in a curve of 1 + D cos(2 (theta - phi)), D about 0.9.
+        EXPECT_NEAR(frame.residual, 0.11, 0.015) << step;
+    }
+    Simulated_series two{sensor, source_level, 10};
+    two.frames()[1].polariser_angle += 2;
+    two.frames()[9].polariser_angle -= 8;
+    two.frames()[9].source = "";
+    auto const named = estimate(two, sensor).quality.outlying_frames;
+    ASSERT_EQ(named.size(), 2U);
+    EXPECT_EQ(named[0].source, "frame 9");
+    EXPECT_EQ(named[1].source, two.frames()[1].source);
+    EXPECT_GT(named[0].residual, 2 * named[1].residual);
+    for (std::size_t frame = 0; frame < two.frames().size(); frame += 2) {
+        two.frames()[frame].source_intensity = 1.1;
+    }
+    EXPECT_EQ(estimate(two, sensor).quality.outlying_frames.size(), 4U);
+    // Four frames can tell that they do not go together, but not which is wrong.
+    Simulated_series four{sensor, source_level, 45};
+    four.frames()[1].polariser_angle += 5;
+    Calibration const found = estimate(four, sensor);
+    EXPECT_TRUE(has(found, Quality_flag::large_residual));
+    EXPECT_TRUE(found.quality.outlying_frames.empty());
+}
+
 TEST(Calibration_estimate, numbers_that_are_not_usable_are_refused) {
     auto const sensor = Simulated_sensor::imperfect(Mosaic::from_phase(0), 9);
     auto const refused = [&](auto const& change) {

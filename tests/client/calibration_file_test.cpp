@@ -274,12 +274,12 @@ TEST_F(Calibration_file, foreign_files_are_refused) {
 
 TEST_F(Calibration_file, a_newer_version_is_refused_with_the_remedy) {
     std::string const text = calibration_to_json(some_calibration(3));
-    Refusal const refusal = refusal_of(changed(text, "\"version\": 1", "\"version\": 2"));
+    Refusal const refusal = refusal_of(changed(text, "\"version\": 2", "\"version\": 3"));
     EXPECT_EQ(
-        refusal.what, "cal.json, line 4, schema/version: version 2 is newer than 1, the newest "
+        refusal.what, "cal.json, line 4, schema/version: version 3 is newer than 2, the newest "
                       "known; update this software, or calibrate again with this one");
-    EXPECT_EQ(refusal_of(changed(text, "\"version\": 1", "\"version\": 0")).key, "schema/version");
-    EXPECT_EQ(refusal_of(changed(text, "\"version\": 1", "\"version\": -1")).key, "schema/version");
+    EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": 0")).key, "schema/version");
+    EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": -1")).key, "schema/version");
 }
 
 TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
@@ -323,6 +323,35 @@ TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
     }
     EXPECT_NE(refusal_of(changed(text, "36", "NaN")).line, 0U);
     std::cout << damages.size() + numbers + 2 << " damages\n";
+}
+
+// What the program wrote before it knew of a common offset and of outlying frames.
+TEST_F(Calibration_file, files_of_version_1_are_read) {
+    Calibration calibration = some_calibration(3);
+    std::string text = calibration_to_json(calibration);
+    std::size_t const offset = text.find("    \"common_offset_degrees\"");
+    text.erase(offset, text.find('\n', offset) + 1 - offset);
+    text = changed(text, ",\n    \"outlying_frames\": []", "");
+    text = changed(text, "\"version\": 2", "\"version\": 1");
+    EXPECT_EQ(calibration_from_json(text, "text"), calibration);
+    EXPECT_EQ(
+        refusal_of(changed(text, "\"flags\"", "\"outlying_frames\": [], \"flags\"")).key,
+        "quality/outlying_frames");
+    EXPECT_EQ(refusal_of(changed(text, "\"version\": 1", "\"version\": 2")).key, "quality");
+}
+
+TEST_F(Calibration_file, outlying_frames_and_the_common_offset_come_back) {
+    Calibration calibration = some_calibration(3);
+    calibration.quality.flags = {all_quality_flags.begin(), all_quality_flags.end()};
+    calibration.quality.outlying_frames = {{"a.png", 15.1, 0.1 / 3}, {"frame 7", -1e-300, 0}};
+    std::string const text = calibration_to_json(calibration);
+    EXPECT_EQ(calibration_from_json(text, "text"), calibration);
+    Refusal const frame = refusal_of(changed(text, "\"angle_degrees\": 15", "\"angle\": 15"));
+    EXPECT_EQ(frame.key, "quality/outlying_frames/0/angle") << frame.what;
+    std::string const key = "\"common_offset_degrees\": ";
+    Refusal const offset = refusal_of(changed(text, key, key + "1"));
+    EXPECT_EQ(offset.key, "quality/common_offset_degrees") << offset.what;
+    EXPECT_EQ(offset.line, line_of(text, key));
 }
 
 // Whoever changes one of 48 weights by hand changes one of the digits that tell floats apart.

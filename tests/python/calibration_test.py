@@ -82,6 +82,33 @@ def test_names_that_name_nothing_are_refused(name, words, tmp_path, monkeypatch)
     assert not list(tmp_path.iterdir())
 
 
+def test_an_offset_and_a_wrong_frame_are_told():
+    sensor = vp.imperfect_sensor(2, seed=3)
+    frames, angles = series_of(sensor)
+    turned = [angle + 5 - sensor.common_offset + 6 * (angle == 45) for angle in angles]
+    found = vp.calibrate(frames, turned, layout=2, bit_depth=14, dark_levels=[0] * 4)
+    assert found.common_offset == pytest.approx(5.5, abs=0.5)
+    assert found.flags == ["large_residual", "orientation_offset"]
+    (name, angle, residual), = found.outlying_frames
+    assert (name, angle) == ("frames[3]", turned[3]) and 0.1 < residual < 0.2
+    assert repr(found).startswith("<Calibration of the layout 90,45,135,0, 12 frames, residual ")
+    assert f"offset {found.common_offset:+.2f} degrees, flags large_residual" in repr(found)
+    assert pickle.loads(pickle.dumps(found)).outlying_frames == found.outlying_frames
+    ideal = vp.Calibration.ideal(2)
+    assert (ideal.common_offset, ideal.outlying_frames, ideal.flags) == (0, [], [])
+
+
+def test_weights_that_are_not_those_of_the_analysers_are_refused(tmp_path):
+    file = tmp_path / "sensor.json"
+    vp.Calibration.ideal(1).save(file)
+    text = file.read_text()
+    for old, new in (("-1.0", "-1.1"), ("90.0", "92.0"), ("45,90,0,135", "90,45,135,0")):
+        file.write_text(text.replace(old, new, 1))
+        with pytest.raises(ValueError, match="sensor.json, line [0-9]+, (matrices|mosaic)") as error:
+            vp.Calibration.load(file)
+        assert str(error.value).endswith("restore the file, or calibrate again")
+
+
 def test_regions_move_the_layout():
     for phase in range(4):
         ideal = vp.Calibration.ideal(phase)

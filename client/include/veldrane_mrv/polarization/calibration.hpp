@@ -60,23 +60,38 @@ enum class Quality_flag {
     /// Condition number above 3: noise of the samples grows in S1 and S2.
     poor_conditioning,
     /// No dark level was given: what there is lowers the diattenuations.
-    dark_level_unknown
+    dark_level_unknown,
+    /// The four orientations are off by 2 degrees or more in common: calibrated angles are turned
+    /// by as much.
+    orientation_offset
 };
 
-inline constexpr std::array<Quality_flag, 7> all_quality_flags = {
+inline constexpr std::array<Quality_flag, 8> all_quality_flags = {
     Quality_flag::few_frames,
     Quality_flag::wide_angle_gap,
     Quality_flag::large_residual,
     Quality_flag::weak_diattenuation,
     Quality_flag::diattenuation_above_one,
     Quality_flag::poor_conditioning,
-    Quality_flag::dark_level_unknown};
+    Quality_flag::dark_level_unknown,
+    Quality_flag::orientation_offset};
 
 /// The flag's name as in the list above.
 std::string_view name_of(Quality_flag flag);
 
 /// One sentence for a user: what it means, what to do.
 std::string_view explanation_of(Quality_flag flag);
+
+/// A frame of the series that does not go with the others.
+struct Outlying_frame {
+    std::string source;
+    double polariser_angle = 0;
+    /// Root mean square over the four positions of measured means minus those that the other frames
+    /// let expect, as a fraction of the mean signal.
+    double residual = 0;
+
+    bool operator==(Outlying_frame const&) const = default;
+};
 
 struct Calibration_quality {
     /// Root mean square over all positions and frames of measured minus fitted means, as a fraction
@@ -90,6 +105,9 @@ struct Calibration_quality {
     /// S0 of the source behind its polariser in sample units, per unit of source intensity.
     double source_level = 0;
     std::vector<Quality_flag> flags;
+    /// Those with a residual above 1 %, the largest first: at most one in four and at most 16,
+    /// since many that do not go together tell no wrong one from a right one.
+    std::vector<Outlying_frame> outlying_frames{};
 
     bool operator==(Calibration_quality const&) const = default;
 };
@@ -138,6 +156,11 @@ Matrices matrices_of(std::array<Analyser, 4> const& analysers);
 /// Largest over smallest singular value of the instrument matrix.
 /// @throw Argument_error if a figure is not usable
 double condition_number(std::array<Analyser, 4> const& analysers);
+
+/// Mean distance in degrees of the orientations from the mosaic's, positive counter-clockwise: how
+/// far the polariser's zero is from the rows, or the sensor turned in its mount. Calibrated angles
+/// count from the polariser's zero, so they are turned by it.
+double common_offset(std::array<Analyser, 4> const& analysers, Mosaic const& mosaic);
 
 /// The mean that the calibration expects at a position with a polariser before the source.
 double expected_mean(

@@ -2,7 +2,8 @@
 /// Calibrations on disk, as JSON that people can read.
 ///
 /// The file holds every figure of a `Calibration`; weights and figures come back bit for bit. Its
-/// `schema` names the format and its version, which grows with every change of the keys.
+/// `schema` names the format and its version, which grows with every change of the keys: version 2
+/// added the common offset and the outlying frames. Version 1 is read too.
 ///
 /// Mosaic and weights follow from the analysers, so a file in which they differ has been changed
 /// since it was written: it is refused, since nobody can tell which part is right.
@@ -20,7 +21,7 @@
 namespace veldrane_mrv::polarization {
 
 inline constexpr char const* calibration_schema_name = "veldrane_mrv.polarization_calibration";
-inline constexpr int calibration_schema_version = 1;
+inline constexpr int calibration_schema_version = 2;
 
 /// Something is wrong with a file. `what` is one line for a user: "FILE, line N: PROBLEM; REMEDY".
 class File_error : public std::runtime_error {
