@@ -15,24 +15,58 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-std::string trimmed(std::string const& text) {
-    constexpr char const* blanks = " \t\r\"";
+constexpr std::string_view blanks = " \t\r";
+
+std::string_view trimmed(std::string_view text) {
     std::size_t const first = text.find_first_not_of(blanks);
-    return first == std::string::npos
-               ? std::string()
+    return first == std::string_view::npos
+               ? std::string_view()
                : text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-Row cells_of(std::string const& line) {
-    Row cells;
-    std::size_t start = 0;
-    for (std::size_t end = line.find_first_of(",;\t"); end != std::string::npos;
-         end = line.find_first_of(",;\t", start)) {
-        cells.push_back(trimmed(line.substr(start, end - start)));
-        start = end + 1;
+// The cell at the start of `rest`, and the rest behind it. Quotes keep a separator in a name; a
+// quote in them stands there twice.
+std::string cut_cell(std::string_view& rest, char separator) {
+    std::string cell;
+    bool is_quoted = false;
+    std::size_t end = 0;
+    for (; end < rest.size() && (is_quoted || rest[end] != separator); ++end) {
+        if (rest[end] != '"') {
+            cell += rest[end];
+        } else if (is_quoted && rest.substr(end + 1).starts_with('"')) {
+            cell += rest[++end];
+        } else {
+            is_quoted = !is_quoted;
+        }
     }
-    cells.push_back(trimmed(line.substr(start)));
+    rest.remove_prefix(end);
+    return std::string(trimmed(cell));
+}
+
+Row cells_of(std::string_view line, char separator) {
+    Row cells = {cut_cell(line, separator)};
+    while (!line.empty()) {
+        line.remove_prefix(1);
+        cells.push_back(cut_cell(line, separator));
+    }
     return cells;
+}
+
+// A line of names holds no comma but as a separator, so a semicolon or tab in it is one.
+char separator_of(std::string_view first_line) {
+    for (char const separator : {';', '\t'}) {
+        if (first_line.find(separator) != std::string_view::npos) {
+            return separator;
+        }
+    }
+    return ',';
+}
+
+std::string in_lower_case(std::string text) {
+    for (char& letter : text) {
+        letter = letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
+    }
+    return text;
 }
 
 std::optional<double> number_in(std::string_view text) {
@@ -42,13 +76,45 @@ std::optional<double> number_in(std::string_view text) {
     return is_whole && std::isfinite(number) ? std::optional(number) : std::nullopt;
 }
 
+// As spreadsheets write numbers: a plus in front, and a comma for the point where it separates no
+// columns.
+std::optional<double> number_in_cell(std::string text, char separator) {
+    if (text.size() > 1 && text[0] == '+' && text[1] != '-') {
+        text.erase(0, 1);
+    }
+    std::size_t const comma = text.find(',');
+    if (comma != std::string::npos && separator != ',' && text.find('.') == std::string::npos) {
+        text[comma] = '.';
+    }
+    return number_in(text);
+}
+
 /// A table by the names of its columns.
 class Table {
 public:
     explicit Table(std::filesystem::path const& file) : file_(file), stream_(read_table(file)) {
         std::string line;
         std::getline(stream_, line);
-        columns_ = cells_of(line);
+        constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
+        if (line.starts_with(byte_order_mark)) {
+            line.erase(0, byte_order_mark.size());
+        }
+        // Text of UTF-16 begins with a mark of its own, or has a zero in each Latin letter.
+        if (line.starts_with("\xFF\xFE") || line.starts_with("\xFE\xFF") ||
+            line.find('\0') != std::string::npos) {
+            throw File_failure(file, "is UTF-16, or no text; save it as CSV in UTF-8");
+        }
+        separator_ = separator_of(line);
+        for (std::string const& name : cells_of(line, separator_)) {
+            columns_.push_back(in_lower_case(name));
+        }
+        for (char const* const known : {"file", "angle", "intensity", "frame"}) {
+            if (std::ranges::count(columns_, known) > 1) {
+                throw File_failure(
+                    file,
+                    std::string("line 1 names the column '") + known + "' twice; leave one out");
+            }
+        }
         for (char const* const needed : {"file", "angle"}) {
             if (!column(needed)) {
                 throw File_failure(
@@ -58,21 +124,28 @@ public:
         }
     }
 
+    // Spreadsheets end a table with rows of separators alone.
     bool next() {
-        std::string line;
         do {
+            std::string line;
             if (!std::getline(stream_, line)) {
                 return false;
             }
             ++line_number_;
-        } while (trimmed(line).empty());
-        cells_ = cells_of(line);
+            cells_ = cells_of(line, separator_);
+        } while (std::ranges::all_of(cells_, [](auto const& cell) { return cell.empty(); }));
         if (cells_.size() != columns_.size()) {
             fail(
                 "has " + std::to_string(cells_.size()) + " values for " +
                 std::to_string(columns_.size()) + " columns; correct it");
         }
         return true;
+    }
+
+    std::size_t line_number() const { return line_number_; }
+
+    [[noreturn]] void fail(std::string const& problem) const {
+        throw File_failure(file_, "line " + std::to_string(line_number_) + ": " + problem);
     }
 
     std::string text(char const* name) const { return cells_[*column(name)]; }
@@ -82,9 +155,11 @@ public:
         if (!place) {
             return otherwise;
         }
-        std::optional<double> const value = number_in(cells_[*place]);
+        std::optional<double> const value = number_in_cell(cells_[*place], separator_);
         if (!value) {
-            fail(std::string(name) + " '" + cells_[*place] + "' is no number; correct it");
+            fail(
+                std::string(name) + " '" + cells_[*place] +
+                "' is no number; give a decimal one such as 22.5");
         }
         return *value;
     }
@@ -97,12 +172,9 @@ private:
                    : std::optional(static_cast<std::size_t>(found - columns_.begin()));
     }
 
-    [[noreturn]] void fail(std::string const& problem) const {
-        throw File_failure(file_, "line " + std::to_string(line_number_) + ": " + problem);
-    }
-
     std::filesystem::path file_;
     std::istringstream stream_;
+    char separator_ = ',';
     Row columns_;
     Row cells_;
     std::size_t line_number_ = 1;
@@ -124,11 +196,21 @@ std::optional<double> angle_in_name(std::filesystem::path const& file) {
 
 std::vector<Polariser_setting> settings_from_table(
     std::filesystem::path const& table, std::vector<Frame_place> const& frames) {
-    std::map<std::pair<std::string, double>, Polariser_setting> by_name;
+    struct Found {
+        Polariser_setting setting;
+        std::size_t line;
+    };
+    std::map<std::pair<std::string, double>, Found> by_name;
     for (Table rows(table); rows.next();) {
         std::string const name = std::filesystem::path(rows.text("file")).filename().string();
-        by_name[{name, rows.number("frame", 0.0)}] = {
-            rows.number("angle", 0.0), rows.number("intensity", 1.0)};
+        auto const [place, is_new] = by_name.try_emplace(
+            {name, rows.number("frame", 0.0)},
+            Found{{rows.number("angle", 0.0), rows.number("intensity", 1.0)}, rows.line_number()});
+        if (!is_new) {
+            rows.fail(
+                "names " + name + " again, after line " + std::to_string(place->second.line) +
+                "; leave one out, or tell files apart by their names and not by their folders");
+        }
     }
     std::vector<Polariser_setting> settings;
     for (Frame_place const& frame : frames) {
@@ -139,7 +221,7 @@ std::vector<Polariser_setting> settings_from_table(
                 frame.name(), "has no row in " + table.string() + "; add one" +
                                   (frame.is_part() ? ", with its number in a column 'frame'" : ""));
         }
-        settings.push_back(found->second);
+        settings.push_back(found->second.setting);
     }
     return settings;
 }

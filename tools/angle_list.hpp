@@ -21,10 +21,13 @@ struct Polariser_setting {
 /// The number behind the last `angle_` in a file's name: 45 for `cal_angle_045.0.png`.
 std::optional<double> angle_in_name(std::filesystem::path const& file);
 
-/// For each frame the setting in a table of values separated by commas, semicolons or tabs. Its
-/// first line names the columns: `file` (a name, with or without folders), `angle`, and, if wanted,
-/// `intensity` and `frame` (the number in a file of many). Rows for other files do not matter.
-/// @throws File_failure naming the line, or the frame that has no row
+/// For each frame the setting in a table in UTF-8 of values separated by commas, or by semicolons
+/// or tabs if the first line is, with or without a byte order mark. Its first line names the
+/// columns, in any case: `file` (a name, with or without folders), `angle`, and, if wanted,
+/// `intensity` and `frame` (the number in a file of many). Numbers are decimal, with a point, or a
+/// comma where it does not separate. Rows for other files do not matter.
+/// @throws File_failure naming the line, or the frame that has no row; also for a second row for
+///         one name, wherever the files lie
 std::vector<Polariser_setting> settings_from_table(
     std::filesystem::path const& table, std::vector<Frame_place> const& frames);
 

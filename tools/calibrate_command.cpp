@@ -50,7 +50,9 @@ constexpr char const* example =
 constexpr char const* angles_help =
     "Table of the polariser's angles in degrees, counted as those of the mosaic: a line "
     "`file,angle`, then a line for each frame. Further columns may be `intensity`, the light "
-    "relative to other frames, and `frame`, the number in a file of many";
+    "relative to other frames, and `frame`, the number in a file of many. Text in UTF-8, as "
+    "spreadsheets save CSV: columns may be separated by semicolons or tabs instead, and numbers "
+    "then have a decimal comma; each file is named once";
 
 // Where the frames are measured: dark levels may change towards the borders.
 std::array<double, 4> dark_levels(

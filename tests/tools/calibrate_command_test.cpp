@@ -1,4 +1,5 @@
 // veldrane-polarize calibrate: figures against those that were simulated, and every refusal.
+#include "angle_list.hpp"
 #include "program_run.hpp"
 #include "test_files.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
@@ -139,12 +140,66 @@ TEST_F(Calibrate_command, angles_from_a_table_agree_with_those_from_names) {
         {"name,angle\n", "names no column 'file'"},
         {"file,angle\ncal_angle_000.0.png\n", "line 2: has 1 values for 2 columns"},
         {"file;angle\n\ncal_angle_000.0.png;east\n", "line 3: angle 'east' is no number"},
+        {"file;angle\ncal_angle_000.0.png;0x10\n", "line 2: angle '0x10' is no number"},
+        {"file,angle\ncal_angle_000.0.png,inf\n", "line 2: angle 'inf' is no number"},
+        {"file,angle\ncal_angle_000.0.png,\"4,5\"\n", "line 2: angle '4,5' is no number"},
+        {"file;angle\ncal_angle_000.0.png;1.000,5\n", "line 2: angle '1.000,5' is no number"},
+        {"file;angle\ncal_angle_000.0.png;+-5\n", "line 2: angle '+-5' is no number"},
+        {"file,angle\nx/a.png,0\n\n/y/a.png,0\n", "line 4: names a.png again, after line 2"},
+        {"file,Angle,angle\n", "line 1 names the column 'angle' twice"},
+        {"\xFF\xFE"
+         "f",
+         "is UTF-16"},
+        {std::string("f\0i\0l\0e\0", 8), "is UTF-16"},
         {"angle,file\n0,other.png\n", "has no row in"}};
     for (auto const& [table, reason] : cases) {
         test_files::write(folder_ / "table.csv", table);
         expect_refused(calibrate({"--angles", in_folder("table.csv")}), 1, reason);
     }
     expect_refused(calibrate({"--angles", in_folder("none.csv")}), 1, "No such file");
+}
+
+TEST_F(Calibrate_command, tables_are_read_as_spreadsheets_write_them) {
+    simulate_series();
+    ASSERT_EQ(calibrate().code, 0);
+    auto const by_name = polarization::load_calibration(folder_ / "out.json");
+    struct Form {
+        std::string start;
+        char separator;
+        char point;
+        std::string sign;
+        std::string end_of_line;
+        std::string quote;
+    };
+    std::vector<Form> const forms = {
+        {"\xEF\xBB\xBF"
+         "File;Angle",
+         ';', ',', "", "\r\n", ""},
+        {"\xEF\xBB\xBF"
+         "FILE,ANGLE",
+         ',', '.', "+", "\r\n", "\""},
+        {"file\tangle", '\t', ',', "+", "\n", ""},
+        {"\"File\" ; \"Angle\"", ';', '.', "", "\r\n", "\""}};
+    for (Form const& form : forms) {
+        std::string table = form.start + form.end_of_line;
+        for (int angle = 0; angle < 180; angle += 15) {
+            char name[40];
+            std::snprintf(name, sizeof name, "cal_angle_%05.1f.png", 1.0 * angle);
+            table += form.quote + name + form.quote + form.separator + form.sign +
+                     std::to_string(angle) + form.point + "0" + form.end_of_line;
+        }
+        table += std::string(1, form.separator) + form.end_of_line;
+        test_files::write(folder_ / "table.csv", table);
+        Outcome const outcome = calibrate({"--angles", in_folder("table.csv"), "--overwrite"});
+        ASSERT_EQ(outcome.code, 0) << outcome.errors;
+        auto const by_table = polarization::load_calibration(folder_ / "out.json");
+        EXPECT_EQ(by_name.matrices, by_table.matrices) << form.start;
+    }
+    test_files::write(folder_ / "table.csv", std::string("file,angle\n\"a, \"\"b\"\".png\",7\n"));
+    auto const settings =
+        polarize_tool::settings_from_table(folder_ / "table.csv", {{"x/a, \"b\".png", 0, 1}});
+    ASSERT_EQ(settings.size(), 1U);
+    EXPECT_EQ(settings[0].angle, 7.0);
 }
 
 TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
