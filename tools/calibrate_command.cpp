@@ -1,5 +1,6 @@
 #include "angle_list.hpp"
 #include "calibration_mark.hpp"
+#include "calibration_messages.hpp"
 #include "calibration_plot.hpp"
 #include "calibration_table.hpp"
 #include "commands.hpp"
@@ -11,6 +12,7 @@
 #include "messages.hpp"
 #include "progress.hpp"
 #include "staged_files.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
@@ -97,17 +99,30 @@ polarization::Estimation_options estimation_of(
     return options;
 }
 
-polarization::Series_point measured(
-    Frame_place const& place, Polariser_setting const& setting, Frame_reader& reader,
-    Frame_preparation const& preparation, polarization::Estimation_options const& options) {
-    Fetched_frame fetched;
-    reader.fetch(place, fetched);
-    reader.decode(fetched);
-    // The dark level is taken off the means: saturation shows only while it is in the samples.
-    preparation.apply(fetched.frame, place.name(), Dark_level::kept);
-    return polarization::measure(
-        {fetched.frame.view(), setting.angle, setting.intensity, place.name()}, options);
-}
+/// Reads the frames of a series one by one.
+class Measurement {
+public:
+    Measurement(
+        Command_line const& line, Frame_preparation const& preparation,
+        polarization::Estimation_options const& options)
+        : reader_(line.input.raw_layout()), preparation_(preparation), options_(options) {}
+
+    polarization::Series_point operator()(
+        Frame_place const& place, Polariser_setting const& setting) {
+        reader_.fetch(place, fetched_);
+        reader_.decode(fetched_);
+        // The dark level is taken off the means: saturation shows only while it is in the samples.
+        preparation_.apply(fetched_.frame, place.name(), Dark_level::kept);
+        return polarization::measure(
+            {fetched_.frame.view(), setting.angle, setting.intensity, place.name()}, options_);
+    }
+
+private:
+    Frame_reader reader_;
+    Fetched_frame fetched_;
+    Frame_preparation const& preparation_;
+    polarization::Estimation_options const& options_;
+};
 
 /// Every frame that cannot be used is named, and then there is no calibration: one that silently
 /// left out frames would not be what was asked for.
@@ -117,30 +132,36 @@ std::vector<polarization::Series_point> measure_all(
     std::vector<Polariser_setting> const settings = line.angles.empty()
                                                         ? settings_from_names(places)
                                                         : settings_from_table(line.angles, places);
-    Frame_reader reader(line.input.raw_layout());
+    Measurement measure(line, preparation, options);
     std::vector<polarization::Series_point> series;
-    std::vector<std::string> failures;
+    Frame_failures failures;
     {
         Progress progress(places.size(), !line.is_quiet);
         for (std::size_t number = 0; number < places.size(); ++number) {
             throw_if_interrupted();
+            Frame_place const& place = places[number];
+            std::string const name = place.name() + ": ";
             try {
-                series.push_back(
-                    measured(places[number], settings[number], reader, preparation, options));
+                series.push_back(measure(place, settings[number]));
                 progress.add(series.back().height * series.back().width);
+            } catch (polarization::Argument_error const& error) {
+                failures.add(place, name + error.what(), error.remedy());
             } catch (File_failure const& failure) {
-                failures.emplace_back(failure.what());
+                std::string const message = failure.what();
+                failures.add(
+                    place, message,
+                    message.starts_with(name) ? message.substr(name.size()) : message);
             } catch (std::exception const& error) {
-                failures.push_back(places[number].name() + ": " + error.what());
+                failures.add(place, name + error.what(), error.what());
             }
         }
     }
-    for (std::string const& failure : failures) {
+    for (std::string const& failure : failures.lines()) {
         complain(failure);
     }
-    if (!failures.empty()) {
+    if (failures.count() > 0) {
         throw File_failure(
-            line.output, "not written, since " + std::to_string(failures.size()) + " of " +
+            line.output, "not written, since " + std::to_string(failures.count()) + " of " +
                              std::to_string(places.size()) +
                              " frames cannot be used; correct or leave them out");
     }
@@ -198,8 +219,8 @@ void run_calibrate(Command_line& line) {
     files.add(line.plot, marked_as_plot(encode_png(plot)));
     throw_if_interrupted();
     files.publish();
-    for (polarization::Quality_flag const flag : calibration.quality.flags) {
-        warn(std::string(explanation_of(flag)));
+    for (std::string const& warning : quality_warnings(calibration)) {
+        warn(warning);
     }
     if (!line.is_quiet) {
         say(calibration_table(calibration));

@@ -22,13 +22,13 @@ std::string calibration_table(polarization::Calibration const& calibration) {
         table += line;
     }
     polarization::Calibration_quality const& quality = calibration.quality;
-    char line[200];
+    char line[256];
     std::snprintf(
         line, sizeof line,
         "\n%zu frames, residual %.4f %% of the mean, condition number %.3f, at most %.1f degrees "
-        "between angles",
+        "between angles, orientations off by %+.3f degrees in common",
         quality.frame_count, 100.0 * quality.rms_residual, quality.condition_number,
-        quality.worst_angle_gap);
+        quality.worst_angle_gap, common_offset(calibration.analysers, calibration.mosaic));
     return table + line;
 }
 

@@ -202,6 +202,48 @@ TEST_F(Calibrate_command, tables_are_read_as_spreadsheets_write_them) {
     EXPECT_EQ(settings[0].angle, 7.0);
 }
 
+TEST_F(Calibrate_command, an_offset_and_a_wrong_frame_are_told_in_a_line_each) {
+    simulate_series({"--analyser-seed", "3"});
+    auto const truth = polarization::load_calibration(folder_ / "cal_analysers.json");
+    double const own = common_offset(truth.analysers, truth.mosaic);
+    std::string table = "file,angle\n";
+    for (int angle = 0; angle < 180; angle += 15) {
+        char line[80];
+        std::snprintf(
+            line, sizeof line, "cal_angle_%05.1f.png,%.3f\n", 1.0 * angle,
+            angle + 5.25 - own + (angle == 45 ? 6 : 0));
+        table += line;
+    }
+    test_files::write(folder_ / "table.csv", table);
+    Outcome const outcome = calibrate({"--angles", in_folder("table.csv"), "-q"});
+    ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output, "");
+    for (std::string const word :
+         {"off by +5.", "turned by as much", "off its angles", "cal_angle_045.0.png at "}) {
+        EXPECT_NE(outcome.errors.find(word), std::string::npos) << word << ": " << outcome.errors;
+    }
+    EXPECT_EQ(outcome.errors.find("cal_angle_060"), std::string::npos) << outcome.errors;
+    auto const found = polarization::load_calibration(folder_ / "out.json");
+    ASSERT_EQ(found.quality.outlying_frames.size(), 1U);
+    EXPECT_GT(found.quality.outlying_frames[0].residual, 0.1);
+    // No dark level, a large residual, the offset, the frame.
+    EXPECT_EQ(line_count(outcome.errors), 4U) << outcome.errors;
+    Outcome const shown = calibrate({"--angles", in_folder("table.csv"), "--overwrite"});
+    EXPECT_NE(shown.output.find("orientations off by +"), std::string::npos) << shown.output;
+}
+
+TEST_F(Calibrate_command, what_many_frames_have_in_common_is_said_once) {
+    simulate_series();
+    add_dark(3, 100, 100);
+    Outcome const saturated = calibrate();
+    expect_refused(saturated, 1, "not written, since 12 of 12 frames cannot be used");
+    EXPECT_NE(
+        saturated.errors.find("(11 more likewise, up to " + in_folder("cal_angle_165.0.png") + ")"),
+        std::string::npos)
+        << saturated.errors;
+    EXPECT_EQ(line_count(saturated.errors), 2U) << saturated.errors;
+}
+
 TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
     simulate_series();
     expect_refused(calibrate({}, "cal_angle_000.0.png"), 1, "angle");
