@@ -112,7 +112,11 @@ public:
         reader_.fetch(place, fetched_);
         reader_.decode(fetched_);
         // The dark level is taken off the means: saturation shows only while it is in the samples.
-        preparation_.apply(fetched_.frame, place.name(), Dark_level::kept);
+        Sample_warnings const warnings =
+            preparation_.apply(fetched_.frame, place.name(), Dark_level::kept);
+        if (!warnings.dark.empty() && !std::exchange(has_warned_of_dark_, true)) {
+            warn(warnings.dark);
+        }
         return polarization::measure(
             {fetched_.frame.view(), setting.angle, setting.intensity, place.name()}, options_);
     }
@@ -122,6 +126,7 @@ private:
     Fetched_frame fetched_;
     Frame_preparation const& preparation_;
     polarization::Estimation_options const& options_;
+    bool has_warned_of_dark_ = false;
 };
 
 /// Every frame that cannot be used is named, and then there is no calibration: one that silently

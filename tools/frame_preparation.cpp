@@ -5,6 +5,8 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <algorithm>
+#include <cstdio>
+#include <numeric>
 #include <span>
 
 namespace polarize_tool {
@@ -45,9 +47,18 @@ void check_fit(Frame const& frame, Region const& region, std::string const& name
 }
 
 std::span<std::uint16_t const> samples_in_row(
-    Frame const& frame, Region const& part, std::size_t row) {
-    return std::span(frame.samples)
-        .subspan((part.row + row) * frame.width + part.column, part.width);
+    std::span<std::uint16_t const> samples, std::size_t width, Region const& part,
+    std::size_t row) {
+    return samples.subspan((part.row + row) * width + part.column, part.width);
+}
+
+double mean_of(std::span<std::uint16_t const> samples, std::size_t width, Region const& part) {
+    std::uint64_t sum = 0;
+    for (std::size_t row = 0; row < part.height; ++row) {
+        auto const line = samples_in_row(samples, width, part, row);
+        sum = std::accumulate(line.begin(), line.end(), sum);
+    }
+    return static_cast<double>(sum) / static_cast<double>(part.height * part.width);
 }
 
 } // namespace
@@ -89,7 +100,7 @@ void Frame_preparation::read_dark(
     dark_ = average.result();
 }
 
-std::string Frame_preparation::apply(
+Sample_warnings Frame_preparation::apply(
     Frame& frame, std::string const& name, Dark_level level) const {
     if (shift_ > 0) {
         shift_down(frame, shift_);
@@ -102,14 +113,14 @@ std::string Frame_preparation::apply(
     }
     Region const part = region_.value_or(Region{0, 0, frame.width, frame.height});
     check_fit(frame, part, name);
-    std::string warning = depth_warning(frame, part, name);
+    Sample_warnings warnings{depth_warning(frame, part, name), dark_warning(frame, part, name)};
     if (dark_ && level == Dark_level::subtracted) {
         polarization::subtract(frame.view(), *dark_, frame.samples);
     }
     if (region_) {
         cut(frame, part);
     }
-    return warning;
+    return warnings;
 }
 
 std::string Frame_preparation::depth_warning(
@@ -118,7 +129,7 @@ std::string Frame_preparation::depth_warning(
     // The bits of all samples together are quick to find and tell whether to look closer.
     unsigned bits = 0;
     for (std::size_t row = 0; row < part.height; ++row) {
-        for (std::uint16_t const sample : samples_in_row(frame, part, row)) {
+        for (std::uint16_t const sample : samples_in_row(frame.samples, frame.width, part, row)) {
             bits |= sample;
         }
     }
@@ -127,13 +138,30 @@ std::string Frame_preparation::depth_warning(
     }
     unsigned largest = 0;
     for (std::size_t row = 0; row < part.height; ++row) {
-        auto const samples = samples_in_row(frame, part, row);
+        auto const samples = samples_in_row(frame.samples, frame.width, part, row);
         largest = std::max<unsigned>(largest, *std::max_element(samples.begin(), samples.end()));
     }
     return name + ": has samples up to " + std::to_string(largest) + ", above the full scale " +
            std::to_string(limit) + " of bit depth " + std::to_string(bit_depth_) +
            "; the total intensity may clip; give a larger --bit-depth, or --shift for samples at "
            "the upper end of 16 bits";
+}
+
+std::string Frame_preparation::dark_warning(
+    Frame const& frame, Region const& part, std::string const& name) const {
+    if (!dark_) {
+        return {};
+    }
+    double const dark = mean_of(dark_->levels(), frame.width, part);
+    double const mean = mean_of(frame.samples, frame.width, part);
+    if (!(dark > mean)) {
+        return {};
+    }
+    char means[64];
+    std::snprintf(means, sizeof means, "%.1f, that of the frame %.1f", dark, mean);
+    return name + ": is darker than the dark level taken off it, whose mean is " + means +
+           "; what would fall below 0 clips to 0; give dark frames taken with the lens covered and "
+           "with the frame's exposure and gain";
 }
 
 } // namespace polarize_tool

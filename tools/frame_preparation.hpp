@@ -16,6 +16,14 @@ namespace polarize_tool {
 
 enum class Dark_level { subtracted, kept };
 
+/// A line each, or empty.
+struct Sample_warnings {
+    /// Samples were above the bit depth, dark level included.
+    std::string depth;
+    /// The dark frame is brighter than the frame.
+    std::string dark;
+};
+
 /// Moves samples down, subtracts the dark frame, and cuts out the region, in this order. Constant
 /// after construction, so that any number of threads may use it.
 class Frame_preparation {
@@ -34,14 +42,14 @@ public:
     std::optional<polarization::Dark_frame> const& dark() const { return dark_; }
 
     /// Saturation shows only while the dark level is kept. The dark frame has to fit even then.
-    /// @return a warning if samples were above the bit depth, dark level included, else empty
     /// @throws File_failure if frame, dark frame and region do not fit together
-    std::string apply(
+    Sample_warnings apply(
         Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted) const;
 
 private:
     std::string depth_warning(
         Frame const& frame, Region const& part, std::string const& name) const;
+    std::string dark_warning(Frame const& frame, Region const& part, std::string const& name) const;
     void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
 
     int bit_depth_;

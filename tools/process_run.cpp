@@ -112,9 +112,13 @@ void Process_run::work(Slot& slot) {
     naming(place, [&] {
         Frame& frame = slot.fetched.frame;
         reader_.decode(slot.fetched);
-        std::string const warning = preparation_.apply(frame, place.name());
-        if (!warning.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
-            warn(warning);
+        Sample_warnings const warnings = preparation_.apply(frame, place.name());
+        if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
+            warn(warnings.depth);
+        }
+        // The same dark frames are taken off all frames, so one line speaks for all.
+        if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
+            warn(warnings.dark);
         }
         slot.processor.run(frame);
         if (!has_checked_balance_.exchange(true)) {

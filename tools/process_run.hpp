@@ -62,6 +62,7 @@ private:
     std::vector<std::string> failures_;
     std::atomic<bool> is_exhausted_ = false;
     std::atomic<bool> has_warned_of_depth_ = false;
+    std::atomic<bool> has_warned_of_dark_ = false;
     std::atomic<bool> has_checked_balance_ = false;
     std::string output_failure_; // of standard output, by one thread at a time
     std::uint64_t pixels_ = 0;

@@ -77,10 +77,12 @@ void check_size(Frame const& frame, std::string const& name) {
 
 // A sample that has lost its dark level does not show any more that it was saturated.
 Inspection inspected(Frame frame, std::string const& name, Frame_preparation const& preparation) {
-    std::string const warning = preparation.apply(frame, name, Dark_level::kept);
+    Sample_warnings const warnings = preparation.apply(frame, name, Dark_level::kept);
     check_size(frame, name);
-    if (!warning.empty()) {
-        warn(warning);
+    for (std::string const& warning : {warnings.depth, warnings.dark}) {
+        if (!warning.empty()) {
+            warn(warning);
+        }
     }
     try {
         return inspect(frame.view(), preparation.bit_depth(), report_histogram_steps);

@@ -244,6 +244,24 @@ TEST_F(Calibrate_command, what_many_frames_have_in_common_is_said_once) {
     EXPECT_EQ(line_count(saturated.errors), 2U) << saturated.errors;
 }
 
+TEST_F(Calibrate_command, dark_frames_that_are_brighter_than_the_frames_are_told_once) {
+    simulate_series();
+    add_dark(1, 0, 0);
+    test_files::write(
+        folder_ / "dark.png",
+        test_files::encoded(cv::Mat(100, 120, CV_16UC1, cv::Scalar(4000)), ".png"));
+    Outcome const outcome = calibrate({"--dark", in_folder("dark.png")});
+    expect_refused(outcome, 1, "darker than the dark level");
+    // The warning, the fault of all frames, what was not written.
+    EXPECT_EQ(line_count(outcome.errors), 3U) << outcome.errors;
+    Outcome const processed = run(
+        {"process", in_folder("cal_angle_*.png"), "-o", in_folder("results"), "--phase", "2",
+         "--bit-depth", "12", "--planes", "s0", "--no-pictures", "--dark", in_folder("dark.png")});
+    EXPECT_EQ(processed.code, 0);
+    EXPECT_EQ(line_count(processed.errors), 1U) << processed.errors;
+    EXPECT_NE(processed.errors.find("clips to 0"), std::string::npos) << processed.errors;
+}
+
 TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
     simulate_series();
     expect_refused(calibrate({}, "cal_angle_000.0.png"), 1, "angle");
