@@ -206,6 +206,11 @@ std::vector<Polariser_setting> settings_from_table(
         auto const [place, is_new] = by_name.try_emplace(
             {name, rows.number("frame", 0.0)},
             Found{{rows.number("angle", 0.0), rows.number("intensity", 1.0)}, rows.line_number()});
+        if (!(place->second.setting.intensity > 0.0)) {
+            rows.fail(
+                "intensity '" + rows.text("intensity") +
+                "' is not above 0; give the light relative to the other frames");
+        }
         if (!is_new) {
             rows.fail(
                 "names " + name + " again, after line " + std::to_string(place->second.line) +

@@ -54,7 +54,7 @@ constexpr char const* angles_help =
     "`file,angle`, then a line for each frame. Further columns may be `intensity`, the light "
     "relative to other frames, and `frame`, the number in a file of many. Text in UTF-8, as "
     "spreadsheets save CSV: columns may be separated by semicolons or tabs instead, and numbers "
-    "then have a decimal comma; each file is named once";
+    "may then have a decimal comma; each file is named once";
 
 // Where the frames are measured: dark levels may change towards the borders.
 std::array<double, 4> dark_levels(
@@ -150,7 +150,8 @@ std::vector<polarization::Series_point> measure_all(
                 series.push_back(measure(place, settings[number]));
                 progress.add(series.back().height * series.back().width);
             } catch (polarization::Argument_error const& error) {
-                failures.add(place, name + error.what(), error.remedy());
+                bool const names_it = error.argument().find(place.name()) != std::string::npos;
+                failures.add(place, (names_it ? "" : name) + error.what(), error.remedy());
             } catch (File_failure const& failure) {
                 std::string const message = failure.what();
                 failures.add(

@@ -146,6 +146,7 @@ TEST_F(Calibrate_command, angles_from_a_table_agree_with_those_from_names) {
         {"file;angle\ncal_angle_000.0.png;1.000,5\n", "line 2: angle '1.000,5' is no number"},
         {"file;angle\ncal_angle_000.0.png;+-5\n", "line 2: angle '+-5' is no number"},
         {"file,angle\nx/a.png,0\n\n/y/a.png,0\n", "line 4: names a.png again, after line 2"},
+        {"file,angle,intensity\na.png,0,-1\n", "line 2: intensity '-1' is not above 0"},
         {"file,Angle,angle\n", "line 1 names the column 'angle' twice"},
         {"\xFF\xFE"
          "f",
@@ -242,6 +243,8 @@ TEST_F(Calibrate_command, what_many_frames_have_in_common_is_said_once) {
         std::string::npos)
         << saturated.errors;
     EXPECT_EQ(line_count(saturated.errors), 2U) << saturated.errors;
+    std::string const first = in_folder("cal_angle_000.0.png");
+    EXPECT_EQ(saturated.errors.find(first), saturated.errors.rfind(first)) << saturated.errors;
 }
 
 TEST_F(Calibrate_command, dark_frames_that_are_brighter_than_the_frames_are_told_once) {
