@@ -12,6 +12,7 @@ from pathlib import Path
 import pytest
 import zarr
 from batch_support import (
+    WITH_US,
     Gate,
     assert_equal,
     frames_of,
@@ -166,3 +167,19 @@ def test_a_cluster_of_ones_own_may_have_keys(tmp_path):
                 tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--scheduler", *line))
             assert code == 2 and not printed and errors.count("\n") == 1, errors
             assert errors.startswith(f"error: --scheduler {line[0]} {words}"), errors
+
+
+def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
+    program = """
+from veldrane_polarization import _batch_cluster
+with _batch_cluster.cluster(None, 1) as client:
+    (worker,) = client.scheduler_info()["workers"].values()
+    print(worker["local_directory"])
+    client.run(eval, "__import__('warnings').warn('of a slow disk')")
+"""
+    environment = {name: value for name, value in os.environ.items() if name != "PYTHONWARNINGS"}
+    done = subprocess.run([*WITH_US, "-B", "-c", program], capture_output=True, text=True,
+                          env=environment)
+    folder = Path(done.stdout.strip())
+    assert any(part.startswith("veldrane-") for part in folder.parts)
+    assert not folder.exists() and not done.stderr, done.stderr

@@ -6,7 +6,6 @@ import contextlib
 import errno
 import os
 import pydoc
-import subprocess
 from pathlib import Path
 from types import SimpleNamespace
 
@@ -15,7 +14,6 @@ import pytest
 import tifffile
 import zarr
 from batch_support import (
-    WITH_US,
     Made_up_client,
     assert_equal,
     completed,
@@ -399,19 +397,3 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
     assert not any(folder.exists() for folder in folders)
     # The next run may have other options.
     assert [file.name for file in tmp_path.iterdir()] == ["in.zarr"]
-
-
-def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
-    program = """
-from veldrane_polarization import _batch_cluster
-with _batch_cluster.cluster(None, 1) as client:
-    (worker,) = client.scheduler_info()["workers"].values()
-    print(worker["local_directory"])
-    client.run(eval, "__import__('warnings').warn('of a slow disk')")
-"""
-    environment = {name: value for name, value in os.environ.items() if name != "PYTHONWARNINGS"}
-    done = subprocess.run([*WITH_US, "-B", "-c", program], capture_output=True, text=True,
-                          env=environment)
-    folder = Path(done.stdout.strip())
-    assert any(part.startswith("veldrane-") for part in folder.parts)
-    assert not folder.exists() and not done.stderr, done.stderr
