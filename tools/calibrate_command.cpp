@@ -158,7 +158,7 @@ std::vector<polarization::Series_point> measure_all(
                     place, message,
                     message.starts_with(name) ? message.substr(name.size()) : message);
             } catch (std::exception const& error) {
-                failures.add(place, name + error.what(), error.what());
+                failures.add(place, name + reason_of(error), reason_of(error));
             }
         }
     }

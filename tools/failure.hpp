@@ -3,6 +3,7 @@
 #ifndef VELDRANE_TOOLS_FAILURE_HPP
 #define VELDRANE_TOOLS_FAILURE_HPP
 
+#include <exception>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -28,6 +29,9 @@ class Usage_error : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
 };
+
+/// What is wrong, for the user: an own error's line as it stands, the language's in own words.
+std::string reason_of(std::exception const& error);
 
 } // namespace polarize_tool
 

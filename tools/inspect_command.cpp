@@ -68,7 +68,7 @@ int run_inspect(Command_line const& line) {
         } catch (File_failure const& failure) {
             failures.emplace_back(failure.what());
         } catch (std::exception const& error) {
-            failures.push_back(place.name() + ": " + error.what());
+            failures.push_back(place.name() + ": " + reason_of(error));
         }
     }
     for (std::string const& failure : failures) {

@@ -8,7 +8,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <new>
 #include <opencv2/core/utils/logger.hpp>
 #include <sstream>
 #include <string>
@@ -97,10 +96,8 @@ int run(CLI::App& program, int argument_count, char** arguments, int const& exit
     } catch (polarize_tool::Interrupted const& interruption) {
         polarize_tool::complain(interruption.what());
         return polarize_tool::interrupted;
-    } catch (std::bad_alloc const&) {
-        polarize_tool::complain("out of memory; use a smaller frame");
     } catch (std::exception const& error) {
-        polarize_tool::complain(error.what());
+        polarize_tool::complain(polarize_tool::reason_of(error));
     }
     return polarize_tool::an_input_failed;
 }

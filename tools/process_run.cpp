@@ -59,7 +59,7 @@ void Process_run::naming(Frame_place const& place, Action action) {
             place.name(),
             "too large for the memory of this machine; give --region or fewer --jobs");
     } catch (std::exception const& error) {
-        throw File_failure(place.name(), error.what());
+        throw File_failure(place.name(), reason_of(error));
     }
 }
 

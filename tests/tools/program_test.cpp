@@ -1,7 +1,10 @@
 // The program as a whole: help, version, and the bar that only a terminal sees.
+#include "failure.hpp"
 #include "process_fixture.hpp"
 
 #include <gtest/gtest.h>
+#include <new>
+#include <system_error>
 
 namespace {
 
@@ -43,6 +46,18 @@ TEST(Program, help_and_version_that_cannot_be_written_fail) {
         EXPECT_NE(outcome.errors.find("standard output: cannot be written: "), std::string::npos)
             << outcome.errors;
     }
+}
+
+TEST(Program, errors_of_the_language_are_told_in_own_words) {
+    using polarize_tool::reason_of;
+    std::string const memory = "too large for the memory of this machine; use a smaller frame";
+    EXPECT_EQ(reason_of(std::bad_alloc()), memory);
+    EXPECT_EQ(reason_of(std::length_error("vector::_M_default_append")), memory);
+    EXPECT_EQ(
+        reason_of(std::filesystem::filesystem_error(
+            "cannot copy", std::make_error_code(std::errc::permission_denied))),
+        "the system refuses: Permission denied");
+    EXPECT_EQ(reason_of(polarize_tool::File_failure("a.png", "is odd")), "a.png: is odd");
 }
 
 class Progress_bar : public Process_command {};
