@@ -15,6 +15,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "visible_text.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -118,7 +119,8 @@ public:
             warn(warnings.dark);
         }
         return polarization::measure(
-            {fetched_.frame.view(), setting.angle, setting.intensity, place.name()}, options_);
+            {fetched_.frame.view(), setting.angle, setting.intensity, utf8(place.name())},
+            options_);
     }
 
 private:
@@ -191,6 +193,10 @@ void refuse_lost_files(
 }
 
 void run_calibrate(Command_line& line) {
+    if (!is_utf8(line.sensor)) {
+        throw Usage_error(
+            "--sensor is " + line.sensor + ", which is not UTF-8; give a name in UTF-8");
+    }
     auto const raw = line.input.raw_layout();
     polarization::Mosaic const mosaic = line.mosaic.required();
     // The whole frame is kept, since the mosaic is that of the whole frame.
@@ -229,7 +235,7 @@ void run_calibrate(Command_line& line) {
         warn(warning);
     }
     if (!line.is_quiet) {
-        say(calibration_table(calibration));
+        say_lines(calibration_table(calibration));
         say("wrote " + line.output.string() + " " + line.plot.string());
     }
 }

@@ -6,6 +6,7 @@
 #include "inspection.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "visible_text.hpp"
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -42,7 +43,7 @@ std::string inspected(Frame const& frame, std::string const& name, Command_line 
         answer = phase_behind_polariser(inspection.positions, *line.polariser_angle);
     }
     return line.as_json ? inspection_json(name, inspection, answer)
-                        : inspection_text(name, inspection, answer);
+                        : inspection_text(visible(name), inspection, answer);
 }
 
 int run_inspect(Command_line const& line) {
@@ -60,7 +61,7 @@ int run_inspect(Command_line const& line) {
             reader.fetch(place, fetched);
             reader.decode(fetched);
             std::string const text = inspected(fetched.frame, place.name(), line);
-            say(is_first || line.as_json ? text : "\n" + text);
+            say_lines(is_first || line.as_json ? text : "\n" + text);
             is_first = false;
         } catch (Output_exhausted const& failure) {
             failures.emplace_back(failure.what());

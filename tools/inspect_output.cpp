@@ -1,5 +1,7 @@
 #include "inspect_output.hpp"
 
+#include "visible_text.hpp"
+
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
@@ -200,7 +202,7 @@ std::string inspection_json(
     std::string const& name, Inspection const& inspection,
     std::optional<Phase_answer> const& answer) {
     nlohmann::ordered_json json;
-    json["frame"] = name;
+    json["frame"] = utf8(name);
     json["width"] = inspection.width;
     json["height"] = inspection.height;
     json["samples"] = {
@@ -230,8 +232,7 @@ std::string inspection_json(
     json["phase"] = phase_json(answer);
     json["histogram"] = {{"end", inspection.histogram_end}, {"counts", inspection.histogram}};
     json["warnings"] = inspection_warnings(inspection);
-    // File names are bytes; those that are no UTF-8 must not stop the output.
-    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return json.dump();
 }
 
 } // namespace polarize_tool

@@ -65,7 +65,7 @@ int answer(CLI::App const& program, CLI::ParseError const& request) {
         lines.pop_back();
     }
     try {
-        polarize_tool::say(lines);
+        polarize_tool::say_lines(lines);
     } catch (polarize_tool::File_failure const& failure) {
         polarize_tool::complain(failure.what());
         return polarize_tool::an_input_failed;

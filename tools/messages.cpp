@@ -1,7 +1,9 @@
 #include "messages.hpp"
 
 #include "failure.hpp"
+#include "visible_text.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -34,13 +36,27 @@ void write_error(std::string const& text) {
 }
 
 std::string message(std::string const& line) {
-    return "veldrane-polarize: " + line + "\n";
+    return "veldrane-polarize: " + visible(line) + "\n";
 }
 
 void print_error_line(std::string const& line) {
     std::lock_guard const lock(output_mutex);
     std::string const erase = status.empty() ? "" : start_of_line_and_erase;
     write_error(erase + message(line) + status);
+}
+
+void print(std::string const& text) {
+    std::lock_guard const lock(output_mutex);
+    if (!status.empty()) {
+        write_error(start_of_line_and_erase);
+    }
+    bool const is_out = std::printf("%s\n", text.c_str()) >= 0 && std::fflush(stdout) == 0;
+    int const error = errno;
+    write_error(status);
+    if (!is_out) {
+        throw Output_exhausted(
+            "standard output", std::string("cannot be written: ") + std::strerror(error));
+    }
 }
 
 } // namespace
@@ -64,17 +80,17 @@ void complain_at_once(std::string const& line) {
 }
 
 void say(std::string const& line) {
-    std::lock_guard const lock(output_mutex);
-    if (!status.empty()) {
-        write_error(start_of_line_and_erase);
+    print(visible(line));
+}
+
+void say_lines(std::string const& text) {
+    std::string shown;
+    for (std::size_t start = 0; start <= text.size();) {
+        std::size_t const end = std::min(text.find('\n', start), text.size());
+        shown.append(start == 0 ? "" : "\n").append(visible(text.substr(start, end - start)));
+        start = end + 1;
     }
-    bool const is_out = std::printf("%s\n", line.c_str()) >= 0 && std::fflush(stdout) == 0;
-    int const error = errno;
-    write_error(status);
-    if (!is_out) {
-        throw Output_exhausted(
-            "standard output", std::string("cannot be written: ") + std::strerror(error));
-    }
+    print(shown);
 }
 
 bool error_output_is_terminal() {

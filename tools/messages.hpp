@@ -1,5 +1,6 @@
 /// @file
-/// What the program says: results on standard output, everything else on standard error.
+/// What the program says: results on standard output, everything else on standard error. Names of
+/// files hold what their givers like; nothing of it reaches a terminal but as `visible` text.
 #ifndef VELDRANE_TOOLS_MESSAGES_HPP
 #define VELDRANE_TOOLS_MESSAGES_HPP
 
@@ -18,6 +19,9 @@ void complain_at_once(std::string const& line);
 /// One line on standard output.
 /// @throws Output_exhausted if it cannot be written, also when nobody reads it any more
 void say(std::string const& line);
+
+/// The same for a text of lines. A name in it can forge one, so it goes in as `visible` text.
+void say_lines(std::string const& text);
 
 /// True if somebody watches standard error.
 bool error_output_is_terminal();

@@ -1,5 +1,7 @@
 #include "report_encoding.hpp"
 
+#include "visible_text.hpp"
+
 #include <algorithm>
 #include <stdexcept>
 #include <zlib.h>
@@ -47,7 +49,7 @@ std::string data_uri(std::string_view media_type, std::span<std::uint8_t const> 
 
 std::string html_text(std::string_view text) {
     std::string escaped;
-    for (char const character : text) {
+    for (char const character : visible(text)) {
         switch (character) {
         case '&':
             escaped += "&amp;";

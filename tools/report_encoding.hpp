@@ -18,7 +18,7 @@ std::string base64(std::span<std::uint8_t const> bytes);
 /// A URI that is the file: "data:image/png;base64,...".
 std::string data_uri(std::string_view media_type, std::span<std::uint8_t const> bytes);
 
-/// Text between tags or in a quoted attribute.
+/// Text between tags or in a quoted attribute, as `visible` text.
 std::string html_text(std::string_view text);
 
 /// JSON that may stand in a script element: no less-than sign, so nothing ends the element.

@@ -1,6 +1,7 @@
 #include "sidecar.hpp"
 
 #include "veldrane_mrv/polarization/build_identification.hpp"
+#include "visible_text.hpp"
 
 #include <array>
 #include <nlohmann/json.hpp>
@@ -103,7 +104,7 @@ Json placement_of(Plane plane, Processing const& processing) {
 }
 
 Json source_of(Frame_place const& place, Origin const& origin) {
-    Json source = {{"file", place.file.string()}, {"frame", place.index}};
+    Json source = {{"file", utf8(place.file.string())}, {"frame", place.index}};
     if (origin.region) {
         source["region"] = {
             {"column", origin.region->column},
@@ -115,7 +116,7 @@ Json source_of(Frame_place const& place, Origin const& origin) {
     source["dark_frame_subtracted"] = !origin.dark_files.empty();
     source["dark_frames"] = Json::array();
     for (std::filesystem::path const& file : origin.dark_files) {
-        source["dark_frames"].push_back(file.string());
+        source["dark_frames"].push_back(utf8(file.string()));
     }
     return source;
 }
@@ -125,7 +126,7 @@ Json calibration_of(Origin const& origin) {
         return "ideal analysers";
     }
     return {
-        {"file", origin.calibration_file.string()},
+        {"file", utf8(origin.calibration_file.string())},
         {"time", origin.calibration->provenance.time},
         {"sensor", origin.calibration->provenance.sensor},
         {"rms_residual", origin.calibration->quality.rms_residual}};
@@ -139,7 +140,7 @@ std::string sidecar(
     Numbers const numbers = numbers_of(plane, processing);
     polarization::Mosaic const& mosaic = processing.settings.mosaic;
     Json json = {
-        {"file", file.filename().string()},
+        {"file", utf8(file.filename().string())},
         {"plane", name_of(plane)},
         {"meaning", meaning_of(plane)},
         {"width", array.width()},
@@ -167,8 +168,7 @@ std::string sidecar(
          {{"name", "veldrane-polarize"},
           {"version", polarization::software_version()},
           {"processor", polarization::processor_identification()}}}};
-    // File names need not be UTF-8.
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    return json.dump(2) + "\n";
 }
 
 } // namespace polarize_tool

@@ -9,6 +9,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
+#include "visible_text.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -100,7 +101,7 @@ std::string add_truth(Staged_files& files, Truth const& truth, Simulate_options 
         Array_view const array(
             std::span<float const>(plane), options.settings.width, options.settings.height);
         files.add(file, {encode(array, File_format::tiff).head, array.bytes()});
-        names += "\n  " + file.string();
+        names += "\n  " + visible(file.string());
     }
     return names;
 }
@@ -147,7 +148,7 @@ std::string add_scene(Staged_files& files, Simulate_options const& options) {
         writer.write(record(light, options.settings, number), file);
         progress.add(light.size());
     }
-    std::string line = options.output.string() + ": ";
+    std::string line = visible(options.output.string()) + ": ";
     if (options.frames > 1) {
         line += std::to_string(options.frames) + " frames of ";
     }
@@ -182,7 +183,7 @@ std::string add_series(Staged_files& files, Simulate_options const& options) {
     }
     fs::path const list = with_suffix(options.output.parent_path(), options.output, "_angles.csv");
     files.add(list, table);
-    return list.string() + ": " + std::to_string(angles.size()) + " angles, frames of " +
+    return visible(list.string()) + ": " + std::to_string(angles.size()) + " angles, frames of " +
            sensor_line(options);
 }
 
@@ -242,7 +243,7 @@ void run_simulate(Simulate_options const& options) {
     throw_if_interrupted();
     files.publish();
     if (!options.is_quiet) {
-        say(line);
+        say_lines(line);
     }
 }
 
