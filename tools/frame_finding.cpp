@@ -153,8 +153,9 @@ std::vector<Frame_place> selected(
     std::vector<Frame_place> const& frames, Frame_selection const& selection) {
     std::vector<Frame_place> chosen;
     std::size_t const stop = std::min(selection.stop.value_or(frames.size()), frames.size());
-    for (std::size_t number = selection.start; number < stop; number += selection.step) {
+    for (std::size_t number = selection.start; number < stop;) {
         chosen.push_back(frames[number]);
+        number += std::min(selection.step, stop - number); // a large step would wrap around
     }
     return chosen;
 }

@@ -6,6 +6,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <gtest/gtest.h>
+#include <limits>
 
 namespace {
 
@@ -65,6 +66,7 @@ TEST(Frame_finding, selection_counts_over_all_inputs) {
     EXPECT_EQ(chosen({3, std::nullopt, 1}), "de");
     EXPECT_EQ(chosen({9, std::nullopt, 1}), "");
     EXPECT_EQ(chosen({0, 99, 3}), "ad");
+    EXPECT_EQ(chosen({2, std::nullopt, std::numeric_limits<std::size_t>::max()}), "c");
 }
 
 TEST(Progress_line, tells_part_rate_and_rest) {
