@@ -10,6 +10,7 @@
 #include "input_files.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "option_values.hpp"
 #include "progress.hpp"
 #include "staged_files.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -263,13 +264,11 @@ void add_calibrate_command(CLI::App& program, int& /*exit_code*/) {
         ->type_name("FILE.png");
     command.add_option("--sensor", line->sensor, "Name of the sensor, for the file")
         ->type_name("NAME");
-    command
-        .add_option(
-            "--source-degree", line->source_degree,
-            "Degree of polarisation of the light behind the polariser, above 0 to 1")
-        ->check(CLI::Range(0.01, 1.0))
-        ->check(finite_number)
-        ->capture_default_str();
+    add_number(
+        command, "--source-degree", {0.01, 1.0},
+        "Degree of polarisation of the light behind the polariser",
+        [line](double degree) { line->source_degree = degree; })
+        ->default_str("1");
     command.add_flag("--overwrite", line->overwrites, "Replace files that are there");
     command.add_flag("-q,--quiet", line->is_quiet, "Say nothing but what went wrong");
     command.footer(example);

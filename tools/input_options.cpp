@@ -1,12 +1,12 @@
 #include "input_options.hpp"
 
 #include "failure.hpp"
+#include "option_values.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <CLI/CLI.hpp>
 #include <array>
 #include <charconv>
-#include <cmath>
 
 namespace polarize_tool {
 namespace {
@@ -19,21 +19,18 @@ constexpr int largest_side = 1 << 20;
 constexpr std::uint64_t largest_header = std::uint64_t{1} << 62;
 constexpr std::size_t largest_stride = std::size_t{1} << 40;
 
-} // namespace
-
-std::string finite_number(std::string const& text) {
-    double number = 0.0;
-    bool const is_number = CLI::detail::lexical_cast(text, number);
-    return is_number && !std::isfinite(number) ? text + " is no finite number" : "";
+std::vector<std::string> pixel_format_names() {
+    std::vector<std::string> names;
+    for (polarization::Pixel_format const format : polarization::all_pixel_formats) {
+        names.emplace_back(name_of(format));
+    }
+    return names;
 }
+
+} // namespace
 
 std::optional<Raw_layout> Input_options::raw_layout() const {
     if (pixel_format.empty()) {
-        if (width != 0 || height != 0 || header_bytes != 0 || stride != 0) {
-            throw Usage_error(
-                "--width, --height, --header-bytes and --stride describe raw samples; give "
-                "--pixel-format as well");
-        }
         return std::nullopt;
     }
     if (width == 0 || height == 0) {
@@ -46,48 +43,49 @@ std::optional<Raw_layout> Input_options::raw_layout() const {
     }
 }
 
-void add_input_options(CLI::App& command, Input_options& options) {
-    command
-        .add_option(
-            "frames", options.inputs,
-            "Raw frames: grey PNG, PGM or TIFF (of one or many pictures) of 8 or 16 bits, folders "
-            "of them, or quoted patterns such as 'run3/*.png'. With --pixel-format files of bare "
-            "samples that hold one or many frames")
+CLI::Option* add_pixel_format(CLI::App& command, std::string& name, std::string const& help) {
+    std::vector<std::string> const names = pixel_format_names();
+    return add_choice(command, "--pixel-format", names, help, [&name, names](std::size_t place) {
+        name = names[place];
+    });
+}
+
+void add_input_options(CLI::App& command, Input_options& options, Frame_choice choice) {
+    add_words(
+        command, "frames", options.inputs,
+        "Raw frames: grey PNG, PGM or TIFF (of one or many pictures) of 8 or 16 bits, folders "
+        "of them, or quoted patterns such as 'run3/*.png'. With --pixel-format files of bare "
+        "samples that hold one or many frames")
+        ->expected(CLI::detail::expected_max_vector_size)
         ->required()
         ->type_name("FRAME");
     std::string const raw = "Raw samples";
-    command
-        .add_option(
-            "--pixel-format", options.pixel_format,
-            "Mono8, Mono10, Mono12, Mono14, Mono16, Mono10p, Mono12p, Mono10Packed or "
-            "Mono12Packed; every row begins at a whole byte, so one that ends within a byte is "
-            "filled up")
-        ->type_name("NAME")
-        ->group(raw);
-    command.add_option("--width", options.width, "Columns of a frame")
-        ->check(CLI::Range(1, largest_side))
-        ->group(raw);
-    command.add_option("--height", options.height, "Rows of a frame")
-        ->check(CLI::Range(1, largest_side))
-        ->group(raw);
-    command
-        .add_option("--header-bytes", options.header_bytes, "Bytes of the file before the samples")
-        ->check(CLI::Range(std::uint64_t{0}, largest_header))
-        ->group(raw);
-    command
-        .add_option(
-            "--stride", options.stride, "Bytes from one row to the next; without it rows adjoin")
-        ->check(CLI::Range(std::size_t{1}, largest_stride))
-        ->group(raw);
+    CLI::Option* const format =
+        add_pixel_format(
+            command, options.pixel_format,
+            "How samples lie in bytes; every row begins at a whole byte, so one that ends within a "
+            "byte is filled up")
+            ->group(raw);
+    Whole_range const side = {1, largest_side};
+    auto const of_raw = [format, &raw](CLI::Option* option) { option->needs(format)->group(raw); };
+    of_raw(add_whole_number(command, "--width", options.width, side, "Columns of a frame"));
+    of_raw(add_whole_number(command, "--height", options.height, side, "Rows of a frame"));
+    of_raw(add_whole_number(
+        command, "--header-bytes", options.header_bytes, {0, largest_header},
+        "Bytes of the file before the samples"));
+    of_raw(add_whole_number(
+        command, "--stride", options.stride, {1, largest_stride},
+        "Bytes from one row to the next; without it rows adjoin"));
     std::string const selection = "Choice of frames, counted from 0 over all inputs";
-    command.add_option("--start", options.selection.start, "First frame")
-        ->check(CLI::NonNegativeNumber)
+    add_whole_number(command, "--start", options.selection.start, {}, "First frame")
         ->group(selection);
-    command.add_option("--stop", options.selection.stop, "Frame behind the last one")
-        ->check(CLI::NonNegativeNumber)
+    if (choice == Frame_choice::one) {
+        return;
+    }
+    add_whole_number(command, "--stop", options.selection.stop, {}, "Frame behind the last one")
         ->group(selection);
-    command.add_option("--step", options.selection.step, "Take each STEP-th frame")
-        ->check(CLI::PositiveNumber)
+    add_whole_number(
+        command, "--step", options.selection.step, {.least = 1}, "Take each STEP-th frame")
         ->group(selection);
 }
 
@@ -108,7 +106,8 @@ std::optional<Region> Sample_options::region() const {
     }
     if (!is_good || numbers[2] == 0 || numbers[3] == 0) {
         throw Usage_error(
-            "--region " + region_text + " is no COLUMN,ROW,WIDTH,HEIGHT, such as 0,512,2448,1024");
+            "--region is " + region_text +
+            "; give COLUMN,ROW,WIDTH,HEIGHT in decimal digits, such as 0,512,2448,1024");
     }
     return Region{numbers[0], numbers[1], numbers[2], numbers[3]};
 }
@@ -124,28 +123,23 @@ int Sample_options::depth(std::optional<Raw_layout> const& raw) const {
 }
 
 void add_sample_options(CLI::App& command, Sample_options& options) {
-    command
-        .add_option(
-            "--bit-depth", options.bit_depth,
-            "Significant bits B of a sample, 1 to 16; required for images, else that of the pixel "
-            "format")
-        ->check(CLI::Range(1, 16));
-    command
-        .add_option(
-            "--shift", options.shift,
-            "Move samples down by so many bits, for those that lie at the upper end of 16")
-        ->type_name("BITS")
-        ->check(CLI::Range(0, 15));
+    add_whole_number(
+        command, "--bit-depth", options.bit_depth, {1, 16},
+        "Significant bits B of a sample, 1 to 16; required for images, else that of the pixel "
+        "format");
+    add_whole_number(
+        command, "--shift", options.shift, {0, 15},
+        "Move samples down by so many bits, for those that lie at the upper end of 16");
     command
         .add_option(
             "--region", options.region_text,
             "Take this part of each frame. The mosaic is given for the whole frame: an odd COLUMN "
             "or ROW is taken care of")
         ->type_name("COLUMN,ROW,WIDTH,HEIGHT");
-    command
-        .add_option(
-            "--dark", options.dark_frames,
-            "Frames taken without light, or folders or patterns of them; their mean is subtracted")
+    add_words(
+        command, "--dark", options.dark_frames,
+        "A frame taken without light, or a folder or pattern of such; may be given again. Their "
+        "mean is subtracted")
         ->type_name("FRAME");
 }
 
@@ -175,9 +169,7 @@ polarization::Mosaic Mosaic_options::required() const {
 }
 
 void add_mosaic_options(CLI::App& command, Mosaic_options& options) {
-    command.add_option("--phase", options.phase, phase_help)
-        ->check(CLI::Range(0, 3))
-        ->type_name("P");
+    add_whole_number(command, "--phase", options.phase, {0, 3}, phase_help);
     command
         .add_option(
             "--layout", options.layout,

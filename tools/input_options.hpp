@@ -15,17 +15,14 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace polarize_tool {
 
 inline constexpr char const* phase_help =
     "Mosaic, top-left cell row by row in degrees: 0: 0 135 / 45 90, 1: 45 90 / 0 135, "
     "2: 90 45 / 135 0, 3: 135 0 / 90 45";
-
-/// Check of an option: what is wrong with the number, or nothing. A range lets NaN through, which
-/// is neither below nor above anything.
-std::string finite_number(std::string const& text);
 
 /// FRAME..., the description of raw ones, and --start, --stop and --step.
 struct Input_options {
@@ -41,7 +38,14 @@ struct Input_options {
     /// @throws Usage_error if the options do not fit together
     std::optional<Raw_layout> raw_layout() const;
 };
-void add_input_options(CLI::App& command, Input_options& options);
+
+/// How many frames a command takes: one has a --start alone.
+enum class Frame_choice { many, one };
+void add_input_options(
+    CLI::App& command, Input_options& options, Frame_choice choice = Frame_choice::many);
+
+/// --pixel-format, in whatever case; `name` gets the one of the convention.
+CLI::Option* add_pixel_format(CLI::App& command, std::string& name, std::string const& help);
 
 /// Part of a frame, in pixels.
 struct Region {

@@ -6,6 +6,7 @@
 #include "inspection.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "option_values.hpp"
 #include "visible_text.hpp"
 
 #include <CLI/CLI.hpp>
@@ -86,15 +87,12 @@ void add_inspect_command(CLI::App& program, int& exit_code) {
     CLI::App& command = *program.add_subcommand(
         "inspect", "Tells what raw frames say about their camera: depth, saturation, mosaic.");
     add_input_options(command, line->input);
-    command
-        .add_option(
-            "--bit-depth", line->bit_depth,
-            "Significant bits of a sample, if known, for the full scale; otherwise guessed")
-        ->check(CLI::Range(1, 16));
-    command.add_option("--polarizer-angle", line->polariser_angle, angle_help)
-        ->type_name("DEG")
-        ->check(CLI::Range(-360.0, 360.0))
-        ->check(finite_number);
+    add_whole_number(
+        command, "--bit-depth", line->bit_depth, {1, 16},
+        "Significant bits of a sample, if known, for the full scale; otherwise guessed");
+    add_number(command, "--polarizer-angle", {-360.0, 360.0}, angle_help, [line](double angle) {
+        line->polariser_angle = angle;
+    })->type_name("DEG");
     command.add_flag("--json", line->as_json, "One JSON object a frame, each on a line of its own");
     command.footer(example);
     command.callback([line, &exit_code] { exit_code = run_inspect(*line); });

@@ -1,3 +1,4 @@
+#include "command_words.hpp"
 #include "commands.hpp"
 #include "failure.hpp"
 #include "interruption.hpp"
@@ -11,28 +12,10 @@
 #include <opencv2/core/utils/logger.hpp>
 #include <sstream>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
-
-// One line, whatever the parser's message holds.
-std::string usage_line(CLI::Error const& error) {
-    std::string line = error.what();
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    return line + " (see veldrane-polarize --help-all)";
-}
-
-// The parser would only say that a subcommand is missing.
-std::string unknown_subcommand(CLI::App const& program, std::string const& word) {
-    std::string known;
-    for (CLI::App const* const command :
-         program.get_subcommands([](CLI::App const*) { return true; })) {
-        if (command->get_name() == word) {
-            return {};
-        }
-        known += (known.empty() ? "" : ", ") + command->get_name();
-    }
-    return "unknown subcommand '" + word + "'; there are: " + known;
-}
 
 // Breaks descriptions between words, so that a line fits a terminal of 100 columns.
 class Wrapping_formatter : public CLI::Formatter {
@@ -73,22 +56,18 @@ int answer(CLI::App const& program, CLI::ParseError const& request) {
     return exit_code;
 }
 
-int run(CLI::App& program, int argument_count, char** arguments, int const& exit_code) {
-    if (argument_count > 1 && arguments[1][0] != '-') {
-        std::string const problem = unknown_subcommand(program, arguments[1]);
-        if (!problem.empty()) {
-            polarize_tool::complain(problem);
-            return polarize_tool::wrong_usage;
-        }
-    }
+int run(CLI::App& program, std::vector<std::string> const& arguments, int const& exit_code) {
     try {
-        program.parse(argument_count, arguments);
+        std::vector<std::string> words = polarize_tool::checked_words(program, arguments);
+        std::reverse(words.begin(), words.end()); // the parser takes them from the end
+        program.parse(std::move(words));
         return exit_code;
     } catch (CLI::ParseError const& error) {
         if (error.get_exit_code() == 0) {
             return answer(program, error);
         }
-        polarize_tool::complain(usage_line(error));
+        polarize_tool::complain(
+            "the command line is not understood; see veldrane-polarize --help-all");
         return polarize_tool::wrong_usage;
     } catch (polarize_tool::Usage_error const& error) {
         polarize_tool::complain(error.what());
@@ -127,5 +106,6 @@ int main(int argument_count, char** arguments) {
     polarize_tool::add_report_command(program, exit_code);
     polarize_tool::add_simulate_command(program, exit_code);
     polarize_tool::add_calibrate_command(program, exit_code);
-    return run(program, argument_count, arguments, exit_code);
+    return run(
+        program, {arguments + std::min(argument_count, 1), arguments + argument_count}, exit_code);
 }

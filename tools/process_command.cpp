@@ -1,12 +1,12 @@
 #include "commands.hpp"
 #include "failure.hpp"
+#include "option_values.hpp"
 #include "process_run.hpp"
 #include "transform_settings.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -84,7 +84,7 @@ constexpr char const* example =
 
 polarization::Plane_set planes_of(std::string const& list) {
     try {
-        return polarization::parse_planes(list);
+        return polarization::parse_planes(lower_case(list));
     } catch (polarization::Argument_error const& error) {
         throw Usage_error(std::string("--planes: ") + error.what());
     }
@@ -149,12 +149,6 @@ int run_process(Command_line& line, bool pictures_given) {
     return Process_run(line.run, preparation, results)();
 }
 
-// The words of a choice without the numbers behind them.
-template <class Choice>
-CLI::Validator one_of(std::map<std::string, Choice> const& choices, std::string const& words) {
-    return CLI::CheckedTransformer(choices).description(words);
-}
-
 void add_plane_options(CLI::App& command, Command_line& line) {
     std::string const group = "Planes";
     command.add_option("--planes", line.planes, planes_help)
@@ -164,11 +158,9 @@ void add_plane_options(CLI::App& command, Command_line& line) {
     command.add_option("--calibration", line.calibration_file, calibration_help)
         ->type_name("FILE.json")
         ->group(group);
-    std::map<std::string, Mode> const modes = {
-        {"fast", Mode::fast}, {"calibrated", Mode::calibrated}};
-    command.add_option("--mode", line.mode, mode_help)
-        ->transform(one_of(modes, "fast|calibrated"))
-        ->type_name("CHOICE")
+    add_choice<Mode>(
+        command, "--mode", line.mode, {{"fast", Mode::fast}, {"calibrated", Mode::calibrated}},
+        mode_help)
         ->group(group);
     command
         .add_flag(
@@ -176,15 +168,12 @@ void add_plane_options(CLI::App& command, Command_line& line) {
             "S1 and S2 with their signs, as 32-bit integers, by two passes; otherwise negative "
             "ones are stored as 0")
         ->group(group);
-    std::map<std::string, Units> const units = {
-        {"scaled", Units::scaled}, {"degrees", Units::degrees}, {"radians", Units::radians}};
-    command.add_option("--units", line.units, units_help)
-        ->transform(one_of(units, "scaled|degrees|radians"))
-        ->type_name("CHOICE")
+    add_choice<Units>(
+        command, "--units", line.units,
+        {{"scaled", Units::scaled}, {"degrees", Units::degrees}, {"radians", Units::radians}},
+        units_help)
         ->group(group);
-    command.add_option("--full-scale", line.full_scale, full_scale_help)
-        ->type_name("N")
-        ->check(CLI::Range(1, 65535))
+    add_whole_number(command, "--full-scale", line.full_scale, {1, 65535}, full_scale_help)
         ->group(group);
 }
 
@@ -195,17 +184,13 @@ void add_output_options(CLI::App& command, Command_line& line) {
         ->required()
         ->type_name("DIR")
         ->group(group);
-    std::map<std::string, File_format> const formats = {
-        {"tiff", File_format::tiff},
-        {"png", File_format::png},
-        {"raw", File_format::raw},
-        {"npy", File_format::npy}};
-    command
-        .add_option(
-            "--format", line.results.format,
-            "tiff (uncompressed), png (16-bit planes only), npy (NumPy), or raw: the numbers alone")
-        ->transform(one_of(formats, "tiff|png|raw|npy"))
-        ->type_name("CHOICE")
+    add_choice<File_format>(
+        command, "--format", line.results.format,
+        {{"tiff", File_format::tiff},
+         {"png", File_format::png},
+         {"raw", File_format::raw},
+         {"npy", File_format::npy}},
+        "tiff (uncompressed), png (16-bit planes only), npy (NumPy), or raw: the numbers alone")
         ->group(group);
     command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
     CLI::Option* const overwrite =
@@ -214,16 +199,13 @@ void add_output_options(CLI::App& command, Command_line& line) {
     command.add_flag("--skip-existing", line.run.passes_over_done, skip_help)
         ->excludes(overwrite)
         ->group(group);
-    command.add_option("-j,--jobs", line.run.jobs, jobs_help)
-        ->check(CLI::Range(0, 1024))
-        ->capture_default_str()
+    add_whole_number(command, "-j,--jobs", line.run.jobs, {0, 1024}, jobs_help)
+        ->default_str("0")
         ->group(group);
-    command
-        .add_option(
-            "--repeat", line.repetitions,
-            "Run the transform so many times, 1 to 100000, and print the best and median time")
-        ->check(CLI::Range(1, 100000))
-        ->capture_default_str()
+    add_whole_number(
+        command, "--repeat", line.repetitions, {1, 100000},
+        "Run the transform so many times, 1 to 100000, and print the best and median time")
+        ->default_str("1")
         ->group(group);
     command.add_flag("-q,--quiet", line.run.is_quiet, "Say nothing but what went wrong")
         ->group(group);

@@ -5,6 +5,7 @@
 #include "input_files.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "option_values.hpp"
 #include "processing.hpp"
 #include "report_page.hpp"
 #include "staged_files.hpp"
@@ -49,7 +50,7 @@ Frame_place place_of(Command_line const& line) {
     if (line.input.inputs.size() != 1) {
         throw Usage_error(
             "a report shows one frame, but " + std::to_string(line.input.inputs.size()) +
-            " inputs are given; make one report for each");
+            " inputs are given, the second " + line.input.inputs[1] + "; make one report for each");
     }
     Frame_selection selection = line.input.selection;
     selection.stop = selection.start + 1;
@@ -188,7 +189,7 @@ void add_report_command(CLI::App& program, int& exit_code) {
     CLI::App& command = *program.add_subcommand(
         "report",
         "Makes one HTML page of a frame, with pictures, figures and every pixel's values.");
-    add_input_options(command, line->input);
+    add_input_options(command, line->input, Frame_choice::one);
     add_sample_options(command, line->samples);
     add_mosaic_options(command, line->mosaic);
     command
@@ -196,12 +197,9 @@ void add_report_command(CLI::App& program, int& exit_code) {
             "--calibration", line->calibration_file,
             "Calibration of this sensor, as `calibrate` writes it; it also tells the mosaic")
         ->type_name("FILE.json");
-    command
-        .add_option(
-            "--full-scale", line->full_scale,
-            "Full scale of the planes in the page, as for `process`; 65535 without this option")
-        ->type_name("N")
-        ->check(CLI::Range(1, 65535));
+    add_whole_number(
+        command, "--full-scale", line->full_scale, {1, 65535},
+        "Full scale of the planes in the page, as for `process`; 65535 without this option");
     command.add_option("-o,--output", line->file, "The page")->required()->type_name("PAGE.html");
     command.add_flag("--overwrite", line->overwrites, "Replace a page that is there");
     command.footer(example);

@@ -1,11 +1,15 @@
 #include "commands.hpp"
 #include "failure.hpp"
 #include "input_options.hpp"
+#include "option_values.hpp"
 #include "simulate_run.hpp"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <filesystem>
+#include <limits>
 #include <memory>
+#include <sstream>
 #include <string>
 
 namespace polarize_tool {
@@ -24,35 +28,35 @@ struct Flags {
     bool imperfect = false;
     bool overwrites = false;
     Analyser_spread spread;
+    CLI::Option const* pixel_format = nullptr;
 };
 
-std::string output_name_problem(std::string const& name) {
-    auto const ending = std::filesystem::path(name).extension();
-    return ending == ".png" || ending == ".raw" ? std::string()
-                                                : name + " must end in .png or .raw";
+constexpr std::uint64_t largest_seed = std::numeric_limits<std::int64_t>::max();
+
+void check_output_name(std::filesystem::path const& file) {
+    auto const ending = file.extension();
+    if (ending != ".png" && ending != ".raw") {
+        throw Usage_error("--output is " + file.string() + "; the name must end in .png or .raw");
+    }
 }
 
 void add_sensor_options(CLI::App& command, Simulation_settings& settings, Flags& flags) {
-    command.add_option("--width", settings.width, "Columns, 2 to 16384")
-        ->check(CLI::Range(2, 16384))
-        ->capture_default_str();
-    command.add_option("--height", settings.height, "Rows, 2 to 16384")
-        ->check(CLI::Range(2, 16384))
-        ->capture_default_str();
-    command
-        .add_option(
-            "--phase", settings.phase,
-            "Mosaic, top-left cell row by row in degrees: 0: 0 135 / 45 90, 1: 45 90 / 0 135, "
-            "2: 90 45 / 135 0, 3: 135 0 / 90 45")
-        ->check(CLI::Range(0, 3))
-        ->capture_default_str();
-    command.add_option("--bit-depth", settings.bit_depth, "Significant bits of a sample, 8 to 16")
-        ->check(CLI::Range(8, 16))
-        ->capture_default_str();
-    command.add_option("--seed", settings.seed, "Start of the noise, 0 to 2^63 - 1")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
-    command.add_flag("--no-noise", flags.no_noise, "Leave out shot noise and read noise");
+    Whole_range const side = {2, 16384};
+    add_whole_number(command, "--width", settings.width, side, "Columns")
+        ->default_str(std::to_string(settings.width));
+    add_whole_number(command, "--height", settings.height, side, "Rows")
+        ->default_str(std::to_string(settings.height));
+    add_whole_number(command, "--phase", settings.phase, {0, 3}, phase_help)
+        ->default_str(std::to_string(settings.phase));
+    add_whole_number(
+        command, "--bit-depth", settings.bit_depth, {8, 16}, "Significant bits of a sample")
+        ->default_str(std::to_string(settings.bit_depth));
+    CLI::Option* const seed = add_whole_number(
+                                  command, "--seed", settings.seed, {0, largest_seed},
+                                  "Start of the noise, 0 to 2^63 - 1")
+                                  ->default_str(std::to_string(settings.seed));
+    command.add_flag("--no-noise", flags.no_noise, "Leave out shot noise and read noise")
+        ->excludes(seed);
 }
 
 void add_analyser_options(CLI::App& command, Flags& flags) {
@@ -63,65 +67,43 @@ void add_analyser_options(CLI::App& command, Flags& flags) {
                 "--imperfect", flags.imperfect,
                 "Draw analysers at random, and write what was drawn to FRAME_analysers.json")
             ->group(group);
+    auto const add = [&](std::string const& name, double& number, Range range, char const* help) {
+        std::ostringstream present;
+        present << number;
+        add_number(command, name, range, help, [&number](double value) { number = value; })
+            ->default_str(present.str())
+            ->needs(imperfect)
+            ->group(group);
+    };
     Analyser_spread& spread = flags.spread;
-    command
-        .add_option(
-            "--throughput-spread", spread.throughput,
-            "Throughputs lie in 1 - SPREAD to 1 + SPREAD, 0 to 0.2")
-        ->check(finite_number)
-        ->check(CLI::Range(0.0, 0.2))
-        ->capture_default_str()
-        ->needs(imperfect)
-        ->group(group);
-    command
-        .add_option(
-            "--lowest-diattenuation", spread.lowest_diattenuation, "Contrast of an analyser, to 1")
-        ->check(finite_number)
-        ->check(CLI::Range(0.1, 1.0))
-        ->capture_default_str()
-        ->needs(imperfect)
-        ->group(group);
-    command.add_option("--highest-diattenuation", spread.highest_diattenuation, "The same")
-        ->check(finite_number)
-        ->check(CLI::Range(0.1, 1.0))
-        ->capture_default_str()
-        ->needs(imperfect)
-        ->group(group);
-    command
-        .add_option(
-            "--orientation-spread", spread.orientation,
-            "Largest distance from the mosaic's angle in degrees, 0 to 15")
-        ->check(finite_number)
-        ->check(CLI::Range(0.0, 15.0))
-        ->capture_default_str()
-        ->needs(imperfect)
-        ->group(group);
-    command.add_option("--analyser-seed", spread.seed, "Start of the draw, 0 to 2^63 - 1")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str()
+    add("--throughput-spread", spread.throughput, {0.0, 0.2},
+        "Throughputs lie in 1 - SPREAD to 1 + SPREAD");
+    add("--lowest-diattenuation", spread.lowest_diattenuation, {0.1, 1.0},
+        "Contrast of an analyser");
+    add("--highest-diattenuation", spread.highest_diattenuation, {0.1, 1.0}, "The same");
+    add("--orientation-spread", spread.orientation, {0.0, 15.0},
+        "Largest distance from the mosaic's angle in degrees");
+    add_whole_number(
+        command, "--analyser-seed", spread.seed, {0, largest_seed},
+        "Start of the draw, 0 to 2^63 - 1")
+        ->default_str(std::to_string(spread.seed))
         ->needs(imperfect)
         ->group(group);
 }
 
-void add_series_options(CLI::App& command, Simulate_options& options) {
+void add_series_options(CLI::App& command, Simulate_options& options, Flags& flags) {
     std::string const group = "Several frames";
     CLI::Option* const frames =
-        command
-            .add_option(
-                "--frames", options.frames,
-                "So many frames that differ by their noise, 1 to 1000000: FRAME_000000.png and so "
-                "on, or one file of raw samples")
-            ->check(CLI::Range(1, 1000000))
-            ->capture_default_str()
+        add_whole_number(
+            command, "--frames", options.frames, {1, 1000000},
+            "So many frames that differ by their noise: FRAME_000000.png and so on, or one file of "
+            "raw samples")
+            ->default_str(std::to_string(options.frames))
             ->group(group);
-    command
-        .add_option(
-            "--pixel-format", options.pixel_format,
-            "Layout of a .raw file: Mono8, Mono10, Mono12, Mono14, Mono16, Mono10p, Mono12p, "
-            "Mono10Packed or Mono12Packed")
-        ->capture_default_str()
-        ->type_name("NAME")
-        ->group(group);
+    flags.pixel_format =
+        add_pixel_format(command, options.pixel_format, "How the samples lie in a .raw file")
+            ->default_str(options.pixel_format)
+            ->group(group);
     command
         .add_option(
             "--polarizer-series", options.polarizer_series,
@@ -147,8 +129,7 @@ void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
             "The frame: PNG of 8 bits at depth 8, else of 16; or raw samples. Its folder is made "
             "if missing")
         ->required()
-        ->type_name("FRAME.png")
-        ->check(output_name_problem);
+        ->type_name("FRAME.png");
     add_sensor_options(command, options->settings, *flags);
     command
         .add_option(
@@ -156,12 +137,18 @@ void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
             "Also write the true S0, S1, S2 (sample units), angle (degrees, 0 to below 180) and "
             "degree of polarisation (0 to 1) as 32-bit float TIFF FRAME_true_NAME.tif")
         ->type_name("DIR");
-    add_series_options(command, *options);
+    add_series_options(command, *options, *flags);
     add_analyser_options(command, *flags);
     command.add_flag("--overwrite", flags->overwrites, "Replace files that are there");
     command.add_flag("-q,--quiet", options->is_quiet, "Say nothing but what went wrong");
     command.footer(example);
     command.callback([options, flags] {
+        check_output_name(options->output);
+        if (options->output.extension() == ".png" && flags->pixel_format->count() > 0) {
+            throw Usage_error(
+                "--pixel-format is for .raw files, but --output is " + options->output.string() +
+                "; leave it out or choose a name that ends in .raw");
+        }
         if (flags->spread.lowest_diattenuation > flags->spread.highest_diattenuation) {
             throw Usage_error("--lowest-diattenuation is above --highest-diattenuation");
         }

@@ -5,6 +5,7 @@
 #include "image_writing.hpp"
 #include "interruption.hpp"
 #include "messages.hpp"
+#include "option_values.hpp"
 #include "progress.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
@@ -191,18 +192,22 @@ std::string add_series(Staged_files& files, Simulate_options const& options) {
 
 std::vector<double> series_angles(std::string const& text) {
     constexpr std::size_t most_angles = 3601;
-    double first = 0.0;
-    double last = 0.0;
-    double step = 0.0;
-    int used = 0;
-    bool const is_read =
-        std::sscanf(text.c_str(), "%lf:%lf:%lf%n", &first, &last, &step, &used) == 3 &&
-        static_cast<std::size_t>(used) == text.size();
-    if (!is_read || !(first >= 0.0 && first <= last && last <= 360.0 && step > 0.0) ||
+    std::vector<double> numbers;
+    for (std::size_t start = 0; start <= text.size();) {
+        std::size_t const end = std::min(text.find(':', start), text.size());
+        numbers.push_back(
+            finite_number(std::string_view(text).substr(start, end - start)).value_or(-1.0));
+        start = end + 1;
+    }
+    bool const are_three = numbers.size() == 3;
+    double const first = are_three ? numbers[0] : -1.0;
+    double const last = are_three ? numbers[1] : -1.0;
+    double const step = are_three ? numbers[2] : -1.0;
+    if (!(first >= 0.0 && first <= last && last <= 360.0 && step > 0.0) ||
         (last - first) / step > static_cast<double>(most_angles - 1)) {
         throw Usage_error(
-            "--polarizer-series " + text +
-            " is no A0:A1:STEP with 0 <= A0 <= A1 <= 360 and at most 3601 angles, such as "
+            "--polarizer-series is " + text +
+            "; give A0:A1:STEP with 0 <= A0 <= A1 <= 360 and at most 3601 angles, such as "
             "0:165:15");
     }
     std::vector<double> angles;

@@ -83,7 +83,7 @@ TEST_F(Process_refusals, wrong_usage_is_refused_in_one_line_with_code_2) {
         {good_and({"--step", "0"}), "--step"},
         {good_and({"--width", "40"}), "--pixel-format"},
         {good_and({"--pixel-format", "Mono8"}), "--width and --height"},
-        {good_and({"--pixel-format", "mono8", "--width", "40", "--height", "20"}), "Mono12Packed"},
+        {good_and({"--pixel-format", "mono9", "--width", "40", "--height", "20"}), "Mono12Packed"},
         {good_and({"--pixel-format", "Mono8", "--width", "40", "--height", "20", "--stride", "9"}),
          "stride"},
         {good_and({"--mode", "fast", "--calibration", "c.json"}), "--mode fast"},

@@ -112,7 +112,7 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
         {small(folder / "a.tif"), "must end in .png"},
         {small(folder / "a.png", {"--frames", "0"}), "--frames"},
         {small(folder / "a.raw", {"--pixel-format", "Mono10"}), "12 bits"},
-        {small(folder / "a.raw", {"--pixel-format", "mono12"}), "Mono12Packed"},
+        {small(folder / "a.raw", {"--pixel-format", "mono13"}), "Mono12Packed"},
         {small(folder / "a.png", {"--polarizer-series", "0:180"}), "A0:A1:STEP"},
         {small(folder / "a.png", {"--polarizer-series", "90:0:10"}), "A0:A1:STEP"},
         {small(folder / "a.png", {"--polarizer-series", "0:90:0"}), "A0:A1:STEP"},
