@@ -103,6 +103,17 @@ std::string start_of(regular_files::Input const& input) {
     return start;
 }
 
+// The bytes of a PNG are never samples. Those of a TIFF may be, behind a header that the user
+// knows.
+void refuse_image(fs::path const& file, std::string const& start, Raw_layout const& raw) {
+    bool const is_png = start.starts_with("\x89PNG\r\n\x1a\n");
+    if (is_png || (raw.header_bytes == 0 && begins_like_tiff(start))) {
+        throw Usage_error(
+            "--pixel-format is for bare samples, but " + file.string() + " is a " +
+            (is_png ? "PNG" : "TIFF") + " image; leave the option out");
+    }
+}
+
 void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
     for (std::size_t index = 0; index < count; ++index) {
         found.frames.push_back({file, index, count});
@@ -128,6 +139,7 @@ void look_into(
         return;
     }
     if (raw) {
+        refuse_image(file, start, *raw);
         auto const size = static_cast<std::uint64_t>(input.status.st_size);
         std::size_t const count = raw->frames_in(size);
         if (count == 0) {

@@ -15,6 +15,8 @@ namespace polarize_tool {
 namespace {
 
 using polarization::Mode;
+using polarization::Plane;
+using polarization::Plane_set;
 
 struct Command_line {
     Process_options run;
@@ -82,7 +84,7 @@ constexpr char const* example =
     "Each plane is written to DIR/FRAME_PLANE.tif, and what its numbers mean to\n"
     "DIR/FRAME_PLANE.json. Frames of a file with many are numbered: FRAME_000000_PLANE.tif.";
 
-polarization::Plane_set planes_of(std::string const& list) {
+Plane_set planes_of(std::string const& list) {
     try {
         return polarization::parse_planes(lower_case(list));
     } catch (polarization::Argument_error const& error) {
@@ -91,7 +93,7 @@ polarization::Plane_set planes_of(std::string const& list) {
 }
 
 void refuse_unfit_format(Results const& results) {
-    for (polarization::Plane const plane : results.processing.planes.list()) {
+    for (Plane const plane : results.processing.planes.list()) {
         if (results.format == File_format::png &&
             results.processing.kind_of(plane) != Sample_kind::uint16) {
             throw Usage_error(
@@ -120,10 +122,39 @@ void require_processor() {
     }
 }
 
-int run_process(Command_line& line, bool pictures_given) {
+// Options that would change nothing: whoever gives one expects something of it.
+void refuse_options_without_effect(Command_line const& line, CLI::App const& command) {
+    Plane_set const planes = planes_of(line.planes);
+    auto const refuse = [&line](std::string const& option, std::string const& needed) {
+        throw Usage_error(
+            option + " is about " + needed + ", but --planes is " + line.planes +
+            "; add one or leave " + option + " out");
+    };
+    bool const has_integers = planes != Plane_set{Plane::normalized_stokes};
+    if (command.count("--pictures") > 0 && line.wants_pictures && !planes.contains(Plane::dolp)) {
+        refuse("--pictures", "dolp, alone or with azimuth");
+    }
+    if (line.is_signed && !planes.contains(Plane::s1) && !planes.contains(Plane::s2)) {
+        refuse("--signed", "s1 and s2");
+    }
+    if (line.units != Units::scaled && !has_integers) {
+        refuse("--units", "s0, s1, s2, azimuth and dolp");
+    }
+    if (line.full_scale && !has_integers) {
+        refuse("--full-scale", "s0, s1, s2, azimuth and dolp");
+    }
+    if (line.repetitions > 1 && line.run.jobs > 1) {
+        throw Usage_error(
+            "--repeat measures one frame at a time, but --jobs is " +
+            std::to_string(line.run.jobs) + "; leave one of them out");
+    }
+}
+
+int run_process(Command_line& line, CLI::App const& command) {
     std::optional<Raw_layout> const raw = line.run.input.raw_layout();
     check_usage(line);
-    polarization::Plane_set const planes = planes_of(line.planes);
+    refuse_options_without_effect(line, command);
+    Plane_set const planes = planes_of(line.planes);
     require_processor();
     Frame_preparation const preparation(line.samples, raw);
     auto const [settings, calibration] =
@@ -139,7 +170,7 @@ int run_process(Command_line& line, bool pictures_given) {
     // Of a frame that is not done, what is there is a part of it.
     results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
                                                                     : Existing_files::keep;
-    if (pictures_given) {
+    if (command.count("--pictures") > 0) {
         results.pictures = line.wants_pictures;
     }
     refuse_unfit_format(results);
@@ -223,9 +254,7 @@ void add_process_command(CLI::App& program, int& exit_code) {
     add_plane_options(command, *line);
     add_output_options(command, *line);
     command.footer(example);
-    command.callback([line, &command, &exit_code] {
-        exit_code = run_process(*line, command.count("--pictures") > 0);
-    });
+    command.callback([line, &command, &exit_code] { exit_code = run_process(*line, command); });
 }
 
 } // namespace polarize_tool

@@ -225,6 +225,43 @@ TEST_F(Command_line, each_dark_option_takes_one_value) {
         (Names{in_folder("dark1.png"), in_folder("dark2.png")}));
 }
 
+TEST_F(Command_line, options_without_effect_are_refused) {
+    std::vector<std::pair<Names, std::string>> const cases = {
+        {{"--pictures", "--planes", "s0,azimuth"}, "--pictures is about dolp"},
+        {{"--signed", "--planes", "s0,dolp"}, "--signed is about s1 and s2"},
+        {{"--units", "degrees", "--planes", "normalized_stokes"}, "--units is about s0"},
+        {{"--full-scale", "9", "--planes", "normalized_stokes"}, "--full-scale is about s0"},
+        {{"--repeat", "2", "--jobs", "2"},
+         "--repeat measures one frame at a time, but --jobs is 2"},
+        {{"--header-bytes", "0"}, "--header-bytes is nothing without --pixel-format"}};
+    for (auto const& [more, line] : cases) {
+        expect_refused(process_good(more), line);
+    }
+    std::string const frame = in_folder("new.png");
+    expect_refused(
+        run({"simulate", "-o", frame, "--pixel-format", "Mono16"}), "--pixel-format is for .raw");
+    expect_refused(
+        run({"simulate", "-o", frame, "--no-noise", "--seed", "2"}), "--seed and --no-noise");
+    EXPECT_FALSE(std::filesystem::exists(frame));
+}
+
+// 800 bytes behind a header: as bare samples they would make a frame.
+TEST_F(Command_line, images_are_no_bare_samples) {
+    auto const padded = [](std::vector<std::uint8_t> bytes) {
+        bytes.resize(800);
+        return bytes;
+    };
+    test_files::write(
+        folder_ / "a.png", padded(encoded(cv::Mat(20, 40, CV_8UC1, cv::Scalar(7)), ".png")));
+    test_files::write(folder_ / "a.tif", padded({'I', 'I', 42, 0}));
+    Names const raw = {"--pixel-format", "Mono8", "--width", "40", "--height", "20"};
+    expect_refused(
+        process({in_folder("a.png")}, raw),
+        "--pixel-format is for bare samples, but " + in_folder("a.png") + " is a PNG image");
+    expect_refused(process({in_folder("a.tif")}, raw), " is a TIFF image; leave the option out");
+    EXPECT_FALSE(std::filesystem::exists(results()));
+}
+
 class Names_of_files : public Command_line {
 protected:
     void expect_visible(std::string const& text) const {
