@@ -30,17 +30,19 @@ class Case:
     words: tuple[str, ...]  # of the whole command line
     own: tuple[str, ...]  # those that make it a bad one
     wanted: str  # in the message; empty: any of `own`
+    lines: int = 1  # of the message
 
     def names_what_is_wrong(self, message: str) -> bool:
         if self.wanted:
             return self.wanted in message
-        return any(word in message for word in self.own)
+        named = [word for word in self.own if word in message]
+        return len(named) == self.lines if self.lines > 1 else bool(named)
 
 
 def load(name: str, only: str = "") -> list[Case]:
     """Lines of a code, words and, behind =>, what the message has to hold.
 
-    A line that begins with = gives the words around those of the lines behind it, which stand in
+    A star behind the code: each word is an input that gets a line of its own. A line that begins with = gives the words around those of the lines behind it, which stand in
     place of {}.
     """
     cases = []
@@ -55,7 +57,10 @@ def load(name: str, only: str = "") -> list[Case]:
         words: list[str] = []
         for word in around if "{}" in around else (*around, "{}"):
             words += own if word == "{}" else [_meant(word)]
-        cases.append(Case(place, int(code), tuple(words), tuple(filter(None, own)), wanted.strip()))
+        is_each = code.endswith("*")
+        cases.append(Case(
+            place, int(code.rstrip("*")), tuple(words), tuple(filter(None, own)), wanted.strip(),
+            len(own) if is_each else 1))
     return cases
 
 
@@ -85,17 +90,19 @@ def _meant(word: str) -> str:
     return word
 
 
-def problems_of_line(message: str) -> Iterator[str]:
+def problems_of_lines(message: str, wanted: int = 1) -> Iterator[str]:
     """Of what stands on standard error, or in an exception."""
-    lines = message.splitlines()
-    if len(lines) != 1:
+    lines = message.split("\n")[: -1 if message.endswith("\n") else None]
+    if not message:
+        yield "no line"
+    elif len(lines) != wanted:
         yield f"{len(lines)} lines"
     if any(not sign.isprintable() for line in lines for sign in line):
         yield "control characters"
     for phrase in forbidden_words(message):
         yield f"a library's '{phrase}'"
-    if len(message) > 1500:
-        yield f"{len(message)} characters"
+    if any(len(line) > 1500 for line in lines):
+        yield "more than 1500 characters"
 
 
 class Place:

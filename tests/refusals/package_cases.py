@@ -59,7 +59,7 @@ def _problems_of_call(call: str, wanted: str, names: dict[str, Any]) -> Iterator
         message = _text_of(error)
         if not message:
             yield f"{type(error).__name__} without a word"
-        for problem in corpus.problems_of_line(message):
+        for problem in corpus.problems_of_lines(message):
             yield f"{problem}: {message[:200]!r}"
         if wanted not in message:
             yield f"does not say '{wanted}': {message[:200]!r}"
@@ -94,7 +94,7 @@ def _problems_of_line(case: Case) -> Iterator[str]:
     told = message.strip().splitlines()[:1]
     if code != case.code:
         yield f"exit code {code}, not {case.code}: {told}"
-    for problem in corpus.problems_of_line(message):
+    for problem in corpus.problems_of_lines(message):
         yield f"{problem}: {told}"
     if not message.startswith("error: "):
         yield f"does not begin with 'error: ': {told}"

@@ -47,7 +47,7 @@ def _problems(program: str, case: Case, place: corpus.Place) -> Iterator[str]:
     told = message.strip().splitlines()[:1]
     if done.returncode != case.code:
         yield f"exit code {done.returncode}, not {case.code}: {told}"
-    for problem in corpus.problems_of_line(message):
+    for problem in corpus.problems_of_lines(message, case.lines):
         yield f"{problem}: {told}"
     if not message.startswith("veldrane-polarize: "):
         yield f"no name of the program: {told}"

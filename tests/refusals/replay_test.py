@@ -12,7 +12,7 @@ FAULTS = {
     "exit code 0, not 2": GOOD.replace("exit 2", "exit 0"),
     "exit code -6, not 2": GOOD.replace("exit 2", "kill -ABRT $$"),
     "2 lines": GOOD.replace("3\\n", "3\\nmore\\n"),
-    "0 lines": "exit 2",
+    "no line": "exit 2",
     "a library's 'std::'": GOOD.replace("0 to 3", "std::out_of_range"),
     "control characters": GOOD.replace("0 to 3", "\\033[31m"),
     "no name of the program": GOOD.replace("veldrane-polarize: ", ""),
