@@ -217,6 +217,10 @@ void run_calibrate(Command_line& line) {
     Staged_files files(existing);
     files.add(line.output, std::string()); // found out now if it cannot be written
     refuse_existing(line.plot, existing);
+    if (found.failures.size() == 1) {
+        throw std::runtime_error(
+            found.failures.front() + " (" + line.output.string() + " is not written)");
+    }
     if (!found.failures.empty()) {
         for (std::string const& failure : found.failures) {
             complain(failure);

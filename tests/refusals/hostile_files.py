@@ -156,7 +156,7 @@ def _calibrations(folder: Path) -> None:
         return lambda all: all["analysers"][1].__setitem__(key, value)
 
     files: dict[str, str | bytes] = {
-        "empty.json": "", "brace.json": "{", "object.json": "{}", "list.json": "[]", "null.json": "null",
+        "empty.json": "", "brace.json": "{", "object.json": "{}", "list.json": "[]", "nothing.json": "null",
         "number.json": "5", "text.json": "no JSON", "binary.json": bytes(range(256)),
         "utf16.json": text.encode("utf-16"), "mark.json": "\ufeff", "cut.json": text[: len(text) // 2],
         "deep.json": "[" * 5000, "keys.json": json.dumps({f"key{n}": n for n in range(20000)}),
@@ -232,6 +232,7 @@ def _places(folder: Path) -> None:
     (folder / "dangling.json").symlink_to("vanished.json")
     # Results go to links alone: a program that replaces what it finds must not harm the machine.
     (folder / "null.png").symlink_to("/dev/null")
+    (folder / "device.json").symlink_to("/dev/null")
     (folder / "full").symlink_to("/dev/full")
     (folder / "folder").mkdir()
     (folder / "folder.png").mkdir()

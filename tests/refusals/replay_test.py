@@ -46,3 +46,12 @@ def test_a_program_that_refuses_as_it_should_has_no_fault(faults_of):
 def test_a_fault_is_noticed(faults_of, fault):
     found = faults_of(FAULTS[fault])
     assert len(found) >= 1 and any(fault in each for each in found), found
+
+
+def test_the_corpus_is_as_large_as_the_documentation_says():
+    sizes = [len(corpus.load("command_lines.txt")), len(corpus.calls("package_calls.txt")),
+             len(corpus.load("batch_lines.txt"))]
+    print(f"{sizes} cases")
+    told = (corpus.HERE.parents[1] / "docs" / "testing.md").read_text()
+    assert "{} command lines of the program, {} calls of the package, {} command lines".format(
+        *sizes) in " ".join(told.split())
