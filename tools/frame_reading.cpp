@@ -2,6 +2,7 @@
 
 #include "failure.hpp"
 #include "input_opening.hpp"
+#include "memory.hpp"
 #include "standard_error.hpp"
 #include "tiff_reading.hpp"
 
@@ -70,13 +71,19 @@ bool has_narrow_samples(std::string_view png) {
 cv::Mat decoded(std::string_view bytes) {
     // The decoders print their own complaints; the caller's line says all that a user can act on.
     Silenced_standard_error const silence;
+    Memory_watch const memory;
+    cv::Mat image;
     try {
         cv::Mat const encoded(
             1, static_cast<int>(bytes.size()), CV_8UC1, const_cast<char*>(bytes.data()));
-        return cv::imdecode(encoded, cv::IMREAD_UNCHANGED);
+        image = cv::imdecode(encoded, cv::IMREAD_UNCHANGED);
     } catch (cv::Exception const&) {
-        return {};
+        image.release();
     }
+    if (image.empty()) {
+        memory.throw_if_refused();
+    }
+    return image;
 }
 
 std::string read_with_opencv(std::string_view bytes, Frame& frame) {

@@ -2,6 +2,7 @@
 #include "commands.hpp"
 #include "failure.hpp"
 #include "interruption.hpp"
+#include "memory.hpp"
 #include "messages.hpp"
 #include "signals.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
@@ -9,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/core/utils/logger.hpp>
 #include <sstream>
 #include <string>
@@ -84,6 +86,10 @@ int run(CLI::App& program, std::vector<std::string> const& arguments, int const&
 } // namespace
 
 int main(int argument_count, char** arguments) {
+    polarize_tool::end_cleanly_on_terminate();
+    // Frames run side by side already, and the pool's threads are started where nobody could do
+    // without one.
+    cv::setNumThreads(1);
     cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_SILENT);
     polarize_tool::catch_interruptions();
     CLI::App program{

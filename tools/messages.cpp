@@ -29,7 +29,7 @@ std::string status; // what the terminal's last line shows, guarded by output_mu
 
 constexpr char const* start_of_line_and_erase = "\r\x1b[K";
 
-void write_error(std::string const& text) {
+void write_error(std::string_view text) {
     if (write(error_descriptor(), text.data(), text.size()) < 0) {
         return; // nobody is left to be told
     }
@@ -77,6 +77,10 @@ void complain_at_once(std::string const& line) {
     if (poll(&error_output, 1, 0) == 1 && (error_output.revents & POLLOUT) != 0) {
         write_error((has_bar ? start_of_line_and_erase : "") + message(line));
     }
+}
+
+void complain_without_memory(std::string_view text) {
+    write_error(text);
 }
 
 void say(std::string const& line) {

@@ -5,6 +5,7 @@
 #define VELDRANE_TOOLS_MESSAGES_HPP
 
 #include <string>
+#include <string_view>
 
 namespace polarize_tool {
 
@@ -15,6 +16,9 @@ void warn(std::string const& line);
 
 /// The same for a program that ends now: says nothing rather than wait for a reader or a thread.
 void complain_at_once(std::string const& line);
+
+/// The same for one that has no memory left to compose a line: `text` goes out as it is.
+void complain_without_memory(std::string_view text);
 
 /// One line on standard output.
 /// @throws Output_exhausted if it cannot be written, also when nobody reads it any more

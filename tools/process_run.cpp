@@ -4,6 +4,7 @@
 #include "failure.hpp"
 #include "input_files.hpp"
 #include "interruption.hpp"
+#include "memory.hpp"
 #include "messages.hpp"
 #include "progress.hpp"
 #include "veldrane_mrv/polarization/balance.hpp"
@@ -54,11 +55,10 @@ void Process_run::naming(Frame_place const& place, Action action) {
         throw;
     } catch (File_failure const&) {
         throw;
-    } catch (std::bad_alloc const&) {
-        throw File_failure(
-            place.name(),
-            "too large for the memory of this machine; give --region or fewer --jobs");
     } catch (std::exception const& error) {
+        if (is_lack_of_memory(error)) {
+            throw std::bad_alloc(); // no line now, which would take memory
+        }
         throw File_failure(place.name(), reason_of(error));
     }
 }
@@ -168,9 +168,21 @@ std::string Process_run::line_of(Slot const& slot) const {
 }
 
 std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
+    if (options_.jobs == 1) {
+        return run_once(frames, 1, nullptr);
+    }
+    // What several frames at once lack, one alone may find.
+    std::vector<Frame_place> again;
+    std::size_t const done = run_once(frames, options_.jobs, &again);
+    return again.empty() ? done : done + run_once(again, 1, nullptr);
+}
+
+std::size_t Process_run::run_once(
+    std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again) {
     Progress progress(frames.size(), !options_.is_quiet);
     polarization::Pipeline_options pipeline;
-    pipeline.threads = options_.jobs;
+    pipeline.threads = jobs;
+    pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
     pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
     auto const counting_failure = [&progress](auto const& stage) {
         try {
@@ -196,12 +208,20 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
             counting_failure([&] { publish(slot); });
             progress.add(slot.fetched.frame.samples.size());
         });
-    seconds_ = progress.seconds();
+    seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
         return a.index < b.index;
     });
     for (auto const& failure : outcome.failed) {
-        failures_.push_back(failure.message);
+        Frame_place const& place = frames[failure.index];
+        if (!failure.lacked_memory) {
+            failures_.push_back(failure.message);
+        } else if (again != nullptr && failure.stage != polarization::Pipeline_stage::write) {
+            again->push_back(place);
+        } else {
+            failures_.push_back(
+                place.name() + ": " + reason_of(std::bad_alloc()) + ", or give a --region of it");
+        }
     }
     return outcome.done.size();
 }

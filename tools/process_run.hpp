@@ -43,6 +43,9 @@ private:
     std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
     /// @return how many frames were done
     std::size_t run(std::vector<Frame_place> const& frames);
+    /// Once through the pipeline. What lacked memory goes into `again`, or fails if there is none.
+    std::size_t run_once(
+        std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again);
     void fetch(Frame_place const& place, Slot& slot);
     void work(Slot& slot);
     void warn_of_imbalance(Slot const& slot) const;

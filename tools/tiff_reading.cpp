@@ -2,6 +2,7 @@
 
 #include "failure.hpp"
 #include "input_opening.hpp"
+#include "memory.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -85,7 +86,12 @@ std::string read_picture(TIFF* image, Frame& frame) {
                ", more than 2^30 pixels; crop it";
     }
     frame.samples.resize(frame.width * frame.height);
-    return read_rows(image, frame) ? std::string() : damaged_image;
+    Memory_watch const memory;
+    if (!read_rows(image, frame)) {
+        memory.throw_if_refused();
+        return damaged_image;
+    }
+    return {};
 }
 
 using Tiff_pointer = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
@@ -148,13 +154,18 @@ std::string read_tiff(std::string_view bytes, Frame& frame) {
     keep_libtiff_quiet();
     Memory_stream stream{bytes};
     char const* const without_mapping = "rm";
+    Memory_watch const memory;
     Tiff_pointer const image(
         TIFFClientOpenExt(
             "memory", without_mapping, &stream, &Memory_stream::read, &Memory_stream::write,
             &Memory_stream::seek, &Memory_stream::close, &Memory_stream::size, nullptr, nullptr,
             bounded_options().get()),
         &TIFFClose);
-    return image == nullptr ? damaged_image : read_picture(image.get(), frame);
+    if (image == nullptr) {
+        memory.throw_if_refused();
+        return damaged_image;
+    }
+    return read_picture(image.get(), frame);
 }
 
 struct Tiff_file::Handle {
@@ -173,10 +184,13 @@ Tiff_file::~Tiff_file() = default;
 
 bool Tiff_file::reopen() {
     regular_files::Input input = open_input(file_, Input_role::frame);
+    Memory_watch const memory;
     handle_->image.reset(
         TIFFFdOpenExt(input.descriptor.get(), file_.c_str(), "r", bounded_options().get()));
     if (handle_->image != nullptr) {
         input.descriptor.release();
+    } else {
+        memory.throw_if_refused();
     }
     return handle_->image != nullptr;
 }
@@ -186,7 +200,11 @@ Tiff_file::Pages Tiff_file::pages() {
         return {0, false};
     }
     errors = 0;
+    Memory_watch const memory;
     auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(handle_->image.get()));
+    if (errors != 0) {
+        memory.throw_if_refused();
+    }
     return {count, errors == 0};
 }
 
@@ -195,6 +213,7 @@ bool Tiff_file::find(std::size_t page) {
         return false;
     }
     TIFF* const image = handle_->image.get();
+    Memory_watch const memory;
     // The next picture is found at once, any other by the list from its start.
     bool const is_current = TIFFCurrentDirectory(image) == page;
     bool const is_next = std::size_t{TIFFCurrentDirectory(image)} + 1 == page;
@@ -204,6 +223,7 @@ bool Tiff_file::find(std::size_t page) {
     if (!found) {
         // libtiff is left between two pictures, and would give one for another.
         handle_->image.reset();
+        memory.throw_if_refused();
     }
     return found;
 }

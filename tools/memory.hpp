@@ -1,0 +1,30 @@
+/// @file
+/// What to do where memory is short.
+#ifndef VELDRANE_TOOLS_MEMORY_HPP
+#define VELDRANE_TOOLS_MEMORY_HPP
+
+#include <exception>
+
+namespace polarize_tool {
+
+/// Whatever the program was doing, if it cannot go on, not even to say so in a line of its own, it
+/// removes its temporary files and ends with a line and the exit code of a failed input.
+void end_cleanly_on_terminate();
+
+/// std::bad_alloc, what a container throws for more than there can be, or what OpenCV throws in
+/// their place.
+bool is_lack_of_memory(std::exception const& error);
+
+/// Libraries in C say that they failed, but not whether the file or the memory was to blame. What
+/// they call to take memory leaves a trace.
+class Memory_watch {
+public:
+    Memory_watch();
+    /// For a failure of what was called since.
+    /// @throws std::bad_alloc if memory was refused meanwhile
+    void throw_if_refused() const;
+};
+
+} // namespace polarize_tool
+
+#endif
