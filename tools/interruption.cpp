@@ -4,6 +4,7 @@ namespace polarize_tool {
 namespace {
 
 std::atomic<bool> requested = false;
+static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler");
 
 } // namespace
 

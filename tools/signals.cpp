@@ -21,6 +21,7 @@ sem_t arrivals;
 // start threads before main(), as those for linear algebra do.
 void count_arrival(int signal) {
     int const error = errno;
+    request_interruption(); // here, so that whoever is waiting in a system call knows when it returns
     sem_post(&arrivals);
     if (signal == SIGQUIT) { // counts as two, since whoever sends it will not wait
         sem_post(&arrivals);
@@ -33,10 +34,9 @@ void wait_for_arrival() {
     }
 }
 
-// A thread of its own: unlike the handler it may take a mutex.
+// The second one. A thread of its own: unlike the handler it may take a mutex.
 void serve_arrivals() {
     wait_for_arrival();
-    request_interruption();
     wait_for_arrival();
     remove_staged_files();
     complain_at_once(Interrupted().what());
