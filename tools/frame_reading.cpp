@@ -6,7 +6,11 @@
 #include "standard_error.hpp"
 #include "tiff_reading.hpp"
 
+#include <algorithm>
+#include <array>
+#include <cctype>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <opencv2/core.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -68,6 +72,28 @@ bool has_narrow_samples(std::string_view png) {
     return png.size() > bit_depth && png[bit_depth] < 8;
 }
 
+/// Files of several pictures, one behind the other, are within the format; readers give the first.
+bool holds_several_pictures(std::string_view pgm) {
+    std::size_t at = 2;
+    std::array<std::size_t, 3> numbers{}; // width, height, largest sample
+    for (std::size_t& number : numbers) {
+        while (at < pgm.size() && std::isdigit(static_cast<unsigned char>(pgm[at])) == 0) {
+            at = pgm[at] == '#' ? std::min(pgm.find('\n', at), pgm.size()) : at + 1;
+        }
+        auto const read = std::from_chars(pgm.data() + at, pgm.data() + pgm.size(), number);
+        at = static_cast<std::size_t>(read.ptr - pgm.data());
+    }
+    auto const [width, height, largest] = numbers;
+    std::size_t const row_bytes = width * (largest > 255 ? 2 : 1);
+    std::size_t const left = pgm.size() - std::min(at + 1, pgm.size());
+    if (row_bytes == 0 || height > left / row_bytes) {
+        return false; // damaged, which is for the decoder to say
+    }
+    std::string_view const rest = pgm.substr(at + 1 + height * row_bytes);
+    std::size_t const next = rest.find_first_not_of(" \t\r\n");
+    return next != std::string_view::npos && rest.substr(next).starts_with("P5");
+}
+
 cv::Mat decoded(std::string_view bytes) {
     // The decoders print their own complaints; the caller's line says all that a user can act on.
     Silenced_standard_error const silence;
@@ -101,6 +127,22 @@ std::string read_with_opencv(std::string_view bytes, Frame& frame) {
     return {};
 }
 
+std::string problem_of_other_format(std::string_view bytes) {
+    std::string const what_it_is_not = "not a PNG, TIFF or binary PGM image; ";
+    if (bytes.empty()) {
+        return "is empty, " + what_it_is_not + "copy or record it again";
+    }
+    if (bytes.starts_with("\xFF\xD8\xFF")) {
+        return "a JPEG, " + what_it_is_not +
+               "JPEG changes the samples, so record it again without loss";
+    }
+    if (bytes.starts_with("P2")) {
+        return "a plain (ASCII) PGM is not read; save it as binary PGM or PNG";
+    }
+    return what_it_is_not + "convert it to one of these, or describe raw samples with "
+                            "--pixel-format, --width and --height";
+}
+
 std::string read_image(std::string_view bytes, Frame& frame) {
     switch (format_of(bytes)) {
     case Format::tiff:
@@ -111,14 +153,14 @@ std::string read_image(std::string_view bytes, Frame& frame) {
         }
         return read_with_opencv(bytes, frame);
     case Format::pgm:
+        if (holds_several_pictures(bytes)) {
+            return "holds several pictures; save each in a file of its own";
+        }
         return read_with_opencv(bytes, frame);
     case Format::other:
         break;
     }
-    return bytes.starts_with("P2")
-               ? "a plain (ASCII) PGM is not read; save it as binary PGM or PNG"
-               : "not a PNG, TIFF or binary PGM image; convert it to one of these, or describe raw "
-                 "samples with --pixel-format, --width and --height";
+    return problem_of_other_format(bytes);
 }
 
 } // namespace

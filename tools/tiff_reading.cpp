@@ -5,6 +5,7 @@
 #include "memory.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <tiffio.h>
 
@@ -38,6 +39,26 @@ Value field(TIFF* image, std::uint32_t tag) {
     return value;
 }
 
+/// Those that give every sample back as it was, in any version of libtiff or not at all.
+bool is_lossless(std::uint16_t compression) {
+    constexpr std::array<std::uint16_t, 7> lossless = {
+        COMPRESSION_NONE,     COMPRESSION_LZW,  COMPRESSION_ADOBE_DEFLATE, COMPRESSION_DEFLATE,
+        COMPRESSION_PACKBITS, COMPRESSION_LZMA, COMPRESSION_ZSTD};
+    return std::find(lossless.begin(), lossless.end(), compression) != lossless.end();
+}
+
+std::string compression_problem(std::uint16_t compression) {
+    std::string const remedy = "; save it uncompressed or with LZW or Deflate";
+    if (compression == COMPRESSION_JPEG || compression == COMPRESSION_OJPEG) {
+        return "its samples are compressed as JPEG, which changes them" + remedy;
+    }
+    if (!is_lossless(compression) || TIFFIsCODECConfigured(compression) == 0) {
+        return "its compression, number " + std::to_string(compression) + " in TIFF, is not read" +
+               remedy;
+    }
+    return {};
+}
+
 /// What keeps a TIFF from being a raw frame as the sensor gave it.
 std::string layout_problem(TIFF* image) {
     if (field<std::uint16_t>(image, TIFFTAG_SAMPLESPERPIXEL) != 1 ||
@@ -58,7 +79,7 @@ std::string layout_problem(TIFF* image) {
     if (TIFFIsTiled(image) != 0) {
         return "it is stored in tiles; save it in strips";
     }
-    return {};
+    return compression_problem(field<std::uint16_t>(image, TIFFTAG_COMPRESSION));
 }
 
 bool read_rows(TIFF* image, Frame& frame) {

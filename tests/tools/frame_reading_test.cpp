@@ -133,6 +133,35 @@ TEST_F(Frame_reading, binary_pgm_samples_are_unchanged_whatever_the_maximum) {
         (Samples{4095, 258}));
 }
 
+TEST_F(Frame_reading, a_pgm_of_several_pictures_is_refused) {
+    std::string const narrow = "P5 # 9 9\n2 2\n255\n\x01\x02P5";
+    std::string const wide = std::string("P5\n1 1\n4095\n\x01\x02", 14);
+    EXPECT_EQ(read_frame(file(narrow)).samples, (std::vector<std::uint16_t>{1, 2, 'P', '5'}));
+    EXPECT_EQ(read_frame(file(wide + "\n")).samples, (std::vector<std::uint16_t>{0x0102}));
+    for (std::string const& first : {narrow, wide}) {
+        for (char const* const between : {"", "\n"}) {
+            EXPECT_NE(
+                refusal(file(first + between + wide)).find("several pictures"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(Frame_reading, a_tiff_whose_compression_may_change_samples_is_refused) {
+    cv::Mat const image = pattern(64, 48, CV_8UC1);
+    std::size_t read = 0;
+    for (int const compression : {1, 5, 8, 32773, 32946}) {
+        expect_same_samples(
+            read_frame(file(encoded(image, ".tif", {cv::IMWRITE_TIFF_COMPRESSION, compression}))),
+            image);
+        ++read;
+    }
+    std::printf("%zu compressions read\n", read);
+    EXPECT_NE(
+        refusal(file(encoded(image, ".tif", {cv::IMWRITE_TIFF_COMPRESSION, 7})))
+            .find("compressed as JPEG, which changes them; save it uncompressed"),
+        std::string::npos);
+}
+
 TEST_F(Frame_reading, what_is_no_frame_is_refused) {
     struct Case {
         std::vector<std::uint8_t> bytes;
@@ -153,7 +182,8 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
         {{'P', '2', ' ', '1', ' ', '1', ' ', '9', ' ', '5'}, "plain (ASCII) PGM"},
         {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF or binary PGM"},
         {{text.begin(), text.end()}, "not a PNG, TIFF or binary PGM"},
-        {{}, "not a PNG, TIFF or binary PGM"}};
+        {encoded(pattern(20, 20, CV_8UC1), ".jpg"), "a JPEG, not a PNG, TIFF or binary PGM"},
+        {{}, "is empty, not a PNG, TIFF or binary PGM"}};
     for (Case const& refused : cases) {
         std::string const line = refusal(file(refused.bytes));
         EXPECT_NE(line.find(refused.reason), std::string::npos) << line;
@@ -185,6 +215,8 @@ TEST_F(Frame_reading, a_field_of_a_tiff_that_would_change_samples_is_refused) {
     EXPECT_NE(with(262, 262, 2).find("colour"), std::string::npos);
     EXPECT_NE(with(339, 339, 2).find("8 or 16 bits"), std::string::npos);
     EXPECT_NE(with(284, 274, 3).find("turned"), std::string::npos);
+    // A number that nobody has given out.
+    EXPECT_NE(with(259, 259, 99).find("number 99 in TIFF, is not read; save"), std::string::npos);
 }
 
 // No prefix of a file gives a wrong picture. A TIFF may lack the end of its directory, four bytes
