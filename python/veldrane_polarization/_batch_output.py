@@ -27,7 +27,11 @@ _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
 GO_ON = "the same command goes on from here"
 # Of storage that will take no other frame either, with the remedy.
+_AWAY = "put it where every worker sees it"
 _LOST = {
+    errno.ENOENT: _AWAY,
+    errno.ENOTDIR: _AWAY,
+    errno.ESTALE: _AWAY,
     errno.ENOSPC: "make room there",
     errno.EDQUOT: "make room there",
     errno.EROFS: "make it writable",
@@ -68,7 +72,10 @@ class Output:
         try:
             self._store(name, index, values)
         except OSError as error:
-            if error.errno not in _LOST:
+            # A file alone may be gone, taken for a leftover.
+            if error.errno not in _LOST or (
+                error.errno == errno.ENOENT and os.path.isdir(os.path.join(self.path, name))
+            ):
                 raise
             raise Output_lost(
                 f"{self.path} cannot be written any more ({error.strerror}); {_LOST[error.errno]}, "

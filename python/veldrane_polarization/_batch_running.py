@@ -257,7 +257,13 @@ class Run:
 
         A task may have thousands. A folder that is opened is looked up anew on network storage.
         """
-        folder = os.open(os.path.join(self._work[1].path, COMPLETE), os.O_RDONLY)
+        path = self._work[1].path
+        try:
+            folder = os.open(os.path.join(path, COMPLETE), os.O_RDONLY)
+        except OSError as error:
+            raise Unfinished(
+                f"{path} cannot be read any more ({error.strerror}); put it back, and {GO_ON}"
+            ) from None
         try:
             return os.fstat(folder).st_mtime_ns
         finally:

@@ -9,7 +9,7 @@ import numpy as np
 
 from ._arguments import Array
 from ._batch_arrays import COMPLETE
-from ._batch_output import Output, Output_lost
+from ._batch_output import GO_ON, Output, Output_lost
 from ._batch_settings import Settings
 from ._native import software_version
 from ._recordings import Recording, Recording_changed
@@ -77,20 +77,24 @@ def _process_part(
         except Exception:  # frame by frame it shows which one is at fault
             block = None
     for index in indices:
+        step = "read"
         try:
             if block is None:
                 raw = recording.read(index, index + 1)[0]
             else:
                 raw = block[index - indices[0]]
+            step = "stored"
             _store(raw, index, recording, output, settings)
             outcome.append((index, None))
         except (Output_lost, Recording_changed):
             raise
         except Exception as error:
-            outcome.append((index, _problem(error)))
+            outcome.append((index, _problem(error, step)))
 
 
-def _problem(error: Exception) -> str:
+def _problem(error: Exception, step: str) -> str:
+    if isinstance(error, OSError) and error.strerror:
+        return f"cannot be {step} ({error.strerror}); see to its file, and {GO_ON}"
     # What this package says needs no word of Python's before it.
     return str(error) if isinstance(error, ValueError) else f"{type(error).__name__}: {error}"
 

@@ -2,64 +2,21 @@
 
 from __future__ import annotations
 
-import contextlib
-import errno
-import os
 import pydoc
 from pathlib import Path
 from types import SimpleNamespace
 
 import distributed
 import pytest
-import tifffile
-import zarr
-from batch_support import (
-    Made_up_client,
-    assert_equal,
-    completed,
-    frames_of,
-    options,
-    output,
-    settings,
-)
+from batch_support import Made_up_client, assert_equal, frames_of, options
 from distributed.comm import CommClosedError
+from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_cluster, _batch_output, _batch_running, _recordings, batch
+from veldrane_polarization import _batch_output, _batch_running, batch
 
-FRAMES = 5
-
-
-@pytest.fixture
-def clock(monkeypatch):
-    clock = SimpleNamespace(now=1000.0)
-
-    def sleep(seconds):
-        clock.now += seconds
-
-    monkeypatch.setattr(_batch_running, "time",
-                        SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep))
-    return clock
-
-
-@pytest.fixture
-def recording(tmp_path):
-    zarr.save_array(str(tmp_path / "in.zarr"), frames_of(FRAMES), chunks=(1, 64, 96))
-    return _recordings.open_recording(tmp_path / "in.zarr")
-
-
-@pytest.fixture
-def a_run(tmp_path, recording, monkeypatch):
-    """A run with a client, its patience 60 seconds of the clock; and its report."""
-    monkeypatch.setattr(_batch_running, "_STEP_SECONDS", 0.001)
-    out = output(tmp_path / "out.zarr")
-    _batch_output.prepare(out, settings(), recording)
-
-    def of(client):
-        report = _batch_running.Report(FRAMES, False)
-        return _batch_running.Run(client, recording, out, settings(), report, 60), report
-
-    return of
+# Fixtures.
+__all__ = ["a_run", "clock", "recording"]
 
 
 def test_patience_counts_from_the_last_sign_of_a_worker(clock, a_run):
@@ -186,17 +143,6 @@ def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
         run.process(range(FRAMES), 1)
 
 
-def command_on(client, tmp_path, monkeypatch, source="in.zarr", *chosen):
-    @contextlib.contextmanager
-    def cluster(*arguments):
-        yield client
-
-    monkeypatch.setattr(_batch_cluster, "cluster", cluster)
-    chosen = chosen or options()
-    line = (tmp_path / source, tmp_path / "out.zarr", *chosen, "--planes", "s0,dolp")
-    return batch.main(list(map(str, line)))
-
-
 def test_workers_that_leave_before_the_first_frame_are_waited_for(
         tmp_path, recording, clock, monkeypatch, capsys):
     client = Made_up_client(clock, workers=lambda: [])
@@ -233,113 +179,6 @@ def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
     monkeypatch.setattr(_batch_output, "incomplete_frames", refused)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     assert capsys.readouterr().err == "error: complete: Permission denied\n"
-
-
-@pytest.mark.parametrize("number, words", [
-    (errno.ENOSPC, "No space left on device); make room there, and"),
-    (errno.EDQUOT, "Disk quota exceeded); make room there, and"),
-    (errno.EROFS, "Read-only file system); make it writable, and"),
-])
-def test_storage_that_takes_no_frame_ends_the_run(
-        tmp_path, recording, clock, monkeypatch, capsys, number, words):
-    usual, refused = os.replace, []
-
-    def replace(one, other):
-        if refused or str(other).endswith("dolp/2.0.0"):
-            refused.append(other)
-            raise OSError(number, os.strerror(number), one)
-        usual(one, other)
-
-    with monkeypatch.context() as full:
-        full.setattr(os, "replace", replace)
-        assert command_on(Made_up_client(clock), tmp_path, full) == 1
-    out = tmp_path / "out.zarr"
-    printed, errors = capsys.readouterr()
-    assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and len(refused) == 1
-    assert errors == (f"error: {out} cannot be written any more ({words} the same command goes on "
-                      "from here\n")
-    assert not list(out.glob("**/*.partial"))
-    assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 0
-    assert "3 frames done, 2 skipped, 0 failed" in capsys.readouterr().out
-    assert assert_equal(out, frames_of(FRAMES)) == FRAMES
-
-
-def test_one_frame_that_cannot_be_stored_ends_no_run(
-        tmp_path, recording, clock, monkeypatch, capsys):
-    usual = os.replace
-
-    def replace(one, other):
-        if str(other).endswith("dolp/2.0.0"):
-            raise OSError(errno.EIO, os.strerror(errno.EIO), one)
-        usual(one, other)
-
-    monkeypatch.setattr(os, "replace", replace)
-    assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
-    assert f"{FRAMES - 1} frames done, 0 skipped, 1 failed, " in capsys.readouterr().out
-
-
-def written_to(file):
-    with open(file, "ab") as stream:
-        stream.write(b"x")
-
-
-def touched(file):
-    """Within the same second."""
-    status = os.stat(file)
-    os.utime(file, ns=(status.st_atime_ns, status.st_mtime_ns ^ 4096))
-
-
-@pytest.mark.parametrize("change, words", [
-    (written_to, "was changed from 46080 to 46081 bytes"), (touched, "was written to")])
-def test_bare_samples_that_are_written_to_end_the_run(
-        tmp_path, clock, monkeypatch, capsys, change, words):
-    source, out = tmp_path / "in.raw", tmp_path / "out.zarr"
-    source.write_bytes(b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames_of(FRAMES)))
-    store = _batch_output.Output.store
-
-    def changing(self, name, index, values):
-        store(self, name, index, values)
-        if name == "complete" and index == 1:
-            change(source)
-
-    monkeypatch.setattr(_batch_output.Output, "store", changing)
-    line = ("--pixel-format", "Mono12p", "--height", 64, "--width", 96, "--layout", 2)
-    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in.raw", *line) == 1
-    printed, errors = capsys.readouterr()
-    assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed
-    assert errors == (f"error: {source} {words} while the run read it; give another OUT, once nothing "
-                      "writes to it any more\n")
-    assert completed(out) == 2
-    # What was not read of the recording as it was is not added later.
-    if change is written_to:
-        source.write_bytes(source.read_bytes()[:-1])
-    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in.raw", *line) == 2
-    assert "was made with source.modified" in capsys.readouterr().err
-
-
-def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
-        tmp_path, clock, monkeypatch, capsys):
-    folder, out, frames = tmp_path / "in", tmp_path / "out.zarr", frames_of(FRAMES)
-    folder.mkdir()
-    for number, frame in enumerate(frames):
-        tifffile.imwrite(folder / f"f{number}.tif", frame)
-    usual = _recordings.read_picture
-
-    def reading(file):
-        picture = usual(file)
-        if file.endswith("f2.tif"):
-            touched(file)
-        return picture
-
-    with monkeypatch.context() as written:
-        written.setattr(_recordings, "read_picture", reading)
-        assert command_on(Made_up_client(clock), tmp_path, written, "in", *options()) == 1
-    printed, errors = capsys.readouterr()
-    assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2
-    assert errors == (f"error: {folder}/f2.tif was written to while the run read it; the same command "
-                      "goes on once nothing writes to it any more\n")
-    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *options()) == 0
-    assert assert_equal(out, frames) == FRAMES
 
 
 @pytest.mark.parametrize("answers, words", [
