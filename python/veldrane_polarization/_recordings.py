@@ -52,11 +52,11 @@ class Zarr_recording:
         _check_chunks(array, folder, first, stop)
         try:
             return np.asarray(array[first:stop])
-        except OSError:
-            raise
         except MemoryError:
             raise ValueError("does not fit into memory; give more of it to the worker") from None
-        except Exception:  # each codec has its own for data that make no sense
+        except Exception as error:  # each codec has its own for data that make no sense
+            if isinstance(error, OSError) and error.errno is not None:
+                raise
             raise ValueError("a chunk cannot be decoded; write the array again") from None
 
     def name(self, index: int) -> str:

@@ -230,6 +230,17 @@ def test_damaged_chunks_fail_in_our_words(place, monkeypatch, filters, damage, w
         recording.read(0, 1)
 
 
+@pytest.mark.parametrize("codec", ("bz2", "gzip", "lz4", "lzma", "zlib", "zstd"))
+def test_what_no_codec_understands_is_told_in_our_words(place, monkeypatch, codec):
+    monkeypatch.undo()
+    zarr.save_array(str(place / "in.zarr"), frames_of(1), chunks=(1, 64, 96),
+                    compressor=numcodecs.get_codec({"id": codec}))
+    recording = _recordings.open_recording(place / "in.zarr")
+    (place / "in.zarr" / "0.0.0").write_bytes(b"\xff" * 100)
+    with pytest.raises(ValueError, match="^a chunk cannot be decoded; write the array again$"):
+        recording.read(0, 1)
+
+
 def test_an_array_that_was_exchanged_under_way_fails_its_frames(place, monkeypatch):
     monkeypatch.undo()
     recording = _recordings.open_recording(place / "in.zarr")
