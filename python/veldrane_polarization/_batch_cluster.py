@@ -83,10 +83,15 @@ def _client_of(scheduler: str, security: Any) -> Any:
         address = f"tls://{scheduler}"
     try:
         return Client(address, timeout=_CONNECT_SECONDS, security=security)
-    except (OSError, ValueError) as error:
+    except OSError as error:
         raise Cluster_error(
             f"--scheduler {scheduler} does not answer ({reason_of(error)}); start "
             "dask-scheduler there, or leave the option out"
+        ) from None
+    except (ImportError, ValueError):  # some kinds of addresses want packages of their own
+        raise Cluster_error(
+            f"--scheduler {scheduler} is no address that can be used; give one such as "
+            "tcp://HOST:8786"
         ) from None
     except TypeError:
         raise Cluster_error(

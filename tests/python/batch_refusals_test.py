@@ -99,7 +99,9 @@ CASES = [
      "--tls-cert no cannot be read (No such file"),
     (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "c.json")),
      "no certificates in PEM form"),
-    (("in.zarr", "out", *options("--scheduler", "nonsense://x")), "does not answer"),
+    *((("in.zarr", "out", *options("--scheduler", address)),
+       f"--scheduler {address} is no address that can be used; give one such as tcp://HOST:8786")
+      for address in ("nonsense://x", "localhost", "inproc://x", "tcp://localhost:x")),
     (("in.zarr", "out", *options("--scheduler", NOBODY)), "does not answer"),
 ]
 
