@@ -89,6 +89,12 @@ def _grey_png(stream: IO[bytes]) -> Array:
         raise Picture_error(f"holds {kinds.get(colour, colour)} of {depth} bits; {_ACCEPTED}")
     stream.seek(0)
     # No other of the library's fifty formats gets to see what passes for a PNG file.
-    with Image.open(stream, formats=("PNG",)) as image:
-        # Grey of 16 bits is read as 32 bits with a sign.
-        return np.asarray(image).astype(np.uint8 if depth == 8 else np.uint16)
+    try:
+        with Image.open(stream, formats=("PNG",)) as image:
+            # Grey of 16 bits is read as 32 bits with a sign.
+            return np.asarray(image).astype(np.uint8 if depth == 8 else np.uint16)
+    except Image.DecompressionBombError:
+        width, height = (int.from_bytes(start[at : at + 4], "big") for at in (16, 20))
+        raise Picture_error(
+            f"holds {height} x {width} pixels, more than are read of a PNG file; give a TIFF file"
+        ) from None

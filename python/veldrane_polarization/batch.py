@@ -8,6 +8,7 @@ import logging
 import os
 import sys
 import uuid
+import warnings
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Optional
@@ -273,6 +274,8 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
 if __name__ == "__main__":
     # dask logs what this program reports in lines of its own, some of it when Python ends.
     logging.disable(logging.CRITICAL)
+    # Decoders warn of pictures that are large, and of more that no user can change.
+    warnings.simplefilter("ignore")
     # By its proper name, so that workers find what they are sent.
     from veldrane_polarization.batch import main as _main
 

@@ -13,7 +13,7 @@ import numpy as np
 import pytest
 import tifffile
 import zarr
-from batch_support import frames_of, output, settings
+from batch_support import frames_of, options, output, run, settings
 from PIL import Image
 
 import veldrane_polarization as vp
@@ -99,6 +99,13 @@ def png(depth, colour, rows, palette=b""):
     lines = zlib.compress(b"".join(b"\0" + row for row in rows))
     return (b"\x89PNG\r\n\x1a\n" + part(b"IHDR", header) + (part(b"PLTE", palette) if palette else b"")
             + part(b"IDAT", lines) + part(b"IEND", b""))
+
+
+def large_png(side):
+    """As its header says."""
+    data = png(8, 0, [bytes(32)] * 4)
+    header = b"IHDR" + struct.pack(">II", side, side) + data[24:29]
+    return data[:12] + header + struct.pack(">I", zlib.crc32(header)) + data[33:]
 
 
 @pytest.mark.parametrize("depth, colour, words", [
@@ -198,6 +205,20 @@ def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, suffix):
         read_picture(str(file))
     with pytest.raises(FileNotFoundError):
         read_picture(str(tmp_path / f"g.{suffix}"))
+
+
+def test_a_picture_that_is_vast_is_told_so(tmp_path):
+    file = tmp_path / "f.png"
+    file.write_bytes(large_png(20000))
+    with pytest.raises(ValueError, match="^holds 20000 x 20000 pixels, more than are read of a PNG"):
+        read_picture(str(file))
+
+
+def test_decoders_do_not_warn_of_large_pictures(tmp_path):
+    (tmp_path / "in").mkdir()
+    (tmp_path / "in" / "f.png").write_bytes(large_png(10000))
+    code, printed, errors = run(tmp_path / "in", tmp_path / "out", *options())
+    assert code == 2 and "cannot be decoded" in errors and errors.count("\n") == 1, errors
 
 
 def test_no_other_decoder_sees_what_passes_for_a_png(tmp_path, monkeypatch):
