@@ -95,8 +95,13 @@ def choice(name: str, value: Any, accepted: tuple[str, ...]) -> str:
 def file_name(name: str, value: Any) -> str:
     try:
         file: str = os.fsdecode(value)
+        os.fsencode(file)
     except TypeError:
         raise TypeError(f"{name} is {value!r}; give the name of a file") from None
+    except UnicodeError:
+        raise ValueError(
+            f"{name} is {value!r}; give a name of characters that files can have"
+        ) from None
     if not file:
         raise ValueError(f"{name} is empty; give the name of a file")
     if "\0" in file:

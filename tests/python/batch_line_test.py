@@ -90,6 +90,7 @@ def test_case_of_values_does_not_matter():
     (("--compression", "zip"), "--compression is zip; give one of lz4, none"),
     (("--pixel-format", "Mono13"), "--pixel-format is Mono13; give one of Mono8,"),
     (("other",), "other is no argument of this command"),
+    (("-qx",), "-qx has a value where none belongs; give --quiet alone"),
     (("--nonsense", "5"), "--nonsense is no argument of this command"),
     (("--quie",), "--quie is no argument of this command"),
     (("--bit-depth", "17"), "--bit-depth is 17; give a whole number from 1 to 16"),

@@ -215,6 +215,7 @@ def test_a_plane_that_was_not_asked_for_is_named():
     (lambda: vp.Calibration.from_json(b"{}"), TypeError, "text is a bytes; give what to_json"),
     (lambda: vp.Calibration.load(""), ValueError, "path is empty; give the name of a file"),
     (lambda: vp.Calibration.load(5), TypeError, "path is 5; give the name of a file"),
+    (lambda: vp.Calibration.load("\ud800"), ValueError, "characters that files can have"),
     (lambda: vp.Calibration.load("a\0b"), ValueError, "without a character of code 0"),
     (lambda: vp.Calibration.ideal(2).save(""), ValueError, "path is empty; give the name of a file"),
     (lambda: vp.Calibration.ideal(2).save(None), TypeError, "path is None; give the name of a file"),
