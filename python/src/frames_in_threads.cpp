@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -102,11 +103,15 @@ private:
     std::exception_ptr failure_;
 };
 
-void start(std::vector<std::jthread>& threads, std::function<void()> const& work) {
+// Whether there was a thread to be had. Otherwise those there are do the work.
+bool start(std::vector<std::jthread>& threads, std::function<void()> const& work) {
     try {
         threads.emplace_back(work);
+        return true;
     } catch (std::system_error const&) {
-        // The system has no thread left. Those there are do the work.
+        return false;
+    } catch (std::bad_alloc const&) {
+        return false;
     }
 }
 
@@ -133,14 +138,16 @@ void process_frames(
     std::size_t const wanted = threads == 0 ? usable_processors() : threads;
     Frame_counter frames{raw.count()};
     {
-        std::vector<std::jthread> others;
-        for (std::size_t number = 1; number < std::min(wanted, raw.count()); ++number) {
-            start(others, [&] {
-                frames.work([&] {
-                    return [&, worker = Worker{settings, mode, wants_signed(targets)}](
-                               std::size_t index) mutable { worker.process(raw, targets, index); };
-                });
+        std::function<void()> const help = [&] {
+            frames.work([&] {
+                return [&, worker = Worker{settings, mode, wants_signed(targets)}](
+                           std::size_t index) mutable { worker.process(raw, targets, index); };
             });
+        };
+        std::vector<std::jthread> others;
+        std::size_t missing = std::min(wanted, raw.count()) - 1;
+        while (missing > 0 && start(others, help)) {
+            --missing;
         }
         frames.work([&] {
             return [&](std::size_t index) {

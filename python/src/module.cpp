@@ -6,6 +6,7 @@
 #include "veldrane_mrv/polarization/mosaic.hpp"
 
 #include <exception>
+#include <new>
 #include <pybind11/stl.h>
 #include <string>
 
@@ -14,13 +15,18 @@ namespace {
 namespace mrv = veldrane_mrv::polarization;
 
 // `Argument_error` is a std::invalid_argument, which arrives as ValueError without help.
-void translate_file_error(std::exception_ptr const pending) {
+void translate_error(std::exception_ptr const pending) {
     try {
         if (pending) {
             std::rethrow_exception(pending);
         }
     } catch (mrv::File_error const& error) {
         PyErr_SetString(PyExc_ValueError, error.what());
+    } catch (std::bad_alloc const&) {
+        PyErr_SetString(
+            PyExc_MemoryError,
+            "the memory that is left is too little for this call; give fewer frames at once, "
+            "smaller ones or fewer threads");
     }
 }
 
@@ -62,7 +68,7 @@ long whole_number(char const* name, pybind11::handle value, long lowest, long hi
 
 PYBIND11_MODULE(_native, module) {
     module.doc() = "What the package veldrane_polarization does in C++.";
-    pybind11::register_exception_translator(&translate_file_error);
+    pybind11::register_exception_translator(&translate_error);
     module.def("software_version", [] { return std::string{mrv::software_version()}; });
     module.def("processor_identification", &mrv::processor_identification);
     module.def("whole_number", &veldrane_python::whole_number);
