@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 import contextlib
+import re
 import sys
 import tempfile
 from collections.abc import Iterator
 from typing import Any, Optional
 
 _CONNECT_SECONDS = 10
+_ADDRESS = re.compile(r"([a-z]+://)?[^\s/]+:(?P<port>[0-9]{1,5})/?")
 
 
 class Cluster_error(ValueError):
@@ -78,6 +80,13 @@ def cluster(
 def _client_of(scheduler: str, security: Any) -> Any:
     from distributed import Client
 
+    unusable = Cluster_error(
+        f"--scheduler {scheduler} is no address that can be used; give one such as tcp://HOST:8786"
+    )
+    # Dask takes ten seconds to find out, or a text of its own.
+    found = _ADDRESS.fullmatch(scheduler)
+    if found is None or not 1 <= int(found["port"]) <= 65535:
+        raise unusable
     address = scheduler
     if security is not None and "://" not in scheduler:
         address = f"tls://{scheduler}"
@@ -89,10 +98,7 @@ def _client_of(scheduler: str, security: Any) -> Any:
             "dask-scheduler there, or leave the option out"
         ) from None
     except (ImportError, ValueError):  # some kinds of addresses want packages of their own
-        raise Cluster_error(
-            f"--scheduler {scheduler} is no address that can be used; give one such as "
-            "tcp://HOST:8786"
-        ) from None
+        raise unusable from None
     except TypeError:
         raise Cluster_error(
             f"--scheduler {scheduler} asks for certificates; give --tls-ca-file, --tls-cert and "

@@ -101,7 +101,7 @@ CASES = [
      "no certificates in PEM form"),
     *((("in.zarr", "out", *options("--scheduler", address)),
        f"--scheduler {address} is no address that can be used; give one such as tcp://HOST:8786")
-      for address in ("nonsense://x", "localhost", "inproc://x", "tcp://localhost:x")),
+      for address in ("nonsense://x:1", "localhost", "inproc://x", "tcp://[::1]:x", "tls://x:99999")),
     (("in.zarr", "out", *options("--scheduler", NOBODY)), "does not answer"),
 ]
 
