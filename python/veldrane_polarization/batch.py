@@ -68,7 +68,7 @@ def _parser() -> Line_parser:
     cluster = parser.add_argument_group("where")
     cluster.add_argument("--scheduler", kind=Text("the address of a scheduler"), metavar="ADDRESS",
                          help="of a cluster that runs already")
-    cluster.add_argument("--workers", kind=Whole_number(), metavar="N",
+    cluster.add_argument("--workers", kind=Whole_number(1, 1024), metavar="N",
                          help="processes on this machine, without --scheduler; one a processor")
     cluster.add_argument("--patience", kind=Seconds(), default=60, metavar="SECONDS",
                          help="to wait for a worker, and for the next frame to be done (60)")
@@ -93,8 +93,6 @@ def _check_line(line: argparse.Namespace) -> None:
         raise Usage_error("--dashboard and --scheduler exclude each other; leave out one")
     if line.scheduler is None and (line.tls_ca_file or line.tls_cert or line.tls_key):
         raise Usage_error("--tls-ca-file, --tls-cert and --tls-key are for --scheduler; give it too")
-    if line.workers is not None and not 1 <= line.workers <= 1024:
-        raise Usage_error(f"--workers is {line.workers}; give 1 to 1024")
     if not 0 < line.patience <= 1e6:
         raise Usage_error(f"--patience is {line.patience:g}; give more than 0, up to 1e6 seconds")
     if line.pixel_format is None:
@@ -201,8 +199,9 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
         code, problem = A_FRAME_FAILED, str(error)
     except _batch_interruption.Interruption:
         code, problem = INTERRUPTED, f"interrupted; {_batch_output.GO_ON}"
-    _tell(report, recording, problem, line.quiet)
-    return code or (A_FRAME_FAILED if report.done < report.frames else ALL_DONE)
+    is_told = _tell(report, recording, problem, line.quiet)
+    is_whole = is_told and report.done == report.frames
+    return code or (ALL_DONE if is_whole else A_FRAME_FAILED)
 
 
 def _process(
@@ -225,10 +224,21 @@ def _process(
 
 def _tell(
     report: _batch_running.Report, recording: Recording, problem: str, quiet: bool
-) -> None:
+) -> bool:
+    """Whether all could be told; failures are, wherever the summary goes."""
     report.end()
-    if not quiet:
-        unfinished = report.frames - report.handled
+    lost = "" if quiet else _summarise(report, recording)
+    for index, reason in sorted(report.failures.items()):
+        _complain(f"{recording.name(index)}: {reason}")
+    for each in filter(None, (problem, lost)):
+        _complain(each)
+    return not lost
+
+
+def _summarise(report: _batch_running.Report, recording: Recording) -> str:
+    """What was wrong with that."""
+    unfinished = report.frames - report.handled
+    try:
         print(
             f"{report.done} frames done, {recording.count - report.frames} skipped, "
             f"{len(report.failures)} failed, "
@@ -237,10 +247,9 @@ def _tell(
             f"{report.done / max(report.seconds, 1e-9):.1f} frames a second",
             flush=True,
         )
-    for index, reason in sorted(report.failures.items()):
-        _complain(f"{recording.name(index)}: {reason}")
-    if problem:
-        _complain(problem)
+    except OSError as error:
+        return f"the summary cannot be printed ({error.strerror}); leave it out with --quiet"
+    return ""
 
 
 def _complain(problem: str) -> None:

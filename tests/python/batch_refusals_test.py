@@ -69,7 +69,7 @@ CASES = [
     (("in.zarr", "other", *options("--full-scale", "4095")), "was made with full_scale"),
     (("in.zarr", "other", *options("--compression", "none")), "was made with compression"),
     (("in.zarr", "out", *options("--workers", "2", "--scheduler", "tcp://127.0.0.1:9")), "exclude"),
-    (("in.zarr", "out", *options("--workers", "0")), "1 to 1024"),
+    (("in.zarr", "out", *options("--workers", "0")), "--workers is 0; give a whole number from 1 to 1024"),
     (("in.zarr", "out", *options("--patience", "0")), "--patience is 0"),
     (("in.zarr", "out", *options("--patience", "nan")), "--patience is nan"),
     (("in.zarr", "out", *options("--work", "2")), "--work is no argument"),

@@ -2,7 +2,10 @@
 
 from __future__ import annotations
 
+import contextlib
+import os
 import pydoc
+import sys
 from pathlib import Path
 from types import SimpleNamespace
 
@@ -156,6 +159,25 @@ def test_frames_that_were_not_done_are_no_success(tmp_path, recording, clock, mo
     monkeypatch.setattr(_batch_running.Run, "process", lambda *arguments: None)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     assert f"{FRAMES} not finished" in capsys.readouterr().out
+
+
+def test_failures_are_told_where_the_summary_cannot_be(
+        tmp_path, recording, clock, monkeypatch, capsys):
+    (tmp_path / "in.zarr" / "1.0.0").unlink()
+    reader, writer = os.pipe()
+    os.close(reader)
+    with open(writer, "w", closefd=False) as nobody:
+        monkeypatch.setattr(sys, "stdout", nobody)
+        assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
+        (tmp_path / "in.zarr" / "1.0.0").write_bytes((tmp_path / "in.zarr" / "0.0.0").read_bytes())
+        assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
+        monkeypatch.undo()
+        with contextlib.suppress(OSError):
+            nobody.close()
+    os.close(writer)
+    lost = "error: the summary cannot be printed (Broken pipe); leave it out with --quiet\n"
+    assert capsys.readouterr().err == (
+        f"error: {tmp_path}/in.zarr frame 1: the chunk 1.0.0 is missing\n{lost}{lost}")
 
 
 def test_a_scheduler_that_goes_before_the_first_frame_is_no_wrong_usage(
