@@ -151,6 +151,18 @@ def tasks_of(frames: Sequence[int], per_task: int) -> Iterator[list[int]]:
         yield group
 
 
+def _problem_of(error: Exception) -> str:
+    """Of a task that ended otherwise than by the word of a worker."""
+    from distributed.scheduler import KilledWorker
+
+    if isinstance(error, KilledWorker):  # whose text is of Dask's tasks and pages
+        return (
+            "all workers that were at it died, one after the other; give them more memory, and "
+            f"{GO_ON}"
+        )
+    return f"{type(error).__name__}: {error}"
+
+
 class Run:
     """Frames on their way through a cluster, a few tasks a thread known to it at a time."""
 
@@ -324,7 +336,7 @@ class Run:
                 if isinstance(error, _batch_work.Run_ended):
                     self._report.add(error.outcome)
                     raise Unfinished(error.line)
-                problem = f"{type(error).__name__}: {error}"
+                problem = _problem_of(error)
                 return [(index, problem) for index in self._under_way[future]]
             outcome: _batch_work.Outcome = future.result(timeout=_STEP_SECONDS)
             return outcome

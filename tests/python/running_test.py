@@ -13,10 +13,11 @@ import distributed
 import pytest
 from batch_support import Made_up_client, assert_equal, frames_of, options
 from distributed.comm import CommClosedError
+from distributed.scheduler import KilledWorker
 from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, batch
+from veldrane_polarization import _batch_output, _batch_running, _batch_work, batch
 
 # Fixtures.
 __all__ = ["a_run", "clock", "recording"]
@@ -159,6 +160,18 @@ def test_frames_that_were_not_done_are_no_success(tmp_path, recording, clock, mo
     monkeypatch.setattr(_batch_running.Run, "process", lambda *arguments: None)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     assert f"{FRAMES} not finished" in capsys.readouterr().out
+
+
+def test_frames_that_no_worker_survives_fail_in_our_words(clock, a_run, monkeypatch):
+    def killing(*arguments):
+        raise KilledWorker("a task", SimpleNamespace(address="tcp://one"), 3)
+
+    monkeypatch.setattr(_batch_work, "process_frames", killing)
+    run, report = a_run(Made_up_client(clock))
+    run.process([2, 3], 1)
+    line = ("all workers that were at it died, one after the other; give them more memory, and the "
+            "same command goes on from here")
+    assert report.failures == {2: line, 3: line} and report.done == 0
 
 
 def test_failures_are_told_where_the_summary_cannot_be(
