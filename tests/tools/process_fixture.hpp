@@ -13,6 +13,17 @@
 
 namespace process_fixture {
 
+/// Their run-time libraries reserve terabytes of address space, which neither a limit nor an
+/// emulator gives them, and have to be loaded before any other.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool built_with_sanitizer = true;
+#elif defined(__has_feature)
+inline constexpr bool built_with_sanitizer =
+    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
+#else
+inline constexpr bool built_with_sanitizer = false;
+#endif
+
 using Names = std::vector<std::string>;
 
 /// All that `process good.png` leaves by default.

@@ -367,20 +367,10 @@ TEST_F(Process_refusals, a_calibration_that_is_no_file_is_refused_at_once) {
     }
 }
 
-// The sanitizers' run-time libraries reserve address space that the emulator does not give them.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool built_with_sanitizer = true;
-#elif defined(__has_feature)
-constexpr bool built_with_sanitizer =
-    __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool built_with_sanitizer = false;
-#endif
-
 // An emulated processor without the instructions, where the emulator is installed.
 TEST_F(Process_refusals, a_processor_without_avx2_or_fma_is_refused) {
     std::string const emulator = "/usr/bin/qemu-x86_64";
-    if (built_with_sanitizer || !std::filesystem::exists(emulator)) {
+    if (process_fixture::built_with_sanitizer || !std::filesystem::exists(emulator)) {
         GTEST_SKIP() << emulator << " is not installed, or the program has a sanitizer";
     }
     std::vector<std::pair<char const*, char const*>> const cases = {
