@@ -212,6 +212,10 @@ void Staged_files::append(Bytes bytes) {
     Descriptor descriptor(open(file.temporary.c_str(), how));
     struct stat status = {};
     bool const is_there = descriptor.is_open() && fstat(descriptor.get(), &status) == 0;
+    // ENXIO: a pipe without a reader.
+    if (!is_there && errno != ENOENT && errno != ELOOP && errno != ENXIO) {
+        fail(file.final, errno);
+    }
     if (!is_there || status.st_dev != file.device || status.st_ino != file.number) {
         throw File_failure(
             file.final, "cannot be written: " + file.temporary.string() +

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdio>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -140,6 +141,25 @@ TEST(Staged_files, what_has_come_in_the_place_of_a_temporary_file_is_not_written
         EXPECT_THROW(files.append(more), File_failure);
         EXPECT_EQ(test_files::read(folder / "victim").size(), 4U);
     }
+}
+
+TEST(Staged_files, what_keeps_the_system_from_opening_a_temporary_file_is_told) {
+    Folder const folder;
+    Staged_files files;
+    files.add(folder / "a", std::string("x"));
+    std::vector<std::uint8_t> const more = {1};
+    rlimit old = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &old), 0);
+    rlimit const none = {0, old.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    std::string problem;
+    try {
+        files.append(more);
+    } catch (File_failure const& failure) {
+        problem = failure.what();
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &old), 0);
+    EXPECT_EQ(problem, (folder / "a").string() + ": cannot be written: Too many open files");
 }
 
 TEST(Staged_files, only_regular_files_are_replaced) {
