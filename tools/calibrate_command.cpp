@@ -210,6 +210,7 @@ void run_calibrate(Command_line& line) {
         line.plot.replace_extension(".png");
     }
     Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
+    require_frames(found);
     refuse_lost_files(line, found.frames, preparation);
     Made_folder const folder(line.output.parent_path());
     Existing_files const existing =

@@ -220,4 +220,10 @@ Found_frames find_frames(
     return found;
 }
 
+void require_frames(Found_frames const& found) {
+    if (found.frames.empty() && found.failures.empty()) {
+        throw Usage_error("--start, --stop and --step leave no frame; choose others");
+    }
+}
+
 } // namespace polarize_tool

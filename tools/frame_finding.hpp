@@ -50,6 +50,9 @@ Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
     Frame_selection const& selection = {});
 
+/// @throws Usage_error if no frame was selected, though no input failed
+void require_frames(Found_frames const& found);
+
 } // namespace polarize_tool
 
 #endif

@@ -50,6 +50,7 @@ std::string inspected(Frame const& frame, std::string const& name, Command_line 
 int run_inspect(Command_line const& line) {
     std::optional<Raw_layout> const raw = line.input.raw_layout();
     Found_frames found = find_frames(line.input.inputs, raw, line.input.selection);
+    require_frames(found);
     std::vector<std::string>& failures = found.failures;
     Frame_reader reader(raw);
     Fetched_frame fetched;

@@ -262,10 +262,8 @@ void Process_run::report(std::size_t done, std::size_t total) {
 int Process_run::operator()() {
     Found_frames found =
         find_frames(options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
+    require_frames(found);
     failures_ = std::move(found.failures);
-    if (found.frames.empty() && failures_.empty()) {
-        throw Usage_error("--start, --stop and --step leave no frame; choose others");
-    }
     Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
     std::vector<Frame_place> frames = without_clashes(found.frames);
     if (options_.passes_over_done) {

@@ -269,6 +269,7 @@ TEST_F(Calibrate_command, series_that_do_not_make_a_calibration_are_refused) {
     simulate_series();
     expect_refused(calibrate({}, "cal_angle_000.0.png"), 1, "angle");
     expect_refused(calibrate({"--phase", "2"}), 2, "--phase");
+    expect_refused(calibrate({"--start", "12"}), 2, "leave no frame; ");
     expect_refused(
         run(
             {"calibrate", in_folder("cal_angle_*.png"), "-o", in_folder("out.json"), "--phase", "0",

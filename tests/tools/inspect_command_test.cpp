@@ -116,6 +116,12 @@ TEST_F(Inspect_command, a_single_pixel_and_wrong_usage_are_one_line) {
     EXPECT_EQ(program_run::line_count(usage.errors), 1U) << usage.errors;
 }
 
+TEST_F(Inspect_command, a_choice_that_leaves_no_frame_is_refused) {
+    Outcome const refused = run({"inspect", polarised(), "--start", "1"});
+    EXPECT_EQ(refused.code, 2);
+    EXPECT_NE(refused.errors.find("leave no frame; "), std::string::npos) << refused.errors;
+}
+
 TEST_F(Inspect_command, numbers_that_are_not_finite_or_wrap_are_refused) {
     for (std::string const number : {"nan", "-nan", "inf", "-inf"}) {
         Outcome const outcome = run({"inspect", polarised(), "--polarizer-angle=" + number});
