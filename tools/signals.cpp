@@ -21,7 +21,8 @@ sem_t arrivals;
 // start threads before main(), as those for linear algebra do.
 void count_arrival(int signal) {
     int const error = errno;
-    request_interruption(); // here, so that whoever is waiting in a system call knows when it returns
+    // Here, so that whoever is waiting in a system call knows when it returns.
+    request_interruption();
     sem_post(&arrivals);
     if (signal == SIGQUIT) { // counts as two, since whoever sends it will not wait
         sem_post(&arrivals);
