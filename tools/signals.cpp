@@ -67,8 +67,8 @@ void catch_interruptions() {
     // No system call of a thread that works is cut short.
     action.sa_flags = SA_RESTART;
     for (int const signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
-        if (signal == SIGHUP && is_ignored(signal)) {
-            continue; // nohup starts a program that is to outlive its terminal
+        if ((signal == SIGHUP || signal == SIGQUIT) && is_ignored(signal)) {
+            continue; // nohup and scripts start what is to outlive its terminal
         }
         sigaction(signal, &action, nullptr);
     }

@@ -7,8 +7,8 @@ namespace polarize_tool {
 
 /// From now on the first SIGINT, SIGTERM or SIGHUP requests the interruption. A second one, and the
 /// first SIGQUIT, removes what is staged and ends the program at once, wherever it may hang: a pipe
-/// that nobody reads, a disk that has gone away. Under nohup SIGHUP stays ignored. SIGPIPE and
-/// SIGXFSZ become errors of the write that caused them.
+/// that nobody reads, a disk that has gone away. SIGHUP and SIGQUIT stay ignored if they were, as
+/// under nohup. SIGPIPE and SIGXFSZ become errors of the write that caused them.
 void catch_interruptions();
 
 } // namespace polarize_tool

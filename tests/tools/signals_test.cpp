@@ -179,17 +179,22 @@ TEST_F(Signals, inspect_that_is_interrupted_says_so_whatever_it_was_doing) {
     EXPECT_NE(outcome.errors.find("interrupted; nothing"), std::string::npos);
 }
 
-TEST_F(Signals, a_hangup_does_not_end_what_nohup_started) {
-    program_run::Running_program program(
-        {"/bin/sh", "-c",
-         "trap '' HUP; exec '" POLARIZE_PROGRAM "' simulate --frames 3 -o '" +
-             in_folder("made/many.png") + "'"});
-    while (program.is_running() && !std::filesystem::exists(folder_ / "made")) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+// nohup has hangups ignored, and a script SIGQUIT by what it runs in the background.
+TEST_F(Signals, a_hangup_or_quit_does_not_end_what_was_started_to_ignore_it) {
+    for (auto const& [name, signal] : {std::pair("HUP", SIGHUP), std::pair("QUIT", SIGQUIT)}) {
+        std::string const made = std::string("made_") + name;
+        program_run::Running_program program(
+            {"/bin/sh", "-c",
+             std::string("trap '' ") + name +
+                 "; exec '" POLARIZE_PROGRAM "' simulate --frames 3 -o '" +
+                 in_folder(made + "/many.png") + "'"});
+        while (program.is_running() && !std::filesystem::exists(folder_ / made)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        program.send(signal);
+        EXPECT_EQ(program.wait().code, 0) << name;
+        EXPECT_GE(test_files::names_in(folder_ / made).size(), 3U) << name;
     }
-    program.send(SIGHUP);
-    EXPECT_EQ(program.wait().code, 0);
-    EXPECT_GE(test_files::names_in(folder_ / "made").size(), 3U);
 }
 
 // A second signal waits neither for a pipe that nobody empties nor for a thread that writes to it.
