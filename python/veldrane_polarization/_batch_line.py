@@ -27,9 +27,11 @@ class Text:
 class Whole_number(Text):
     """Decimal digits alone: Python's int() takes blanks, underscores and digits of any script."""
 
-    def __init__(self, lowest: int = -(1 << 63), highest: int = (1 << 63) - 1) -> None:
-        super().__init__(f"a whole number from {lowest} to {highest}")
-        self._range = range(lowest, highest + 1)
+    def __init__(self, lowest: Optional[int] = None, highest: int = (1 << 63) - 1) -> None:
+        """Without a range the caller bounds the number, and says by what."""
+        bounds = "" if lowest is None else f" from {lowest} to {highest}"
+        super().__init__(f"a whole number{bounds} in decimal digits")
+        self._range = range(-(1 << 63) if lowest is None else lowest, highest + 1)
 
     def value_of(self, text: str) -> Any:
         if not re.fullmatch("-?[0-9]{1,19}", text) or int(text) not in self._range:

@@ -63,7 +63,7 @@ def test_a_flag_takes_no_value(capsys, name):
     "9223372036854775808", "-9223372036854775809", "9" * 5000])
 def test_numbers_are_decimal_digits_of_64_bits(capsys, name, value):
     errors = told(capsys, f"{name}={value}")
-    assert f"error: {name} is " in errors and "; give a whole number from " in errors
+    assert f"error: {name} is " in errors and "; give a whole number " in errors
     assert all(sign.isprintable() for sign in errors[:-1])
 
 
