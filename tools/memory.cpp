@@ -18,8 +18,8 @@ namespace {
 [[noreturn]] void end_cleanly() {
     // Composed in advance: there may be no memory for a string.
     constexpr std::string_view line =
-        "veldrane-polarize: out of memory or threads; give fewer --jobs, a smaller --region or a "
-        "smaller frame\n";
+        "veldrane-polarize: broken off, most likely for want of memory or threads; give fewer "
+        "--jobs, a smaller --region or a smaller frame\n";
     remove_staged_files();
     complain_without_memory(line);
     _exit(an_input_failed);
