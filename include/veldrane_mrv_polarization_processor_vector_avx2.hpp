@@ -30,10 +30,17 @@
 ///      points to a writable plane of the size above.
 ///   4. No two buffers overlap. Samples are read after neighbouring outputs have been written.
 ///   5. `maximum_output_value` is at most 65535.
-///   6. `maximum_input_value` is not zero when it is read: when a Stokes plane is requested and
-///      `maximum_output_value_integer` differs from 2^bit_depth - 1.
+///   6. `maximum_input_value` is not zero when it is read: when `s0_image`, `s1_image` or
+///      `s2_image` is requested and `maximum_output_value_integer` differs from 2^bit_depth - 1.
 ///   7. All four references of `Calibration_matrices` are valid if any plane is requested.
 ///   8. The processor has AVX2 and FMA if any plane is requested.
+///
+/// Bits
+///   A result follows from the samples, the record, the matrices, the rounding mode in force and
+///   the processor's approximate reciprocal, whose bits differ between processor models. So azimuth
+///   and DoLP may differ by a few steps from one model to another everywhere, and `s0_image`,
+///   `s1_image` and `s2_image` where a vector block rescales them. On one model equal calls give
+///   equal bits.
 ///
 /// Threads
 ///   The transform reads its two arguments, writes the requested planes and its own stack, and
@@ -82,22 +89,29 @@ struct Polarization_computation_arguments {
     float maximum_input_value;
 
     /// Full scale of the five 16-bit planes, at most 65535: upper limit of each, 180 degrees in
-    /// `azimuth_image`, 1 in `dolp_image`, and the factor of the Stokes planes' rescaling.
+    /// `azimuth_image`, 1 in `dolp_image`, and the factor in the rescaling of `s0_image`,
+    /// `s1_image` and `s2_image`.
     float maximum_output_value;
 
-    /// Decides the rescaling and nothing else: equal to 2^bit_depth - 1, the Stokes planes keep
-    /// sample units; different, they are multiplied by maximum_output_value / maximum_input_value.
+    /// Decides the rescaling and nothing else: equal to 2^bit_depth - 1, `s0_image`, `s1_image` and
+    /// `s2_image` keep sample units; different, they are multiplied by maximum_output_value and
+    /// divided by maximum_input_value. The vector blocks multiply by the processor's approximate
+    /// reciprocal of maximum_input_value (relative error up to 1.5 * 2^-12) in place of the
+    /// division, so there a full scale may come out a few steps off.
     std::int32_t maximum_output_value_integer;
 
     /// Two floats per pixel, S1 / S0 and S2 / S0, or null if not wanted. 2 * height * width floats.
     ///
-    /// Pixels computed with a matrix stand at float 2 * (row * width + column). The vector blocks
-    /// (16 columns of two rows, block_count = width / 16 - 1 of them in each row pair) do not: they
-    /// store pixels 0, 1, 4, 5, 10, 11, 14, 15 of a block one after another, from a running float
-    /// index that starts at 0 and grows by 16 a block, the second row 2 * width floats behind the
-    /// first. What no store reaches keeps the caller's contents. S0 equal to 0 gives an infinity or
-    /// a NaN, stored as it falls. The plane holds every pixel at its own position for frames
-    /// narrower than 32 columns or of 2 rows.
+    /// Pixels computed with a matrix are stored at float 2 * (row * width + column). The vector
+    /// blocks (16 columns of two rows, block_count = width / 16 - 1 of them in each row pair) keep
+    /// to no position: they store pixels 0, 1, 4, 5, 10, 11, 14, 15 of a block one after another,
+    /// from a running float index that starts at 0 and grows by 16 a block, the second row 2 *
+    /// width floats behind the first. Blocks of later row pairs so overwrite what a matrix wrote in
+    /// earlier ones: of a frame of width 48 and height 7, 32 of the 144 pixels computed with a
+    /// matrix. At every size only the last row (odd height) or the last two (even height), written
+    /// after all blocks, are sure to stand where they belong. What no store reaches keeps the
+    /// caller's contents. S0 equal to 0 gives an infinity or a NaN, stored as it falls. The plane
+    /// holds every pixel at its own position for frames narrower than 32 columns or of 2 rows.
     float* normalized_stokes_image;
 
     /// Total intensity, or null if not wanted: S0 clamped to 0 .. maximum_output_value.
@@ -136,6 +150,11 @@ struct Polarization_computation_arguments {
 /// 16 * (width / 16 - 1) on, and the last one (odd height) or two rows (even height). Inside the
 /// blocks S0, S1 and S2 are plain sums and differences chosen by `polar_phase`. Weights that agree
 /// with these give a picture without a seam. The four references may name one array.
+///
+/// Nothing checks the weights. Where infinite or NaN weights make an estimate NaN, the 16-bit
+/// planes that need it hold `maximum_output_value` and `normalized_stokes_image` holds NaN; but
+/// DoLP is 0 wherever S0 is 0, and an S1 of 0 beside a NaN for S2 gives the azimuth of a negative
+/// S2, 45 degrees.
 struct Calibration_matrices {
     std::array<float, 16> const& even_row_even_column;
     std::array<float, 16> const& even_row_odd_column;
@@ -157,7 +176,9 @@ __attribute__((visibility("default"))) int
 qn_polarization_processor_vector_avx2_module_initialize();
 
 /// Gives back a reference taken by qn_polarization_processor_vector_avx2_module_initialize; the
-/// last one releases the binding. Without a reference it does nothing. Thread-safe.
+/// last one releases the binding. Without a reference it does nothing. Thread-safe. A binding that
+/// is still held when the library is unloaded or the process exits is released then, whatever the
+/// count of references, and without the lock.
 /// @return 0
 /// @throw std::system_error with the lock's error number if the lock cannot be taken; nothing has
 ///        changed then
