@@ -145,9 +145,8 @@ void process_frames(
             });
         };
         std::vector<std::jthread> others;
-        std::size_t missing = std::min(wanted, raw.count()) - 1;
-        while (missing > 0 && start(others, help)) {
-            --missing;
+        std::size_t const useful = std::min(wanted, raw.count()); // 0 without a frame
+        while (others.size() + 1 < useful && start(others, help)) {
         }
         frames.work([&] {
             return [&](std::size_t index) {

@@ -48,3 +48,19 @@ def test_too_little_memory_is_a_line_with_the_remedy():
     said = call(2, 3000, 4000, room=4 << 20)
     assert said.startswith("the memory that is left is too little"), said
     assert "fewer threads" in said and "bad_alloc" not in said
+
+
+def test_without_a_frame_no_thread_is_started():
+    code = (
+        "import numpy as np, veldrane_polarization as vp\n"
+        "def peak():\n"
+        "    lines = open('/proc/self/status').read().splitlines()\n"
+        "    return next(int(line.split()[1]) for line in lines if line.startswith('VmPeak:'))\n"
+        "before = peak()\n"
+        "raw = np.zeros((0, 32, 64), np.uint8)\n"
+        "vp.process(raw, layout=0, bit_depth=8, planes='dolp', threads=32)\n"
+        "print(peak() - before)\n")
+    done = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True)
+    assert (done.returncode, done.stderr) == (0, "")
+    stack_kilobytes = 8192
+    assert int(done.stdout) < stack_kilobytes
