@@ -85,11 +85,11 @@ bool holds_several_pictures(std::string_view pgm) {
     }
     auto const [width, height, largest] = numbers;
     std::size_t const row_bytes = width * (largest > 255 ? 2 : 1);
-    std::size_t const left = pgm.size() - std::min(at + 1, pgm.size());
-    if (row_bytes == 0 || height > left / row_bytes) {
+    std::size_t const start = std::min(at + 1, pgm.size());
+    if (row_bytes == 0 || height > (pgm.size() - start) / row_bytes) {
         return false; // damaged, which is for the decoder to say
     }
-    std::string_view const rest = pgm.substr(at + 1 + height * row_bytes);
+    std::string_view const rest = pgm.substr(start + height * row_bytes);
     std::size_t const next = rest.find_first_not_of(" \t\r\n");
     return next != std::string_view::npos && rest.substr(next).starts_with("P5");
 }

@@ -144,6 +144,7 @@ TEST_F(Frame_reading, a_pgm_of_several_pictures_is_refused) {
                 refusal(file(first + between + wide)).find("several pictures"), std::string::npos);
         }
     }
+    EXPECT_NE(refusal(file("P5 a b c\n")).find("damaged"), std::string::npos);
 }
 
 TEST_F(Frame_reading, a_tiff_whose_compression_may_change_samples_is_refused) {
