@@ -86,7 +86,9 @@ bottom_left.imshow(colours.picture(mended))
 colours.add_angle_legend(bottom_left)
 bottom_left.set_title("angle as hue, dimmed by the degree")
 for name, error in errors.items():
-    bottom_right.hist(error[np.isfinite(error)], np.linspace(0, 0.1, 101), histtype="step", label=name)
+    bottom_right.hist(
+        error[np.isfinite(error)], np.linspace(0, 0.1, 101), histtype="step", label=name
+    )
 bottom_right.set(title="error of the degree", xlabel="|measured - true|", ylabel="pixels")
 bottom_right.legend()
 for plot in (top_left, top_right, bottom_left):

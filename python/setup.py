@@ -20,7 +20,9 @@ def version() -> str:
     text = (TREE / "CMakeLists.txt").read_text()
     found = re.search(r"VERSION (\d+(?:\.\d+)+)\n", text)
     if found is None:
-        sys.exit(f"setup.py: {TREE / 'CMakeLists.txt'} names no version; install from a whole clone")
+        sys.exit(
+            f"setup.py: {TREE / 'CMakeLists.txt'} names no version; install from a whole clone"
+        )
     return found.group(1)
 
 
@@ -30,7 +32,13 @@ class Build_by_cmake(build_ext):
         build = Path(self.build_temp).resolve()
         subprocess.run(
             [
-                "cmake", "-S", HERE, "-B", build, "-G", "Ninja",
+                "cmake",
+                "-S",
+                HERE,
+                "-B",
+                build,
+                "-G",
+                "Ninja",
                 "-DCMAKE_BUILD_TYPE=Release",
                 f"-DVELDRANE_PYTHON_PACKAGE={package}",
                 f"-DPYTHON_EXECUTABLE={sys.executable}",

@@ -57,9 +57,7 @@ def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
         raise ValueError(f"planes is empty; name some of {', '.join(PLANES)}, or 'all'")
     for name in names:
         if name not in PLANES:
-            raise ValueError(
-                f"planes holds {name!r}; name some of {', '.join(PLANES)}, or 'all'"
-            )
+            raise ValueError(f"planes holds {name!r}; name some of {', '.join(PLANES)}, or 'all'")
     return names
 
 
@@ -137,7 +135,9 @@ def check_samples(dtype: np.dtype[Any], shape: tuple[int, ...], name: str = "raw
 
 def check_no_mask(array: Array, name: str) -> None:
     if isinstance(array, np.ma.MaskedArray):
-        raise TypeError(f"{name} is a masked array, whose mask would be lost; give {name}.filled(...)")
+        raise TypeError(
+            f"{name} is a masked array, whose mask would be lost; give {name}.filled(...)"
+        )
 
 
 def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:

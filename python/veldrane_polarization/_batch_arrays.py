@@ -18,29 +18,36 @@ class Output_error(ValueError):
     """An OUT that cannot be made or gone on with: one line for a user."""
 
 
-def form_of(
-    name: str, compressor: Any, settings: Settings, recording: Recording
-) -> dict[str, Any]:
+def form_of(name: str, compressor: Any, settings: Settings, recording: Recording) -> dict[str, Any]:
     """Of an array, as zarr makes it."""
     common = {"order": "C", "filters": None}
     if name == COMPLETE:
         # Here the fill value is needed: without one, zarr reads a mark that is missing as anything.
-        return common | {"shape": (recording.count,), "chunks": (1,), "dtype": np.dtype(np.uint8),
-                         "compressor": None, "fill_value": 0}
+        return common | {
+            "shape": (recording.count,),
+            "chunks": (1,),
+            "dtype": np.dtype(np.uint8),
+            "compressor": None,
+            "fill_value": 0,
+        }
     shape = _arguments.plane_shape(name, recording.shape)
     # xarray takes the fill value for one that stands for nothing, and every number of the integer
     # planes stands for something.
     return common | {
-        "shape": (recording.count, *shape), "chunks": (1, *shape),
-        "dtype": _arguments.plane_dtype(name, settings.signed), "compressor": compressor,
+        "shape": (recording.count, *shape),
+        "chunks": (1, *shape),
+        "dtype": _arguments.plane_dtype(name, settings.signed),
+        "compressor": compressor,
         "fill_value": float("nan") if name == "normalized_stokes" else None,
     }
 
 
 def attributes_of(name: str, settings: Settings, recording: Recording) -> dict[str, Any]:
     if name == COMPLETE:
-        return {"long_name": "1 where all planes of a frame are stored",
-                "_ARRAY_DIMENSIONS": ["time"]}
+        return {
+            "long_name": "1 where all planes of a frame are stored",
+            "_ARRAY_DIMENSIONS": ["time"],
+        }
     empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
     shape = _arguments.plane_shape(name, recording.shape)
     dimensions = ["time", "y", "x", "component"][: len(shape) + 1]

@@ -67,7 +67,10 @@ class _Value(argparse.Action):
         self.kind = kind or Text()
 
     def __call__(
-        self, parser: argparse.ArgumentParser, namespace: argparse.Namespace, values: Any,
+        self,
+        parser: argparse.ArgumentParser,
+        namespace: argparse.Namespace,
+        values: Any,
         option_string: Optional[str] = None,
     ) -> None:
         name = option_string or str(self.metavar)
@@ -119,8 +122,15 @@ class Line_parser(argparse.ArgumentParser):
             if isinstance(action, _Value):
                 return f"{error.argument_name} has no value; give {action.kind.accepted}"
             name = max(action.option_strings, key=len)
-            given = next((word for word in words if word.startswith(name + "=")
-                          or (word[:2] in action.option_strings and word[2:])), name)
+            given = next(
+                (
+                    word
+                    for word in words
+                    if word.startswith(name + "=")
+                    or (word[:2] in action.option_strings and word[2:])
+                ),
+                name,
+            )
             return f"{_shown(given)} has a value where none belongs; give {name} alone"
         return f"{error.argument_name} cannot be understood; --help tells all options"
 

@@ -59,11 +59,17 @@ def start(workers: Optional[int], folder: str, dashboard: bool) -> Any:
             changes["distributed.scheduler.http.routes"] = []
         with dask.config.set(changes):
             cluster = distributed.LocalCluster(
-                n_workers=workers or len(os.sched_getaffinity(0)), threads_per_worker=1,
-                host=_LOOPBACK, security=distributed.Security.temporary(), worker_class=_Nanny,
+                n_workers=workers or len(os.sched_getaffinity(0)),
+                threads_per_worker=1,
+                host=_LOOPBACK,
+                security=distributed.Security.temporary(),
+                worker_class=_Nanny,
                 # Without an address it listens on a port for all.
-                dashboard_address=f"{_LOOPBACK}:0", scheduler_kwargs={"dashboard": dashboard},
-                silence_logs=logging.CRITICAL, local_directory=folder, env={"TMPDIR": folder},
+                dashboard_address=f"{_LOOPBACK}:0",
+                scheduler_kwargs={"dashboard": dashboard},
+                silence_logs=logging.CRITICAL,
+                local_directory=folder,
+                env={"TMPDIR": folder},
             )
     finally:
         signal.pthread_sigmask(signal.SIG_SETMASK, before)

@@ -358,9 +358,7 @@ def _entries_of(output: Output, name: str) -> Iterator[Iterator[os.DirEntry[str]
         yield entries
 
 
-def _whole(
-    output: Output, name: str, dimensions: int, size: int, candidates: set[int]
-) -> set[int]:
+def _whole(output: Output, name: str, dimensions: int, size: int, candidates: set[int]) -> set[int]:
     whole = set()
     ending = _key(0, dimensions)[1:]
     with _entries_of(output, name) as entries:

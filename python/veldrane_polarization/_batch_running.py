@@ -126,12 +126,18 @@ def _versions_of_workers(client: Any, patience: float) -> dict[str, Any]:
         # A function of Python's own: one of this package could not even be sent where it is
         # missing.
         answers = _ask(
-            client, "the scheduler or a worker", patience, client.run, pydoc.locate,
-            "veldrane_polarization.__version__", on_error="return",
+            client,
+            "the scheduler or a worker",
+            patience,
+            client.run,
+            pydoc.locate,
+            "veldrane_polarization.__version__",
+            on_error="return",
         )
         # Whatever an import fails with comes wrapped: an OSError is of a worker that has gone.
         versions = {
-            address: answer for address, answer in answers.items()
+            address: answer
+            for address, answer in answers.items()
             if not isinstance(answer, OSError)
         }
         if versions or time.monotonic() >= end:
@@ -167,7 +173,12 @@ class Run:
     """Frames on their way through a cluster, a few tasks a thread known to it at a time."""
 
     def __init__(
-        self, client: Any, recording: Recording, output: Output, settings: Settings, report: Report,
+        self,
+        client: Any,
+        recording: Recording,
+        output: Output,
+        settings: Settings,
+        report: Report,
         patience: float,
     ) -> None:
         self._client = client
@@ -210,8 +221,14 @@ class Run:
             recording = recording.part(indices[0], indices[-1] + 1)
         try:
             future = self._client.submit(
-                _batch_work.process_frames, recording, output, settings, indices,
-                software_version(), pure=False, **self._where(),
+                _batch_work.process_frames,
+                recording,
+                output,
+                settings,
+                indices,
+                software_version(),
+                pure=False,
+                **self._where(),
             )
         except Exception as error:  # of a client that has closed itself
             raise Unfinished(f"the scheduler has gone ({reason_of(error)}); {GO_ON}") from None
@@ -260,7 +277,8 @@ class Run:
     def _silent(self, now: float) -> set[str]:
         """Workers without a heartbeat of late; they have one every second or two."""
         return {
-            address for address, (_, since) in self._heartbeats.items()
+            address
+            for address, (_, since) in self._heartbeats.items()
             if now - since > self._patience / 2
         }
 

@@ -67,7 +67,10 @@ def _parts(indices: Sequence[int], most: int) -> Iterator[list[int]]:
 
 
 def _process_part(
-    recording: Recording, output: Output, settings: Settings, indices: Sequence[int],
+    recording: Recording,
+    output: Output,
+    settings: Settings,
+    indices: Sequence[int],
     outcome: Outcome,
 ) -> None:
     block = None

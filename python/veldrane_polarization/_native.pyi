@@ -87,7 +87,12 @@ def whole_number(name: str, value: object, lowest: int, highest: int) -> int: ..
 def phase_of_text(layout: str) -> int: ...
 def layout_of_phase(phase: int) -> list[int]: ...
 def measure(
-    raw: npt.NDArray[Any], angle: float, intensity: float, source: str, bit_depth: int, trimmed: bool
+    raw: npt.NDArray[Any],
+    angle: float,
+    intensity: float,
+    source: str,
+    bit_depth: int,
+    trimmed: bool,
 ) -> Series_point: ...
 def estimate(
     series: list[Series_point],
@@ -97,6 +102,7 @@ def estimate(
     source_degree: float,
     sensor: str,
 ) -> Calibration: ...
+
 class Plan:
     def __init__(
         self,

@@ -36,7 +36,9 @@ def bit_depth_of(pixel_format: str) -> int:
     >>> bit_depth_of("Mono12p")
     12
     """
-    return _native.bit_depth_of_format(_arguments.choice("pixel_format", pixel_format, PIXEL_FORMATS))
+    return _native.bit_depth_of_format(
+        _arguments.choice("pixel_format", pixel_format, PIXEL_FORMATS)
+    )
 
 
 def unpack(
@@ -150,7 +152,9 @@ def _bytes_of(data: Any) -> npt.NDArray[np.uint8]:
     try:
         view = memoryview(data)
     except TypeError:
-        raise TypeError(f"data is a {type(data).__name__}; give bytes or an array of uint8") from None
+        raise TypeError(
+            f"data is a {type(data).__name__}; give bytes or an array of uint8"
+        ) from None
     if view.itemsize != 1 or not view.c_contiguous:
         raise TypeError(
             f"data is a {type(data).__name__} of {view.itemsize} bytes an item; give dense bytes"

@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import functools
 from collections.abc import Iterable, Iterator, Mapping
-from typing import Any, Callable, NamedTuple, Optional, Union
+from typing import Callable, NamedTuple, Optional, Union
 
 import numpy as np
 import numpy.typing as npt
@@ -144,9 +144,7 @@ class Result:
         ((16, 32), dtype('float32'), 90.0)
         """
         _arguments.choice("unit", unit, ("radians", "degrees"))
-        return _native.angles(
-            self.azimuth, self._arrays.get("dolp"), self.scale, unit == "degrees"
-        )
+        return _native.angles(self.azimuth, self._arrays.get("dolp"), self.scale, unit == "degrees")
 
     def degree(self) -> Floats:
         """Degree of linear polarisation as a fraction.
@@ -218,8 +216,12 @@ class Choices(NamedTuple):
 
 
 def choices_of(
-    scale: _native.Scale, phase: int, names: tuple[str, ...], mode: str,
-    calibration: Optional[_native.Calibration], signed: bool,
+    scale: _native.Scale,
+    phase: int,
+    names: tuple[str, ...],
+    mode: str,
+    calibration: Optional[_native.Calibration],
+    signed: bool,
 ) -> Choices:
     """Of options that have been checked. A scale is more than the two numbers it was made of."""
     plan = _native.Plan(names, phase, scale, calibration, mode == "calibrated", signed)

@@ -182,8 +182,10 @@ def _unchanged(file: str) -> Iterator[None]:
         yield
     finally:
         now = os.stat(file)
-        if any(getattr(before, key) != getattr(now, key)
-               for key in ("st_size", "st_mtime_ns", "st_ino")):
+        if any(
+            getattr(before, key) != getattr(now, key)
+            for key in ("st_size", "st_mtime_ns", "st_ino")
+        ):
             raise Recording_changed(
                 f"{file} was written to while the run read it; the same command goes on once "
                 "nothing writes to it any more"
@@ -292,7 +294,11 @@ def _check_regular(path: Path) -> None:
 
 
 def _raw(
-    path: Path, pixel_format: str, height: Optional[int], width: Optional[int], header: int,
+    path: Path,
+    pixel_format: str,
+    height: Optional[int],
+    width: Optional[int],
+    header: int,
     stride: Optional[int],
 ) -> Raw_recording:
     if height is None or width is None:
@@ -322,7 +328,13 @@ def _raw(
             f"{pixel_format}, or leave it out"
         )
     opened = Raw_recording(
-        str(path), pixel_format, 0, (height, width), header, stride or 0, status.st_size,
+        str(path),
+        pixel_format,
+        0,
+        (height, width),
+        header,
+        stride or 0,
+        status.st_size,
         _modified(status),
     )
     count, rest = divmod(status.st_size - header, opened.bytes_per_frame)
@@ -368,8 +380,10 @@ def in_order(names: list[str]) -> list[str]:
 def _folder(path: Path) -> Folder_recording:
     with os.scandir(path) as entries:
         names = [
-            entry.name for entry in entries
-            if not entry.name.startswith(".") and Path(entry.name).suffix.lower() in TIFF + PNG
+            entry.name
+            for entry in entries
+            if not entry.name.startswith(".")
+            and Path(entry.name).suffix.lower() in TIFF + PNG
             and entry.is_file()
         ]
     files = tuple(str(path / name) for name in in_order(names))

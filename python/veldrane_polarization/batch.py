@@ -43,45 +43,74 @@ planes.zarr --layout 90,45,135,0 --bit-depth 12"""
 
 def _parser() -> Line_parser:
     parser = Line_parser(
-        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG,
+        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG
     )
     parser.add_argument("input", metavar="IN", kind=Text("a zarr array, a folder or a file"))
-    parser.add_argument("output", metavar="OUT",
-                        kind=Text("a folder to be made or gone on with"))
-    parser.add_argument("--layout", help="polariser angles of the top-left cell, or the phase 0-3",
-                        kind=Text("four angles such as 90,45,135,0 or a phase from 0 to 3"))
-    parser.add_argument("--bit-depth", kind=Whole_number(1, 16),
-                        help="significant bits of a sample, 1 to 16")
-    parser.add_argument("--planes", default="s0,azimuth,dolp", help="names with commas, or all",
-                        kind=Text(f"some of {','.join(_arguments.PLANES)}, or all"))
+    parser.add_argument("output", metavar="OUT", kind=Text("a folder to be made or gone on with"))
+    parser.add_argument(
+        "--layout",
+        help="polariser angles of the top-left cell, or the phase 0-3",
+        kind=Text("four angles such as 90,45,135,0 or a phase from 0 to 3"),
+    )
+    parser.add_argument(
+        "--bit-depth", kind=Whole_number(1, 16), help="significant bits of a sample, 1 to 16"
+    )
+    parser.add_argument(
+        "--planes",
+        default="s0,azimuth,dolp",
+        help="names with commas, or all",
+        kind=Text(f"some of {','.join(_arguments.PLANES)}, or all"),
+    )
     parser.add_argument("--mode", help="fast or calibrated", kind=One_of(("fast", "calibrated")))
     parser.add_argument("--calibration", metavar="FILE", kind=Text("the file of a calibration"))
     parser.add_argument("--full-scale", kind=Whole_number(1, 65535), help="of the planes (65535)")
     parser.add_argument("--signed", action="store_true", help="S1 and S2 with their signs, int32")
     raw = parser.add_argument_group("bare samples")
-    raw.add_argument("--pixel-format", kind=One_of(PIXEL_FORMATS), metavar="NAME",
-                     help=", ".join(PIXEL_FORMATS))
+    raw.add_argument(
+        "--pixel-format", kind=One_of(PIXEL_FORMATS), metavar="NAME", help=", ".join(PIXEL_FORMATS)
+    )
     raw.add_argument("--height", kind=Whole_number())
     raw.add_argument("--width", kind=Whole_number())
     raw.add_argument("--header-bytes", kind=Whole_number())
     raw.add_argument("--stride", kind=Whole_number(), help="bytes from one row to the next")
     cluster = parser.add_argument_group("where")
-    cluster.add_argument("--scheduler", kind=Text("the address of a scheduler"), metavar="ADDRESS",
-                         help="of a cluster that runs already")
-    cluster.add_argument("--workers", kind=Whole_number(1, 1024), metavar="N",
-                         help="processes on this machine, without --scheduler; one a processor")
-    cluster.add_argument("--patience", kind=Seconds(), default=60, metavar="SECONDS",
-                         help="to wait for a worker, and for the next frame to be done (60)")
-    cluster.add_argument("--tls-ca-file", kind=Text("a file"), metavar="FILE",
-                         help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's "
-                         "configuration")
-    cluster.add_argument("--tls-cert", kind=Text("a file"), metavar="FILE",
-                         help="this program's certificate there")
+    cluster.add_argument(
+        "--scheduler",
+        kind=Text("the address of a scheduler"),
+        metavar="ADDRESS",
+        help="of a cluster that runs already",
+    )
+    cluster.add_argument(
+        "--workers",
+        kind=Whole_number(1, 1024),
+        metavar="N",
+        help="processes on this machine, without --scheduler; one a processor",
+    )
+    cluster.add_argument(
+        "--patience",
+        kind=Seconds(),
+        default=60,
+        metavar="SECONDS",
+        help="to wait for a worker, and for the next frame to be done (60)",
+    )
+    cluster.add_argument(
+        "--tls-ca-file",
+        kind=Text("a file"),
+        metavar="FILE",
+        help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's " "configuration",
+    )
+    cluster.add_argument(
+        "--tls-cert", kind=Text("a file"), metavar="FILE", help="this program's certificate there"
+    )
     cluster.add_argument("--tls-key", kind=Text("a file"), metavar="FILE", help="its key")
-    cluster.add_argument("--dashboard", action="store_true",
-                         help="show pages about the processes on this machine, to all its users")
-    parser.add_argument("--compression", kind=One_of(("lz4", "none")), default="lz4",
-                        help="of OUT, lz4 or none")
+    cluster.add_argument(
+        "--dashboard",
+        action="store_true",
+        help="show pages about the processes on this machine, to all its users",
+    )
+    parser.add_argument(
+        "--compression", kind=One_of(("lz4", "none")), default="lz4", help="of OUT, lz4 or none"
+    )
     parser.add_argument("-q", "--quiet", action="store_true", help="no progress, no summary")
     return parser
 
@@ -92,7 +121,9 @@ def _check_line(line: argparse.Namespace) -> None:
     if line.dashboard and line.scheduler is not None:
         raise Usage_error("--dashboard and --scheduler exclude each other; leave out one")
     if line.scheduler is None and (line.tls_ca_file or line.tls_cert or line.tls_key):
-        raise Usage_error("--tls-ca-file, --tls-cert and --tls-key are for --scheduler; give it too")
+        raise Usage_error(
+            "--tls-ca-file, --tls-cert and --tls-key are for --scheduler; give it too"
+        )
     if not 0 < line.patience <= 1e6:
         raise Usage_error(f"--patience is {line.patience:g}; give more than 0, up to 1e6 seconds")
     if line.pixel_format is None:
@@ -205,8 +236,12 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
 
 
 def _process(
-    line: argparse.Namespace, recording: Recording, output: Output, settings: Settings,
-    frames: Sequence[int], report: _batch_running.Report,
+    line: argparse.Namespace,
+    recording: Recording,
+    output: Output,
+    settings: Settings,
+    frames: Sequence[int],
+    report: _batch_running.Report,
 ) -> None:
     security = _batch_cluster.credentials(line.tls_ca_file, line.tls_cert, line.tls_key)
     where = _batch_cluster.cluster(line.scheduler, line.workers, security, line.dashboard)
@@ -222,9 +257,7 @@ def _process(
         _batch_output.remove_leftovers(output, settings)
 
 
-def _tell(
-    report: _batch_running.Report, recording: Recording, problem: str, quiet: bool
-) -> bool:
+def _tell(report: _batch_running.Report, recording: Recording, problem: str, quiet: bool) -> bool:
     """Whether all could be told; failures are, wherever the summary goes."""
     report.end()
     lost = "" if quiet else _summarise(report, recording)

@@ -11,16 +11,9 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
-from . import _arguments
 from ._processing import Result
 
-__all__ = [
-    "add_angle_legend",
-    "angle_colours",
-    "angle_degree_picture",
-    "degree_colours",
-    "picture",
-]
+__all__ = ["add_angle_legend", "angle_colours", "angle_degree_picture", "degree_colours", "picture"]
 
 Picture = npt.NDArray[np.uint8]
 Numbers = npt.NDArray[Any]

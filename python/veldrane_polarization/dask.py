@@ -124,15 +124,12 @@ def _take(block: dict[str, Array], *, name: str) -> Array:
     return block[name]
 
 
-def _plane(
-    graph: Any, blocks: str, name: str, frames: Any, token: str, signed: bool
-) -> Any:
+def _plane(graph: Any, blocks: str, name: str, frames: Any, token: str, signed: bool) -> Any:
     key = f"{name}-{token}"
     tail = (0,) * (3 if name == "normalized_stokes" else 2)
     take = functools.partial(_take, name=name)
     layer = {
-        (key, number, *tail): (take, (blocks, number))
-        for number in range(len(frames.chunks[0]))
+        (key, number, *tail): (take, (blocks, number)) for number in range(len(frames.chunks[0]))
     }
     layers = {**graph.layers, key: layer}
     dependencies = {**graph.dependencies, key: {blocks}}

@@ -76,9 +76,9 @@ def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
     if name != "normalized_stokes":
         attributes["full_scale"] = result.scale.full_scale
     if name == "azimuth":
-        attributes["range"] = (
-            "angle modulo 180 degrees; number 0 and the full scale are the same angle"
-        )
+        attributes[
+            "range"
+        ] = "angle modulo 180 degrees; number 0 and the full scale are the same angle"
     elif name == "s0":
         attributes["range"] = "cut off at the full scale"
     elif name in ("s1", "s2"):
@@ -91,13 +91,11 @@ def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
     if height % 2 == width % 2:
         attributes["final_pixel"] = "computed with the weights of its position"
     elif result.mode == "calibrated":
-        attributes["final_pixel"] = (
-            "mended: computed once more with the weights of its position"
-        )
+        attributes["final_pixel"] = "mended: computed once more with the weights of its position"
     else:
-        attributes["final_pixel"] = (
-            "computed with the weights of an even row and column, not those of its position"
-        )
+        attributes[
+            "final_pixel"
+        ] = "computed with the weights of an even row and column, not those of its position"
     return attributes
 
 

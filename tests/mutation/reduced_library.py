@@ -69,8 +69,15 @@ class Reduced_library:
 
     def link(self, objects):
         command = [
-            self.compiler, "-shared", *objects, "-o", self.library, "-ldl",
-            f"-Wl,-soname,{LIBRARY}", "-Wl,-Bsymbolic", "-Wl,-z,lazy",
+            self.compiler,
+            "-shared",
+            *objects,
+            "-o",
+            self.library,
+            "-ldl",
+            f"-Wl,-soname,{LIBRARY}",
+            "-Wl,-Bsymbolic",
+            "-Wl,-z,lazy",
             "-Wl,--unresolved-symbols=ignore-all",
             f"-Wl,--version-script={self.sources}/module/exports.map",
         ]
@@ -92,6 +99,7 @@ class Reduced_library:
 
     def share_objects(self, other):
         """Takes over the objects of another copy."""
+
         def here(file):
             return file.replace(str(other.folder.resolve()), str(self.folder.resolve()))
 
@@ -136,7 +144,8 @@ class Reduced_library:
                 objects[name] = self.folder / f"{name}.mutant.o"
                 self.compile(name, objects[name])
         changed = [
-            name for name in objects
+            name
+            for name in objects
             if objects[name].read_bytes() != self.objects[name].read_bytes()
         ]
         in_module = {name for name in objects if name.startswith("module_")}

@@ -41,8 +41,13 @@ def run_program(command, time_limit, environment=None):
     """Runs a program in a process group of its own. Returns its result code, None for none in time, and
     its output."""
     process = subprocess.Popen(
-        list(map(str, command)), stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
-        errors="replace", start_new_session=True, env={**os.environ, **(environment or {})},
+        list(map(str, command)),
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        errors="replace",
+        start_new_session=True,
+        env={**os.environ, **(environment or {})},
     )
     try:
         output, _ = process.communicate(timeout=time_limit)
@@ -97,7 +102,9 @@ class Suite:
             "VELDRANE_BUILD_TOOLS=OFF",
         ]
         done = subprocess.run(
-            command + [f"-D{option}" for option in options], capture_output=True, text=True,
+            command + [f"-D{option}" for option in options],
+            capture_output=True,
+            text=True,
             env={**os.environ, "CXX": compiler},
         )
         if done.returncode != 0:
@@ -147,7 +154,9 @@ class Suite:
         self.install(library)
         for name in EVERY_PROGRAM:
             self.require_to_pass(name, "*")
-        print(f"unchanged module with every variant: {len(EVERY_PROGRAM)} programs pass", flush=True)
+        print(
+            f"unchanged module with every variant: {len(EVERY_PROGRAM)} programs pass", flush=True
+        )
 
     def require_to_pass(self, name, tests):
         """Ends the run if tests fail with an unchanged library; else their time sets their limit."""

@@ -13,14 +13,29 @@ from hypothesis import given, strategies as st
 import veldrane_polarization as vp
 from veldrane_polarization import _batch_line, _recordings, batch
 
-OF_ARGPARSE = ("invalid", "expected", "unrecognized", "argument is", "choose from", "required", "ignored")
+OF_ARGPARSE = (
+    "invalid",
+    "expected",
+    "unrecognized",
+    "argument is",
+    "choose from",
+    "required",
+    "ignored",
+)
 PARSER = batch._parser()
-WITH_VALUE = {max(action.option_strings, key=len): action for action in PARSER._actions
-              if isinstance(action, _batch_line._Value) and action.option_strings}
-FLAGS = {max(action.option_strings, key=len) for action in PARSER._actions
-         if action.option_strings and not isinstance(action, _batch_line._Value)}
-WHOLE_NUMBERS = [name for name, action in WITH_VALUE.items()
-                 if isinstance(action.kind, _batch_line.Whole_number)]
+WITH_VALUE = {
+    max(action.option_strings, key=len): action
+    for action in PARSER._actions
+    if isinstance(action, _batch_line._Value) and action.option_strings
+}
+FLAGS = {
+    max(action.option_strings, key=len)
+    for action in PARSER._actions
+    if action.option_strings and not isinstance(action, _batch_line._Value)
+}
+WHOLE_NUMBERS = [
+    name for name, action in WITH_VALUE.items() if isinstance(action.kind, _batch_line.Whole_number)
+]
 
 
 def told(capsys, *arguments):
@@ -32,9 +47,26 @@ def told(capsys, *arguments):
 
 
 def test_the_options_are_found():
-    assert {"--layout", "--bit-depth", "--planes", "--mode", "--calibration", "--full-scale",
-            "--pixel-format", "--height", "--width", "--header-bytes", "--stride", "--scheduler",
-            "--workers", "--patience", "--compression", "--tls-ca-file", "--tls-cert", "--tls-key"} <= set(WITH_VALUE)
+    assert {
+        "--layout",
+        "--bit-depth",
+        "--planes",
+        "--mode",
+        "--calibration",
+        "--full-scale",
+        "--pixel-format",
+        "--height",
+        "--width",
+        "--header-bytes",
+        "--stride",
+        "--scheduler",
+        "--workers",
+        "--patience",
+        "--compression",
+        "--tls-ca-file",
+        "--tls-cert",
+        "--tls-key",
+    } <= set(WITH_VALUE)
     assert {"--signed", "--quiet", "--help"} <= FLAGS and len(WHOLE_NUMBERS) == 7
     # Whose texts would come before ours.
     assert all(action.type is None and action.choices is None for action in WITH_VALUE.values())
@@ -54,13 +86,33 @@ def test_an_option_needs_a_value_that_is_not_empty_and_comes_once(capsys, name):
 
 @pytest.mark.parametrize("name", sorted(FLAGS - {"--help"}))
 def test_a_flag_takes_no_value(capsys, name):
-    assert f"{name}=1 has a value where none belongs; give {name} alone" in told(capsys, f"{name}=1")
+    assert f"{name}=1 has a value where none belongs; give {name} alone" in told(
+        capsys, f"{name}=1"
+    )
 
 
 @pytest.mark.parametrize("name", WHOLE_NUMBERS)
-@pytest.mark.parametrize("value", [
-    "0x10", "1_0", " 12", "12 ", "+5", "1.0", "1e3", "0b1", "x", "--", "\u0663", "12\n", "\x1b[31m",
-    "9223372036854775808", "-9223372036854775809", "9" * 5000])
+@pytest.mark.parametrize(
+    "value",
+    [
+        "0x10",
+        "1_0",
+        " 12",
+        "12 ",
+        "+5",
+        "1.0",
+        "1e3",
+        "0b1",
+        "x",
+        "--",
+        "\u0663",
+        "12\n",
+        "\x1b[31m",
+        "9223372036854775808",
+        "-9223372036854775809",
+        "9" * 5000,
+    ],
+)
 def test_numbers_are_decimal_digits_of_64_bits(capsys, name, value):
     errors = told(capsys, f"{name}={value}")
     assert f"error: {name} is " in errors and "; give a whole number " in errors
@@ -79,32 +131,54 @@ def test_patience_is_a_number_of_seconds(capsys, value):
 
 
 def test_case_of_values_does_not_matter():
-    line = PARSER.parse_line(["in", "out", "--mode", "FAST", "--compression", "NONE", "--planes",
-                              "S0,DoLP", "--pixel-format", "mono12P", "--layout", "2"])
+    line = PARSER.parse_line(
+        [
+            "in",
+            "out",
+            "--mode",
+            "FAST",
+            "--compression",
+            "NONE",
+            "--planes",
+            "S0,DoLP",
+            "--pixel-format",
+            "mono12P",
+            "--layout",
+            "2",
+        ]
+    )
     assert (line.mode, line.compression, line.pixel_format) == ("fast", "none", "Mono12p")
     assert batch._settings(line).planes == ("s0", "dolp")
 
 
-@pytest.mark.parametrize("arguments, words", [
-    (("--mode", "quick"), "--mode is quick; give one of fast, calibrated"),
-    (("--compression", "zip"), "--compression is zip; give one of lz4, none"),
-    (("--pixel-format", "Mono13"), "--pixel-format is Mono13; give one of Mono8,"),
-    (("other",), "other is no argument of this command"),
-    (("-qx",), "-qx has a value where none belongs; give --quiet alone"),
-    (("--nonsense", "5"), "--nonsense is no argument of this command"),
-    (("--quie",), "--quie is no argument of this command"),
-    (("--bit-depth", "17"), "--bit-depth is 17; give a whole number from 1 to 16"),
-    (("--full-scale", "0"), "--full-scale is 0; give a whole number from 1 to 65535"),
-])
+@pytest.mark.parametrize(
+    "arguments, words",
+    [
+        (("--mode", "quick"), "--mode is quick; give one of fast, calibrated"),
+        (("--compression", "zip"), "--compression is zip; give one of lz4, none"),
+        (("--pixel-format", "Mono13"), "--pixel-format is Mono13; give one of Mono8,"),
+        (("other",), "other is no argument of this command"),
+        (("-qx",), "-qx has a value where none belongs; give --quiet alone"),
+        (("--nonsense", "5"), "--nonsense is no argument of this command"),
+        (("--quie",), "--quie is no argument of this command"),
+        (("--bit-depth", "17"), "--bit-depth is 17; give a whole number from 1 to 16"),
+        (("--full-scale", "0"), "--full-scale is 0; give a whole number from 1 to 65535"),
+    ],
+)
 def test_what_is_wrong_is_told_in_our_words(capsys, arguments, words):
     assert words in told(capsys, *arguments)
 
 
-@pytest.mark.parametrize("line, words", [
-    ([], "IN is missing; give a zarr array"), (["in"], "OUT is missing"),
-    (["", "out"], "IN is empty"), (["in", ""], "OUT is empty"),
-    (["--nonsense"], "--nonsense is no argument"),
-])
+@pytest.mark.parametrize(
+    "line, words",
+    [
+        ([], "IN is missing; give a zarr array"),
+        (["in"], "OUT is missing"),
+        (["", "out"], "IN is empty"),
+        (["in", ""], "OUT is empty"),
+        (["--nonsense"], "--nonsense is no argument"),
+    ],
+)
 def test_in_and_out_are_needed(capsys, line, words):
     assert batch.main(line) == 2
     assert words in capsys.readouterr().err
@@ -132,8 +206,9 @@ def test_names_that_are_no_utf_8_are_read_written_and_told(tmp_path):
     Image.fromarray(frames[0]).save(folder / f"f0{name}.png")
     (folder / f"f1{name}.png").write_bytes(b"no picture")
     vp.Calibration.ideal(2).save(tmp_path / f"c{name}.json")
-    code, printed, errors = run(folder, out, *options("--workers", 1, "--calibration",
-                                                      tmp_path / f"c{name}.json"))
+    code, printed, errors = run(
+        folder, out, *options("--workers", 1, "--calibration", tmp_path / f"c{name}.json")
+    )
     assert code == 1 and "1 frames done, 0 skipped, 1 failed" in printed
     assert errors.count("\n") == 1 and r"f1\xff\xfe\x1b[31m \n.png: is no PNG file" in errors
     attributes = json.loads((out / ".zattrs").read_text())

@@ -18,7 +18,17 @@ from veldrane_polarization import _batch_cluster, _batch_output, _recordings, ba
 
 
 def bare(*changes, height="64", width="96"):
-    return ("--layout", "2", "--pixel-format", "Mono12p", "--height", height, "--width", width, *changes)
+    return (
+        "--layout",
+        "2",
+        "--pixel-format",
+        "Mono12p",
+        "--height",
+        height,
+        "--width",
+        width,
+        *changes,
+    )
 
 
 # A port that is taken, so that no other program listens on it, and that refuses who comes.
@@ -47,10 +57,15 @@ CASES = [
     (("in.zarr", "out", "--bit-depth", "12"), "layout is missing"),
     (("in.zarr", "out", *options("--planes", "aolp")), "'aolp'"),
     (("in.zarr", "out", *options("--mode", "fast", "--calibration", "c.json")), "leave out mode"),
-    (("in.zarr", "out", *options("--calibration", "nope.json")),
-     "--calibration nope.json cannot be read (No such file"),
+    (
+        ("in.zarr", "out", *options("--calibration", "nope.json")),
+        "--calibration nope.json cannot be read (No such file",
+    ),
     (("in.zarr", "out", *options("--calibration", "in.raw")), "--calibration: in.raw"),
-    (("in.zarr", "out", *options("--calibration", ".")), "--calibration: .: cannot be read: it is a folder"),
+    (
+        ("in.zarr", "out", *options("--calibration", ".")),
+        "--calibration: .: cannot be read: it is a folder",
+    ),
     (("png", "out", *options()), "--bit-depth is 12, but"),
     (("narrow.zarr", "out", *options()), "narrow.zarr holds frames of 20 x 8"),
     (("flat.zarr", "out", *options()), "holds uint16 in the shape (2, 64)"),
@@ -69,7 +84,10 @@ CASES = [
     (("in.zarr", "other", *options("--full-scale", "4095")), "was made with full_scale"),
     (("in.zarr", "other", *options("--compression", "none")), "was made with compression"),
     (("in.zarr", "out", *options("--workers", "2", "--scheduler", "tcp://127.0.0.1:9")), "exclude"),
-    (("in.zarr", "out", *options("--workers", "0")), "--workers is 0; give a whole number from 1 to 1024"),
+    (
+        ("in.zarr", "out", *options("--workers", "0")),
+        "--workers is 0; give a whole number from 1 to 1024",
+    ),
     (("in.zarr", "out", *options("--patience", "0")), "--patience is 0"),
     (("in.zarr", "out", *options("--patience", "nan")), "--patience is nan"),
     (("in.zarr", "out", *options("--work", "2")), "--work is no argument"),
@@ -85,23 +103,54 @@ CASES = [
     (("in.zarr", "pipe", *options()), "pipe is a file"),
     (("in.zarr", "piped", *options()), "piped/.zattrs is damaged; restore it"),
     (("in.zarr", "torn", *options()), "torn/.zattrs is damaged; restore it"),
-    (("in.zarr", "out", *options("--layout", "1", "--calibration", "c.json")), "--layout is given twice"),
-    (("in.zarr", "out", "--bit-depth", "12", "--layout", "1", "--calibration", "c.json"),
-     "--calibration c.json is for (90, 45, 135, 0), not for --layout 1"),
+    (
+        ("in.zarr", "out", *options("--layout", "1", "--calibration", "c.json")),
+        "--layout is given twice",
+    ),
+    (
+        ("in.zarr", "out", "--bit-depth", "12", "--layout", "1", "--calibration", "c.json"),
+        "--calibration c.json is for (90, 45, 135, 0), not for --layout 1",
+    ),
     ((os.fsdecode(b"a\xff\x1b[31m\n"), "out", *options()), r"a\xff\x1b[31m\n does not exist"),
     (("in.zarr", "out", *options("--dashboard", "--scheduler", NOBODY)), "exclude"),
     (("in.zarr", "out", *options("--tls-cert", "c.json")), "are for --scheduler; give it too"),
-    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-cert", "c.json")),
-     "--tls-ca-file is missing"),
-    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json")),
-     "--tls-cert is missing"),
-    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "no")),
-     "--tls-cert no cannot be read (No such file"),
-    (("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "c.json")),
-     "no certificates in PEM form"),
-    *((("in.zarr", "out", *options("--scheduler", address)),
-       f"--scheduler {address} is no address that can be used; give one such as tcp://HOST:8786")
-      for address in ("nonsense://x:1", "localhost", "inproc://x", "tcp://[::1]:x", "tls://x:99999")),
+    (
+        ("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-cert", "c.json")),
+        "--tls-ca-file is missing",
+    ),
+    (
+        ("in.zarr", "out", *options("--scheduler", NOBODY, "--tls-ca-file", "c.json")),
+        "--tls-cert is missing",
+    ),
+    (
+        (
+            "in.zarr",
+            "out",
+            *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "no"),
+        ),
+        "--tls-cert no cannot be read (No such file",
+    ),
+    (
+        (
+            "in.zarr",
+            "out",
+            *options("--scheduler", NOBODY, "--tls-ca-file", "c.json", "--tls-cert", "c.json"),
+        ),
+        "no certificates in PEM form",
+    ),
+    *(
+        (
+            ("in.zarr", "out", *options("--scheduler", address)),
+            f"--scheduler {address} is no address that can be used; give one such as tcp://HOST:8786",
+        )
+        for address in (
+            "nonsense://x:1",
+            "localhost",
+            "inproc://x",
+            "tcp://[::1]:x",
+            "tls://x:99999",
+        )
+    ),
     (("in.zarr", "out", *options("--scheduler", NOBODY)), "does not answer"),
 ]
 
@@ -131,7 +180,8 @@ def folder(tmp_path, monkeypatch):
     vp.Calibration.ideal(2).save("c.json")
     recording = _recordings.open_recording(Path("in.zarr").absolute())
     _batch_output.prepare(
-        output(Path("other").absolute()), settings(planes=("s0", "azimuth", "dolp")), recording)
+        output(Path("other").absolute()), settings(planes=("s0", "azimuth", "dolp")), recording
+    )
 
 
 @pytest.mark.parametrize("arguments, words", CASES)
@@ -143,12 +193,16 @@ def test_wrong_usage_is_one_line_and_code_2(folder, capsys, arguments, words):
     assert not printed and np.array_equal(zarr.load("in.zarr"), before)
 
 
-@pytest.mark.parametrize("refused, function, words", [
-    ("png", "scandir", "png cannot be read (Permission denied); make it readable"),
-    ("other", "listdir", "other cannot be written (Permission denied); give another OUT"),
-])
+@pytest.mark.parametrize(
+    "refused, function, words",
+    [
+        ("png", "scandir", "png cannot be read (Permission denied); make it readable"),
+        ("other", "listdir", "other cannot be written (Permission denied); give another OUT"),
+    ],
+)
 def test_a_folder_that_may_not_be_looked_into_is_wrong_usage(
-        folder, capsys, monkeypatch, refused, function, words):
+    folder, capsys, monkeypatch, refused, function, words
+):
     """As for a user who is not root."""
     usual = getattr(os, function)
 
@@ -165,9 +219,16 @@ def test_a_folder_that_may_not_be_looked_into_is_wrong_usage(
     assert not printed
 
 
-@pytest.mark.parametrize("path, wanted", [
-    ("a/b", "a/b"), ("./a", "a"), ("link/x", "link/x"), ("link/../x", "real/x"), ("a/../x/y", "x/y"),
-])
+@pytest.mark.parametrize(
+    "path, wanted",
+    [
+        ("a/b", "a/b"),
+        ("./a", "a"),
+        ("link/x", "link/x"),
+        ("link/../x", "real/x"),
+        ("a/../x/y", "x/y"),
+    ],
+)
 def test_workers_are_told_paths_with_the_links_in_them(tmp_path, monkeypatch, path, wanted):
     monkeypatch.chdir(tmp_path)
     (tmp_path / "real" / "deep").mkdir(parents=True)

@@ -47,7 +47,9 @@ class Gate:
         preload = str(Path(__file__).with_name("gate.py"))
         self.environment = {
             "DASK_DISTRIBUTED__WORKER__PRELOAD": repr([preload]),
-            "GATE_FOLDER": str(self._folder), "GATE_FRAME": str(first), "PYTHONDONTWRITEBYTECODE": "1",
+            "GATE_FOLDER": str(self._folder),
+            "GATE_FRAME": str(first),
+            "PYTHONDONTWRITEBYTECODE": "1",
             # Workers tell of what they preload.
             "DASK_LOGGING__DISTRIBUTED": "critical",
             # Else a frame before the gate may come to lie behind one that is held.
@@ -68,7 +70,8 @@ class Gate:
 
 def started(*arguments, **more):
     return subprocess.Popen(
-        command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **more)
+        command(*arguments), stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, **more
+    )
 
 
 class Watched_run:
@@ -77,7 +80,8 @@ class Watched_run:
     def __init__(self, *arguments, **more):
         master, slave = os.openpty()
         self.process = subprocess.Popen(
-            command(*arguments), stdout=subprocess.PIPE, stderr=slave, text=True, **more)
+            command(*arguments), stdout=subprocess.PIPE, stderr=slave, text=True, **more
+        )
         os.close(slave)
         self._seen = bytearray()
         self._reader = threading.Thread(target=self._read, args=(master,), daemon=True)
@@ -90,7 +94,9 @@ class Watched_run:
 
     def progress(self):
         """Frames handled and frames failed, in the last whole line of progress."""
-        found = re.findall(rb"\] (\d+)/\d+ frames(?:, (\d+) failed)?, .* s left", self._seen.replace(b"\r", b"\n"))
+        found = re.findall(
+            rb"\] (\d+)/\d+ frames(?:, (\d+) failed)?, .* s left", self._seen.replace(b"\r", b"\n")
+        )
         return (int(found[-1][0]), int(found[-1][1] or 0)) if found else (0, 0)
 
     def ended(self):
@@ -168,7 +174,8 @@ def store_all(recording, out, chosen=None):
     chosen = chosen or settings()
     _batch_output.prepare(out, chosen, recording)
     outcome = _batch_work.process_frames(
-        recording, out, chosen, range(recording.count), vp.__version__)
+        recording, out, chosen, range(recording.count), vp.__version__
+    )
     assert outcome == [(index, None) for index in range(recording.count)]
 
 
@@ -189,17 +196,48 @@ def loopback_cluster(folder, worker_environments=({}, {}), shared={}, security=N
     """Address, scheduler and worker processes; nothing restarts them."""
     environment = os.environ | {"DASK_DISTRIBUTED__SCHEDULER__ALLOWED_FAILURES": "10"} | shared
     file = folder / "scheduler.json"
-    started = [subprocess.Popen(
-        [*WITH_US, "-m", "distributed.cli.dask_scheduler", "--host", "127.0.0.1", "--port", "0",
-         "--no-dashboard", "--scheduler-file", file], env=environment, stderr=subprocess.DEVNULL)]
+    started = [
+        subprocess.Popen(
+            [
+                *WITH_US,
+                "-m",
+                "distributed.cli.dask_scheduler",
+                "--host",
+                "127.0.0.1",
+                "--port",
+                "0",
+                "--no-dashboard",
+                "--scheduler-file",
+                file,
+            ],
+            env=environment,
+            stderr=subprocess.DEVNULL,
+        )
+    ]
     try:
         wait_until(file.exists)
         for number, changes in enumerate(worker_environments):
-            started.append(subprocess.Popen(
-                [*WITH_US, "-m", "distributed.cli.dask_worker", "--scheduler-file", file,
-                 "--no-nanny", "--nthreads", "1", "--no-dashboard", "--name", f"worker-{number}",
-                 "--local-directory", folder / f"worker-{number}"],
-                env=environment | changes, stderr=subprocess.DEVNULL))
+            started.append(
+                subprocess.Popen(
+                    [
+                        *WITH_US,
+                        "-m",
+                        "distributed.cli.dask_worker",
+                        "--scheduler-file",
+                        file,
+                        "--no-nanny",
+                        "--nthreads",
+                        "1",
+                        "--no-dashboard",
+                        "--name",
+                        f"worker-{number}",
+                        "--local-directory",
+                        folder / f"worker-{number}",
+                    ],
+                    env=environment | changes,
+                    stderr=subprocess.DEVNULL,
+                )
+            )
         wait_until(lambda: file.read_text().endswith("}"))
         address = json.loads(file.read_text())["address"]
         from distributed import Client

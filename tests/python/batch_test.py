@@ -38,20 +38,33 @@ def test_a_recording_in_each_kind_of_input_gives_the_same(tmp_path):
             else:
                 Image.fromarray(frame).save(tmp_path / kind / f"f{number}.png")
     (tmp_path / "in.raw").write_bytes(
-        b"header" + b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames))
+        b"header" + b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames)
+    )
     raw = ("--pixel-format", "Mono12p", "--height", 64, "--width", 96, "--header-bytes", 6)
     for name, more in (("in.zarr", ()), ("tif", ()), ("png", ()), ("in.raw", raw)):
         recording = _recordings.open_recording(
-            tmp_path / name, *(("Mono12p", 64, 96, 6) if more else ()))
+            tmp_path / name, *(("Mono12p", 64, 96, 6) if more else ())
+        )
         assert recording.count == 5 and recording.shape == (64, 96)
         assert np.array_equal(recording.read(1, 4), frames[1:4]), name
     with socket.socket() as of_another_run:
         with contextlib.suppress(OSError):  # there is another one
             of_another_run.bind(("", 8787))
             of_another_run.listen()
-        code, printed, errors = run(tmp_path / "in.raw", tmp_path / "out.zarr", "--layout", "2", *raw,
-                                    "--planes", "all", "--signed", "--compression", "none",
-                                    "--workers", 1)
+        code, printed, errors = run(
+            tmp_path / "in.raw",
+            tmp_path / "out.zarr",
+            "--layout",
+            "2",
+            *raw,
+            "--planes",
+            "all",
+            "--signed",
+            "--compression",
+            "none",
+            "--workers",
+            1,
+        )
     assert code == 0 and "5 frames done" in printed and not errors, errors
     assert assert_equal(tmp_path / "out.zarr", frames, signed=True) == 5
 
@@ -125,7 +138,8 @@ def test_failures_are_listed_by_frame_and_the_rest_is_done(tmp_path):
 def test_the_mark_is_written_after_every_plane(tmp_path, monkeypatch):
     order = []
     monkeypatch.setattr(
-        _batch_output.Output, "store", lambda self, name, index, values: order.append(name))
+        _batch_output.Output, "store", lambda self, name, index, values: order.append(name)
+    )
     recording = _recordings.Raw_recording("x", "Mono12", 1, (64, 96), 0, 0)
     _batch_work._store(frames_of(1)[0], 0, recording, output(tmp_path), settings())
     assert order == ["s0", "dolp", "complete"]
@@ -208,8 +222,9 @@ def test_workers_store_without_threads_of_their_own(tmp_path, monkeypatch):
     monkeypatch.setattr(_batch_output.Output, "store", watched)
     # As workers do, in another thread than Python's first.
     with ThreadPoolExecutor(1) as executor:
-        executor.submit(_batch_work.process_frames, recording, out, settings(), [0],
-                        vp.__version__).result()
+        executor.submit(
+            _batch_work.process_frames, recording, out, settings(), [0], vp.__version__
+        ).result()
     assert of_stores == [False] * 3
     # Of a cluster that others use too.
     assert blosc.use_threads is None

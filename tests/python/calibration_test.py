@@ -14,8 +14,19 @@ import veldrane_polarization as vp
 
 def series_of(sensor, step=15, **options):
     angles = list(range(0, 180, step))
-    frames = [vp.simulate(64, 96, layout=sensor.phase, bit_depth=14, sensor=sensor, seed=angle,
-                          polariser_angle=angle, **options).frames[0] for angle in angles]
+    frames = [
+        vp.simulate(
+            64,
+            96,
+            layout=sensor.phase,
+            bit_depth=14,
+            sensor=sensor,
+            seed=angle,
+            polariser_angle=angle,
+            **options,
+        ).frames[0]
+        for angle in angles
+    ]
     return frames, angles
 
 
@@ -23,14 +34,16 @@ def series_of(sensor, step=15, **options):
 def test_an_estimate_finds_the_sensor(phase, tmp_path):
     sensor = vp.imperfect_sensor(phase, seed=phase + 1)
     frames, angles = series_of(sensor)
-    found = vp.calibrate(np.stack(frames), angles, layout=phase, bit_depth=14, sensor="bench 3",
-                         dark_levels=[0] * 4)
+    found = vp.calibrate(
+        np.stack(frames), angles, layout=phase, bit_depth=14, sensor="bench 3", dark_levels=[0] * 4
+    )
     assert found.phase == phase and found.frame_count == len(angles) and found.sensor == "bench 3"
     for one, true in zip(found.analysers, sensor.analysers):
         assert one.throughput == pytest.approx(true.throughput, abs=0.003)
         assert one.diattenuation == pytest.approx(true.diattenuation, abs=0.003)
         assert one.orientation == pytest.approx(true.orientation, abs=0.2) or (
-            abs(one.orientation - true.orientation) > 179.8)
+            abs(one.orientation - true.orientation) > 179.8
+        )
     assert found.flags == []
     found.save(tmp_path / "sensor.json")
     assert vp.Calibration.load(tmp_path / "sensor.json") == found
@@ -89,7 +102,7 @@ def test_an_offset_and_a_wrong_frame_are_told():
     found = vp.calibrate(frames, turned, layout=2, bit_depth=14, dark_levels=[0] * 4)
     assert found.common_offset == pytest.approx(5.5, abs=0.5)
     assert found.flags == ["large_residual", "orientation_offset"]
-    (name, angle, residual), = found.outlying_frames
+    ((name, angle, residual),) = found.outlying_frames
     assert (name, angle) == ("frames[3]", turned[3]) and 0.1 < residual < 0.2
     assert repr(found).startswith("<Calibration of the layout 90,45,135,0, 12 frames, residual ")
     assert f"offset {found.common_offset:+.2f} degrees, flags large_residual" in repr(found)
@@ -104,7 +117,9 @@ def test_weights_that_are_not_those_of_the_analysers_are_refused(tmp_path):
     text = file.read_text()
     for old, new in (("-1.0", "-1.1"), ("90.0", "92.0"), ("45,90,0,135", "90,45,135,0")):
         file.write_text(text.replace(old, new, 1))
-        with pytest.raises(ValueError, match="sensor.json, line [0-9]+, (matrices|mosaic)") as error:
+        with pytest.raises(
+            ValueError, match="sensor.json, line [0-9]+, (matrices|mosaic)"
+        ) as error:
             vp.Calibration.load(file)
         assert str(error.value).endswith("restore the file, or calibrate again")
 
@@ -134,8 +149,14 @@ def test_simulated_frames_differ_by_noise_alone():
     assert np.array_equal(quiet.frames[0], quiet.frames[1])
 
 
-@given(st.sampled_from(vp.PIXEL_FORMATS), st.integers(1, 5), st.integers(1, 9), st.integers(1, 3),
-       st.integers(0, 3), st.integers(0, 2**32))
+@given(
+    st.sampled_from(vp.PIXEL_FORMATS),
+    st.integers(1, 5),
+    st.integers(1, 9),
+    st.integers(1, 3),
+    st.integers(0, 3),
+    st.integers(0, 2**32),
+)
 def test_unpacking_is_the_way_back_of_packing(pixel_format, height, width, count, skipped, seed):
     top = 2 ** vp.bit_depth_of(pixel_format)
     samples = np.random.default_rng(seed).integers(0, top, (count, height, width)).astype(np.uint16)
@@ -145,8 +166,9 @@ def test_unpacking_is_the_way_back_of_packing(pixel_format, height, width, count
         result = vp.unpack(given_as, pixel_format, height, width, offset=skipped)
         assert result.dtype == np.uint16 and np.array_equal(result, samples)
     stride = packed[0].size // height + 3
-    rows = b"".join(bytes(row).ljust(stride, b"\xaa") for frame in packed
-                    for row in np.split(frame, height))
+    rows = b"".join(
+        bytes(row).ljust(stride, b"\xaa") for frame in packed for row in np.split(frame, height)
+    )
     for end in (len(rows), len(rows) - 3):
         result = vp.unpack(rows[:end], pixel_format, height, width, stride=stride)
         assert np.array_equal(result, samples)
@@ -159,4 +181,6 @@ def test_unpacking_is_the_way_back_of_packing(pixel_format, height, width, count
 
 def test_twelve_bits_as_the_convention_draws_them():
     assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12p").tobytes() == b"\xbc\x3a\x12"
-    assert vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12Packed").tobytes() == b"\xab\x3c\x12"
+    assert (
+        vp.pack(np.array([[0xABC, 0x123]], np.uint16), "Mono12Packed").tobytes() == b"\xab\x3c\x12"
+    )

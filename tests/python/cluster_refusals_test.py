@@ -18,11 +18,14 @@ def paths(tmp_path):
     return tmp_path / "in.zarr", tmp_path / "out.zarr"
 
 
-@pytest.mark.parametrize("contents, words", [
-    ("raise ImportError('not here')", "cannot import veldrane_polarization"),
-    ("raise OSError('a broken disk')", "cannot import veldrane_polarization"),
-    ("__version__ = '0.0'", "has version 0.0, this machine"),
-])
+@pytest.mark.parametrize(
+    "contents, words",
+    [
+        ("raise ImportError('not here')", "cannot import veldrane_polarization"),
+        ("raise OSError('a broken disk')", "cannot import veldrane_polarization"),
+        ("__version__ = '0.0'", "has version 0.0, this machine"),
+    ],
+)
 def test_a_worker_of_another_installation_is_refused(tmp_path, paths, contents, words):
     package = tmp_path / "other" / "veldrane_polarization"
     package.mkdir(parents=True)

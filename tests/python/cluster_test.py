@@ -50,8 +50,10 @@ def test_a_worker_killed_in_the_middle_costs_no_frame(cluster, recording, capsys
     compared = assert_equal(out, recording.frames)
     assert not list(out.glob("*/*.partial"))
     with capsys.disabled():
-        print(f"\n  worker killed with {at_kill} of 240 frames stored; {compared} frames equal; "
-              f"{printed.strip()}")
+        print(
+            f"\n  worker killed with {at_kill} of 240 frames stored; {compared} frames equal; "
+            f"{printed.strip()}"
+        )
 
 
 def test_a_killed_client_goes_on_where_it_ended(cluster, recording, capsys):
@@ -64,8 +66,11 @@ def test_a_killed_client_goes_on_where_it_ended(cluster, recording, capsys):
     client.communicate()
     before = completed(out)
     assert 50 <= before < 240
-    times = {index: (out / "dolp" / f"{index}.0.0").stat().st_mtime_ns for index in range(240)
-             if (out / "complete" / str(index)).exists()}
+    times = {
+        index: (out / "dolp" / f"{index}.0.0").stat().st_mtime_ns
+        for index in range(240)
+        if (out / "complete" / str(index)).exists()
+    }
     # A frame that was half written, which no worker has at hand: one plane of three, cut off.
     assert 239 not in times and len(times) == before
     (out / "s0" / "239.0.0").write_bytes(b"half a chunk")
@@ -75,14 +80,17 @@ def test_a_killed_client_goes_on_where_it_ended(cluster, recording, capsys):
     # Tasks of the killed client that had begun may have ended before the others were counted.
     done, skipped = int(printed.split()[0]), int(printed.split(" skipped")[0].split()[-1])
     assert done + skipped == 240 and before <= skipped < 239 and " 0 failed" in printed, printed
-    assert all((out / "dolp" / f"{index}.0.0").stat().st_mtime_ns == then
-               for index, then in times.items())
+    assert all(
+        (out / "dolp" / f"{index}.0.0").stat().st_mtime_ns == then for index, then in times.items()
+    )
     compared = assert_equal(out, recording.frames)
     code, printed_again, _ = run(*line)
     assert code == 0 and "0 frames done, 240 skipped" in printed_again
     with capsys.disabled():
-        print(f"\n  client killed with {before} of 240 frames stored; {compared} frames equal; "
-              f"{printed.strip()}")
+        print(
+            f"\n  client killed with {before} of 240 frames stored; {compared} frames equal; "
+            f"{printed.strip()}"
+        )
 
 
 def lost(client, recording, parts, patience_line):
@@ -105,7 +113,8 @@ def test_a_cluster_without_workers_ends_the_run_with_a_line(cluster, recording):
     address, _, workers = cluster
     recording.remove_frame_1()
     client = Watched_run(
-        recording.source, recording.out, *options("--scheduler", address, "--patience", 3))
+        recording.source, recording.out, *options("--scheduler", address, "--patience", 3)
+    )
     lost(client, recording, workers, "the cluster has had no worker for 3 s")
 
 

@@ -53,12 +53,18 @@ def test_a_block_of_frames_is_one_task_for_all_planes_and_lazy():
         calls.append(block_info)
         return np.zeros((2, 4, 20), np.uint16)
 
-    frames = da.map_blocks(source, chunks=((2, 2, 2), (4,), (20,)), dtype=np.uint16,
-                           meta=np.empty((0, 0, 0), np.uint16))
+    frames = da.map_blocks(
+        source,
+        chunks=((2, 2, 2), (4,), (20,)),
+        dtype=np.uint16,
+        meta=np.empty((0, 0, 0), np.uint16),
+    )
     planes = vp_dask.process(frames, layout=0, bit_depth=12)
     graph = da.Array.__dask_graph__(planes["s0"])
     assert calls == []
-    assert sum(str(key[0]).startswith("polarization-") for key in graph if isinstance(key, tuple)) == 3
+    assert (
+        sum(str(key[0]).startswith("polarization-") for key in graph if isinstance(key, tuple)) == 3
+    )
     dask.compute(planes, scheduler="sync")
     assert len(calls) == 3
 
@@ -66,8 +72,9 @@ def test_a_block_of_frames_is_one_task_for_all_planes_and_lazy():
 def test_tasks_take_one_thread(monkeypatch):
     seen = []
     original = _processing.process_as
-    monkeypatch.setattr(_processing, "process_as",
-                        lambda *a, **k: seen.append(k["threads"]) or original(*a, **k))
+    monkeypatch.setattr(
+        _processing, "process_as", lambda *a, **k: seen.append(k["threads"]) or original(*a, **k)
+    )
     frames = da.zeros((3, 4, 20), chunks=(1, 4, 20), dtype=np.uint16)
     vp_dask.process(frames, layout=0, bit_depth=12, planes="s0")["s0"].compute(scheduler="sync")
     assert seen == [1, 1, 1]
@@ -85,22 +92,33 @@ def test_names_follow_the_arguments():
     base = dict(layout=2, bit_depth=12, planes="s0")
     name = vp_dask.process(frames, **base)["s0"].name
     assert name == vp_dask.process(frames, **base)["s0"].name
-    others = [base | change for change in ({"layout": 0}, {"bit_depth": 10}, {"mode": "calibrated"},
-              {"calibration": vp.imperfect_sensor(2, 1)}, {"calibration": vp.imperfect_sensor(2, 2)})]
+    others = [
+        base | change
+        for change in (
+            {"layout": 0},
+            {"bit_depth": 10},
+            {"mode": "calibrated"},
+            {"calibration": vp.imperfect_sensor(2, 1)},
+            {"calibration": vp.imperfect_sensor(2, 2)},
+        )
+    ]
     assert len({name, *(vp_dask.process(frames, **other)["s0"].name for other in others)}) == 6
 
 
-@pytest.mark.parametrize("array, changes, error, words", [
-    (np.zeros((2, 4, 20), np.uint16), {}, TypeError, "ndarray; give a dask array"),
-    (da.zeros((4, 20), dtype=np.uint16), {}, ValueError, r"\(4, 20\); give frames"),
-    (da.zeros((2, 4, 20), dtype=np.float32), {}, TypeError, "float32"),
-    (da.zeros((2, 4, 15), dtype=np.uint16), {}, ValueError, "16 columns"),
-    (da.zeros((2, 4, 20), dtype=np.uint8), {}, ValueError, "at most 8"),
-    (da.zeros((2, 4, 20), dtype=np.uint16), {"planes": "aolp"}, ValueError, "aolp"),
-    (da.zeros((2, 4, 20), dtype=np.uint16), {"layout": 9}, ValueError, "layout is 9"),
-    (da.zeros((2, 4, 20), dtype=np.uint16), {"signed": "no"}, TypeError, "signed is 'no'"),
-    (da.from_array(np.ma.zeros((2, 4, 20), np.uint16), asarray=False), {}, TypeError, "masked"),
-])
+@pytest.mark.parametrize(
+    "array, changes, error, words",
+    [
+        (np.zeros((2, 4, 20), np.uint16), {}, TypeError, "ndarray; give a dask array"),
+        (da.zeros((4, 20), dtype=np.uint16), {}, ValueError, r"\(4, 20\); give frames"),
+        (da.zeros((2, 4, 20), dtype=np.float32), {}, TypeError, "float32"),
+        (da.zeros((2, 4, 15), dtype=np.uint16), {}, ValueError, "16 columns"),
+        (da.zeros((2, 4, 20), dtype=np.uint8), {}, ValueError, "at most 8"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"planes": "aolp"}, ValueError, "aolp"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"layout": 9}, ValueError, "layout is 9"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"signed": "no"}, TypeError, "signed is 'no'"),
+        (da.from_array(np.ma.zeros((2, 4, 20), np.uint16), asarray=False), {}, TypeError, "masked"),
+    ],
+)
 def test_is_refused_before_any_work(array, changes, error, words):
     with pytest.raises(error, match=words):
         vp_dask.process(array, **({"layout": 0, "bit_depth": 12} | changes))

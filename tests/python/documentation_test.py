@@ -21,8 +21,11 @@ def public_names():
         for name in module.__all__:
             value = getattr(module, name)
             if inspect.isclass(value):
-                yield from ((f"{name}.{method}", getattr(value, method)) for method in vars(value)
-                            if not method.startswith("_") and callable(getattr(value, method)))
+                yield from (
+                    (f"{name}.{method}", getattr(value, method))
+                    for method in vars(value)
+                    if not method.startswith("_") and callable(getattr(value, method))
+                )
                 yield name, value
             elif callable(value):
                 yield name, value
@@ -34,8 +37,14 @@ WITHOUT_EXAMPLE = {"Analyser", "Inspection", "Simulation"}
 
 
 def test_the_public_names_are_found():
-    assert {"process", "calibrate", "Result.angle", "Calibration.of_region", "picture",
-            "to_dataset"} <= set(PUBLIC) and len(PUBLIC) > 25
+    assert {
+        "process",
+        "calibrate",
+        "Result.angle",
+        "Calibration.of_region",
+        "picture",
+        "to_dataset",
+    } <= set(PUBLIC) and len(PUBLIC) > 25
     print(len(PUBLIC), "public names")
 
 
@@ -52,4 +61,5 @@ def test_is_documented_by_an_example_that_runs(name):
     assert tried or name in WITHOUT_EXAMPLE
     if not inspect.isclass(value):
         assert "Examples\n" in inspect.getdoc(value) and (
-            "Returns\n" in inspect.getdoc(value) or name == "Calibration.save")
+            "Returns\n" in inspect.getdoc(value) or name == "Calibration.save"
+        )

@@ -19,8 +19,9 @@ from batch_support import (
 )
 
 
-@pytest.mark.parametrize("number, to_all", [
-    (signal.SIGINT, True), (signal.SIGTERM, False), (signal.SIGHUP, True)])
+@pytest.mark.parametrize(
+    "number, to_all", [(signal.SIGINT, True), (signal.SIGTERM, False), (signal.SIGHUP, True)]
+)
 def test_an_interrupted_run_tells_what_has_failed_and_goes_on_later(tmp_path, number, to_all):
     """Ctrl-C and a closed terminal reach all processes of a run, `kill` only the first."""
     recording = Long_recording(tmp_path)
@@ -63,8 +64,13 @@ def living_of_group(number):
 
 def test_an_interruption_before_a_frame_is_done_is_one_line(tmp_path):
     recording = Long_recording(tmp_path, first_held=0)
-    client = started(recording.source, recording.out, *options("--workers", 2),
-                     env=recording.environment, start_new_session=True)
+    client = started(
+        recording.source,
+        recording.out,
+        *options("--workers", 2),
+        env=recording.environment,
+        start_new_session=True,
+    )
     wait_until(lambda: (recording.out / "complete" / ".zattrs").exists())
     assert living_of_group(client.pid)
     os.killpg(client.pid, signal.SIGINT)

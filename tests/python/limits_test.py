@@ -31,7 +31,10 @@ except MemoryError as error:
 def call(frames, height, width, room=0, **environment):
     done = subprocess.run(
         [sys.executable, "-B", "-c", CALL, *map(str, (frames, height, width, room))],
-        env=os.environ | environment, capture_output=True, text=True)
+        env=os.environ | environment,
+        capture_output=True,
+        text=True,
+    )
     assert (done.returncode, done.stderr) == (0, "")
     return done.stdout.strip()
 
@@ -59,7 +62,8 @@ def test_without_a_frame_no_thread_is_started():
         "before = peak()\n"
         "raw = np.zeros((0, 32, 64), np.uint8)\n"
         "vp.process(raw, layout=0, bit_depth=8, planes='dolp', threads=32)\n"
-        "print(peak() - before)\n")
+        "print(peak() - before)\n"
+    )
     done = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True)
     assert (done.returncode, done.stderr) == (0, "")
     stack_kilobytes = 8192

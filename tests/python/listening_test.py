@@ -74,8 +74,11 @@ def a_held_run(folder, *more):
     (folder / "tmp").mkdir()
     gate = Gate(folder, 0)
     client = started(
-        folder / "in.zarr", folder / "out.zarr", *options("--workers", 2, *more),
-        env=os.environ | gate.environment | {"TMPDIR": str(folder / "tmp")})
+        folder / "in.zarr",
+        folder / "out.zarr",
+        *options("--workers", 2, *more),
+        env=os.environ | gate.environment | {"TMPDIR": str(folder / "tmp")},
+    )
     gate.wait_for(2)
     yield client
     gate.open()
@@ -122,8 +125,18 @@ from veldrane_polarization import batch
 sys.exit(batch.main(sys.argv[1:]))
 """
     done = subprocess.run(
-        [sys.executable, "-B", "-c", program, tmp_path / "in.zarr", tmp_path / "out.zarr",
-         *map(str, options("--workers", 1))], capture_output=True, text=True)
+        [
+            sys.executable,
+            "-B",
+            "-c",
+            program,
+            tmp_path / "in.zarr",
+            tmp_path / "out.zarr",
+            *map(str, options("--workers", 1)),
+        ],
+        capture_output=True,
+        text=True,
+    )
     assert done.returncode == 2 and done.stderr.count("\n") == 1, done.stderr
     assert done.stderr.endswith("; install it, in Debian python3-cryptography\n")
 
@@ -139,12 +152,16 @@ def keys_of(security, folder):
 def test_a_cluster_of_ones_own_may_have_keys(tmp_path):
     security = Security.temporary()
     files = keys_of(security, tmp_path)
-    shared = {"DASK_DISTRIBUTED__COMM__DEFAULT_SCHEME": "tls",
-              "DASK_DISTRIBUTED__COMM__REQUIRE_ENCRYPTION": "True",
-              "DASK_DISTRIBUTED__COMM__TLS__CA_FILE": files["ca"]}
+    shared = {
+        "DASK_DISTRIBUTED__COMM__DEFAULT_SCHEME": "tls",
+        "DASK_DISTRIBUTED__COMM__REQUIRE_ENCRYPTION": "True",
+        "DASK_DISTRIBUTED__COMM__TLS__CA_FILE": files["ca"],
+    }
     for role in ("SCHEDULER", "WORKER", "CLIENT"):
-        shared |= {f"DASK_DISTRIBUTED__COMM__TLS__{role}__{part.upper()}": files[part]
-                   for part in ("cert", "key")}
+        shared |= {
+            f"DASK_DISTRIBUTED__COMM__TLS__{role}__{part.upper()}": files[part]
+            for part in ("cert", "key")
+        }
     frames = frames_of(3)
     zarr.save_array(str(tmp_path / "in.zarr"), frames, chunks=(1, 64, 96))
     given = ("--tls-ca-file", files["ca"], "--tls-cert", files["cert"], "--tls-key", files["key"])
@@ -156,7 +173,8 @@ def test_a_cluster_of_ones_own_may_have_keys(tmp_path):
         ):
             out = tmp_path / f"{name}.zarr"
             code, printed, errors = run(
-                tmp_path / "in.zarr", out, *options("--scheduler", *line), **more)
+                tmp_path / "in.zarr", out, *options("--scheduler", *line), **more
+            )
             assert code == 0 and not errors, errors
             assert assert_equal(out, frames) == 3
         for line, words in (
@@ -164,7 +182,8 @@ def test_a_cluster_of_ones_own_may_have_keys(tmp_path):
             ((address.replace("tls", "tcp"), *given), "is without TLS, and certificates are given"),
         ):
             code, printed, errors = run(
-                tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--scheduler", *line))
+                tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--scheduler", *line)
+            )
             assert code == 2 and not printed and errors.count("\n") == 1, errors
             assert errors.startswith(f"error: --scheduler {line[0]} {words}"), errors
 
@@ -178,8 +197,9 @@ with _batch_cluster.cluster(None, 1) as client:
     client.run(eval, "__import__('warnings').warn('of a slow disk')")
 """
     environment = {name: value for name, value in os.environ.items() if name != "PYTHONWARNINGS"}
-    done = subprocess.run([*WITH_US, "-B", "-c", program], capture_output=True, text=True,
-                          env=environment)
+    done = subprocess.run(
+        [*WITH_US, "-B", "-c", program], capture_output=True, text=True, env=environment
+    )
     folder = Path(done.stdout.strip())
     assert any(part.startswith("veldrane-") for part in folder.parts)
     assert not folder.exists() and not done.stderr, done.stderr

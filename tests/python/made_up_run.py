@@ -21,8 +21,9 @@ def clock(monkeypatch):
     def sleep(seconds):
         clock.now += seconds
 
-    monkeypatch.setattr(_batch_running, "time",
-                        SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep))
+    monkeypatch.setattr(
+        _batch_running, "time", SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep)
+    )
     return clock
 
 

@@ -15,9 +15,16 @@ def lightness(rgb):
     """OKLab's L of sRGB bytes, by the inverse of the encoding."""
     c = np.asarray(rgb, float) / 255
     linear = np.where(c <= 0.04045, c / 12.92, ((c + 0.055) / 1.055) ** 2.4)
-    cones = linear @ np.array([[0.4122214708, 0.5363325363, 0.0514459929],
-                               [0.2119034982, 0.6806995451, 0.1073969566],
-                               [0.0883024619, 0.2817188376, 0.6299787005]]).T
+    cones = (
+        linear
+        @ np.array(
+            [
+                [0.4122214708, 0.5363325363, 0.0514459929],
+                [0.2119034982, 0.6806995451, 0.1073969566],
+                [0.0883024619, 0.2817188376, 0.6299787005],
+            ]
+        ).T
+    )
     return np.cbrt(cones) @ [0.2104542553, 0.7936177850, -0.0040720468]
 
 
@@ -57,8 +64,12 @@ def test_the_legend_shows_each_colour_in_its_direction():
     figure.canvas.draw()
     shown = np.asarray(figure.canvas.buffer_rgba())[..., :3].astype(int)
     for turn in range(10, 360, 25):
-        x, y = wheel.transData.transform([0.8 * np.cos(np.radians(turn)), 0.8 * np.sin(np.radians(turn))])
-        expected = colours.angle_degree_picture(np.radians([turn % 180]), np.array([0.8]))[0].astype(int)
+        x, y = wheel.transData.transform(
+            [0.8 * np.cos(np.radians(turn)), 0.8 * np.sin(np.radians(turn))]
+        )
+        expected = colours.angle_degree_picture(np.radians([turn % 180]), np.array([0.8]))[
+            0
+        ].astype(int)
         assert np.abs(shown[shown.shape[0] - 1 - int(y), int(x)] - expected).max() < 12, turn
     plt.close(figure)
     with pytest.raises(ValueError, match="size is 2"):
@@ -68,7 +79,8 @@ def test_the_legend_shows_each_colour_in_its_direction():
 def test_a_dataset_has_units_names_dimensions_and_layout():
     made = vp.simulate(32, 48, layout=1, frames=3)
     result = vp.process(
-        made.frames, layout=1, bit_depth=12, planes="all", signed=True, mode="calibrated")
+        made.frames, layout=1, bit_depth=12, planes="all", signed=True, mode="calibrated"
+    )
     data = to_dataset(result, unit="degrees", times=np.array([0, 1, 2], "datetime64[s]"))
     assert set(data.data_vars) == {"s0", "s1", "s2", "angle", "degree", "normalized_stokes"}
     for name, variable in data.data_vars.items():
@@ -96,28 +108,39 @@ def test_a_dataset_comes_back_from_zarr_with_its_attributes(tmp_path):
     assert back.identical(data)
 
 
-@pytest.mark.parametrize("height, width, is_packed", [
-    (3, 32, True), (16, 48, True), (2, 48, False), (16, 31, False)])
+@pytest.mark.parametrize(
+    "height, width, is_packed", [(3, 32, True), (16, 48, True), (2, 48, False), (16, 31, False)]
+)
 def test_packed_numbers_get_no_pixel_coordinates(height, width, is_packed):
     frames = vp.simulate(height, width, layout=1, frames=2).frames
-    results = {mode: vp.process(frames, layout=1, bit_depth=12, planes="s0,normalized_stokes", mode=mode)
-               for mode in ("fast", "calibrated")}
+    results = {
+        mode: vp.process(frames, layout=1, bit_depth=12, planes="s0,normalized_stokes", mode=mode)
+        for mode in ("fast", "calibrated")
+    }
     inner = (slice(None), slice(0, height - 1), slice(0, 16))
     numbers = [results[mode].normalized_stokes[inner] for mode in ("fast", "calibrated")]
     assert np.array_equal(*numbers, equal_nan=True) != is_packed
-    assert to_dataset(results["calibrated"]).normalized_stokes.dims == ("time", "y", "x", "component")
+    assert to_dataset(results["calibrated"]).normalized_stokes.dims == (
+        "time",
+        "y",
+        "x",
+        "component",
+    )
     if not is_packed:
         assert "normalized_stokes" in to_dataset(results["fast"])
         return
-    with pytest.raises(ValueError, match="normalized_stokes of mode 'fast' is not at pixel positions"):
+    with pytest.raises(
+        ValueError, match="normalized_stokes of mode 'fast' is not at pixel positions"
+    ):
         to_dataset(results["fast"])
 
 
 def test_physical_values_are_those_of_the_planes():
     """Against the stored numbers, not against the functions that a dataset is made with."""
     frames = vp.simulate(32, 48, layout=1, frames=2).frames
-    result = vp.process(frames, layout=1, bit_depth=12, planes="s0,s1,s2,azimuth,dolp", signed=True,
-                        full_scale=1000)
+    result = vp.process(
+        frames, layout=1, bit_depth=12, planes="s0,s1,s2,azimuth,dolp", signed=True, full_scale=1000
+    )
     data = to_dataset(result)
     step = 2 * 4095 / 1000
     for name in ("s0", "s1", "s2"):

@@ -9,7 +9,6 @@ import threading
 import time
 
 import numpy as np
-import pytest
 from hypothesis import given, strategies as st
 
 import numpy_model as model
@@ -45,7 +44,9 @@ MEMORY_ORDERS = {
     "every second frame": lambda raw: np.repeat(raw, 2, axis=0)[::2] if raw.ndim == 3 else raw,
     "rows backwards": lambda raw: np.ascontiguousarray(raw[..., ::-1, :])[..., ::-1, :],
     "columns apart": lambda raw: np.repeat(raw, 3, axis=-1)[..., ::3],
-    "part of a wider frame": lambda raw: np.pad(raw, [(0, 0)] * (raw.ndim - 1) + [(5, 9)])[..., 5:-9],
+    "part of a wider frame": lambda raw: np.pad(raw, [(0, 0)] * (raw.ndim - 1) + [(5, 9)])[
+        ..., 5:-9
+    ],
     "odd address": lambda raw: _at_odd_address(raw),
 }
 
@@ -76,16 +77,27 @@ def comparable(shape, phase, mode):
 def test_stokes_planes_in_sample_units_are_the_formulas(recording, mode):
     raw, bit_depth, phase = recording
     result = vp.process(
-        raw, layout=phase, bit_depth=bit_depth, planes=("s0", "s1", "s2"), mode=mode,
-        full_scale=2**bit_depth - 1, signed=True,
+        raw,
+        layout=phase,
+        bit_depth=bit_depth,
+        planes=("s0", "s1", "s2"),
+        mode=mode,
+        full_scale=2**bit_depth - 1,
+        signed=True,
     )
     s0, s1, s2 = model.stokes(raw, model.LAYOUTS[phase])
     of_s0, mask = comparable(raw.shape, phase, mode)
-    np.testing.assert_array_equal(result.s0[of_s0], np.minimum(np.rint(s0), 2**bit_depth - 1)[of_s0])
+    np.testing.assert_array_equal(
+        result.s0[of_s0], np.minimum(np.rint(s0), 2**bit_depth - 1)[of_s0]
+    )
     np.testing.assert_array_equal(result.s1[mask], s1[mask])
     np.testing.assert_array_equal(result.s2[mask], s2[mask])
     unsigned = vp.process(
-        raw, layout=phase, bit_depth=bit_depth, planes=("s1", "s2"), mode=mode,
+        raw,
+        layout=phase,
+        bit_depth=bit_depth,
+        planes=("s1", "s2"),
+        mode=mode,
         full_scale=2**bit_depth - 1,
     )
     np.testing.assert_array_equal(unsigned.s1[mask], np.maximum(s1, 0)[mask])
@@ -96,7 +108,12 @@ def test_stokes_planes_in_sample_units_are_the_formulas(recording, mode):
 def test_physical_units_are_the_formulas(recording, mode, full_scale):
     raw, bit_depth, phase = recording
     result = vp.process(
-        raw, layout=phase, bit_depth=bit_depth, planes="all", mode=mode, full_scale=full_scale,
+        raw,
+        layout=phase,
+        bit_depth=bit_depth,
+        planes="all",
+        mode=mode,
+        full_scale=full_scale,
         signed=True,
     )
     s0, s1, s2 = model.stokes(raw, model.LAYOUTS[phase])
@@ -121,8 +138,13 @@ def test_physical_units_are_the_formulas(recording, mode, full_scale):
     assert ((some >= 0) & (some < np.pi)).all()
 
 
-@given(recordings(), st.sampled_from(sorted(MEMORY_ORDERS)), st.integers(1, 5), st.booleans(),
-       st.sampled_from(("fast", "calibrated")))
+@given(
+    recordings(),
+    st.sampled_from(sorted(MEMORY_ORDERS)),
+    st.integers(1, 5),
+    st.booleans(),
+    st.sampled_from(("fast", "calibrated")),
+)
 def test_memory_order_type_and_threads_change_no_bit(recording, order, threads, signed, mode):
     raw, bit_depth, phase = recording
     options = dict(layout=phase, bit_depth=bit_depth, planes="all", signed=signed, mode=mode)
@@ -135,8 +157,10 @@ def test_memory_order_type_and_threads_change_no_bit(recording, order, threads, 
     if raw.ndim == 3:
         for number, frame in enumerate(raw):
             alone = vp.process(frame, **options)
-            assert all(np.array_equal(alone[name], expected[name][number], equal_nan=name[0] == "n")
-                       for name in alone)
+            assert all(
+                np.array_equal(alone[name], expected[name][number], equal_nan=name[0] == "n")
+                for name in alone
+            )
 
 
 @given(recordings(), st.sets(st.sampled_from(vp.PLANES), min_size=1), st.booleans())
@@ -154,8 +178,9 @@ def test_out_gets_the_same_bits_and_is_what_is_returned(recording, planes, signe
 def test_calibrated_mode_undoes_the_faults_of_analysers():
     for phase in range(4):
         sensor = vp.imperfect_sensor(phase, seed=phase)
-        made = vp.simulate(120, 160, layout=phase, noise=False, bit_depth=16, sensor=sensor,
-                           polariser_angle=30)
+        made = vp.simulate(
+            120, 160, layout=phase, noise=False, bit_depth=16, sensor=sensor, polariser_angle=30
+        )
         options = dict(bit_depth=16, planes=("s0", "azimuth", "dolp"))
         plain = vp.process(made.frames[0], layout=phase, **options)
         mended = vp.process(made.frames[0], calibration=sensor, **options)
@@ -176,9 +201,17 @@ def test_the_scene_comes_back():
 def test_layouts_in_all_spellings_are_one():
     raw = np.random.default_rng(3).integers(0, 4096, (20, 40), np.uint16)
     for phase, layout in enumerate(model.LAYOUTS):
-        results = [vp.process(raw, layout=spelling, bit_depth=12, planes="all")
-                   for spelling in (phase, layout, list(layout), np.array(layout), np.int64(phase),
-                                    " , ".join(map(str, layout)))]
+        results = [
+            vp.process(raw, layout=spelling, bit_depth=12, planes="all")
+            for spelling in (
+                phase,
+                layout,
+                list(layout),
+                np.array(layout),
+                np.int64(phase),
+                " , ".join(map(str, layout)),
+            )
+        ]
         assert all(equal(results[0], other) and other.phase == phase for other in results)
 
 
@@ -209,7 +242,9 @@ def test_the_interpreter_runs_on_while_frames_are_processed(capsys):
     while most < 8 and calls < 200:  # a busy machine may leave it no part of some
         ticks.clear()
         begin = time.perf_counter()
-        vp.process(raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out, threads=1)
+        vp.process(
+            raw, layout=0, bit_depth=12, planes="dolp", mode="calibrated", out=out, threads=1
+        )
         most = max(most, eighths_of_the_middle(begin, time.perf_counter()))
         calls += 1
     done.set()
@@ -248,8 +283,11 @@ print(most)
 
 
 def added_threads(threads, enough, *before):
-    done = subprocess.run([*before, sys.executable, "-B", "-c", COUNT_THREADS, repr((threads, enough))],
-                          capture_output=True, text=True)
+    done = subprocess.run(
+        [*before, sys.executable, "-B", "-c", COUNT_THREADS, repr((threads, enough))],
+        capture_output=True,
+        text=True,
+    )
     assert not done.stderr
     return int(done.stdout)
 

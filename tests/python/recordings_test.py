@@ -20,13 +20,24 @@ import veldrane_polarization as vp
 from veldrane_polarization import _batch_output, _batch_work, _recordings
 from veldrane_polarization._pictures import read_picture
 
-CODECS = {"none": None, "blosc": zarr.Blosc("lz4"), "zstd": numcodecs.Zstd(), "zlib": numcodecs.Zlib(),
-          "lz4": numcodecs.LZ4()}
+CODECS = {
+    "none": None,
+    "blosc": zarr.Blosc("lz4"),
+    "zstd": numcodecs.Zstd(),
+    "zlib": numcodecs.Zlib(),
+    "lz4": numcodecs.LZ4(),
+}
 
 
-@pytest.mark.parametrize("damage, codec", [
-    # Bytes behind the end change nothing for the other codecs.
-    *itertools.product(("missing", "empty", "cut"), CODECS), ("longer", "none"), ("longer", "blosc")])
+@pytest.mark.parametrize(
+    "damage, codec",
+    [
+        # Bytes behind the end change nothing for the other codecs.
+        *itertools.product(("missing", "empty", "cut"), CODECS),
+        ("longer", "none"),
+        ("longer", "blosc"),
+    ],
+)
 def test_a_damaged_chunk_fails_its_frames_and_no_others(tmp_path, damage, codec):
     frames = frames_of(6)
     zarr.save_array(str(tmp_path / "in.zarr"), frames, chunks=(2, 40, 50), compressor=CODECS[codec])
@@ -58,8 +69,15 @@ def test_a_header_of_another_size_is_damage(tmp_path):
 def test_chunks_in_folders_and_with_filters_are_read(tmp_path):
     frames = frames_of(3)
     store = zarr.NestedDirectoryStore(str(tmp_path / "nested.zarr"))
-    array = zarr.open_array(store, mode="w", shape=frames.shape, chunks=(1, 40, 96), dtype="u2",
-                            filters=[numcodecs.Delta(dtype="u2")], compressor=zarr.Blosc("lz4"))
+    array = zarr.open_array(
+        store,
+        mode="w",
+        shape=frames.shape,
+        chunks=(1, 40, 96),
+        dtype="u2",
+        filters=[numcodecs.Delta(dtype="u2")],
+        compressor=zarr.Blosc("lz4"),
+    )
     array[:] = frames
     recording = _recordings.open_recording(tmp_path / "nested.zarr")
     assert np.array_equal(recording.read(0, 3), frames)
@@ -69,7 +87,19 @@ def test_chunks_in_folders_and_with_filters_are_read(tmp_path):
 
 
 def test_files_come_in_the_order_of_their_numbers(tmp_path):
-    wanted = ["f000", "f00", "f01", "f010", "f09", "f0", "f1.tif", "f2.tif", "f10.tif", "f10a", "f100"]
+    wanted = [
+        "f000",
+        "f00",
+        "f01",
+        "f010",
+        "f09",
+        "f0",
+        "f1.tif",
+        "f2.tif",
+        "f10.tif",
+        "f10a",
+        "f100",
+    ]
     shuffled = wanted.copy()
     random.Random(1).shuffle(shuffled)
     assert _recordings.in_order(shuffled) == wanted
@@ -92,13 +122,19 @@ def test_frames_of_two_types_are_not_mixed(tmp_path):
 
 def png(depth, colour, rows, palette=b""):
     def part(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(
-            ">I", zlib.crc32(kind + data))
+        return (
+            struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+        )
 
     header = struct.pack(">IIBBBBB", 32, 4, depth, colour, 0, 0, 0)
     lines = zlib.compress(b"".join(b"\0" + row for row in rows))
-    return (b"\x89PNG\r\n\x1a\n" + part(b"IHDR", header) + (part(b"PLTE", palette) if palette else b"")
-            + part(b"IDAT", lines) + part(b"IEND", b""))
+    return (
+        b"\x89PNG\r\n\x1a\n"
+        + part(b"IHDR", header)
+        + (part(b"PLTE", palette) if palette else b"")
+        + part(b"IDAT", lines)
+        + part(b"IEND", b"")
+    )
 
 
 def large_png(side):
@@ -108,11 +144,20 @@ def large_png(side):
     return data[:12] + header + struct.pack(">I", zlib.crc32(header)) + data[33:]
 
 
-@pytest.mark.parametrize("depth, colour, words", [
-    (1, 0, "grey of 1 bits"), (2, 0, "grey of 2 bits"), (4, 0, "grey of 4 bits"),
-    (8, 3, "a palette of 8 bits"), (8, 2, "colour of 8 bits"), (16, 2, "colour of 16 bits"),
-    (8, 4, "grey and alpha"), (16, 4, "grey and alpha"), (8, 6, "colour and alpha"),
-])
+@pytest.mark.parametrize(
+    "depth, colour, words",
+    [
+        (1, 0, "grey of 1 bits"),
+        (2, 0, "grey of 2 bits"),
+        (4, 0, "grey of 4 bits"),
+        (8, 3, "a palette of 8 bits"),
+        (8, 2, "colour of 8 bits"),
+        (16, 2, "colour of 16 bits"),
+        (8, 4, "grey and alpha"),
+        (16, 4, "grey and alpha"),
+        (8, 6, "colour and alpha"),
+    ],
+)
 def test_a_png_of_another_kind_than_grey_of_8_or_16_bits_is_refused(tmp_path, depth, colour, words):
     channels = {0: 1, 2: 3, 3: 1, 4: 2, 6: 4}[colour]
     rows = [bytes(32 * channels * depth // 8)] * 4
@@ -133,26 +178,38 @@ def test_grey_pictures_come_with_every_bit(tmp_path, dtype):
     (tmp_path / "f.png").write_bytes(png(8 * frame.itemsize, 0, rows))
     for order in "<>":
         tifffile.imwrite(tmp_path / f"{order}.TIFF", frame, byteorder=order)
-    tifffile.imwrite(tmp_path / "tiled.tif", np.tile(frame, (16, 8)), tile=(16, 16), compression="zlib")
+    tifffile.imwrite(
+        tmp_path / "tiled.tif", np.tile(frame, (16, 8)), tile=(16, 16), compression="zlib"
+    )
     for name in ("f.png", "<.TIFF", ">.TIFF"):
         picture = read_picture(str(tmp_path / name))
         assert picture.dtype == dtype and picture.dtype.isnative and np.array_equal(picture, frame)
     assert np.array_equal(read_picture(str(tmp_path / "tiled.tif")), np.tile(frame, (16, 8)))
 
 
-@pytest.mark.parametrize("shape, dtype, changes, words", [
-    ((32, 48), "u2", {"photometric": "miniswhite"}, "as MINISWHITE"),
-    ((32, 48), "u1", {"photometric": "palette", "colormap": np.zeros((3, 256), "u2")}, "as PALETTE"),
-    ((32, 48, 3), "u1", {"photometric": "rgb"}, "3 samples a pixel as RGB"),
-    ((32, 48), "i2", {"photometric": "minisblack"}, "16 bits as INT"),
-    ((32, 48), "f4", {"photometric": "minisblack"}, "32 bits as IEEEFP"),
-    ((32, 48), "u4", {"photometric": "minisblack"}, "32 bits as"),
-    ((2, 32, 48), "u2", {"photometric": "minisblack"}, "2 pictures"),
-])
+@pytest.mark.parametrize(
+    "shape, dtype, changes, words",
+    [
+        ((32, 48), "u2", {"photometric": "miniswhite"}, "as MINISWHITE"),
+        (
+            (32, 48),
+            "u1",
+            {"photometric": "palette", "colormap": np.zeros((3, 256), "u2")},
+            "as PALETTE",
+        ),
+        ((32, 48, 3), "u1", {"photometric": "rgb"}, "3 samples a pixel as RGB"),
+        ((32, 48), "i2", {"photometric": "minisblack"}, "16 bits as INT"),
+        ((32, 48), "f4", {"photometric": "minisblack"}, "32 bits as IEEEFP"),
+        ((32, 48), "u4", {"photometric": "minisblack"}, "32 bits as"),
+        ((2, 32, 48), "u2", {"photometric": "minisblack"}, "2 pictures"),
+    ],
+)
 def test_a_tiff_that_is_no_frame_is_refused(tmp_path, shape, dtype, changes, words):
     file = tmp_path / "f.tif"
     tifffile.imwrite(file, np.zeros(shape, dtype), **changes)
-    with pytest.raises(ValueError, match=f"holds .*{re.escape(words)}.*grey picture of 8 or 16 bits"):
+    with pytest.raises(
+        ValueError, match=f"holds .*{re.escape(words)}.*grey picture of 8 or 16 bits"
+    ):
         read_picture(str(file))
 
 
@@ -186,7 +243,9 @@ def test_pictures_that_are_cut_off_are_refused(tmp_path):
     assert refused == 15
 
 
-@pytest.mark.parametrize("number, name", [(6, "OJPEG"), (7, "JPEG"), (50001, "WEBP"), (50002, "JPEGXL")])
+@pytest.mark.parametrize(
+    "number, name", [(6, "OJPEG"), (7, "JPEG"), (50001, "WEBP"), (50002, "JPEGXL")]
+)
 def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, name):
     file = tmp_path / "f.tif"
     tifffile.imwrite(file, frames_of(1)[0], compression="zlib")
@@ -199,8 +258,11 @@ def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, na
 @pytest.mark.parametrize("suffix", ("tif", "png"))
 def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, suffix):
     file = tmp_path / f"f.{suffix}"
-    file.write_bytes(b"no picture at all" if suffix == "tif" else
-                     png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx"))
+    file.write_bytes(
+        b"no picture at all"
+        if suffix == "tif"
+        else png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx")
+    )
     with pytest.raises(ValueError, match="^cannot be decoded; copy or record"):
         read_picture(str(file))
     with pytest.raises(FileNotFoundError):
@@ -210,7 +272,9 @@ def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, suffix):
 def test_a_picture_that_is_vast_is_told_so(tmp_path):
     file = tmp_path / "f.png"
     file.write_bytes(large_png(20000))
-    with pytest.raises(ValueError, match="^holds 20000 x 20000 pixels, more than are read of a PNG"):
+    with pytest.raises(
+        ValueError, match="^holds 20000 x 20000 pixels, more than are read of a PNG"
+    ):
         read_picture(str(file))
 
 

@@ -31,7 +31,11 @@ CASES = {
     "signed samples": (good(raw=FRAME.astype(np.int16)), TypeError, ("int16", "uint8 or uint16")),
     "32 bits": (good(raw=FRAME.astype(np.uint32)), TypeError, ("uint32", "uint8 or uint16")),
     "other byte order": (good(raw=FRAME.astype(">u2")), TypeError, (">u2", "host byte order")),
-    "one row of samples": (good(raw=FRAME[0]), ValueError, ("(20,)", "(H, W) or several (N, H, W)")),
+    "one row of samples": (
+        good(raw=FRAME[0]),
+        ValueError,
+        ("(20,)", "(H, W) or several (N, H, W)"),
+    ),
     "four dimensions": (good(raw=FRAME[None, None]), ValueError, ("(1, 1, 4, 20)", "(N, H, W)")),
     "too narrow": (good(raw=FRAME[:, :15]), ValueError, ("(4, 15)", "16 columns")),
     "one row": (good(raw=FRAME[:1]), ValueError, ("(1, 20)", "2 rows")),
@@ -60,10 +64,14 @@ CASES = {
     "a number as planes": (good(planes=3), TypeError, ("3", "names")),
     "unknown mode": (good(mode="exact"), ValueError, ("'exact'", "'fast', 'calibrated'")),
     "fast calibration": (
-        good(mode="fast", calibration=vp.Calibration.ideal(2)), ValueError, ("'fast'", "leave out")
+        good(mode="fast", calibration=vp.Calibration.ideal(2)),
+        ValueError,
+        ("'fast'", "leave out"),
     ),
     "calibration of another layout": (
-        good(calibration=OTHER_LAYOUT), ValueError, ("2", "(135, 0, 90, 45)", "leave the layout out")
+        good(calibration=OTHER_LAYOUT),
+        ValueError,
+        ("2", "(135, 0, 90, 45)", "leave the layout out"),
     ),
     "a path as calibration": (good(calibration="x.json"), TypeError, ("str", "Calibration.load")),
     "full scale 0": (good(full_scale=0), ValueError, ("0", "1 to 65535")),
@@ -72,21 +80,30 @@ CASES = {
     "an array as out": (good(out=np.zeros((4, 20))), TypeError, ("ndarray", "mapping")),
     "out without a plane": (good(out={}), ValueError, ("nothing", "'s0'")),
     "out with a plane too many": (
-        good(out={"s0": FRAME.copy(), "s1": FRAME.copy()}), ValueError, ("'s1'", "'s0'")
+        good(out={"s0": FRAME.copy(), "s1": FRAME.copy()}),
+        ValueError,
+        ("'s1'", "'s0'"),
     ),
     "out of another dtype": (
-        good(out={"s0": np.zeros((4, 20), np.uint8)}), TypeError, ("uint8", "uint16")
+        good(out={"s0": np.zeros((4, 20), np.uint8)}),
+        TypeError,
+        ("uint8", "uint16"),
     ),
     "out of another shape": (
-        good(out={"s0": np.zeros((20, 4), np.uint16)}), ValueError, ("(20, 4)", "(4, 20)")
+        good(out={"s0": np.zeros((20, 4), np.uint16)}),
+        ValueError,
+        ("(20, 4)", "(4, 20)"),
     ),
     "out for signed planes": (
-        good(planes="s1", signed=True, out={"s1": np.zeros((4, 20), np.uint16)}), TypeError,
+        good(planes="s1", signed=True, out={"s1": np.zeros((4, 20), np.uint16)}),
+        TypeError,
         ("uint16", "int32"),
     ),
     "out is read-only": (good(out={"s0": READ_ONLY}), ValueError, ("read-only", "written")),
     "out is not dense": (
-        good(out={"s0": np.zeros((4, 40), np.uint16)[:, ::2]}), ValueError, ("dense", "C-contiguous")
+        good(out={"s0": np.zeros((4, 40), np.uint16)[:, ::2]}),
+        ValueError,
+        ("dense", "C-contiguous"),
     ),
     "out is a list": (good(out={"s0": [1]}), TypeError, ("list", "uint16")),
 }
@@ -112,12 +129,21 @@ def test_overlapping_arrays_are_refused_and_untouched():
     def part(start):
         return memory[start : start + 80].reshape(4, 20)
 
-    for raw_at, s0_at, dolp_at, named in ((0, 0, 200, "raw"), (0, 79, 200, "raw"),
-                                          (200, 279, 0, "raw"), (300, 0, 79, "out['s0']")):
+    for raw_at, s0_at, dolp_at, named in (
+        (0, 0, 200, "raw"),
+        (0, 79, 200, "raw"),
+        (200, 279, 0, "raw"),
+        (300, 0, 79, "out['s0']"),
+    ):
         before = memory.copy()
         with pytest.raises(ValueError, match="same memory") as caught:
-            vp.process(part(raw_at), layout=0, bit_depth=12, planes=("s0", "dolp"),
-                       out={"s0": part(s0_at), "dolp": part(dolp_at)})
+            vp.process(
+                part(raw_at),
+                layout=0,
+                bit_depth=12,
+                planes=("s0", "dolp"),
+                out={"s0": part(s0_at), "dolp": part(dolp_at)},
+            )
         assert named in str(caught.value)
         assert np.array_equal(memory, before)
     adjoining = {"s0": part(80), "dolp": part(160)}
@@ -142,12 +168,17 @@ def test_subclasses_and_mappings_of_any_kind_are_checked_alike():
     expected = vp.process(FRAME, layout=2, bit_depth=12, planes="s0").s0
     assert np.array_equal(out["s0"], expected)
     with pytest.raises(ValueError, match="read-only"):
-        vp.process(FRAME, layout=2, bit_depth=12, planes="s0", out=MappingProxyType({"s0": READ_ONLY}))
+        vp.process(
+            FRAME, layout=2, bit_depth=12, planes="s0", out=MappingProxyType({"s0": READ_ONLY})
+        )
 
 
 def test_signed_planes_need_rounding_to_nearest_and_nothing_is_written():
     mathematics = ctypes.CDLL("libm.so.6")
-    out = {"s1": np.full((4, 20), 7, np.int32), "normalized_stokes": np.full((4, 20, 2), 7, np.float32)}
+    out = {
+        "s1": np.full((4, 20), 7, np.int32),
+        "normalized_stokes": np.full((4, 20, 2), 7, np.float32),
+    }
     upward = 0x800
     assert mathematics.fesetround(upward) == 0
     try:
@@ -177,61 +208,100 @@ def test_a_plane_that_was_not_asked_for_is_named():
         result.angle("gradians")
 
 
-@pytest.mark.parametrize("call, error, words", [
-    (lambda: vp.simulate(1, 64, layout=0), ValueError, "height is 1"),
-    (lambda: vp.simulate(64, 64, layout=0, bit_depth=7), ValueError, "bit_depth is 7"),
-    (lambda: vp.simulate(64, 64, layout=0, sensor=OTHER_LAYOUT), ValueError, "the sensor is for"),
-    (lambda: vp.simulate(64, 64, layout=0, sensor=5), TypeError, "sensor is a int"),
-    (lambda: vp.simulate(64, 64, layout=0, noise=1), TypeError, "noise is 1"),
-    (lambda: vp.simulate(64, 64, layout=0, polariser_angle=np.nan), ValueError, "angle is nan"),
-    (lambda: vp.simulate(64, 64, layout=0, polariser_angle="x"), TypeError, "angle is 'x'"),
-    (lambda: vp.inspect(FRAME, polariser_angle=np.inf), ValueError, "angle is inf"),
-    (lambda: vp.inspect(FRAME.astype(np.uint8), bit_depth="x"), TypeError, "bit_depth is 'x'"),
-    (lambda: vp.inspect(SERIES), ValueError, "one frame"),
-    (lambda: vp.unpack(b"123", "Mono12", 2, 2), ValueError, "3 bytes"),
-    (lambda: vp.unpack("text", "Mono12", 2, 2), TypeError, "str"),
-    (lambda: vp.unpack(array.array("H", [1]), "Mono12", 1, 1), TypeError, "2 bytes an item"),
-    (lambda: vp.unpack(np.zeros(9, np.uint8)[::2], "Mono8", 1, 1), ValueError, "ascontiguousarray"),
-    (lambda: vp.unpack(FRAME, "Mono8", 1, 1), TypeError, "dtype uint16"),
-    (lambda: vp.pack([[1]], "Mono12"), TypeError, "samples is a list"),
-    (lambda: vp.unpack(b"123", "BayerRG8", 2, 2), ValueError, "Mono12Packed"),
-    (lambda: vp.pack(FRAME.astype(np.int32), "Mono12"), TypeError, "dtype int32; give uint16"),
-    (lambda: vp.pack(FRAME + np.uint16(4096), "Mono12p"), ValueError, "at most 4095"),
-    (lambda: vp.calibrate(SERIES, [0], layout=0, bit_depth=12), ValueError, "1 numbers; give 2"),
-    (lambda: vp.calibrate(iter(SERIES), [0, "x"], layout=0, bit_depth=12), TypeError, "s\\[1\\] is 'x'"),
-    (lambda: vp.calibrate(SERIES, 5, layout=0, bit_depth=12), TypeError, "angles is 5; give 2"),
-    (lambda: vp.calibrate(7, [5], layout=0, bit_depth=12), TypeError, "frames is a int"),
-    (lambda: vp.calibrate(SERIES, [0, 1], layout=0, bit_depth=12, sensor=5), TypeError, "sensor is 5"),
-    (lambda: vp.Calibration.ideal(0).of_region(-1, 0), ValueError, "row_offset is -1"),
-    (lambda: vp.Scale("a"), TypeError, "bit_depth is 'a'"),
-    (lambda: vp.Scale(True), TypeError, "bit_depth is True"),
-    (lambda: vp.Scale(12, -1), ValueError, "full_scale is -1"),
-    (lambda: vp.Scale(10**30), ValueError, "bit_depth is 1000"),
-    (lambda: vp.calibrate([SERIES], [0], layout=0, bit_depth=12), ValueError, "frames\\[0\\]"),
-    (lambda: vp.Calibration.load("/nowhere/c.json"), FileNotFoundError, "nowhere"),
-    (lambda: vp.Calibration.ideal((1, 2, 3, 4)), ValueError, "phase 0"),
-    (lambda: vp.Calibration.from_json("{}"), ValueError, "schema"),
-    (lambda: vp.Calibration.from_json("\ud800"), ValueError, "text has a character at 0 that UTF-8"),
-    (lambda: vp.Calibration.from_json(b"{}"), TypeError, "text is a bytes; give what to_json"),
-    (lambda: vp.Calibration.load(""), ValueError, "path is empty; give the name of a file"),
-    (lambda: vp.Calibration.load(5), TypeError, "path is 5; give the name of a file"),
-    (lambda: vp.Calibration.load("\ud800"), ValueError, "characters that files can have"),
-    (lambda: vp.Calibration.load("a\0b"), ValueError, "without a character of code 0"),
-    (lambda: vp.Calibration.ideal(2).save(""), ValueError, "path is empty; give the name of a file"),
-    (lambda: vp.Calibration.ideal(2).save(None), TypeError, "path is None; give the name of a file"),
-])
+@pytest.mark.parametrize(
+    "call, error, words",
+    [
+        (lambda: vp.simulate(1, 64, layout=0), ValueError, "height is 1"),
+        (lambda: vp.simulate(64, 64, layout=0, bit_depth=7), ValueError, "bit_depth is 7"),
+        (
+            lambda: vp.simulate(64, 64, layout=0, sensor=OTHER_LAYOUT),
+            ValueError,
+            "the sensor is for",
+        ),
+        (lambda: vp.simulate(64, 64, layout=0, sensor=5), TypeError, "sensor is a int"),
+        (lambda: vp.simulate(64, 64, layout=0, noise=1), TypeError, "noise is 1"),
+        (lambda: vp.simulate(64, 64, layout=0, polariser_angle=np.nan), ValueError, "angle is nan"),
+        (lambda: vp.simulate(64, 64, layout=0, polariser_angle="x"), TypeError, "angle is 'x'"),
+        (lambda: vp.inspect(FRAME, polariser_angle=np.inf), ValueError, "angle is inf"),
+        (lambda: vp.inspect(FRAME.astype(np.uint8), bit_depth="x"), TypeError, "bit_depth is 'x'"),
+        (lambda: vp.inspect(SERIES), ValueError, "one frame"),
+        (lambda: vp.unpack(b"123", "Mono12", 2, 2), ValueError, "3 bytes"),
+        (lambda: vp.unpack("text", "Mono12", 2, 2), TypeError, "str"),
+        (lambda: vp.unpack(array.array("H", [1]), "Mono12", 1, 1), TypeError, "2 bytes an item"),
+        (
+            lambda: vp.unpack(np.zeros(9, np.uint8)[::2], "Mono8", 1, 1),
+            ValueError,
+            "ascontiguousarray",
+        ),
+        (lambda: vp.unpack(FRAME, "Mono8", 1, 1), TypeError, "dtype uint16"),
+        (lambda: vp.pack([[1]], "Mono12"), TypeError, "samples is a list"),
+        (lambda: vp.unpack(b"123", "BayerRG8", 2, 2), ValueError, "Mono12Packed"),
+        (lambda: vp.pack(FRAME.astype(np.int32), "Mono12"), TypeError, "dtype int32; give uint16"),
+        (lambda: vp.pack(FRAME + np.uint16(4096), "Mono12p"), ValueError, "at most 4095"),
+        (
+            lambda: vp.calibrate(SERIES, [0], layout=0, bit_depth=12),
+            ValueError,
+            "1 numbers; give 2",
+        ),
+        (
+            lambda: vp.calibrate(iter(SERIES), [0, "x"], layout=0, bit_depth=12),
+            TypeError,
+            "s\\[1\\] is 'x'",
+        ),
+        (lambda: vp.calibrate(SERIES, 5, layout=0, bit_depth=12), TypeError, "angles is 5; give 2"),
+        (lambda: vp.calibrate(7, [5], layout=0, bit_depth=12), TypeError, "frames is a int"),
+        (
+            lambda: vp.calibrate(SERIES, [0, 1], layout=0, bit_depth=12, sensor=5),
+            TypeError,
+            "sensor is 5",
+        ),
+        (lambda: vp.Calibration.ideal(0).of_region(-1, 0), ValueError, "row_offset is -1"),
+        (lambda: vp.Scale("a"), TypeError, "bit_depth is 'a'"),
+        (lambda: vp.Scale(True), TypeError, "bit_depth is True"),
+        (lambda: vp.Scale(12, -1), ValueError, "full_scale is -1"),
+        (lambda: vp.Scale(10**30), ValueError, "bit_depth is 1000"),
+        (lambda: vp.calibrate([SERIES], [0], layout=0, bit_depth=12), ValueError, "frames\\[0\\]"),
+        (lambda: vp.Calibration.load("/nowhere/c.json"), FileNotFoundError, "nowhere"),
+        (lambda: vp.Calibration.ideal((1, 2, 3, 4)), ValueError, "phase 0"),
+        (lambda: vp.Calibration.from_json("{}"), ValueError, "schema"),
+        (
+            lambda: vp.Calibration.from_json("\ud800"),
+            ValueError,
+            "text has a character at 0 that UTF-8",
+        ),
+        (lambda: vp.Calibration.from_json(b"{}"), TypeError, "text is a bytes; give what to_json"),
+        (lambda: vp.Calibration.load(""), ValueError, "path is empty; give the name of a file"),
+        (lambda: vp.Calibration.load(5), TypeError, "path is 5; give the name of a file"),
+        (lambda: vp.Calibration.load("\ud800"), ValueError, "characters that files can have"),
+        (lambda: vp.Calibration.load("a\0b"), ValueError, "without a character of code 0"),
+        (
+            lambda: vp.Calibration.ideal(2).save(""),
+            ValueError,
+            "path is empty; give the name of a file",
+        ),
+        (
+            lambda: vp.Calibration.ideal(2).save(None),
+            TypeError,
+            "path is None; give the name of a file",
+        ),
+    ],
+)
 def test_other_functions_refuse(call, error, words):
     with pytest.raises(error, match=words):
         call()
 
 
 # Of the classes that are made in C++: their metaclass is pybind11's.
-BOUND = {name: value for name, value in vars(_native).items()
-         if isinstance(value, type) and type(value) is not type}
+BOUND = {
+    name: value
+    for name, value in vars(_native).items()
+    if isinstance(value, type) and type(value) is not type
+}
 
 
 def without_init(bound):
     """An object of a class, and one of a class derived from it, that nobody initialised."""
+
     class Derived(bound):
         def __init__(self):
             pass
@@ -246,7 +316,9 @@ def test_an_object_that_was_not_initialised_is_refused_wherever_it_is_used(name)
     for value in without_init(BOUND[name]):
         for attribute in vars(BOUND[name]):
             if isinstance(getattr(BOUND[name], attribute), property):
-                with pytest.raises(TypeError, match=f"the {name} was never initialised; make it as help"):
+                with pytest.raises(
+                    TypeError, match=f"the {name} was never initialised; make it as help"
+                ):
                     getattr(value, attribute)
                 uses += 1
         calls = [copy.copy, copy.deepcopy, pickle.dumps]

@@ -79,7 +79,8 @@ def test_an_out_of_other_options_is_refused(tmp_path, recording):
     prepare(out, settings(), recording)
     prepare(out, settings(), recording)
     others = dict(
-        phase=1, bit_depth=11, planes=("s0",), mode="calibrated", full_scale=4095, signed=True)
+        phase=1, bit_depth=11, planes=("s0",), mode="calibrated", full_scale=4095, signed=True
+    )
     words = dict(phase="layout", full_scale="full_scale 65535, not 4095")
     for name, value in others.items():
         with pytest.raises(Output_error, match=f"was made with {words.get(name, name)}"):
@@ -244,11 +245,20 @@ def test_of_runs_that_begin_at_the_same_moment_one_has_out(tmp_path, recording, 
     with ThreadPoolExecutor(starts) as executor:
         winners = [scale for scale in executor.map(start, range(starts)) if scale]
     assert len(winners) == 2 and winners[0] == winners[1]
-    found = {json.loads(file.read_text())["full_scale"]
-             for file in path.glob("**/.zattrs") if file.parent.name != "complete"}
+    found = {
+        json.loads(file.read_text())["full_scale"]
+        for file in path.glob("**/.zattrs")
+        if file.parent.name != "complete"
+    }
     assert found == set(winners)
     assert {file.name for file in tmp_path.iterdir()} == {"in.zarr", "out.zarr"}
-    assert {file.name for file in path.iterdir()} == {".zattrs", ".zgroup", "s0", "dolp", "complete"}
+    assert {file.name for file in path.iterdir()} == {
+        ".zattrs",
+        ".zgroup",
+        "s0",
+        "dolp",
+        "complete",
+    }
     prepare(output(path), settings(full_scale=winners[0]), recording)
 
 
@@ -261,7 +271,9 @@ def test_a_run_that_cannot_begin_does_not_bind_out(tmp_path, recording):
         _batch_output.check(output(path), settings(), recording)
 
 
-@pytest.mark.parametrize("part", ("dolp", "dolp/.zarray", "dolp/.zattrs", ".zgroup", "complete/.zarray"))
+@pytest.mark.parametrize(
+    "part", ("dolp", "dolp/.zarray", "dolp/.zattrs", ".zgroup", "complete/.zarray")
+)
 def test_what_was_taken_away_of_an_out_is_made_anew(tmp_path, recording, part):
     out = output(tmp_path / "out.zarr")
     store_all(recording, out)
@@ -274,18 +286,30 @@ def test_what_was_taken_away_of_an_out_is_made_anew(tmp_path, recording, part):
     assert_equal(out.path, frames_of(6))
 
 
-@pytest.mark.parametrize("make, words", [
-    (lambda path: path.write_text("x"), "is a file"),
-    (lambda path: zarr.open_group(str(path), mode="w"), "is a zarr group that this program did not"),
-    (lambda path: zarr.open_group(str(path), mode="w").attrs.update(a=1), "did not make"),
-    (lambda path: zarr.save_array(str(path), np.zeros(3)), "is a folder that this program did not"),
-    (lambda path: zarr.save_group(str(path), s0=np.zeros(3)), "did not make"),
-    (lambda path: (path.mkdir(), (path / "notes").write_text("x")), "did not make"),
-    (lambda path: (path.mkdir(), (path / ".zattrs").write_text("")), ".zattrs is damaged"),
-    (lambda path: (path.mkdir(), (path / ".zattrs").write_text("{")), ".zattrs is damaged"),
-    (lambda path: (path.mkdir(), (path / ".zattrs").write_text("[]")), ".zattrs is damaged"),
-    (lambda path: (path.mkdir(), (path / ".zattrs").write_bytes(b"\xff")), ".zattrs is damaged"),
-])
+@pytest.mark.parametrize(
+    "make, words",
+    [
+        (lambda path: path.write_text("x"), "is a file"),
+        (
+            lambda path: zarr.open_group(str(path), mode="w"),
+            "is a zarr group that this program did not",
+        ),
+        (lambda path: zarr.open_group(str(path), mode="w").attrs.update(a=1), "did not make"),
+        (
+            lambda path: zarr.save_array(str(path), np.zeros(3)),
+            "is a folder that this program did not",
+        ),
+        (lambda path: zarr.save_group(str(path), s0=np.zeros(3)), "did not make"),
+        (lambda path: (path.mkdir(), (path / "notes").write_text("x")), "did not make"),
+        (lambda path: (path.mkdir(), (path / ".zattrs").write_text("")), ".zattrs is damaged"),
+        (lambda path: (path.mkdir(), (path / ".zattrs").write_text("{")), ".zattrs is damaged"),
+        (lambda path: (path.mkdir(), (path / ".zattrs").write_text("[]")), ".zattrs is damaged"),
+        (
+            lambda path: (path.mkdir(), (path / ".zattrs").write_bytes(b"\xff")),
+            ".zattrs is damaged",
+        ),
+    ],
+)
 def test_what_others_made_is_not_touched(tmp_path, recording, make, words):
     path = tmp_path / "out.zarr"
     make(path)
@@ -295,17 +319,28 @@ def test_what_others_made_is_not_touched(tmp_path, recording, make, words):
     assert before == {file: file.read_bytes() for file in path.rglob("*") if file.is_file()}
 
 
-@pytest.mark.parametrize("key, value", [
-    ("shape", [7, 64, 96]), ("chunks", [2, 64, 96]), ("dtype", "<i2"), ("order", "F"),
-    ("fill_value", 0), ("compressor", None), ("filters", [{"id": "delta", "dtype": "<u2"}]),
-    (None, None)])
+@pytest.mark.parametrize(
+    "key, value",
+    [
+        ("shape", [7, 64, 96]),
+        ("chunks", [2, 64, 96]),
+        ("dtype", "<i2"),
+        ("order", "F"),
+        ("fill_value", 0),
+        ("compressor", None),
+        ("filters", [{"id": "delta", "dtype": "<u2"}]),
+        (None, None),
+    ],
+)
 def test_an_array_of_another_form_is_refused(tmp_path, recording, key, value):
     out = output(tmp_path / "out.zarr")
     prepare(out, settings(), recording)
     file = tmp_path / "out.zarr" / "dolp" / ".zarray"
     metadata = json.loads(file.read_text())
     file.write_text("{" if key is None else json.dumps(metadata | {key: value}))
-    with pytest.raises(Output_error, match="dolp.* is damaged" if key is None else "out.zarr/dolp has"):
+    with pytest.raises(
+        Output_error, match="dolp.* is damaged" if key is None else "out.zarr/dolp has"
+    ):
         prepare(out, settings(), recording)
 
 
@@ -314,10 +349,14 @@ def test_files_that_killed_writers_left_are_removed_and_no_others(tmp_path, reco
     store_all(recording, out)
     now = time.time()
     files = {
-        "s0/1.0.0.0123abcd.11.partial": (0, False), "complete/1.0123abcd.11.partial": (0, False),
-        "dolp/1.0.0.89efcdab.11.partial": (0, True), ".zattrs.11.partial": (0, True),
-        "s0/2.0.0.89efcdab.11.partial": (7200, False), ".zattrs.12.partial": (7200, False),
-        "s0/notes": (7200, True), "../download.partial": (7200, True),
+        "s0/1.0.0.0123abcd.11.partial": (0, False),
+        "complete/1.0123abcd.11.partial": (0, False),
+        "dolp/1.0.0.89efcdab.11.partial": (0, True),
+        ".zattrs.11.partial": (0, True),
+        "s0/2.0.0.89efcdab.11.partial": (7200, False),
+        ".zattrs.12.partial": (7200, False),
+        "s0/notes": (7200, True),
+        "../download.partial": (7200, True),
         "../.veldrane.0123abcd.11.partial/.zgroup": (0, False),
         ".veldrane.89efcdab.11.partial/.zgroup": (7200, False),
         "../.veldrane.89efcdab.12.partial/.zgroup": (0, True),
@@ -330,5 +369,6 @@ def test_files_that_killed_writers_left_are_removed_and_no_others(tmp_path, reco
             os.utime((tmp_path / "out.zarr" / name).parent, (now - age, now - age))
     _batch_output.remove_leftovers(out, settings())
     assert {name: (tmp_path / "out.zarr" / name).exists() for name in files} == {
-        name: stays for name, (_, stays) in files.items()}
+        name: stays for name, (_, stays) in files.items()
+    }
     assert_equal(out.path, frames_of(6))

@@ -91,10 +91,13 @@ def test_frames_of_a_worker_that_has_stopped_go_to_others(clock, a_run):
     assert report.done == FRAMES
 
 
-@pytest.mark.parametrize("beating, stopped, words", [
-    (["one"], [], r"60 s; see to the workers or give more --patience, and the same"),
-    ([], ["two", "one"], r"60 s \(one, two without a heartbeat\); see to"),
-])
+@pytest.mark.parametrize(
+    "beating, stopped, words",
+    [
+        (["one"], [], r"60 s; see to the workers or give more --patience, and the same"),
+        ([], ["two", "one"], r"60 s \(one, two without a heartbeat\); see to"),
+    ],
+)
 def test_patience_ends_where_workers_do_no_frame(clock, a_run, beating, stopped, words):
     run, report = a_run(Client_with_stopped_workers(clock, beating, stopped))
     with pytest.raises(_batch_running.Unfinished, match=f"no frame has been done for {words}"):
@@ -148,7 +151,8 @@ def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
 
 
 def test_workers_that_leave_before_the_first_frame_are_waited_for(
-        tmp_path, recording, clock, monkeypatch, capsys):
+    tmp_path, recording, clock, monkeypatch, capsys
+):
     client = Made_up_client(clock, workers=lambda: [])
     assert command_on(client, tmp_path, monkeypatch) == 0
     printed, errors = capsys.readouterr()
@@ -169,13 +173,16 @@ def test_frames_that_no_worker_survives_fail_in_our_words(clock, a_run, monkeypa
     monkeypatch.setattr(_batch_work, "process_frames", killing)
     run, report = a_run(Made_up_client(clock))
     run.process([2, 3], 1)
-    line = ("all workers that were at it died, one after the other; give them more memory, and the "
-            "same command goes on from here")
+    line = (
+        "all workers that were at it died, one after the other; give them more memory, and the "
+        "same command goes on from here"
+    )
     assert report.failures == {2: line, 3: line} and report.done == 0
 
 
 def test_failures_are_told_where_the_summary_cannot_be(
-        tmp_path, recording, clock, monkeypatch, capsys):
+    tmp_path, recording, clock, monkeypatch, capsys
+):
     (tmp_path / "in.zarr" / "1.0.0").unlink()
     reader, writer = os.pipe()
     os.close(reader)
@@ -190,11 +197,13 @@ def test_failures_are_told_where_the_summary_cannot_be(
     os.close(writer)
     lost = "error: the summary cannot be printed (Broken pipe); leave it out with --quiet\n"
     assert capsys.readouterr().err == (
-        f"error: {tmp_path}/in.zarr frame 1: the chunk 1.0.0 is missing\n{lost}{lost}")
+        f"error: {tmp_path}/in.zarr frame 1: the chunk 1.0.0 is missing\n{lost}{lost}"
+    )
 
 
 def test_a_scheduler_that_goes_before_the_first_frame_is_no_wrong_usage(
-        tmp_path, recording, clock, monkeypatch, capsys):
+    tmp_path, recording, clock, monkeypatch, capsys
+):
     def gone():
         raise CommClosedError("closed")
 
@@ -202,12 +211,15 @@ def test_a_scheduler_that_goes_before_the_first_frame_is_no_wrong_usage(
     client.answers = gone
     assert command_on(client, tmp_path, monkeypatch) == 1
     printed, errors = capsys.readouterr()
-    assert errors == ("error: the scheduler has gone (closed); the same command goes on from here\n")
+    assert errors == (
+        "error: the scheduler has gone (closed); the same command goes on from here\n"
+    )
     assert f"{FRAMES} not finished" in printed
 
 
 def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
-        tmp_path, recording, clock, monkeypatch, capsys):
+    tmp_path, recording, clock, monkeypatch, capsys
+):
     def refused(*arguments):
         raise PermissionError(13, "Permission denied", "complete")
 
@@ -216,16 +228,21 @@ def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
     assert capsys.readouterr().err == "error: complete: Permission denied\n"
 
 
-@pytest.mark.parametrize("answers, words", [
-    ({"tcp://one": None}, r"tcp://one cannot import veldrane_polarization; install"),
-    ({"tcp://one": pydoc.ErrorDuringImport("x", (OSError, OSError("disk"), None))},
-     r"tcp://one cannot import veldrane_polarization \(problem in x - OSError: disk\)"),
-    ({"tcp://one": vp.__version__, "tcp://two": "0.0"}, "tcp://two has version 0.0"),
-    ({"tcp://one": vp.__version__, "tcp://two": None}, "tcp://two cannot import"),
-    ({"tcp://one": CommClosedError("gone"), "tcp://two": None}, "tcp://two cannot import"),
-    ({"tcp://one": CommClosedError("gone")}, "no worker for 60 s"),
-    ({}, "no worker for 60 s"),
-])
+@pytest.mark.parametrize(
+    "answers, words",
+    [
+        ({"tcp://one": None}, r"tcp://one cannot import veldrane_polarization; install"),
+        (
+            {"tcp://one": pydoc.ErrorDuringImport("x", (OSError, OSError("disk"), None))},
+            r"tcp://one cannot import veldrane_polarization \(problem in x - OSError: disk\)",
+        ),
+        ({"tcp://one": vp.__version__, "tcp://two": "0.0"}, "tcp://two has version 0.0"),
+        ({"tcp://one": vp.__version__, "tcp://two": None}, "tcp://two cannot import"),
+        ({"tcp://one": CommClosedError("gone"), "tcp://two": None}, "tcp://two cannot import"),
+        ({"tcp://one": CommClosedError("gone")}, "no worker for 60 s"),
+        ({}, "no worker for 60 s"),
+    ],
+)
 def test_workers_are_refused_for_what_they_answer(clock, answers, words):
     client = Made_up_client(clock)
     client.answers = lambda: answers
@@ -233,8 +250,10 @@ def test_workers_are_refused_for_what_they_answer(clock, answers, words):
         _batch_running.check_workers(client, 60)
 
 
-@pytest.mark.parametrize("error", [
-    CommClosedError("gone"), OSError("Timed out"), TimeoutError(), ConnectionRefusedError()])
+@pytest.mark.parametrize(
+    "error",
+    [CommClosedError("gone"), OSError("Timed out"), TimeoutError(), ConnectionRefusedError()],
+)
 def test_workers_that_have_gone_are_not_taken_for_ones_without_the_package(clock, error):
     client = Made_up_client(clock)
     client.answers = lambda: {"tcp://one": error, "tcp://two": vp.__version__}
@@ -246,7 +265,9 @@ def test_workers_that_have_gone_are_not_taken_for_ones_without_the_package(clock
 
 
 @pytest.mark.parametrize("part", ("LocalCluster", "Client"))
-def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monkeypatch, capsys, part):
+def test_a_local_cluster_that_cannot_start_is_one_line(
+    tmp_path, recording, monkeypatch, capsys, part
+):
     closed, folders = [], []
 
     def local_cluster(local_directory, **more):
@@ -254,8 +275,10 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
         assert folders[-1].is_dir()
         server = SimpleNamespace(stop=lambda: None)
         return SimpleNamespace(
-            close=lambda: closed.append(True), scheduler=SimpleNamespace(http_server=server),
-            loop=SimpleNamespace(add_callback=lambda function: function()))
+            close=lambda: closed.append(True),
+            scheduler=SimpleNamespace(http_server=server),
+            loop=SimpleNamespace(add_callback=lambda function: function()),
+        )
 
     def failing(*arguments, **more):
         raise RuntimeError("Cluster failed to start: no\nmemory")
@@ -265,8 +288,10 @@ def test_a_local_cluster_that_cannot_start_is_one_line(tmp_path, recording, monk
     line = (tmp_path / "in.zarr", tmp_path / "out.zarr", *options("--workers", 2))
     assert batch.main(list(map(str, line))) == 2
     printed, errors = capsys.readouterr()
-    assert errors == ("error: no cluster can be started on this machine (Cluster failed to start: no "
-                      "memory); give fewer --workers, or a --scheduler\n")
+    assert errors == (
+        "error: no cluster can be started on this machine (Cluster failed to start: no "
+        "memory); give fewer --workers, or a --scheduler\n"
+    )
     assert not printed and len(closed) == len(folders) == (part == "Client")
     assert not any(folder.exists() for folder in folders)
     # The next run may have other options.

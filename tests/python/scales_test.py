@@ -24,8 +24,12 @@ from veldrane_polarization import _recordings, batch, dask as vp_dask
 WAYS_TO_COPY = {
     "copy": copy.copy,
     "deepcopy": copy.deepcopy,
-    **{f"pickle {protocol}": lambda value, protocol=protocol: pickle.loads(
-        pickle.dumps(value, protocol)) for protocol in range(2, pickle.HIGHEST_PROTOCOL + 1)},
+    **{
+        f"pickle {protocol}": lambda value, protocol=protocol: pickle.loads(
+            pickle.dumps(value, protocol)
+        )
+        for protocol in range(2, pickle.HIGHEST_PROTOCOL + 1)
+    },
 }
 
 
@@ -50,19 +54,27 @@ def assert_same_planes(found, expected):
 @st.composite
 def depths_and_full_scales(draw):
     bit_depth = draw(st.sampled_from((*range(1, 17), 16, 16)))
-    return bit_depth, draw(st.sampled_from((None, 65535, 2**bit_depth - 1)) | st.integers(1, 65535))
+    return bit_depth, draw(
+        st.sampled_from((None, 65535, 2**bit_depth - 1)) | st.integers(1, 65535)
+    )
 
 
-@given(depths_and_full_scales(), st.sampled_from(("fast", "calibrated")), st.booleans(),
-       st.integers(0, 2**32))
+@given(
+    depths_and_full_scales(),
+    st.sampled_from(("fast", "calibrated")),
+    st.booleans(),
+    st.integers(0, 2**32),
+)
 def test_recordings_and_dask_scale_as_process_does(numbers, mode, signed, seed):
     bit_depth, full_scale = numbers
     raw = frames_of_all_samples(bit_depth, seed=seed)
-    options = dict(layout=2, bit_depth=bit_depth, planes="all", mode=mode, signed=signed,
-                   full_scale=full_scale)
+    options = dict(
+        layout=2, bit_depth=bit_depth, planes="all", mode=mode, signed=signed, full_scale=full_scale
+    )
     expected = vp.process(raw, **options)
-    chosen = settings_of_command(bit_depth, full_scale, "--planes", "all", "--mode", mode,
-                                 *(("--signed",) if signed else ()))
+    chosen = settings_of_command(
+        bit_depth, full_scale, "--planes", "all", "--mode", mode, *(("--signed",) if signed else ())
+    )
     found = chosen.process(raw)
     assert found.scale == expected.scale
     assert_same_planes(found, expected)
@@ -78,13 +90,29 @@ def test_planes_of_16_bits_are_those_of_the_program(tmp_path, full_scale):
     zarr.save_array(str(tmp_path / "in.zarr"), raw, chunks=(1, 32, 48))
     names = "s0", "s1", "azimuth", "dolp"
     chosen = settings_of_command(16, full_scale, "--planes", ",".join(names))
-    store_all(_recordings.open_recording(tmp_path / "in.zarr"), output(tmp_path / "out.zarr"), chosen)
+    store_all(
+        _recordings.open_recording(tmp_path / "in.zarr"), output(tmp_path / "out.zarr"), chosen
+    )
     group = zarr.open_group(str(tmp_path / "out.zarr"), mode="r")
     tifffile.imwrite(tmp_path / "f.tif", raw[1])
     subprocess.run(
-        [os.environ["VELDRANE_POLARIZE"], "process", tmp_path / "f.tif", "--output",
-         tmp_path / "planes", "--phase", "2", "--bit-depth", "16", "--planes", ",".join(names),
-         "--quiet", *(("--full-scale", str(full_scale)) if full_scale else ())], check=True)
+        [
+            os.environ["VELDRANE_POLARIZE"],
+            "process",
+            tmp_path / "f.tif",
+            "--output",
+            tmp_path / "planes",
+            "--phase",
+            "2",
+            "--bit-depth",
+            "16",
+            "--planes",
+            ",".join(names),
+            "--quiet",
+            *(("--full-scale", str(full_scale)) if full_scale else ()),
+        ],
+        check=True,
+    )
     sidecars = [json.loads(file.read_text()) for file in (tmp_path / "planes").glob("*.json")]
     assert {each["plane"] for each in sidecars} == set(names)
     for each in sidecars:
@@ -107,9 +135,12 @@ def test_an_out_of_another_scale_of_the_same_numbers_is_refused(tmp_path):
 
 def test_names_in_dask_follow_the_scale():
     frames = da.zeros((3, 4, 20), chunks=(1, 4, 20), dtype=np.uint16)
-    names = {full_scale: vp_dask.process(frames, layout=2, bit_depth=16, planes="s0",
-                                         full_scale=full_scale)["s0"].name
-             for full_scale in (None, 65535, 1000)}
+    names = {
+        full_scale: vp_dask.process(
+            frames, layout=2, bit_depth=16, planes="s0", full_scale=full_scale
+        )["s0"].name
+        for full_scale in (None, 65535, 1000)
+    }
     assert len(set(names.values())) == 3
     assert names[None] == vp_dask.process(frames, layout=2, bit_depth=16, planes="s0")["s0"].name
 
@@ -131,8 +162,9 @@ def public_objects():
     return {
         "Calibration": calibration,
         "Inspection": vp.inspect(simulation.frames[0]),
-        "Result": vp.process(simulation.frames, bit_depth=16, planes="all", signed=True,
-                             calibration=calibration),
+        "Result": vp.process(
+            simulation.frames, bit_depth=16, planes="all", signed=True, calibration=calibration
+        ),
         "Scale": vp.Scale(16),
         "Simulation": simulation,
     }
@@ -143,8 +175,12 @@ def content(value):
         return value.dtype.str, value.shape, value.tobytes()
     if isinstance(value, vp.Result):
         return [content(value[name]) for name in value] + [
-            value.scale, value.phase, value.mode, value.signed,
-            *(content(value.stokes(name)) for name in ("s0", "s1", "s2"))]
+            value.scale,
+            value.phase,
+            value.mode,
+            value.signed,
+            *(content(value.stokes(name)) for name in ("s0", "s1", "s2")),
+        ]
     if isinstance(value, vp.Simulation):
         return [content(each) for each in vars(value).values()]
     return value
@@ -162,9 +198,23 @@ def test_copies_of_public_objects_hold_the_same(way):
         WAYS_TO_COPY[way](objects["Calibration"].analysers[0])
 
 
-@pytest.mark.parametrize("state", [
-    (16, 65535), (), (0, 65535, True), (17, 65535, True), (16, 0, True), (16, 65536, True),
-    (16, 65535, 2), (12, 4095, True), ("16", 65535, True), (10**30, 65535, True)])
+@pytest.mark.parametrize(
+    "state",
+    [
+        (16, 65535),
+        (),
+        (0, 65535, True),
+        (17, 65535, True),
+        (16, 0, True),
+        (16, 65536, True),
+        (16, 65535, 2),
+        (12, 4095, True),
+        ("16", 65535, True),
+        (10**30, 65535, True),
+    ],
+)
 def test_a_pickled_scale_that_is_none_is_refused(state):
-    with pytest.raises((TypeError, ValueError), match="the pickled scale is|bit_depth is|full_scale is"):
+    with pytest.raises(
+        (TypeError, ValueError), match="the pickled scale is|bit_depth is|full_scale is"
+    ):
         vp.Scale.__new__(vp.Scale).__setstate__(state)

@@ -22,9 +22,13 @@ POINTERS = ("normalized_stokes", "s0", "s1", "s2", "azimuth", "dolp")
 
 class Arguments(ctypes.Structure):
     _fields_ = [
-        ("height", ctypes.c_size_t), ("width", ctypes.c_size_t), ("phase", ctypes.c_int32),
-        ("raw", ctypes.c_void_p), ("bit_depth", ctypes.c_int32),
-        ("maximum_input", ctypes.c_float), ("maximum_output", ctypes.c_float),
+        ("height", ctypes.c_size_t),
+        ("width", ctypes.c_size_t),
+        ("phase", ctypes.c_int32),
+        ("raw", ctypes.c_void_p),
+        ("bit_depth", ctypes.c_int32),
+        ("maximum_input", ctypes.c_float),
+        ("maximum_output", ctypes.c_float),
         ("maximum_output_integer", ctypes.c_int32),
         *((name, ctypes.c_void_p) for name in POINTERS),
     ]
@@ -38,7 +42,14 @@ def direct_call(raw, out):
     weights = vp.Calibration.ideal(PHASE).matrices
     matrices = (ctypes.c_void_p * 4)(*(weights[k].ctypes.data for k in range(4)))
     arguments = Arguments(
-        HEIGHT, WIDTH, PHASE, raw.ctypes.data, BIT_DEPTH, 2 * (2**BIT_DEPTH - 1), 65535, 0,
+        HEIGHT,
+        WIDTH,
+        PHASE,
+        raw.ctypes.data,
+        BIT_DEPTH,
+        2 * (2**BIT_DEPTH - 1),
+        65535,
+        0,
         *(out[name].ctypes.data if name in out else None for name in POINTERS),
     )
     both = ctypes.byref(arguments), matrices
@@ -67,16 +78,25 @@ def seconds_of(calls, rounds, clock=time.perf_counter):
 def overhead(planes, rounds):
     raw = vp.simulate(HEIGHT, WIDTH, layout=PHASE, noise=False).frames[0]
     options = dict(layout=PHASE, bit_depth=BIT_DEPTH, planes=planes)
-    out = {name: array.copy() for name, array in zip(planes, map(vp.process(raw, **options).__getitem__, planes))}
+    out = {
+        name: array.copy()
+        for name, array in zip(planes, map(vp.process(raw, **options).__getitem__, planes))
+    }
     same = {name: np.empty_like(array) for name, array in out.items()}
     direct = direct_call(raw, out)
     direct()
-    calls = [direct, lambda: vp.process(raw, **options, out=out), lambda: vp.process(raw, **options)]
+    calls = [
+        direct,
+        lambda: vp.process(raw, **options, out=out),
+        lambda: vp.process(raw, **options),
+    ]
     calls[1]()
     # Seconds of this thread: other programs' turns do not count.
     medians, least = seconds_of(calls, rounds, time.thread_time)
     # The package's own share does not depend on the frame: what a tiny frame takes.
-    tiny, places = raw[:2, :16].copy(), {name: array[:2, :16].copy() for name, array in same.items()}
+    tiny, places = raw[:2, :16].copy(), {
+        name: array[:2, :16].copy() for name, array in same.items()
+    }
     begin = time.perf_counter()
     for _ in range(rounds * 10):
         vp.process(tiny, **options, out=places)

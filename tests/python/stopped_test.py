@@ -26,8 +26,12 @@ def recording(tmp_path):
 
 
 def test_frames_of_a_stopped_worker_go_to_the_other(tmp_path, recording):
-    client = started(recording.source, recording.out, *options("--workers", 2, "--patience", 10),
-                     env=recording.environment)
+    client = started(
+        recording.source,
+        recording.out,
+        *options("--workers", 2, "--patience", 10),
+        env=recording.environment,
+    )
     recording.gate.wait_for(2)
     stopped = min(recording.gate.holders())
     os.kill(stopped, signal.SIGSTOP)
@@ -45,12 +49,15 @@ def test_frames_of_a_stopped_worker_go_to_the_other(tmp_path, recording):
 def test_a_stopped_scheduler_ends_the_run(tmp_path, recording):
     with loopback_cluster(tmp_path, shared=recording.gate.environment) as (address, scheduler, _):
         client = Watched_run(
-            recording.source, recording.out, *options("--scheduler", address, "--patience", 5))
+            recording.source, recording.out, *options("--scheduler", address, "--patience", 5)
+        )
         recording.gate.wait_for(2)
         wait_until(lambda: client.progress()[0] == completed(recording.out))
         known = completed(recording.out)
         scheduler.send_signal(signal.SIGSTOP)
         code, printed, errors = client.ended()
     assert code == 1 and f"{240 - known} not finished" in printed, printed
-    assert errors.count("\n") == 1 and "error: the scheduler has not answered for " in errors, errors
+    assert (
+        errors.count("\n") == 1 and "error: the scheduler has not answered for " in errors
+    ), errors
     assert errors.endswith(" s; the same command goes on from here\n")

@@ -17,13 +17,17 @@ from veldrane_polarization import _batch_output, _batch_running, _recordings
 __all__ = ["a_run", "clock", "recording"]
 
 
-@pytest.mark.parametrize("number, words", [
-    (errno.ENOSPC, "No space left on device); make room there, and"),
-    (errno.EDQUOT, "Disk quota exceeded); make room there, and"),
-    (errno.EROFS, "Read-only file system); make it writable, and"),
-])
+@pytest.mark.parametrize(
+    "number, words",
+    [
+        (errno.ENOSPC, "No space left on device); make room there, and"),
+        (errno.EDQUOT, "Disk quota exceeded); make room there, and"),
+        (errno.EROFS, "Read-only file system); make it writable, and"),
+    ],
+)
 def test_storage_that_takes_no_frame_ends_the_run(
-        tmp_path, recording, clock, monkeypatch, capsys, number, words):
+    tmp_path, recording, clock, monkeypatch, capsys, number, words
+):
     usual, refused = os.replace, []
 
     def replace(one, other):
@@ -38,8 +42,9 @@ def test_storage_that_takes_no_frame_ends_the_run(
     out = tmp_path / "out.zarr"
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and len(refused) == 1
-    assert errors == (f"error: {out} cannot be written any more ({words} the same command goes on "
-                      "from here\n")
+    assert errors == (
+        f"error: {out} cannot be written any more ({words} the same command goes on " "from here\n"
+    )
     assert not list(out.glob("**/*.partial"))
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 0
     assert "3 frames done, 2 skipped, 0 failed" in capsys.readouterr().out
@@ -48,7 +53,8 @@ def test_storage_that_takes_no_frame_ends_the_run(
 
 @pytest.mark.parametrize("number", (errno.EIO, errno.ENOENT))
 def test_one_frame_that_cannot_be_stored_ends_no_run(
-        tmp_path, recording, clock, monkeypatch, capsys, number):
+    tmp_path, recording, clock, monkeypatch, capsys, number
+):
     usual = os.replace
 
     def replace(one, other):
@@ -60,8 +66,10 @@ def test_one_frame_that_cannot_be_stored_ends_no_run(
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     printed, errors = capsys.readouterr()
     assert f"{FRAMES - 1} frames done, 0 skipped, 1 failed, " in printed
-    assert errors == (f"error: {tmp_path}/in.zarr frame 2: cannot be stored ({os.strerror(number)}); "
-                      "see to its file, and the same command goes on from here\n")
+    assert errors == (
+        f"error: {tmp_path}/in.zarr frame 2: cannot be stored ({os.strerror(number)}); "
+        "see to its file, and the same command goes on from here\n"
+    )
 
 
 def test_an_out_that_is_taken_away_ends_the_run(tmp_path, recording, clock, monkeypatch, capsys):
@@ -79,7 +87,8 @@ def test_an_out_that_is_taken_away_ends_the_run(tmp_path, recording, clock, monk
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed
     assert errors == (
         f"error: {out} cannot be written any more (No such file or directory); put it where every "
-        "worker sees it, and the same command goes on from here\n")
+        "worker sees it, and the same command goes on from here\n"
+    )
     (tmp_path / "taken").rename(out)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 0
     assert assert_equal(out, frames_of(FRAMES)) == FRAMES
@@ -105,10 +114,13 @@ def touched(file):
     os.utime(file, ns=(status.st_atime_ns, status.st_mtime_ns ^ 4096))
 
 
-@pytest.mark.parametrize("change, words", [
-    (written_to, "was changed from 46080 to 46081 bytes"), (touched, "was written to")])
+@pytest.mark.parametrize(
+    "change, words",
+    [(written_to, "was changed from 46080 to 46081 bytes"), (touched, "was written to")],
+)
 def test_bare_samples_that_are_written_to_end_the_run(
-        tmp_path, clock, monkeypatch, capsys, change, words):
+    tmp_path, clock, monkeypatch, capsys, change, words
+):
     source, out = tmp_path / "in.raw", tmp_path / "out.zarr"
     source.write_bytes(b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames_of(FRAMES)))
     store = _batch_output.Output.store
@@ -123,8 +135,10 @@ def test_bare_samples_that_are_written_to_end_the_run(
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in.raw", *line) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed
-    assert errors == (f"error: {source} {words} while the run read it; give another OUT, once nothing "
-                      "writes to it any more\n")
+    assert errors == (
+        f"error: {source} {words} while the run read it; give another OUT, once nothing "
+        "writes to it any more\n"
+    )
     assert completed(out) == 2
     # What was not read of the recording as it was is not added later.
     if change is written_to:
@@ -134,7 +148,8 @@ def test_bare_samples_that_are_written_to_end_the_run(
 
 
 def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
-        tmp_path, clock, monkeypatch, capsys):
+    tmp_path, clock, monkeypatch, capsys
+):
     folder, out, frames = tmp_path / "in", tmp_path / "out.zarr", frames_of(FRAMES)
     folder.mkdir()
     for number, frame in enumerate(frames):
@@ -152,8 +167,10 @@ def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
         assert command_on(Made_up_client(clock), tmp_path, written, "in", *options()) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2
-    assert errors == (f"error: {folder}/f2.tif was written to while the run read it; the same command "
-                      "goes on once nothing writes to it any more\n")
+    assert errors == (
+        f"error: {folder}/f2.tif was written to while the run read it; the same command "
+        "goes on once nothing writes to it any more\n"
+    )
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *options()) == 0
     assert assert_equal(out, frames) == FRAMES
 
@@ -164,10 +181,13 @@ def test_a_picture_that_has_gone_fails_in_our_words(tmp_path, clock, monkeypatch
     for number, frame in enumerate(frames_of(FRAMES)):
         tifffile.imwrite(folder / f"f{number}.tif", frame)
     check = _batch_output.check
-    monkeypatch.setattr(_batch_output, "check", lambda *arguments: (
-        check(*arguments), (folder / "f2.tif").unlink()))
+    monkeypatch.setattr(
+        _batch_output, "check", lambda *arguments: (check(*arguments), (folder / "f2.tif").unlink())
+    )
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *options()) == 1
     printed, errors = capsys.readouterr()
     assert f"{FRAMES - 1} frames done, 0 skipped, 1 failed" in printed
-    assert errors == (f"error: {folder}/f2.tif: cannot be read (No such file or directory); see to its "
-                      "file, and the same command goes on from here\n")
+    assert errors == (
+        f"error: {folder}/f2.tif: cannot be read (No such file or directory); see to its "
+        "file, and the same command goes on from here\n"
+    )

@@ -49,8 +49,14 @@ MEANINGS = {
 
 @pytest.mark.parametrize("signed", (False, True))
 def test_values_are_scale_times_number_plus_offset_zeros_included(tmp_path, signed):
-    group, data = stored(tmp_path, frames_with_zeros(), planes=vp.PLANES, full_scale=1000,
-                         signed=signed, mode="calibrated")
+    group, data = stored(
+        tmp_path,
+        frames_with_zeros(),
+        planes=vp.PLANES,
+        full_scale=1000,
+        signed=signed,
+        mode="calibrated",
+    )
     for name, (scale, offset, units) in MEANINGS.items():
         numbers = group[name][:]
         attributes = dict(group[name].attrs)
@@ -68,7 +74,8 @@ def test_values_are_scale_times_number_plus_offset_zeros_included(tmp_path, sign
         assert attributes.get("valid_min") == (-1000 if has_sign else None)
         assert (numbers.min() < 0) == has_sign
         assert ("positive half" in attributes.get("comment", "")) == (
-            not signed and name in ("s1", "s2"))
+            not signed and name in ("s1", "s2")
+        )
     assert "modulo 180" in group["azimuth"].attrs["comment"]
     assert (data.complete == 1).all()
 
@@ -78,25 +85,33 @@ def test_values_are_those_of_a_dataset(tmp_path):
     _, data = stored(tmp_path, frames, planes=("s0", "s1", "azimuth", "dolp"), signed=True)
     expected = datasets.to_dataset(
         vp.process(frames, layout=2, bit_depth=12, planes="s0,s1,azimuth,dolp", signed=True),
-        unit="degrees")
+        unit="degrees",
+    )
     for name in ("s0", "s1"):
         np.testing.assert_allclose(data[name], expected[name], rtol=1e-6)
     is_known = np.isfinite(np.asarray(expected.angle))
     assert 0.5 < is_known.mean() < 1
     np.testing.assert_allclose(
-        (np.asarray(data.azimuth) % 180)[is_known], np.asarray(expected.angle)[is_known], atol=1e-3)
+        (np.asarray(data.azimuth) % 180)[is_known], np.asarray(expected.angle)[is_known], atol=1e-3
+    )
     is_lit = np.isfinite(np.asarray(expected.degree))
     np.testing.assert_allclose(
-        np.asarray(data.dolp)[is_lit], np.asarray(expected.degree)[is_lit], atol=1e-6)
+        np.asarray(data.dolp)[is_lit], np.asarray(expected.degree)[is_lit], atol=1e-6
+    )
 
 
-@pytest.mark.parametrize("mode, shape, dimensions", [
-    ("fast", (32, 48), ("time", "packed_row", "packed_column", "component")),
-    ("fast", (2, 48), ("time", "y", "x", "component")),
-    ("calibrated", (32, 48), ("time", "y", "x", "component")),
-])
+@pytest.mark.parametrize(
+    "mode, shape, dimensions",
+    [
+        ("fast", (32, 48), ("time", "packed_row", "packed_column", "component")),
+        ("fast", (2, 48), ("time", "y", "x", "component")),
+        ("calibrated", (32, 48), ("time", "y", "x", "component")),
+    ],
+)
 def test_packed_numbers_claim_no_pixels(tmp_path, mode, shape, dimensions):
-    group, data = stored(tmp_path, frames_of(2, *shape), planes=("s0", "normalized_stokes"), mode=mode)
+    group, data = stored(
+        tmp_path, frames_of(2, *shape), planes=("s0", "normalized_stokes"), mode=mode
+    )
     assert data.normalized_stokes.dims == dimensions and data.s0.dims == ("time", "y", "x")
     placement = group["normalized_stokes"].attrs["placement"]
     assert placement.startswith("as the processor packs them") == (mode == "fast")
@@ -104,7 +119,16 @@ def test_packed_numbers_claim_no_pixels(tmp_path, mode, shape, dimensions):
 
 
 # Of a sidecar's fields, those of its file; the others are about the numbers.
-OF_A_FILE = {"file", "width", "height", "channels", "sample_type", "byte_order", "source", "software"}
+OF_A_FILE = {
+    "file",
+    "width",
+    "height",
+    "channels",
+    "sample_type",
+    "byte_order",
+    "source",
+    "software",
+}
 OF_ALL_PLANES = {"zero_direction", "sense", "bit_depth", "mode", "calibration"}
 
 
@@ -112,9 +136,23 @@ def sidecars(folder, frame, *more):
     """What the program writes beside the planes of this frame, by the name of the plane."""
     tifffile.imwrite(folder / "f.tif", frame)
     subprocess.run(
-        [os.environ["VELDRANE_POLARIZE"], "process", folder / "f.tif", "--output", folder / "planes",
-         "--layout", "90,45,135,0", "--bit-depth", "12", "--full-scale", "1000", "--quiet", *more],
-        check=True)
+        [
+            os.environ["VELDRANE_POLARIZE"],
+            "process",
+            folder / "f.tif",
+            "--output",
+            folder / "planes",
+            "--layout",
+            "90,45,135,0",
+            "--bit-depth",
+            "12",
+            "--full-scale",
+            "1000",
+            "--quiet",
+            *more,
+        ],
+        check=True,
+    )
     fields = [json.loads(file.read_text()) for file in (folder / "planes").glob("*.json")]
     return {each["plane"]: each for each in fields}
 
@@ -145,8 +183,9 @@ def test_attributes_are_those_of_a_sidecar(tmp_path, capsys, mode, signed):
     assert compared == 6 * 16
 
 
-@pytest.mark.parametrize("mode, words", [
-    ("fast", "of an even row and column"), ("calibrated", "mended")])
+@pytest.mark.parametrize(
+    "mode, words", [("fast", "of an even row and column"), ("calibrated", "mended")]
+)
 def test_the_final_pixel_of_mixed_parity_is_told(tmp_path, mode, words):
     group, _ = stored(tmp_path, frames_of(1, 33, 48), mode=mode)
     assert words in group["s0"].attrs["final_pixel"]
@@ -154,13 +193,24 @@ def test_the_final_pixel_of_mixed_parity_is_told(tmp_path, mode, words):
 
 def test_the_group_tells_recording_calibration_and_software(tmp_path):
     calibration = vp.imperfect_sensor(2, seed=3)
-    group, data = stored(tmp_path, frames_of(3), calibration=calibration, mode="calibrated",
-                         calibration_file="/somewhere/c.json")
+    group, data = stored(
+        tmp_path,
+        frames_of(3),
+        calibration=calibration,
+        mode="calibrated",
+        calibration_file="/somewhere/c.json",
+    )
     attributes = dict(group.attrs)
     assert attributes["source"] == {
-        "kind": "zarr array", "file": str(tmp_path / "in.zarr"), "frames": 3,
-        "frame_shape": [64, 96], "dtype": "uint16", "chunks": [1, 64, 96], "shift": 0,
-        "dark_frame_subtracted": False}
+        "kind": "zarr array",
+        "file": str(tmp_path / "in.zarr"),
+        "frames": 3,
+        "frame_shape": [64, 96],
+        "dtype": "uint16",
+        "chunks": [1, 64, 96],
+        "shift": 0,
+        "dark_frame_subtracted": False,
+    }
     told = attributes["calibration"]
     assert told["file"] == "/somewhere/c.json" and told["sensor"] == calibration.sensor
     assert told["time"] == calibration.time and told["rms_residual"] == calibration.rms_residual

@@ -30,8 +30,14 @@ LAYOUT, BIT_DEPTH, PLANES = 2, 12, ("s0", "azimuth", "dolp")
 def make_recording(path, count, height, width):
     # Noise is what a codec has its work with.
     frames = vp.simulate(height, width, layout=LAYOUT, frames=min(count, 4)).frames
-    array = zarr.open_array(str(path), mode="w", shape=(count, height, width), dtype="u2",
-                            chunks=(1, height, width), compressor=None)
+    array = zarr.open_array(
+        str(path),
+        mode="w",
+        shape=(count, height, width),
+        dtype="u2",
+        chunks=(1, height, width),
+        compressor=None,
+    )
     for index in range(count):
         array[index : index + 1] = frames[index % len(frames)][np.newaxis]
 
@@ -68,7 +74,8 @@ def parts(source, folder, count):
         encode = 0.0
         if out.compressor() is not None:
             encode = milliseconds(
-                lambda index: [out.compressor().encode(result[name]) for name in PLANES], count)
+                lambda index: [out.compressor().encode(result[name]) for name in PLANES], count
+            )
         took = milliseconds(store, count)
         size = sum((Path(out.path) / name / "0.0.0").stat().st_size for name in PLANES)
         _batch_work.process_frames(recording, out, settings(), [0], vp.__version__)
@@ -88,15 +95,34 @@ def whole(source, folder, workers, compression):
     os.sync()
     begin = time.perf_counter()
     done = subprocess.run(
-        [sys.executable, "-B", "-m", "veldrane_polarization.batch", source, out, "--layout",
-         str(LAYOUT), "--bit-depth", str(BIT_DEPTH), "--workers", str(workers), "--compression",
-         compression], capture_output=True, text=True)
+        [
+            sys.executable,
+            "-B",
+            "-m",
+            "veldrane_polarization.batch",
+            source,
+            out,
+            "--layout",
+            str(LAYOUT),
+            "--bit-depth",
+            str(BIT_DEPTH),
+            "--workers",
+            str(workers),
+            "--compression",
+            compression,
+        ],
+        capture_output=True,
+        text=True,
+    )
     os.sync()
     seconds = time.perf_counter() - begin
     shutil.rmtree(out)
     count, rate = re.match(r"(\d+) frames done.* ([0-9.]+) frames a second", done.stdout).groups()
-    print(f"{workers} workers, {compression:4}: {rate} frames/s; {int(count) / seconds:.1f} frames/s "
-          "with start and sync", flush=True)
+    print(
+        f"{workers} workers, {compression:4}: {rate} frames/s; {int(count) / seconds:.1f} frames/s "
+        "with start and sync",
+        flush=True,
+    )
     return float(rate)
 
 

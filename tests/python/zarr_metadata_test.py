@@ -65,10 +65,18 @@ CODE = {
     "a filter": ({"filters": [PICKLE]}, "the filter is 'pickle'"),
     "a later filter": ({"filters": [{"id": "shuffle"}, PICKLE]}, "the filter is 'pickle'"),
     "nested in a filter": (
-        {"filters": [{"id": "delta", "dtype": "<u2", "astype": PICKLE}]}, "astype of delta is {"),
-    "a compressor as a filter": ({"filters": [{"id": "blosc", "cname": "lz4"}]}, "the filter is 'blosc'"),
+        {"filters": [{"id": "delta", "dtype": "<u2", "astype": PICKLE}]},
+        "astype of delta is {",
+    ),
+    "a compressor as a filter": (
+        {"filters": [{"id": "blosc", "cname": "lz4"}]},
+        "the filter is 'blosc'",
+    ),
     "an object codec": ({"dtype": "|O", "filters": [PICKLE], "fill_value": BOMB}, "dtype is '|O'"),
-    "fields of objects": ({"dtype": [["a", "|O"]], "filters": [PICKLE], "fill_value": BOMB}, "dtype is [["),
+    "fields of objects": (
+        {"dtype": [["a", "|O"]], "filters": [PICKLE], "fill_value": BOMB},
+        "dtype is [[",
+    ),
     "json": ({"compressor": {"id": "json2"}}, "the compressor is 'json2'"),
     "a codec of nobody": ({"compressor": {"id": "nonsense"}}, "the compressor is 'nonsense'"),
     "without a name": ({"compressor": {}}, "the compressor is {}"),
@@ -102,7 +110,10 @@ def test_the_same_in_an_array_of_out(place, capsys, case):
 
 
 LIES = {
-    "no size of chunks": ({"chunks": [0, 64, 96]}, "chunks is [0, 64, 96], not whole numbers from 1 on"),
+    "no size of chunks": (
+        {"chunks": [0, 64, 96]},
+        "chunks is [0, 64, 96], not whole numbers from 1 on",
+    ),
     "negative chunks": ({"chunks": [-1, 64, 96]}, "chunks is [-1, 64, 96]"),
     "chunks of two": ({"chunks": [1, 64]}, "chunks is [1, 64], but shape [3, 64, 96]"),
     "vast chunks": ({"chunks": [10**12, 64, 96]}, "chunks is [1000000000000, 64, 96], more than"),
@@ -115,8 +126,14 @@ LIES = {
     "a truth": ({"shape": [True, 64, 96]}, "shape is [True, 64, 96]"),
     "a fraction": ({"shape": [3.0, 64, 96]}, "shape is [3.0, 64, 96]"),
     "a text": ({"shape": "big"}, "shape is 'big'"),
-    "many dimensions": ({"shape": [2] * 1000, "chunks": [2] * 1000}, "shape is [2, 2, 2, 2, 2, 2, ...]"),
-    "two dimensions": ({"shape": [3, 64], "chunks": [1, 64]}, "it holds uint16 in the shape (3, 64)"),
+    "many dimensions": (
+        {"shape": [2] * 1000, "chunks": [2] * 1000},
+        "shape is [2, 2, 2, 2, 2, 2, ...]",
+    ),
+    "two dimensions": (
+        {"shape": [3, 64], "chunks": [1, 64]},
+        "it holds uint16 in the shape (3, 64)",
+    ),
     "floats": ({"dtype": "<f4"}, "it holds <f4 in the shape (3, 64, 96), not uint8 or uint16"),
     "other order": ({"dtype": ">u2"}, "it holds >u2"),
     "no type": ({"dtype": "nonsense"}, "dtype is 'nonsense'"),
@@ -130,7 +147,10 @@ LIES = {
     "filters of a kind": ({"filters": "delta"}, "filters is 'delta'"),
     "many filters": ({"filters": [{"id": "shuffle"}] * 5}, "filters is [{"),
     "elements of nothing": ({"filters": [{"id": "shuffle", "elementsize": 0}]}, "elementsize is 0"),
-    "differences of objects": ({"filters": [{"id": "delta", "dtype": "O"}]}, "dtype of delta is 'O'"),
+    "differences of objects": (
+        {"filters": [{"id": "delta", "dtype": "O"}]},
+        "dtype of delta is 'O'",
+    ),
     "a compressor of a kind": ({"compressor": "blosc"}, "the compressor is 'blosc'"),
 }
 
@@ -143,8 +163,10 @@ def test_metadata_that_lie_are_refused_at_once(place, capsys, case):
     assert "write the array again" in errors and not (place / "out").exists()
 
 
-GOOD = ('{"zarr_format": 2, "shape": [3, 64, 96], "chunks": [1, 64, 96], "dtype": "<u2", "compressor": '
-        '{"id": "blosc"}, "fill_value": 0, "order": "C", "filters": null}')
+GOOD = (
+    '{"zarr_format": 2, "shape": [3, 64, 96], "chunks": [1, 64, 96], "dtype": "<u2", "compressor": '
+    '{"id": "blosc"}, "fill_value": 0, "order": "C", "filters": null}'
+)
 TEXTS = {
     "nothing": ("", "it is no JSON"),
     "half": (GOOD[:40], "it is no JSON"),
@@ -152,14 +174,27 @@ TEXTS = {
     "deep": ("[" * 100_000, "it is no JSON"),
     "no UTF-8": ("\xff{}", "it is no JSON"),
     "long": (GOOD + " " * (1 << 20), "it has more than 1048576 bytes"),
-    "a key twice": (GOOD.replace('"order"', '"shape": [9, 64, 96], "order"'), "'shape' stands there twice"),
-    "a codec twice": (GOOD.replace('"id": "blosc"', '"id": "blosc", "id": "pickle"'), "'id' stands there"),
+    "a key twice": (
+        GOOD.replace('"order"', '"shape": [9, 64, 96], "order"'),
+        "'shape' stands there twice",
+    ),
+    "a codec twice": (
+        GOOD.replace('"id": "blosc"', '"id": "blosc", "id": "pickle"'),
+        "'id' stands there",
+    ),
     "no number": (GOOD.replace('"fill_value": 0', '"fill_value": NaN'), "NaN is no number of JSON"),
     "endless": (GOOD.replace("[3, 64", "[1e999, 64"), "shape is [inf, 64, 96]"),
     "thousands of digits": (GOOD.replace("[3, 64", f"[{'9' * 9000}, 64"), "it is no JSON"),
-    **{f"without {key}": (json.dumps({k: v for k, v in json.loads(GOOD).items() if k != key}), words)
-       for key, words in ((key, f"{key} is missing" if key != "zarr_format" else "zarr_format is None")
-                          for key in json.loads(GOOD))},
+    **{
+        f"without {key}": (
+            json.dumps({k: v for k, v in json.loads(GOOD).items() if k != key}),
+            words,
+        )
+        for key, words in (
+            (key, f"{key} is missing" if key != "zarr_format" else "zarr_format is None")
+            for key in json.loads(GOOD)
+        )
+    },
 }
 
 
@@ -195,8 +230,16 @@ def test_the_usual_arrays_are_read(place, monkeypatch, codec, order):
     compressor = numcodecs.get_codec({"id": codec}) if codec else None
     for number, filters in enumerate(([], [numcodecs.Delta("u2")], [numcodecs.Shuffle(2)])):
         folder = place / f"{number}.zarr"
-        array = zarr.open_array(str(folder), mode="w", shape=frames.shape, chunks=(2, 40, 96), dtype="u2",
-                                filters=filters, compressor=compressor, order=order)
+        array = zarr.open_array(
+            str(folder),
+            mode="w",
+            shape=frames.shape,
+            chunks=(2, 40, 96),
+            dtype="u2",
+            filters=filters,
+            compressor=compressor,
+            order=order,
+        )
         array[:] = frames
         recording = _recordings.open_recording(folder)
         assert np.array_equal(recording.read(0, 3), frames)
@@ -210,13 +253,21 @@ def test_an_array_whose_name_ends_like_an_archive_is_read(place):
 
 
 @pytest.mark.parametrize("filters", ([], [numcodecs.Delta("u2")]))
-@pytest.mark.parametrize("damage, words", [
-    ("cut", "is damaged"), ("pipe", "is no regular file"), ("noise", "cannot be decoded")])
+@pytest.mark.parametrize(
+    "damage, words",
+    [("cut", "is damaged"), ("pipe", "is no regular file"), ("noise", "cannot be decoded")],
+)
 def test_damaged_chunks_fail_in_our_words(place, monkeypatch, filters, damage, words):
     monkeypatch.undo()
-    array = zarr.open_array(str(place / "in.zarr"), mode="w", shape=(1, 64, 96), chunks=(1, 64, 96),
-                            dtype="u2", filters=filters, compressor=(
-                                numcodecs.Zlib() if damage == "noise" else numcodecs.Blosc("lz4")))
+    array = zarr.open_array(
+        str(place / "in.zarr"),
+        mode="w",
+        shape=(1, 64, 96),
+        chunks=(1, 64, 96),
+        dtype="u2",
+        filters=filters,
+        compressor=(numcodecs.Zlib() if damage == "noise" else numcodecs.Blosc("lz4")),
+    )
     array[:] = frames_of(1)
     recording = _recordings.open_recording(place / "in.zarr")
     chunk = place / "in.zarr" / "0.0.0"
@@ -233,8 +284,12 @@ def test_damaged_chunks_fail_in_our_words(place, monkeypatch, filters, damage, w
 @pytest.mark.parametrize("codec", ("bz2", "gzip", "lz4", "lzma", "zlib", "zstd"))
 def test_what_no_codec_understands_is_told_in_our_words(place, monkeypatch, codec):
     monkeypatch.undo()
-    zarr.save_array(str(place / "in.zarr"), frames_of(1), chunks=(1, 64, 96),
-                    compressor=numcodecs.get_codec({"id": codec}))
+    zarr.save_array(
+        str(place / "in.zarr"),
+        frames_of(1),
+        chunks=(1, 64, 96),
+        compressor=numcodecs.get_codec({"id": codec}),
+    )
     recording = _recordings.open_recording(place / "in.zarr")
     (place / "in.zarr" / "0.0.0").write_bytes(b"\xff" * 100)
     with pytest.raises(ValueError, match="^a chunk cannot be decoded; write the array again$"):

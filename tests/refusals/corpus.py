@@ -58,9 +58,16 @@ def load(name: str, only: str = "") -> list[Case]:
         for word in around if "{}" in around else (*around, "{}"):
             words += own if word == "{}" else [_meant(word)]
         is_each = code.endswith("*")
-        cases.append(Case(
-            place, int(code.rstrip("*")), tuple(words), tuple(filter(None, own)), wanted.strip(),
-            len(own) if is_each else 1))
+        cases.append(
+            Case(
+                place,
+                int(code.rstrip("*")),
+                tuple(words),
+                tuple(filter(None, own)),
+                wanted.strip(),
+                len(own) if is_each else 1,
+            )
+        )
     return cases
 
 
@@ -134,8 +141,10 @@ class Place:
         for path in self._folder.rglob("*"):
             status = path.lstat()
             found[str(path.relative_to(self._folder))] = (
-                (status.st_mode,) if stat.S_ISDIR(status.st_mode)
-                else (status.st_mode, status.st_size, status.st_ino, status.st_mtime_ns))
+                (status.st_mode,)
+                if stat.S_ISDIR(status.st_mode)
+                else (status.st_mode, status.st_size, status.st_ino, status.st_mtime_ns)
+            )
         return found
 
 

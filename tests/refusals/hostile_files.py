@@ -25,16 +25,34 @@ def make(folder: Path, program: str) -> int:
 
 def _good_files(folder: Path, program: str) -> None:
     def run(*words: str) -> None:
-        subprocess.run([program, *words, "--quiet"], cwd=folder, check=True,
-                       capture_output=True)
+        subprocess.run([program, *words, "--quiet"], cwd=folder, check=True, capture_output=True)
 
     size = ("--width", str(WIDTH), "--height", str(HEIGHT))
     (folder / "series").mkdir()
     run("simulate", "-o", "frame.png", *size, "--phase", "2", "--bit-depth", "12")
-    run("simulate", "-o", "run.raw", *size, "--phase", "2", "--pixel-format", "Mono12p",
-        "--frames", "3")
-    run("simulate", "-o", "series/cal.png", *size, "--phase", "2", "--polarizer-series", "0:165:15",
-        "--imperfect")
+    run(
+        "simulate",
+        "-o",
+        "run.raw",
+        *size,
+        "--phase",
+        "2",
+        "--pixel-format",
+        "Mono12p",
+        "--frames",
+        "3",
+    )
+    run(
+        "simulate",
+        "-o",
+        "series/cal.png",
+        *size,
+        "--phase",
+        "2",
+        "--polarizer-series",
+        "0:165:15",
+        "--imperfect",
+    )
     run("calibrate", "series", "-o", "sensor.json", "--phase", "2", "--bit-depth", "12")
 
 
@@ -42,8 +60,14 @@ def _good_files(folder: Path, program: str) -> None:
 
 
 def _png(
-    width: int, height: int, depth: int = 16, colour: int = 0, data: bytes | None = None,
-    head: bytes | None = None, more: bytes = b"", damage: bytes = b"",
+    width: int,
+    height: int,
+    depth: int = 16,
+    colour: int = 0,
+    data: bytes | None = None,
+    head: bytes | None = None,
+    more: bytes = b"",
+    damage: bytes = b"",
 ) -> bytes:
     def chunk(kind: bytes, body: bytes, sum_of: bytes = b"") -> bytes:
         checksum = struct.pack(">I", zlib.crc32(kind + body + sum_of))
@@ -55,23 +79,40 @@ def _png(
         data = zlib.compress(row * height)
     header = struct.pack(">IIBBBBB", width, height, depth, colour, 0, 0, 0)
     return (
-        b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", head or header, damage) + more
-        + chunk(b"IDAT", data) + chunk(b"IEND", b"")
+        b"\x89PNG\r\n\x1a\n"
+        + chunk(b"IHDR", head or header, damage)
+        + more
+        + chunk(b"IDAT", data)
+        + chunk(b"IEND", b"")
     )
 
 
-_PALETTE = struct.pack(">I", 6) + b"PLTE" + bytes(6) + struct.pack(">I", zlib.crc32(b"PLTE" + bytes(6)))
+_PALETTE = (
+    struct.pack(">I", 6) + b"PLTE" + bytes(6) + struct.pack(">I", zlib.crc32(b"PLTE" + bytes(6)))
+)
 _KINDS = {"short": ("H", 3), "long": ("I", 4)}
 
 
-def _tiff(changed: Mapping[int, int | tuple[str, int]] | None = None, data: bytes | None = None,
-          without: tuple[int, ...] = ()) -> bytes:
+def _tiff(
+    changed: Mapping[int, int | tuple[str, int]] | None = None,
+    data: bytes | None = None,
+    without: tuple[int, ...] = (),
+) -> bytes:
     """A grey picture of 16 bits in one strip; `changed` are tags by their numbers."""
     if data is None:
         data = bytes(2 * WIDTH * HEIGHT)
     tags: dict[int, int | tuple[str, int]] = {
-        256: WIDTH, 257: HEIGHT, 258: 16, 259: 1, 262: 1, 273: ("long", 8), 277: 1, 278: HEIGHT,
-        279: ("long", len(data)), **(changed or {})}
+        256: WIDTH,
+        257: HEIGHT,
+        258: 16,
+        259: 1,
+        262: 1,
+        273: ("long", 8),
+        277: 1,
+        278: HEIGHT,
+        279: ("long", len(data)),
+        **(changed or {}),
+    }
     directory = 8 + len(data)
     rows = b""
     for tag, value in sorted(tags.items()):
@@ -79,49 +120,82 @@ def _tiff(changed: Mapping[int, int | tuple[str, int]] | None = None, data: byte
             continue
         kind, number = value if isinstance(value, tuple) else ("short", value)
         letter, code = _KINDS[kind]
-        rows += struct.pack("<HHI", tag, code, 1) + struct.pack("<" + letter, number).ljust(4, b"\0")
+        rows += struct.pack("<HHI", tag, code, 1) + struct.pack("<" + letter, number).ljust(
+            4, b"\0"
+        )
     count = struct.pack("<H", len(rows) // 12)
-    return (b"II*\0" + struct.pack("<I", directory) + data + count + rows
-            + bytes(4))
+    return b"II*\0" + struct.pack("<I", directory) + data + count + rows + bytes(4)
 
 
 def _pictures(folder: Path) -> None:
     good = (folder / "frame.png").read_bytes()
     grey = bytes(WIDTH * HEIGHT)
     files: dict[str, bytes] = {
-        "empty.png": b"", "byte.png": b"\x89", "text.png": b"no picture at all\n",
-        "signature.png": good[:8], "header.png": good[:33], "half.png": good[: len(good) // 2],
-        "colour.png": _png(WIDTH, HEIGHT, 8, 2), "deep_colour.png": _png(WIDTH, HEIGHT, 16, 2),
+        "empty.png": b"",
+        "byte.png": b"\x89",
+        "text.png": b"no picture at all\n",
+        "signature.png": good[:8],
+        "header.png": good[:33],
+        "half.png": good[: len(good) // 2],
+        "colour.png": _png(WIDTH, HEIGHT, 8, 2),
+        "deep_colour.png": _png(WIDTH, HEIGHT, 16, 2),
         "palette.png": _png(WIDTH, HEIGHT, 8, 3, more=_PALETTE),
-        "alpha.png": _png(WIDTH, HEIGHT, 8, 4), "colour_alpha.png": _png(WIDTH, HEIGHT, 16, 6),
-        "bits1.png": _png(WIDTH, HEIGHT, 1), "bits4.png": _png(WIDTH, HEIGHT, 4),
-        "bits3.png": _png(WIDTH, HEIGHT, 3), "colour7.png": _png(WIDTH, HEIGHT, 8, 7),
-        "no_width.png": _png(0, HEIGHT, data=b""), "no_height.png": _png(WIDTH, 0, data=b""),
+        "alpha.png": _png(WIDTH, HEIGHT, 8, 4),
+        "colour_alpha.png": _png(WIDTH, HEIGHT, 16, 6),
+        "bits1.png": _png(WIDTH, HEIGHT, 1),
+        "bits4.png": _png(WIDTH, HEIGHT, 4),
+        "bits3.png": _png(WIDTH, HEIGHT, 3),
+        "colour7.png": _png(WIDTH, HEIGHT, 8, 7),
+        "no_width.png": _png(0, HEIGHT, data=b""),
+        "no_height.png": _png(WIDTH, 0, data=b""),
         "huge.png": _png(2**31 - 1, 2**31 - 1, data=zlib.compress(b"")),
         "wide.png": _png(10**6, 10**6, data=zlib.compress(b"")),
-        "narrow.png": _png(8, HEIGHT), "row.png": _png(WIDTH, 1),
+        "narrow.png": _png(8, HEIGHT),
+        "row.png": _png(WIDTH, 1),
         "short_rows.png": _png(WIDTH, HEIGHT, data=zlib.compress(bytes(50))),
         "garbage.png": _png(WIDTH, HEIGHT, data=b"\xff" * 200),
         "checksum.png": _png(WIDTH, HEIGHT, damage=b"x"),
-        "jpeg.png": b"\xff\xd8\xff\xe0\0\x10JFIF" + bytes(100), "gif.png": b"GIF89a" + bytes(100),
-        "empty.pgm": b"", "plain.pgm": b"P2 2 2 255 1 2 3 4\n", "colour.pgm": b"P6 16 2 255\n" + bytes(96),
-        "bitmap.pgm": b"P4 16 2\n" + bytes(4), "no_size.pgm": b"P5\n", "no_maximum.pgm": b"P5 48 20\n",
-        "zero_maximum.pgm": b"P5 48 20 0\n" + grey, "high_maximum.pgm": b"P5 48 20 65536\n" + 2 * grey,
-        "negative.pgm": b"P5 -48 20 255\n" + grey, "short.pgm": b"P5 48 20 255\n" + grey[:100],
-        "vast.pgm": b"P5 99999999 99999999 255\n" + grey, "letters.pgm": b"P5 a b 255\n" + grey,
+        "jpeg.png": b"\xff\xd8\xff\xe0\0\x10JFIF" + bytes(100),
+        "gif.png": b"GIF89a" + bytes(100),
+        "empty.pgm": b"",
+        "plain.pgm": b"P2 2 2 255 1 2 3 4\n",
+        "colour.pgm": b"P6 16 2 255\n" + bytes(96),
+        "bitmap.pgm": b"P4 16 2\n" + bytes(4),
+        "no_size.pgm": b"P5\n",
+        "no_maximum.pgm": b"P5 48 20\n",
+        "zero_maximum.pgm": b"P5 48 20 0\n" + grey,
+        "high_maximum.pgm": b"P5 48 20 65536\n" + 2 * grey,
+        "negative.pgm": b"P5 -48 20 255\n" + grey,
+        "short.pgm": b"P5 48 20 255\n" + grey[:100],
+        "vast.pgm": b"P5 99999999 99999999 255\n" + grey,
+        "letters.pgm": b"P5 a b 255\n" + grey,
         "two.pgm": 2 * (b"P5 48 20 255\n" + grey),
-        "empty.tif": b"", "start.tif": b"II*\0", "nowhere.tif": b"II*\0\xff\xff\xff\x7f",
-        "no_directory.tif": b"II*\0\x08\0\0\0\0\0\0\0\0\0", "big_start.tif": b"II+\0\x08\0\0\0",
+        "empty.tif": b"",
+        "start.tif": b"II*\0",
+        "nowhere.tif": b"II*\0\xff\xff\xff\x7f",
+        "no_directory.tif": b"II*\0\x08\0\0\0\0\0\0\0\0\0",
+        "big_start.tif": b"II+\0\x08\0\0\0",
         "colour.tif": _tiff({262: 2, 277: 3}),
-        "inverted.tif": _tiff({262: 0}), "bits1.tif": _tiff({258: 1}), "bits12.tif": _tiff({258: 12}),
-        "bits32.tif": _tiff({258: 32}), "float.tif": _tiff({258: 32, 339: 3}),
-        "signed.tif": _tiff({339: 2}), "no_width.tif": _tiff({256: 0}),
-        "no_height.tif": _tiff({257: 0}), "vast.tif": _tiff({256: ("long", 2**31), 257: ("long", 2**31)}),
-        "turned.tif": _tiff({274: 3}), "jpeg.tif": _tiff({259: 7}), "old_jpeg.tif": _tiff({259: 6}),
-        "fax.tif": _tiff({258: 1, 259: 4}), "webp.tif": _tiff({259: 50001}),
-        "unknown.tif": _tiff({259: 65000}), "lzw.tif": _tiff({259: 5}, data=b"\xff" * 400),
-        "deflate.tif": _tiff({259: 8}, data=b"\xff" * 400), "short.tif": _tiff(data=bytes(100)),
-        "no_strips.tif": _tiff(without=(273, 279)), "no_size.tif": _tiff(without=(256, 257)),
+        "inverted.tif": _tiff({262: 0}),
+        "bits1.tif": _tiff({258: 1}),
+        "bits12.tif": _tiff({258: 12}),
+        "bits32.tif": _tiff({258: 32}),
+        "float.tif": _tiff({258: 32, 339: 3}),
+        "signed.tif": _tiff({339: 2}),
+        "no_width.tif": _tiff({256: 0}),
+        "no_height.tif": _tiff({257: 0}),
+        "vast.tif": _tiff({256: ("long", 2**31), 257: ("long", 2**31)}),
+        "turned.tif": _tiff({274: 3}),
+        "jpeg.tif": _tiff({259: 7}),
+        "old_jpeg.tif": _tiff({259: 6}),
+        "fax.tif": _tiff({258: 1, 259: 4}),
+        "webp.tif": _tiff({259: 50001}),
+        "unknown.tif": _tiff({259: 65000}),
+        "lzw.tif": _tiff({259: 5}, data=b"\xff" * 400),
+        "deflate.tif": _tiff({259: 8}, data=b"\xff" * 400),
+        "short.tif": _tiff(data=bytes(100)),
+        "no_strips.tif": _tiff(without=(273, 279)),
+        "no_size.tif": _tiff(without=(256, 257)),
         "far_strip.tif": _tiff({273: ("long", 2**31)}),
         "narrow.tif": _tiff({256: 8}, data=bytes(2 * 8 * HEIGHT)),
     }
@@ -132,7 +206,10 @@ def _pictures(folder: Path) -> None:
 def _recordings(folder: Path) -> None:
     good = (folder / "run.raw").read_bytes()
     for name, content in {
-        "empty.raw": b"", "byte.raw": b"x", "cut.raw": good[:-7], "long.raw": good + b"x",
+        "empty.raw": b"",
+        "byte.raw": b"x",
+        "cut.raw": good[:-7],
+        "long.raw": good + b"x",
     }.items():
         (folder / name).write_bytes(content)
 
@@ -156,21 +233,34 @@ def _calibrations(folder: Path) -> None:
         return lambda all: all["analysers"][1].__setitem__(key, value)
 
     files: dict[str, str | bytes] = {
-        "empty.json": "", "brace.json": "{", "object.json": "{}", "list.json": "[]", "nothing.json": "null",
-        "number.json": "5", "text.json": "no JSON", "binary.json": bytes(range(256)),
-        "utf16.json": text.encode("utf-16"), "mark.json": "\ufeff", "cut.json": text[: len(text) // 2],
-        "deep.json": "[" * 5000, "keys.json": json.dumps({f"key{n}": n for n in range(20000)}),
+        "empty.json": "",
+        "brace.json": "{",
+        "object.json": "{}",
+        "list.json": "[]",
+        "nothing.json": "null",
+        "number.json": "5",
+        "text.json": "no JSON",
+        "binary.json": bytes(range(256)),
+        "utf16.json": text.encode("utf-16"),
+        "mark.json": "\ufeff",
+        "cut.json": text[: len(text) // 2],
+        "deep.json": "[" * 5000,
+        "keys.json": json.dumps({f"key{n}": n for n in range(20000)}),
         "foreign.json": '{"schema": {"name": "other", "version": 1}}',
         "newer.json": changed(lambda all: all["schema"].__setitem__("version", 99)),
         "version0.json": changed(lambda all: all["schema"].__setitem__("version", 0)),
         "version_text.json": changed(lambda all: all["schema"].__setitem__("version", "1")),
         "one_weight.json": changed(weight(good["matrices"][0][1][2] + 1)),
         "small_change.json": changed(weight(good["matrices"][0][1][2] + 1e-3)),
-        "weight_text.json": changed(weight("1")), "weight_null.json": changed(weight(None)),
-        "weight_huge.json": changed(weight(1e300)), "weight_endless.json": changed(weight(1)).replace(
-            "[[[", "[[[1e999, ", 1),
-        "no_weights.json": changed(lambda all: all.__setitem__(
-            "matrices", [[[0.0] * 4 for _ in range(4)] for _ in range(4)])),
+        "weight_text.json": changed(weight("1")),
+        "weight_null.json": changed(weight(None)),
+        "weight_huge.json": changed(weight(1e300)),
+        "weight_endless.json": changed(weight(1)).replace("[[[", "[[[1e999, ", 1),
+        "no_weights.json": changed(
+            lambda all: all.__setitem__(
+                "matrices", [[[0.0] * 4 for _ in range(4)] for _ in range(4)]
+            )
+        ),
         "nan.json": changed(weight(float("nan"))),
         "three_matrices.json": changed(lambda all: all["matrices"].pop()),
         "no_matrices.json": changed(lambda all: all.pop("matrices")),
@@ -188,7 +278,8 @@ def _calibrations(folder: Path) -> None:
         "flag.json": changed(lambda all: all["quality"]["flags"].append("nonsense")),
         "count.json": changed(lambda all: all["quality"].__setitem__("frame_count", -1)),
         "twice.json": text.replace('"mosaic"', '"mosaic": "90,45,135,0", "mosaic"', 1),
-        "comma.json": text.replace("]", ",]", 1), "trailing.json": text + "x",
+        "comma.json": text.replace("]", ",]", 1),
+        "trailing.json": text + "x",
     }
     for name, content in files.items():
         data = content if isinstance(content, bytes) else content.encode()
@@ -206,17 +297,25 @@ def _tables(folder: Path) -> None:
 
     good = rows(degrees)
     for name, content in {
-        "empty.csv": b"", "head.csv": b"file,angle\n", "no_head.csv": good.split("\n", 1)[1].encode(),
-        "words.csv": rows(lambda n: "north").encode(), "nan.csv": rows(lambda n: "nan").encode(),
-        "infinite.csv": rows(lambda n: "1e999").encode(), "hex.csv": rows(lambda n: "0x10").encode(),
-        "no_angle.csv": rows(lambda n: "").encode(), "one_column.csv": b"file\n" + names[0].encode(),
+        "empty.csv": b"",
+        "head.csv": b"file,angle\n",
+        "no_head.csv": good.split("\n", 1)[1].encode(),
+        "words.csv": rows(lambda n: "north").encode(),
+        "nan.csv": rows(lambda n: "nan").encode(),
+        "infinite.csv": rows(lambda n: "1e999").encode(),
+        "hex.csv": rows(lambda n: "0x10").encode(),
+        "no_angle.csv": rows(lambda n: "").encode(),
+        "one_column.csv": b"file\n" + names[0].encode(),
         "other_head.csv": rows(degrees, "name,degrees").encode(),
         "missing.csv": "\n".join(good.splitlines()[:-2]).encode(),
         "twice.csv": (good + good.splitlines()[1] + "\n").encode(),
-        "utf16.csv": good.encode("utf-16"), "binary.csv": bytes(range(256)),
+        "utf16.csv": good.encode("utf-16"),
+        "binary.csv": bytes(range(256)),
         "dark.csv": rows(degrees, "file,angle,intensity").encode(),
-        "negative.csv": ("file,angle,intensity\n" + "".join(
-            f"{name},{15 * n},-1\n" for n, name in enumerate(names))).encode(),
+        "negative.csv": (
+            "file,angle,intensity\n"
+            + "".join(f"{name},{15 * n},-1\n" for n, name in enumerate(names))
+        ).encode(),
         "control.csv": rows(lambda n: "\x1b[31m").encode(),
     }.items():
         (folder / name).write_bytes(content)
@@ -245,19 +344,36 @@ def _places(folder: Path) -> None:
 
 def _zarr_arrays(folder: Path) -> None:
     good: dict[str, Any] = {
-        "zarr_format": 2, "shape": [3, HEIGHT, WIDTH], "chunks": [1, HEIGHT, WIDTH], "dtype": "<u2",
-        "compressor": None, "fill_value": 0, "order": "C", "filters": None}
+        "zarr_format": 2,
+        "shape": [3, HEIGHT, WIDTH],
+        "chunks": [1, HEIGHT, WIDTH],
+        "dtype": "<u2",
+        "compressor": None,
+        "fill_value": 0,
+        "order": "C",
+        "filters": None,
+    }
     pickle = {"id": "pickle", "protocol": 4}
     for name, change in {
-        "good": {}, "pickle": {"compressor": pickle}, "pickle_filter": {"filters": [pickle]},
-        "unknown_codec": {"compressor": {"id": "nonsense"}}, "no_codec": {"compressor": {}},
-        "objects": {"dtype": "|O", "filters": [pickle]}, "floats": {"dtype": "<f4"},
-        "flat": {"shape": [3, HEIGHT], "chunks": [1, HEIGHT]}, "no_chunk": {"chunks": [0, HEIGHT, WIDTH]},
-        "negative": {"shape": [-2, HEIGHT, WIDTH]}, "vast": {"shape": [10**12, HEIGHT, WIDTH]},
-        "negative_chunk": {"chunks": [-1, HEIGHT, WIDTH]}, "no_frames": {"shape": [0, HEIGHT, WIDTH]},
-        "text_shape": {"shape": "big"}, "format3": {"zarr_format": 3}, "format_text": {"zarr_format": "x"},
+        "good": {},
+        "pickle": {"compressor": pickle},
+        "pickle_filter": {"filters": [pickle]},
+        "unknown_codec": {"compressor": {"id": "nonsense"}},
+        "no_codec": {"compressor": {}},
+        "objects": {"dtype": "|O", "filters": [pickle]},
+        "floats": {"dtype": "<f4"},
+        "flat": {"shape": [3, HEIGHT], "chunks": [1, HEIGHT]},
+        "no_chunk": {"chunks": [0, HEIGHT, WIDTH]},
+        "negative": {"shape": [-2, HEIGHT, WIDTH]},
+        "vast": {"shape": [10**12, HEIGHT, WIDTH]},
+        "negative_chunk": {"chunks": [-1, HEIGHT, WIDTH]},
+        "no_frames": {"shape": [0, HEIGHT, WIDTH]},
+        "text_shape": {"shape": "big"},
+        "format3": {"zarr_format": 3},
+        "format_text": {"zarr_format": "x"},
         "wide_frame": {"shape": [1, 2**40, 2**40], "chunks": [1, 2**40, 2**40]},
-        "no_dtype": {"dtype": "nonsense"}, "order": {"order": "Z"},
+        "no_dtype": {"dtype": "nonsense"},
+        "order": {"order": "Z"},
     }.items():
         array = folder / f"{name}.zarr"
         array.mkdir()

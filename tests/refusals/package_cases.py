@@ -44,7 +44,11 @@ def _names() -> dict[str, Any]:
 
     frame = np.arange(4 * 20, dtype=np.uint16).reshape(4, 20)
     return {
-        "vp": vp, "np": np, "colours": colours, "frame": frame, "series": np.stack([frame, frame]),
+        "vp": vp,
+        "np": np,
+        "colours": colours,
+        "frame": frame,
+        "series": np.stack([frame, frame]),
         "good": {"layout": 2, "bit_depth": 12, "planes": ("s0",)},
         "result": vp.process(frame, layout=2, bit_depth=12),
     }

@@ -36,8 +36,11 @@ def _replay_share(program: str, folder: Path, number: int, cases: Sequence[Case]
 def _problems(program: str, case: Case, place: corpus.Place) -> Iterator[str]:
     try:
         done = subprocess.run(
-            [program, *map(os.fsencode, case.words)], cwd=place.files, timeout=_SECONDS,
-            stdin=subprocess.DEVNULL, capture_output=True,
+            [program, *map(os.fsencode, case.words)],
+            cwd=place.files,
+            timeout=_SECONDS,
+            stdin=subprocess.DEVNULL,
+            capture_output=True,
             env=os.environ | {"TMPDIR": str(place.temporary), "LC_ALL": "C.UTF-8"},
         )
     except subprocess.TimeoutExpired:

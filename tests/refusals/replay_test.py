@@ -49,9 +49,13 @@ def test_a_fault_is_noticed(faults_of, fault):
 
 
 def test_the_corpus_is_as_large_as_the_documentation_says():
-    sizes = [len(corpus.load("command_lines.txt")), len(corpus.calls("package_calls.txt")),
-             len(corpus.load("batch_lines.txt"))]
+    sizes = [
+        len(corpus.load("command_lines.txt")),
+        len(corpus.calls("package_calls.txt")),
+        len(corpus.load("batch_lines.txt")),
+    ]
     print(f"{sizes} cases")
     told = (corpus.HERE.parents[1] / "docs" / "testing.md").read_text()
     assert "{} command lines of the program, {} calls of the package, {} command lines".format(
-        *sizes) in " ".join(told.split())
+        *sizes
+    ) in " ".join(told.split())
