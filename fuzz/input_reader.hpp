@@ -1,8 +1,7 @@
 /// @file
 /// Numbers drawn from the bytes of a fuzzer's input.
 
-#ifndef VELDRANE_FUZZ_INPUT_READER_HPP
-#define VELDRANE_FUZZ_INPUT_READER_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -37,5 +36,3 @@ private:
 };
 
 } // namespace fuzz
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// What the targets that read files have in common: the input as a file, and what ends a process.
 
-#ifndef VELDRANE_FUZZ_MEMORY_FILE_HPP
-#define VELDRANE_FUZZ_MEMORY_FILE_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -50,5 +49,3 @@ private:
 };
 
 } // namespace fuzz
-
-#endif

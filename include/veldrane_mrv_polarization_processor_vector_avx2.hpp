@@ -50,8 +50,7 @@
 /// Ownership
 ///   Every buffer and matrix belongs to the caller and is used during the call only.
 
-#ifndef VELDRANE_MRV_POLARIZATION_PROCESSOR_VECTOR_AVX2_HPP
-#define VELDRANE_MRV_POLARIZATION_PROCESSOR_VECTOR_AVX2_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -168,9 +167,9 @@ extern "C" {
 /// once before the first frame; the transform works without it. Thread-safe; the logging library
 /// must not call back into it or into terminate.
 /// @return 0
-/// @throw std::system_error with the lock's error number if the lock cannot be taken
-/// @throw std::bad_alloc if memory fails
-/// @throw ... whatever the logging library's mrv_get_log throws
+/// @throws std::system_error with the lock's error number if the lock cannot be taken
+/// @throws std::bad_alloc if memory fails
+/// @throws ... whatever the logging library's mrv_get_log throws
 /// The count of references is unchanged then.
 __attribute__((visibility("default"))) int
 qn_polarization_processor_vector_avx2_module_initialize();
@@ -180,7 +179,7 @@ qn_polarization_processor_vector_avx2_module_initialize();
 /// is still held when the library is unloaded or the process exits is released then, whatever the
 /// count of references, and without the lock.
 /// @return 0
-/// @throw std::system_error with the lock's error number if the lock cannot be taken; nothing has
+/// @throws std::system_error with the lock's error number if the lock cannot be taken; nothing has
 ///        changed then
 __attribute__((visibility("default"))) int qn_polarization_processor_vector_avx2_module_terminate();
 
@@ -223,5 +222,3 @@ static_assert(
 static_assert(
     offsetof(Polarization_computation_arguments, dolp_image) == 88, "offset of dolp_image");
 static_assert(sizeof(Calibration_matrices) == 32, "four references");
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The angle of the polariser for each frame of a series, from a table or from the frames' names.
-#ifndef VELDRANE_TOOLS_ANGLE_LIST_HPP
-#define VELDRANE_TOOLS_ANGLE_LIST_HPP
+#pragma once
 
 #include "frame_finding.hpp"
 
@@ -36,5 +35,3 @@ std::vector<Polariser_setting> settings_from_table(
 std::vector<Polariser_setting> settings_from_names(std::vector<Frame_place> const& frames);
 
 } // namespace polarize_tool
-
-#endif

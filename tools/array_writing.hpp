@@ -1,7 +1,6 @@
 /// @file
 /// Arrays of samples as the contents of files: TIFF, PNG, NumPy's format, or bare.
-#ifndef VELDRANE_TOOLS_ARRAY_WRITING_HPP
-#define VELDRANE_TOOLS_ARRAY_WRITING_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -70,5 +69,3 @@ struct Encoded_array {
 Encoded_array encode(Array_view const& array, File_format format);
 
 } // namespace polarize_tool
-
-#endif

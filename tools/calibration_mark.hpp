@@ -1,7 +1,6 @@
 /// @file
 /// How calibrations and their plots are told from frames, among which they may lie.
-#ifndef VELDRANE_TOOLS_CALIBRATION_MARK_HPP
-#define VELDRANE_TOOLS_CALIBRATION_MARK_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -20,5 +19,3 @@ inline constexpr std::size_t calibration_mark_reach = 256;
 bool is_of_calibration(std::string_view start);
 
 } // namespace polarize_tool
-
-#endif

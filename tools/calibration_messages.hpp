@@ -1,7 +1,6 @@
 /// @file
 /// What `calibrate` has to say of a series, each thing once however many frames share it.
-#ifndef VELDRANE_TOOLS_CALIBRATION_MESSAGES_HPP
-#define VELDRANE_TOOLS_CALIBRATION_MESSAGES_HPP
+#pragma once
 
 #include "frame_finding.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
@@ -40,5 +39,3 @@ std::vector<std::string> quality_warnings(
     veldrane_mrv::polarization::Calibration const& calibration);
 
 } // namespace polarize_tool
-
-#endif

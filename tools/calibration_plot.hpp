@@ -1,7 +1,6 @@
 /// @file
 /// Measured and fitted means over the angle of the polariser, as a picture.
-#ifndef VELDRANE_TOOLS_CALIBRATION_PLOT_HPP
-#define VELDRANE_TOOLS_CALIBRATION_PLOT_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 
@@ -17,5 +16,3 @@ cv::Mat calibration_plot(
     std::span<veldrane_mrv::polarization::Series_point const> series, double source_degree);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// A calibration as text for a terminal.
-#ifndef VELDRANE_TOOLS_CALIBRATION_TABLE_HPP
-#define VELDRANE_TOOLS_CALIBRATION_TABLE_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 
@@ -14,5 +13,3 @@ namespace polarize_tool {
 std::string calibration_table(veldrane_mrv::polarization::Calibration const& calibration);
 
 } // namespace polarize_tool
-
-#endif

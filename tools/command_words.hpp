@@ -1,8 +1,7 @@
 /// @file
 /// The words of the command line before the parser sees them. The parser splits, skips and joins
 /// some of them, and what it says of wrong ones is its own; both end here.
-#ifndef VELDRANE_TOOLS_COMMAND_WORDS_HPP
-#define VELDRANE_TOOLS_COMMAND_WORDS_HPP
+#pragma once
 
 #include <string>
 #include <vector>
@@ -21,5 +20,3 @@ std::vector<std::string> checked_words(
     CLI::App const& program, std::vector<std::string> const& words);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The subcommands of veldrane-polarize.
-#ifndef VELDRANE_TOOLS_COMMANDS_HPP
-#define VELDRANE_TOOLS_COMMANDS_HPP
+#pragma once
 
 namespace CLI {
 class App;
@@ -26,5 +25,3 @@ void add_inspect_command(CLI::App& program, int& exit_code);
 void add_report_command(CLI::App& program, int& exit_code);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The errors of the tool's parts: something about one file is wrong.
-#ifndef VELDRANE_TOOLS_FAILURE_HPP
-#define VELDRANE_TOOLS_FAILURE_HPP
+#pragma once
 
 #include <exception>
 #include <filesystem>
@@ -34,5 +33,3 @@ public:
 std::string reason_of(std::exception const& error);
 
 } // namespace polarize_tool
-
-#endif

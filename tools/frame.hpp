@@ -1,7 +1,6 @@
 /// @file
 /// A raw frame in memory.
-#ifndef VELDRANE_TOOLS_FRAME_HPP
-#define VELDRANE_TOOLS_FRAME_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -23,5 +22,3 @@ struct Frame {
 };
 
 } // namespace polarize_tool
-
-#endif

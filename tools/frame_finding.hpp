@@ -1,7 +1,6 @@
 /// @file
 /// From what the user names (files, folders, patterns) to a list of frames.
-#ifndef VELDRANE_TOOLS_FRAME_FINDING_HPP
-#define VELDRANE_TOOLS_FRAME_FINDING_HPP
+#pragma once
 
 #include "raw_layout.hpp"
 
@@ -54,5 +53,3 @@ Found_frames find_frames(
 void require_frames(Found_frames const& found);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// From samples as stored to samples as the transform takes them.
-#ifndef VELDRANE_TOOLS_FRAME_PREPARATION_HPP
-#define VELDRANE_TOOLS_FRAME_PREPARATION_HPP
+#pragma once
 
 #include "frame_reading.hpp"
 #include "input_options.hpp"
@@ -60,5 +59,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Raw frames from files, every sample exactly as it is stored.
-#ifndef VELDRANE_TOOLS_FRAME_READING_HPP
-#define VELDRANE_TOOLS_FRAME_READING_HPP
+#pragma once
 
 #include "frame.hpp"
 #include "frame_finding.hpp"
@@ -51,5 +50,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Pictures as the contents of PNG files.
-#ifndef VELDRANE_TOOLS_IMAGE_WRITING_HPP
-#define VELDRANE_TOOLS_IMAGE_WRITING_HPP
+#pragma once
 
 #include <cstdint>
 #include <opencv2/core.hpp>
@@ -13,5 +12,3 @@ namespace polarize_tool {
 std::vector<std::uint8_t> encode_png(cv::Mat const& picture);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Files that a run reads: they are not to be lost.
-#ifndef VELDRANE_TOOLS_INPUT_FILES_HPP
-#define VELDRANE_TOOLS_INPUT_FILES_HPP
+#pragma once
 
 #include "frame_preparation.hpp"
 
@@ -36,5 +35,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

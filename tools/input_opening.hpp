@@ -1,7 +1,6 @@
 /// @file
 /// Opens files that a run reads.
-#ifndef VELDRANE_TOOLS_INPUT_OPENING_HPP
-#define VELDRANE_TOOLS_INPUT_OPENING_HPP
+#pragma once
 
 #include "regular_files.hpp"
 
@@ -23,5 +22,3 @@ regular_files::Input open_input(std::filesystem::path const& file, Input_role ro
 std::string read_table(std::filesystem::path const& file);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// What commands that read frames have in common on the command line: which frames, how their
 /// samples lie, and how the mosaic lies over them.
-#ifndef VELDRANE_TOOLS_INPUT_OPTIONS_HPP
-#define VELDRANE_TOOLS_INPUT_OPTIONS_HPP
+#pragma once
 
 #include "frame_finding.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
@@ -83,5 +82,3 @@ struct Mosaic_options {
 void add_mosaic_options(CLI::App& command, Mosaic_options& options);
 
 } // namespace polarize_tool
-
-#endif

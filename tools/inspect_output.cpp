@@ -9,7 +9,7 @@
 namespace polarize_tool {
 namespace {
 
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 constexpr double noticeable_saturation = 0.001;
 constexpr std::size_t bar_width = 48;
@@ -88,10 +88,10 @@ std::string positions_text(Inspection const& inspection) {
            labelled("", row("even row ", 0)) + labelled("", row("odd row  ", 2));
 }
 
-std::string balance_text(mrv::Balance const& balance) {
+std::string balance_text(polarization::Balance const& balance) {
     std::string text;
-    for (mrv::Pairing const pairing : mrv::every_pairing) {
-        text += (text.empty() ? "" : ", ") + std::string(mrv::name_of(pairing)) + " " +
+    for (polarization::Pairing const pairing : polarization::every_pairing) {
+        text += (text.empty() ? "" : ", ") + std::string(polarization::name_of(pairing)) + " " +
                 per_cent(balance.of(pairing));
     }
     return text;
@@ -116,12 +116,12 @@ nlohmann::ordered_json phase_json(std::optional<Phase_answer> const& answer) {
     return json;
 }
 
-nlohmann::ordered_json balance_json(mrv::Balance const& balance) {
+nlohmann::ordered_json balance_json(polarization::Balance const& balance) {
     nlohmann::ordered_json json;
-    for (mrv::Pairing const pairing : mrv::every_pairing) {
-        json["imbalance"][std::string(mrv::name_of(pairing))] = balance.of(pairing);
+    for (polarization::Pairing const pairing : polarization::every_pairing) {
+        json["imbalance"][std::string(polarization::name_of(pairing))] = balance.of(pairing);
     }
-    json["verdict"] = mrv::name_of(balance.verdict);
+    json["verdict"] = polarization::name_of(balance.verdict);
     json["explanation"] = balance.explanation();
     return json;
 }
@@ -163,7 +163,7 @@ std::vector<std::string> inspection_warnings(Inspection const& inspection) {
             " bits, left-aligned. Process with --shift " + std::to_string(inspection.depth.shift) +
             ".");
     }
-    if (inspection.balance.verdict == mrv::Balance::Verdict::unlikely) {
+    if (inspection.balance.verdict == polarization::Balance::Verdict::unlikely) {
         warnings.push_back(inspection.balance.explanation());
     }
     return warnings;

@@ -1,7 +1,6 @@
 /// @file
 /// An inspection as text for people and as JSON for programs.
-#ifndef VELDRANE_TOOLS_INSPECT_OUTPUT_HPP
-#define VELDRANE_TOOLS_INSPECT_OUTPUT_HPP
+#pragma once
 
 #include "inspection.hpp"
 
@@ -30,5 +29,3 @@ std::vector<std::string> inspection_warnings(Inspection const& inspection);
 std::string decimal(double value, int decimals);
 
 } // namespace polarize_tool
-
-#endif

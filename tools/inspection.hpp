@@ -1,7 +1,6 @@
 /// @file
 /// What can be told about a camera from one of its raw frames.
-#ifndef VELDRANE_TOOLS_INSPECTION_HPP
-#define VELDRANE_TOOLS_INSPECTION_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/balance.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
@@ -85,7 +84,7 @@ struct Inspection {
 };
 
 /// `bit_depth` counts after `depth.shift`.
-/// @throw veldrane_mrv::polarization::Argument_error if the frame has fewer than 2 rows or columns
+/// @throws veldrane_mrv::polarization::Argument_error if the frame has fewer than 2 rows or columns
 Inspection inspect(
     veldrane_mrv::polarization::Frame_view const& frame,
     std::optional<int> bit_depth = std::nullopt, std::size_t histogram_steps = 32);
@@ -96,5 +95,3 @@ Phase_answer phase_behind_polariser(
     std::array<Position_means, 4> const& positions, double polariser_angle);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// Ctrl-C, the system's request to end and a terminal that closes: work stops between two frames,
 /// and nothing half-written stays.
-#ifndef VELDRANE_TOOLS_INTERRUPTION_HPP
-#define VELDRANE_TOOLS_INTERRUPTION_HPP
+#pragma once
 
 #include <atomic>
 #include <exception>
@@ -24,5 +23,3 @@ void request_interruption();
 void throw_if_interrupted();
 
 } // namespace polarize_tool
-
-#endif

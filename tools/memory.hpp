@@ -1,7 +1,6 @@
 /// @file
 /// What to do where memory is short.
-#ifndef VELDRANE_TOOLS_MEMORY_HPP
-#define VELDRANE_TOOLS_MEMORY_HPP
+#pragma once
 
 #include <exception>
 
@@ -26,5 +25,3 @@ public:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// What the program says: results on standard output, everything else on standard error. Names of
 /// files hold what their givers like; nothing of it reaches a terminal but as `visible` text.
-#ifndef VELDRANE_TOOLS_MESSAGES_HPP
-#define VELDRANE_TOOLS_MESSAGES_HPP
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -35,5 +34,3 @@ bool error_output_is_terminal();
 void show_status(std::string const& line);
 
 } // namespace polarize_tool
-
-#endif

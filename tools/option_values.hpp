@@ -1,7 +1,6 @@
 /// @file
 /// Options of the command line with values: how a value is read, and what is said of a wrong one.
-#ifndef VELDRANE_TOOLS_OPTION_VALUES_HPP
-#define VELDRANE_TOOLS_OPTION_VALUES_HPP
+#pragma once
 
 #include <CLI/CLI.hpp>
 #include <cstddef>
@@ -99,5 +98,3 @@ std::string lower_case(std::string text);
 std::string listed(std::vector<std::string> const& words);
 
 } // namespace polarize_tool
-
-#endif

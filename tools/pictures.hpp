@@ -1,7 +1,6 @@
 /// @file
 /// Pictures for the eye, made from the azimuth and the degree plane.
-#ifndef VELDRANE_TOOLS_PICTURES_HPP
-#define VELDRANE_TOOLS_PICTURES_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -32,5 +31,3 @@ cv::Mat angle_degree_picture(Picture_source const& source);
 cv::Mat degree_picture(Picture_source const& source);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Many frames through the processor to files, on several threads.
-#ifndef VELDRANE_TOOLS_PROCESS_RUN_HPP
-#define VELDRANE_TOOLS_PROCESS_RUN_HPP
+#pragma once
 
 #include "frame_finding.hpp"
 #include "frame_preparation.hpp"
@@ -74,5 +73,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// One frame through the polarisation processor, to the numbers that go into files.
-#ifndef VELDRANE_TOOLS_PROCESSING_HPP
-#define VELDRANE_TOOLS_PROCESSING_HPP
+#pragma once
 
 #include "array_writing.hpp"
 #include "frame.hpp"
@@ -68,5 +67,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

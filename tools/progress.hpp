@@ -1,7 +1,6 @@
 /// @file
 /// How far a run over many frames has come, for somebody who watches.
-#ifndef VELDRANE_TOOLS_PROGRESS_HPP
-#define VELDRANE_TOOLS_PROGRESS_HPP
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -42,5 +41,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Files of bare samples: what the user says about them, and where the frames lie in one.
-#ifndef VELDRANE_TOOLS_RAW_LAYOUT_HPP
-#define VELDRANE_TOOLS_RAW_LAYOUT_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 
@@ -41,5 +40,3 @@ Raw_layout make_raw_layout(
     std::uint64_t header_bytes, std::size_t stride);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Bytes and texts in the forms that a self-contained page can hold.
-#ifndef VELDRANE_TOOLS_REPORT_ENCODING_HPP
-#define VELDRANE_TOOLS_REPORT_ENCODING_HPP
+#pragma once
 
 #include <cstdint>
 #include <map>
@@ -37,5 +36,3 @@ std::string packed_plane(std::span<std::uint16_t const> plane, Element_order ord
 std::string filled(std::string_view page, std::map<std::string, std::string> const& values);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Parts of the report page as HTML and SVG.
-#ifndef VELDRANE_TOOLS_REPORT_FIGURES_HPP
-#define VELDRANE_TOOLS_REPORT_FIGURES_HPP
+#pragma once
 
 #include "inspection.hpp"
 #include "report_pictures.hpp"
@@ -50,5 +49,3 @@ std::string mosaic_table(
     std::array<Position_means, 4> const& positions);
 
 } // namespace polarize_tool
-
-#endif

@@ -13,7 +13,7 @@
 namespace polarize_tool {
 namespace {
 
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 constexpr std::size_t angle_steps = 90;
 
@@ -151,7 +151,7 @@ void add_head(Places& places, Report const& report, Figures const& figures) {
     places["facts"] = std::to_string(planes.width) + " × " + std::to_string(planes.height) +
                       " pixels · " + std::to_string(report.scale.bit_depth()) + " bits · phase " +
                       std::to_string(report.mosaic.phase()) + " · " +
-                      (report.mode == mrv::Mode::fast ? "fast" : "calibrated") + " mode";
+                      (report.mode == polarization::Mode::fast ? "fast" : "calibrated") + " mode";
     places["tiles"] =
         tile(
             "Mean intensity S0", decimal(mean, 1),
@@ -192,7 +192,7 @@ std::string conventions(Report const& report) {
         ".</p>"
         "<p>The four samples of a neighbourhood do not see the same point. At edges and in fine "
         "texture their differences look like polarisation that is not there.</p>";
-    text += report.mode == mrv::Mode::fast
+    text += report.mode == polarization::Mode::fast
                 ? "<p>Fast mode: plain sums and differences of samples in all but the last "
                   "columns and rows.</p>"
                 : "<p>Calibrated mode: every pixel with the weights of its position.</p>";

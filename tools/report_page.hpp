@@ -1,7 +1,6 @@
 /// @file
 /// The page that shows one frame.
-#ifndef VELDRANE_TOOLS_REPORT_PAGE_HPP
-#define VELDRANE_TOOLS_REPORT_PAGE_HPP
+#pragma once
 
 #include "inspection.hpp"
 #include "report_figures.hpp"
@@ -43,5 +42,3 @@ struct Report {
 std::string report_page(Report const& report);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The pictures of a report and the colours that they are made of.
-#ifndef VELDRANE_TOOLS_REPORT_PICTURES_HPP
-#define VELDRANE_TOOLS_REPORT_PICTURES_HPP
+#pragma once
 
 #include "report_statistics.hpp"
 
@@ -62,5 +61,3 @@ std::string colour_wheel_uri();
 std::string colour_bar_uri(std::vector<std::uint8_t> const& table);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// What a report says about the planes of a frame in numbers.
-#ifndef VELDRANE_TOOLS_REPORT_STATISTICS_HPP
-#define VELDRANE_TOOLS_REPORT_STATISTICS_HPP
+#pragma once
 
 #include <cstddef>
 #include <cstdint>
@@ -58,5 +57,3 @@ struct Angle_statistics {
 Angle_statistics angle_statistics(Report_planes const& planes, std::size_t steps);
 
 } // namespace polarize_tool
-
-#endif

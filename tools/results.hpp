@@ -1,7 +1,6 @@
 /// @file
 /// The files that one processed frame leaves in the folder of results.
-#ifndef VELDRANE_TOOLS_RESULTS_HPP
-#define VELDRANE_TOOLS_RESULTS_HPP
+#pragma once
 
 #include "processing.hpp"
 #include "sidecar.hpp"
@@ -43,5 +42,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// A scene whose polarisation is known at every point: a glossy dielectric ball under a clear sky.
-#ifndef VELDRANE_TOOLS_SCENE_HPP
-#define VELDRANE_TOOLS_SCENE_HPP
+#pragma once
 
 #include <cstddef>
 
@@ -43,5 +42,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// A JSON file beside each plane that says what its numbers mean.
-#ifndef VELDRANE_TOOLS_SIDECAR_HPP
-#define VELDRANE_TOOLS_SIDECAR_HPP
+#pragma once
 
 #include "frame_finding.hpp"
 #include "input_options.hpp"
@@ -31,5 +30,3 @@ std::string sidecar(
     Frame_place const& place, Processing const& processing, Origin const& origin);
 
 } // namespace polarize_tool
-
-#endif

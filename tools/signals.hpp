@@ -1,7 +1,6 @@
 /// @file
 /// The program's signals.
-#ifndef VELDRANE_TOOLS_SIGNALS_HPP
-#define VELDRANE_TOOLS_SIGNALS_HPP
+#pragma once
 
 namespace polarize_tool {
 
@@ -12,5 +11,3 @@ namespace polarize_tool {
 void catch_interruptions();
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Simulated frames, one or a series, to files.
-#ifndef VELDRANE_TOOLS_SIMULATE_RUN_HPP
-#define VELDRANE_TOOLS_SIMULATE_RUN_HPP
+#pragma once
 
 #include "simulation.hpp"
 #include "staged_files.hpp"
@@ -38,5 +37,3 @@ std::string angle_suffix(double angle, std::vector<double> const& series);
 void run_simulate(Simulate_options const& options);
 
 } // namespace polarize_tool
-
-#endif

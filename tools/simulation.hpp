@@ -1,7 +1,6 @@
 /// @file
 /// Raw frames as a sensor with a polariser mosaic would record them.
-#ifndef VELDRANE_TOOLS_SIMULATION_HPP
-#define VELDRANE_TOOLS_SIMULATION_HPP
+#pragma once
 
 #include "frame.hpp"
 #include "scene.hpp"
@@ -83,5 +82,3 @@ Analysers imperfect_analysers(int phase, Analyser_spread const& spread);
 double normal_deviate(std::uint64_t seed, std::uint64_t draw);
 
 } // namespace polarize_tool
-
-#endif

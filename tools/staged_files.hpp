@@ -1,7 +1,6 @@
 /// @file
 /// Files that appear whole or not at all.
-#ifndef VELDRANE_TOOLS_STAGED_FILES_HPP
-#define VELDRANE_TOOLS_STAGED_FILES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/existing_files.hpp"
 
@@ -83,5 +82,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Keeps libraries from writing on standard error.
-#ifndef VELDRANE_TOOLS_STANDARD_ERROR_HPP
-#define VELDRANE_TOOLS_STANDARD_ERROR_HPP
+#pragma once
 
 namespace polarize_tool {
 
@@ -16,5 +15,3 @@ public:
 };
 
 } // namespace polarize_tool
-
-#endif

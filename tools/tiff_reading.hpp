@@ -1,7 +1,6 @@
 /// @file
 /// Raw frames in TIFF files. OpenCV's reader would turn and invert samples where the file says so.
-#ifndef VELDRANE_TOOLS_TIFF_READING_HPP
-#define VELDRANE_TOOLS_TIFF_READING_HPP
+#pragma once
 
 #include "frame.hpp"
 
@@ -55,5 +54,3 @@ private:
 };
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// From the command line to what the transform needs to know about mosaic, scale and weights.
-#ifndef VELDRANE_TOOLS_TRANSFORM_SETTINGS_HPP
-#define VELDRANE_TOOLS_TRANSFORM_SETTINGS_HPP
+#pragma once
 
 #include "frame_preparation.hpp"
 #include "input_options.hpp"
@@ -28,5 +27,3 @@ Transform_settings transform_settings(
     std::optional<unsigned> full_scale, Frame_preparation const& preparation);
 
 } // namespace polarize_tool
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Text that a user or a file gave, in a form that a terminal shows and does not obey.
-#ifndef VELDRANE_TOOLS_VISIBLE_TEXT_HPP
-#define VELDRANE_TOOLS_VISIBLE_TEXT_HPP
+#pragma once
 
 #include <string>
 #include <string_view>
@@ -20,5 +19,3 @@ std::string utf8(std::string_view text);
 bool is_utf8(std::string_view text);
 
 } // namespace polarize_tool
-
-#endif

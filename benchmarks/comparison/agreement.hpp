@@ -8,5 +8,5 @@ struct Agreement {
 };
 
 /// Lets every contender compute every set of planes once.
-/// @throw std::runtime_error if one leaves out an element, or computes something else
+/// @throws std::runtime_error if one leaves out an element, or computes something else
 Agreement check_agreement(std::vector<Runner> const& runners);

@@ -12,7 +12,7 @@ using Libraries = std::vector<std::pair<std::string, std::shared_ptr<Loaded_libr
 /// @param under_test path of the build that ratios refer to, called "library"
 /// @param others     NAME=PATH
 /// @param taken      names that stand for something else in the results
-/// @throw Usage_error
+/// @throws Usage_error
 Libraries load_libraries(
     std::string const& under_test, std::vector<std::string> const& others,
     std::vector<std::string> taken);

@@ -9,12 +9,12 @@
 class Result_file {
 public:
     /// Tries out whether the place can be written.
-    /// @throw Usage_error
+    /// @throws Usage_error
     explicit Result_file(std::string const& path);
 
     std::ostream& stream() { return text_; }
 
-    /// @throw std::runtime_error if something could not be written
+    /// @throws std::runtime_error if something could not be written
     void finish() const;
 
 private:

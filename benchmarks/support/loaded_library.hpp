@@ -10,7 +10,7 @@ class Loaded_library {
 public:
     using Transform = decltype(qn_polarization_processor_transform_vector_avx2);
 
-    /// @throw std::runtime_error that names the file and the remedy
+    /// @throws std::runtime_error that names the file and the remedy
     explicit Loaded_library(std::string const& path);
 
     Transform& transform() const { return *transform_; }

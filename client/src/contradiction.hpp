@@ -1,7 +1,6 @@
 /// @file
 /// Parts of a calibration that follow from each other and differ all the same.
-#ifndef VELDRANE_CLIENT_CONTRADICTION_HPP
-#define VELDRANE_CLIENT_CONTRADICTION_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 
@@ -22,5 +21,3 @@ struct Contradiction {
 std::optional<Contradiction> find_contradiction(Calibration const& calibration);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// What the processor relies on and does not check.
-#ifndef VELDRANE_CLIENT_GUARANTEES_HPP
-#define VELDRANE_CLIENT_GUARANTEES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/transform.hpp"
 
@@ -45,5 +44,3 @@ void check_overlap(std::vector<Buffer> buffers);
 void call_processor(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Where the values of a JSON text stand, which the parser's tree does not tell.
-#ifndef VELDRANE_CLIENT_JSON_LINES_HPP
-#define VELDRANE_CLIENT_JSON_LINES_HPP
+#pragma once
 
 #include <cstddef>
 #include <functional>
@@ -40,5 +39,3 @@ Json_place find_json_value(
 std::size_t line_at(std::string_view text, std::size_t byte);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

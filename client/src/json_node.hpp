@@ -1,7 +1,6 @@
 /// @file
 /// Values of a JSON file that know where they stand.
-#ifndef VELDRANE_CLIENT_JSON_NODE_HPP
-#define VELDRANE_CLIENT_JSON_NODE_HPP
+#pragma once
 
 #include "json_lines.hpp"
 
@@ -124,5 +123,3 @@ private:
 };
 
 } // namespace veldrane_mrv::polarization
-
-#endif

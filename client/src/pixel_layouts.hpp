@@ -1,7 +1,6 @@
 /// @file
 /// The layouts that pack samples closer than bytes, as arithmetic on groups of four samples.
-#ifndef VELDRANE_CLIENT_PIXEL_LAYOUTS_HPP
-#define VELDRANE_CLIENT_PIXEL_LAYOUTS_HPP
+#pragma once
 
 #include <algorithm>
 #include <bit>
@@ -102,5 +101,3 @@ void pack_groups(std::uint16_t const* samples, std::size_t width, std::byte* row
 }
 
 } // namespace veldrane_mrv::polarization::pixel_layouts
-
-#endif

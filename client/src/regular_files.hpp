@@ -2,8 +2,7 @@
 /// Files as they are read and written here: regular ones and no others, opened without waiting for
 /// anybody, written under a name that nobody can foresee and then renamed. Not installed; the
 /// program's own files go the same way.
-#ifndef VELDRANE_MRV_REGULAR_FILES_HPP
-#define VELDRANE_MRV_REGULAR_FILES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/existing_files.hpp"
 
@@ -86,5 +85,3 @@ int rename(
 void remove_leftovers(std::filesystem::path const& folder);
 
 } // namespace veldrane_mrv::polarization::regular_files
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// A series as the linear problem that its calibration solves.
-#ifndef VELDRANE_CLIENT_SERIES_FIT_HPP
-#define VELDRANE_CLIENT_SERIES_FIT_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 
@@ -31,5 +30,3 @@ std::vector<Outlying_frame> find_outlying_frames(
     std::span<Series_point const> series, Series_equations const& equations);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

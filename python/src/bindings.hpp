@@ -1,7 +1,6 @@
 /// @file
 /// The parts of the native module; each adds its names to it.
-#ifndef VELDRANE_PYTHON_BINDINGS_HPP
-#define VELDRANE_PYTHON_BINDINGS_HPP
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -14,7 +13,7 @@ namespace veldrane_python {
 /// most: to get the lock back can take milliseconds.
 class Interruption_check {
 public:
-    /// @throw pybind11::error_already_set with what the signal's handler raised
+    /// @throws pybind11::error_already_set with what the signal's handler raised
     void operator()();
 
 private:
@@ -22,7 +21,7 @@ private:
 };
 
 /// A whole number from Python, with a message of the package's kind.
-/// @throw pybind11::type_error, pybind11::value_error
+/// @throws pybind11::type_error, pybind11::value_error
 long whole_number(char const* name, pybind11::handle value, long lowest, long highest);
 
 /// A class for Python.
@@ -48,5 +47,3 @@ void bind_simulation(pybind11::module_& module);
 void bind_units(pybind11::module_& module);
 
 } // namespace veldrane_python
-
-#endif

@@ -21,9 +21,9 @@ namespace veldrane_python {
 namespace {
 
 namespace py = pybind11;
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
-py::array_t<float> matrices_of(mrv::Calibration const& calibration) {
+py::array_t<float> matrices_of(polarization::Calibration const& calibration) {
     py::array_t<float> result{std::vector<py::ssize_t>{4, 4, 4}};
     float* target = result.mutable_data();
     for (auto const& matrix : calibration.matrices.by_position) {
@@ -32,28 +32,28 @@ py::array_t<float> matrices_of(mrv::Calibration const& calibration) {
     return result;
 }
 
-std::vector<std::string> flags_of(mrv::Calibration const& calibration) {
+std::vector<std::string> flags_of(polarization::Calibration const& calibration) {
     std::vector<std::string> names;
-    for (mrv::Quality_flag const flag : calibration.quality.flags) {
-        names.emplace_back(mrv::name_of(flag));
+    for (polarization::Quality_flag const flag : calibration.quality.flags) {
+        names.emplace_back(polarization::name_of(flag));
     }
     return names;
 }
 
-double offset_of(mrv::Calibration const& calibration) {
-    return mrv::common_offset(calibration.analysers, calibration.mosaic);
+double offset_of(polarization::Calibration const& calibration) {
+    return polarization::common_offset(calibration.analysers, calibration.mosaic);
 }
 
 std::vector<std::tuple<std::string, double, double>> outlying_frames_of(
-    mrv::Calibration const& calibration) {
+    polarization::Calibration const& calibration) {
     std::vector<std::tuple<std::string, double, double>> frames;
-    for (mrv::Outlying_frame const& frame : calibration.quality.outlying_frames) {
+    for (polarization::Outlying_frame const& frame : calibration.quality.outlying_frames) {
         frames.emplace_back(frame.source, frame.polariser_angle, frame.residual);
     }
     return frames;
 }
 
-std::string described(mrv::Calibration const& calibration) {
+std::string described(polarization::Calibration const& calibration) {
     char figures[80];
     std::snprintf(
         figures, sizeof figures, ", residual %.2f %%, offset %+.2f degrees",
@@ -66,32 +66,33 @@ std::string described(mrv::Calibration const& calibration) {
            std::to_string(calibration.quality.frame_count) + " frames" + figures + flags + ">";
 }
 
-mrv::Series_point measured(
+polarization::Series_point measured(
     py::array const& raw, double angle, double intensity, std::string const& source, int bit_depth,
     bool trimmed) {
     Raw_frames const frames{raw};
-    mrv::Estimation_options options;
+    polarization::Estimation_options options;
     options.bit_depth = bit_depth;
-    options.average = trimmed ? mrv::Average::trimmed_mean : mrv::Average::mean;
+    options.average = trimmed ? polarization::Average::trimmed_mean : polarization::Average::mean;
     py::gil_scoped_release const unlocked;
     std::vector<std::uint16_t> memory;
-    return mrv::measure({frames.frame(0, memory), angle, intensity, source}, options);
+    return polarization::measure({frames.frame(0, memory), angle, intensity, source}, options);
 }
 
-mrv::Calibration estimated(
-    std::vector<mrv::Series_point> const& series, int phase, int bit_depth,
+polarization::Calibration estimated(
+    std::vector<polarization::Series_point> const& series, int phase, int bit_depth,
     std::optional<std::array<double, 4>> const& dark_levels, double source_degree,
     std::string const& sensor) {
-    mrv::Estimation_options options;
+    polarization::Estimation_options options;
     options.bit_depth = bit_depth;
     options.dark_levels = dark_levels;
     options.source_degree = source_degree;
     options.sensor = sensor;
-    return mrv::estimate_calibration(series, mrv::Mosaic::from_phase(phase), options);
+    return polarization::estimate_calibration(
+        series, polarization::Mosaic::from_phase(phase), options);
 }
 
 void bind_analyser(py::module_& module) {
-    bound_class<mrv::Analyser>(
+    bound_class<polarization::Analyser>(
         module, "Analyser",
         "One of the four positions of the mosaic's cell.\n\n"
         "Attributes\n----------\nthroughput : float\n    Relative to the mean of the four.\n"
@@ -99,12 +100,12 @@ void bind_analyser(py::module_& module) {
         "orientation : float\n    Degrees in [0, 180).\n"
         "dark_level : float or None\n    Mean sample without light.\n"
         "residual : float\n    Root mean square of the fit's residuals over the mean signal.\n")
-        .def_readonly("throughput", &mrv::Analyser::throughput)
-        .def_readonly("diattenuation", &mrv::Analyser::diattenuation)
-        .def_readonly("orientation", &mrv::Analyser::orientation)
-        .def_readonly("dark_level", &mrv::Analyser::dark_level)
-        .def_readonly("residual", &mrv::Analyser::residual)
-        .def("__repr__", [](mrv::Analyser const& analyser) {
+        .def_readonly("throughput", &polarization::Analyser::throughput)
+        .def_readonly("diattenuation", &polarization::Analyser::diattenuation)
+        .def_readonly("orientation", &polarization::Analyser::orientation)
+        .def_readonly("dark_level", &polarization::Analyser::dark_level)
+        .def_readonly("residual", &polarization::Analyser::residual)
+        .def("__repr__", [](polarization::Analyser const& analyser) {
             return "<Analyser throughput " + std::to_string(analyser.throughput) +
                    ", diattenuation " + std::to_string(analyser.diattenuation) + ", orientation " +
                    std::to_string(analyser.orientation) + ">";
@@ -115,9 +116,9 @@ void bind_analyser(py::module_& module) {
 
 void bind_calibration(py::module_& module) {
     bind_analyser(module);
-    bound_class<mrv::Series_point>(module, "Series_point")
-        .def_readonly("means", &mrv::Series_point::means);
-    bound_class<mrv::Calibration>(
+    bound_class<polarization::Series_point>(module, "Series_point")
+        .def_readonly("means", &polarization::Series_point::means);
+    bound_class<polarization::Calibration>(
         module, "Calibration",
         "What is known of a sensor's analysers, and the weights that undo their faults.\n\n"
         "Made by `calibrate`, `Calibration.load` or `Calibration.ideal`; never changed.\n\n"
@@ -126,27 +127,36 @@ void bind_calibration(py::module_& module) {
         ">>> ideal.matrices.shape, ideal.matrices.dtype\n((4, 4, 4), dtype('float32'))\n")
         .def_static(
             "_ideal",
-            [](int phase) { return mrv::ideal_calibration(mrv::Mosaic::from_phase(phase)); })
-        .def_static("_load", &mrv::load_calibration)
+            [](int phase) {
+                return polarization::ideal_calibration(polarization::Mosaic::from_phase(phase));
+            })
+        .def_static("_load", &polarization::load_calibration)
         .def_static(
             "_from_json",
-            [](std::string const& text) { return mrv::calibration_from_json(text, "the text"); })
+            [](std::string const& text) {
+                return polarization::calibration_from_json(text, "the text");
+            })
         .def(
-            "to_json", &mrv::calibration_to_json,
+            "to_json", &polarization::calibration_to_json,
             "The text of the file that `save` writes.\n\nReturns\n-------\nstr\n\n"
             "Examples\n--------\n>>> Calibration.ideal(0).to_json()[0]\n'{'\n")
         .def(
             "_save",
-            [](mrv::Calibration const& c, std::filesystem::path const& path, bool overwrite) {
-                mrv::save(
-                    c, path, overwrite ? mrv::Existing_files::replace : mrv::Existing_files::keep);
+            [](polarization::Calibration const& c, std::filesystem::path const& path,
+               bool overwrite) {
+                polarization::save(
+                    c, path,
+                    overwrite ? polarization::Existing_files::replace
+                              : polarization::Existing_files::keep);
             })
         .def_property_readonly(
-            "phase", [](mrv::Calibration const& c) { return c.mosaic.phase(); },
+            "phase", [](polarization::Calibration const& c) { return c.mosaic.phase(); },
             "Number of the layout, 0 to 3.")
         .def_property_readonly(
             "layout",
-            [](mrv::Calibration const& c) { return py::tuple(py::cast(c.mosaic.layout())); },
+            [](polarization::Calibration const& c) {
+                return py::tuple(py::cast(c.mosaic.layout()));
+            },
             "Polariser angles in degrees of the top-left cell, row by row.")
         .def_property_readonly(
             "matrices", &matrices_of,
@@ -154,14 +164,16 @@ void bind_calibration(py::module_& module) {
             "unused),\n"
             "sample (own, horizontal, vertical, diagonal neighbour). A copy.")
         .def_property_readonly(
-            "analysers", [](mrv::Calibration const& c) { return py::tuple(py::cast(c.analysers)); },
+            "analysers",
+            [](polarization::Calibration const& c) { return py::tuple(py::cast(c.analysers)); },
             "The four `Analyser`, in the order of `layout`.")
         .def_property_readonly(
-            "rms_residual", [](mrv::Calibration const& c) { return c.quality.rms_residual; },
+            "rms_residual",
+            [](polarization::Calibration const& c) { return c.quality.rms_residual; },
             "Root mean square of measured minus fitted means over the mean signal.")
         .def_property_readonly(
             "condition_number",
-            [](mrv::Calibration const& c) { return c.quality.condition_number; },
+            [](polarization::Calibration const& c) { return c.quality.condition_number; },
             "Of the instrument matrix; 1.414 for an ideal sensor.")
         .def_property_readonly(
             "common_offset", &offset_of,
@@ -172,25 +184,28 @@ void bind_calibration(py::module_& module) {
             "Frames that do not go with the others, the worst first: (name, polariser angle,\n"
             "residual without it over the mean signal) of each.")
         .def_property_readonly(
-            "frame_count", [](mrv::Calibration const& c) { return c.quality.frame_count; },
+            "frame_count", [](polarization::Calibration const& c) { return c.quality.frame_count; },
             "Frames that the estimate rests on.")
         .def_property_readonly(
             "flags", &flags_of, "Names of what a reader should know before trusting it.")
         .def_property_readonly(
-            "sensor", [](mrv::Calibration const& c) { return c.provenance.sensor; },
+            "sensor", [](polarization::Calibration const& c) { return c.provenance.sensor; },
             "As given to `calibrate`.")
         .def_property_readonly(
-            "time", [](mrv::Calibration const& c) { return c.provenance.time; },
+            "time", [](polarization::Calibration const& c) { return c.provenance.time; },
             "When it was made, UTC.")
-        .def("_of_region", &mrv::of_region)
+        .def("_of_region", &polarization::of_region)
         .def(
-            "__eq__", [](mrv::Calibration const& a, mrv::Calibration const& b) { return a == b; },
+            "__eq__",
+            [](polarization::Calibration const& a, polarization::Calibration const& b) {
+                return a == b;
+            },
             py::is_operator())
         .def("__repr__", &described)
         .def(py::pickle(
-            [](mrv::Calibration const& c) { return mrv::calibration_to_json(c); },
+            [](polarization::Calibration const& c) { return polarization::calibration_to_json(c); },
             [](std::string const& text) {
-                return mrv::calibration_from_json(text, "the pickled calibration");
+                return polarization::calibration_from_json(text, "the pickled calibration");
             }));
     module.def(
         "measure", &measured, py::arg("raw").noconvert(), py::arg("angle"), py::arg("intensity"),

@@ -18,13 +18,13 @@
 namespace veldrane_python {
 namespace {
 
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 bool wants_signed(Targets const& targets) {
     return targets.signed_s1.data != nullptr || targets.signed_s2.data != nullptr;
 }
 
-mrv::Plane_views planes_of(Targets const& targets, std::size_t index) {
+polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
     auto const& of = targets.integer_planes;
     return {of[0].frame(index), of[1].frame(index), of[2].frame(index),
             of[3].frame(index), of[4].frame(index), targets.normalized_stokes.frame(index)};
@@ -33,23 +33,23 @@ mrv::Plane_views planes_of(Targets const& targets, std::size_t index) {
 /// What one frame in flight needs.
 class Worker {
 public:
-    Worker(mrv::Settings const& settings, mrv::Mode mode, bool is_signed)
+    Worker(polarization::Settings const& settings, polarization::Mode mode, bool is_signed)
         : settings_{settings}, mode_{mode} {
         if (is_signed) {
             signed_.emplace(settings, mode);
-        } else if (mode == mrv::Mode::calibrated) {
+        } else if (mode == polarization::Mode::calibrated) {
             calibrated_.emplace(settings);
         }
     }
 
     void process(Raw_frames const& raw, Targets const& targets, std::size_t index) {
-        mrv::Frame_view const frame = raw.frame(index, memory_);
-        mrv::Plane_views const planes = planes_of(targets, index);
-        mrv::Signed_views const signed_planes{
+        polarization::Frame_view const frame = raw.frame(index, memory_);
+        polarization::Plane_views const planes = planes_of(targets, index);
+        polarization::Signed_views const signed_planes{
             targets.signed_s1.frame(index), targets.signed_s2.frame(index)};
-        if (mode_ == mrv::Mode::fast && !planes.normalized_stokes.empty()) {
+        if (mode_ == polarization::Mode::fast && !planes.normalized_stokes.empty()) {
             // Before anything is written, so that a refusal leaves all planes as they were.
-            mrv::check_signed_call(frame, settings_, planes, signed_planes);
+            polarization::check_signed_call(frame, settings_, planes, signed_planes);
             std::ranges::fill(planes.normalized_stokes, std::numeric_limits<float>::quiet_NaN());
         }
         if (signed_) {
@@ -57,15 +57,15 @@ public:
         } else if (calibrated_) {
             (*calibrated_)(frame, planes);
         } else {
-            mrv::transform(frame, settings_, planes);
+            polarization::transform(frame, settings_, planes);
         }
     }
 
 private:
-    mrv::Settings const& settings_;
-    mrv::Mode mode_;
-    std::optional<mrv::Calibrated_transform> calibrated_;
-    std::optional<mrv::Signed_transform> signed_;
+    polarization::Settings const& settings_;
+    polarization::Mode mode_;
+    std::optional<polarization::Calibrated_transform> calibrated_;
+    std::optional<polarization::Signed_transform> signed_;
     std::vector<std::uint16_t> memory_;
 };
 
@@ -128,8 +128,8 @@ std::size_t usable_processors() {
 } // namespace
 
 void process_frames(
-    Raw_frames const& raw, Targets const& targets, mrv::Settings const& settings, mrv::Mode mode,
-    std::size_t threads, std::function<void()> const& between_frames) {
+    Raw_frames const& raw, Targets const& targets, polarization::Settings const& settings,
+    polarization::Mode mode, std::size_t threads, std::function<void()> const& between_frames) {
     Worker own{settings, mode, wants_signed(targets)};
     if (raw.count() == 1) {
         own.process(raw, targets, 0);

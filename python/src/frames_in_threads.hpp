@@ -1,7 +1,6 @@
 /// @file
 /// Frames of a recording through the transform, several at a time. Knows nothing of Python.
-#ifndef VELDRANE_PYTHON_FRAMES_IN_THREADS_HPP
-#define VELDRANE_PYTHON_FRAMES_IN_THREADS_HPP
+#pragma once
 
 #include "raw_frames.hpp"
 
@@ -39,7 +38,7 @@ struct Targets {
 /// Works on `threads` frames at once, or on as many as there are processors if it is 0. Fast mode
 /// leaves NaN where it stores no normalised Stokes values. `between_frames` is called by the
 /// calling thread only; what it throws ends the work.
-/// @throw what the transform throws for the first frame that it refuses; nothing of that frame has
+/// @throws what the transform throws for the first frame that it refuses; nothing of that frame has
 ///        been written then
 void process_frames(
     Raw_frames const& raw, Targets const& targets,
@@ -47,5 +46,3 @@ void process_frames(
     std::size_t threads, std::function<void()> const& between_frames);
 
 } // namespace veldrane_python
-
-#endif

@@ -12,7 +12,7 @@
 
 namespace {
 
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 // `Argument_error` is a std::invalid_argument, which arrives as ValueError without help.
 void translate_error(std::exception_ptr const pending) {
@@ -20,7 +20,7 @@ void translate_error(std::exception_ptr const pending) {
         if (pending) {
             std::rethrow_exception(pending);
         }
-    } catch (mrv::File_error const& error) {
+    } catch (polarization::File_error const& error) {
         PyErr_SetString(PyExc_ValueError, error.what());
     } catch (std::bad_alloc const&) {
         PyErr_SetString(
@@ -69,14 +69,15 @@ long whole_number(char const* name, pybind11::handle value, long lowest, long hi
 PYBIND11_MODULE(_native, module) {
     module.doc() = "What the package veldrane_polarization does in C++.";
     pybind11::register_exception_translator(&translate_error);
-    module.def("software_version", [] { return std::string{mrv::software_version()}; });
-    module.def("processor_identification", &mrv::processor_identification);
+    module.def("software_version", [] { return std::string{polarization::software_version()}; });
+    module.def("processor_identification", &polarization::processor_identification);
     module.def("whole_number", &veldrane_python::whole_number);
     module.def("phase_of_text", [](std::string const& layout) {
-        return mrv::Mosaic::parse(layout).phase();
+        return polarization::Mosaic::parse(layout).phase();
     });
-    module.def(
-        "layout_of_phase", [](int phase) { return mrv::Mosaic::from_phase(phase).layout(); });
+    module.def("layout_of_phase", [](int phase) {
+        return polarization::Mosaic::from_phase(phase).layout();
+    });
     veldrane_python::bind_calibration(module);
     veldrane_python::bind_units(module);
     veldrane_python::bind_plan(module);

@@ -14,7 +14,7 @@ namespace veldrane_python {
 namespace {
 
 namespace py = pybind11;
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 using Bytes = py::array_t<std::uint8_t, py::array::c_style>;
 using Samples = py::array_t<std::uint16_t, py::array::c_style>;
@@ -23,15 +23,15 @@ using Samples = py::array_t<std::uint16_t, py::array::c_style>;
 Samples unpack(
     Bytes const& data, std::string const& format_name, std::size_t count, std::size_t height,
     std::size_t width, std::size_t stride, std::size_t bytes_between) {
-    mrv::Pixel_format const format = mrv::parse_pixel_format(format_name);
-    std::size_t const bytes = mrv::bytes_per_frame(format, height, width, stride);
+    polarization::Pixel_format const format = polarization::parse_pixel_format(format_name);
+    std::size_t const bytes = polarization::bytes_per_frame(format, height, width, stride);
     Samples result{std::vector<std::size_t>{count, height, width}};
     std::uint16_t* const target = result.mutable_data();
     auto const source =
         std::as_bytes(std::span{data.data(), static_cast<std::size_t>(data.size())});
     py::gil_scoped_release const unlocked;
     for (std::size_t frame = 0; frame < count; ++frame) {
-        mrv::unpack_frame(
+        polarization::unpack_frame(
             format, source.subspan(frame * bytes_between, bytes), width,
             {target + frame * height * width, height * width}, stride);
     }
@@ -39,21 +39,21 @@ Samples unpack(
 }
 
 Bytes pack(Samples const& samples, std::string const& format_name) {
-    mrv::Pixel_format const format = mrv::parse_pixel_format(format_name);
+    polarization::Pixel_format const format = polarization::parse_pixel_format(format_name);
     auto const height = static_cast<std::size_t>(samples.shape(0));
     auto const width = static_cast<std::size_t>(samples.shape(1));
-    Bytes result{std::vector<std::size_t>{mrv::bytes_per_frame(format, height, width)}};
+    Bytes result{std::vector<std::size_t>{polarization::bytes_per_frame(format, height, width)}};
     auto const target = std::as_writable_bytes(
         std::span{result.mutable_data(), static_cast<std::size_t>(result.size())});
     py::gil_scoped_release const unlocked;
-    mrv::pack_frame(format, {samples.data(), height * width}, width, target);
+    polarization::pack_frame(format, {samples.data(), height * width}, width, target);
     return result;
 }
 
 std::vector<std::string> names() {
     std::vector<std::string> list;
-    for (mrv::Pixel_format const format : mrv::all_pixel_formats) {
-        list.emplace_back(mrv::name_of(format));
+    for (polarization::Pixel_format const format : polarization::all_pixel_formats) {
+        list.emplace_back(polarization::name_of(format));
     }
     return list;
 }
@@ -63,12 +63,13 @@ std::vector<std::string> names() {
 void bind_pixel_formats(py::module_& module) {
     module.def("pixel_format_names", &names);
     module.def("bit_depth_of_format", [](std::string const& name) {
-        return mrv::bit_depth_of(mrv::parse_pixel_format(name));
+        return polarization::bit_depth_of(polarization::parse_pixel_format(name));
     });
     module.def(
         "bytes_per_frame",
         [](std::string const& name, std::size_t height, std::size_t width, std::size_t stride) {
-            return mrv::bytes_per_frame(mrv::parse_pixel_format(name), height, width, stride);
+            return polarization::bytes_per_frame(
+                polarization::parse_pixel_format(name), height, width, stride);
         });
     module.def("unpack", &unpack);
     module.def("pack", &pack);

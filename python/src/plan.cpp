@@ -22,13 +22,13 @@ namespace veldrane_python {
 namespace {
 
 namespace py = pybind11;
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 using py::detail::npy_api;
 
 /// A plane that was asked for.
 struct Wanted_plane {
     py::object name;
-    mrv::Plane plane;
+    polarization::Plane plane;
     bool is_signed;
     int type_number;
     /// 2 for pairs.
@@ -36,13 +36,15 @@ struct Wanted_plane {
 
     Wanted_plane(py::handle of_name, bool signed_stokes)
         : name{py::reinterpret_borrow<py::object>(of_name)},
-          plane{mrv::parse_planes(of_name.cast<std::string>()).list().front()},
-          is_signed{signed_stokes && (plane == mrv::Plane::s1 || plane == mrv::Plane::s2)},
+          plane{polarization::parse_planes(of_name.cast<std::string>()).list().front()},
+          is_signed{
+              signed_stokes &&
+              (plane == polarization::Plane::s1 || plane == polarization::Plane::s2)},
           type_number{
-              plane == mrv::Plane::normalized_stokes ? npy_api::NPY_FLOAT_
-              : is_signed                            ? npy_api::NPY_INT32_
-                                                     : npy_api::NPY_UINT16_},
-          elements_per_pixel{plane == mrv::Plane::normalized_stokes ? 2 : 1} {}
+              plane == polarization::Plane::normalized_stokes ? npy_api::NPY_FLOAT_
+              : is_signed                                     ? npy_api::NPY_INT32_
+                                                              : npy_api::NPY_UINT16_},
+          elements_per_pixel{plane == polarization::Plane::normalized_stokes ? 2 : 1} {}
 };
 
 /// Where an array's elements lie, from the lowest to behind the highest byte.
@@ -108,10 +110,10 @@ bool any_meet(std::span<Bytes> all) {
 class Plan {
 public:
     Plan(
-        py::tuple const& planes, int phase, mrv::Scale const& scale,
-        mrv::Calibration const* calibration, bool is_calibrated_mode, bool is_signed)
-        : settings_{mrv::ideal_settings(mrv::Mosaic::from_phase(phase), scale)},
-          mode_{is_calibrated_mode ? mrv::Mode::calibrated : mrv::Mode::fast} {
+        py::tuple const& planes, int phase, polarization::Scale const& scale,
+        polarization::Calibration const* calibration, bool is_calibrated_mode, bool is_signed)
+        : settings_{polarization::ideal_settings(polarization::Mosaic::from_phase(phase), scale)},
+          mode_{is_calibrated_mode ? polarization::Mode::calibrated : polarization::Mode::fast} {
         if (calibration != nullptr) {
             settings_.matrices = calibration->matrices;
         }
@@ -144,7 +146,7 @@ public:
     void process(py::array const& raw, py::dict const& arrays, std::size_t threads) const {
         for (Wanted_plane const& wanted : planes_) {
             if (!can_take(wanted, arrays[wanted.name], raw)) {
-                throw mrv::Argument_error{
+                throw polarization::Argument_error{
                     "the array for the plane " + std::string{name_of(wanted.plane)},
                     "of another type, order or size",
                     "give a dense one of the plane's type and the frames' size"};
@@ -156,7 +158,7 @@ public:
 private:
     // New references: whatever another thread does to `out`, these arrays stay.
     std::optional<py::dict> plain_arrays(py::array const& raw, py::dict const& out) const {
-        std::array<Bytes, mrv::every_plane.size() + 1> bytes{bytes_of(raw)};
+        std::array<Bytes, polarization::every_plane.size() + 1> bytes{bytes_of(raw)};
         std::size_t count = 1;
         py::dict arrays;
         if (out.size() != planes_.size()) {
@@ -184,11 +186,12 @@ private:
         for (Wanted_plane const& wanted : planes_) {
             py::array array = arrays[wanted.name];
             void* const data = array.mutable_data();
-            if (wanted.plane == mrv::Plane::normalized_stokes) {
+            if (wanted.plane == polarization::Plane::normalized_stokes) {
                 targets.normalized_stokes = {static_cast<float*>(data), 2 * pixels};
             } else if (wanted.is_signed) {
-                (wanted.plane == mrv::Plane::s1 ? targets.signed_s1 : targets.signed_s2) = {
-                    static_cast<std::int32_t*>(data), pixels};
+                (wanted.plane == polarization::Plane::s1
+                     ? targets.signed_s1
+                     : targets.signed_s2) = {static_cast<std::int32_t*>(data), pixels};
             } else {
                 targets.integer_planes[static_cast<std::size_t>(wanted.plane)] = {
                     static_cast<std::uint16_t*>(data), pixels};
@@ -198,8 +201,8 @@ private:
         process_frames(frames, targets, settings_, mode_, threads, Interruption_check{});
     }
 
-    mrv::Settings settings_;
-    mrv::Mode mode_;
+    polarization::Settings settings_;
+    polarization::Mode mode_;
     std::vector<Wanted_plane> planes_;
 };
 
@@ -209,7 +212,8 @@ void bind_plan(py::module_& module) {
     bound_class<Plan>(module, "Plan")
         .def(
             py::init<
-                py::tuple const&, int, mrv::Scale const&, mrv::Calibration const*, bool, bool>(),
+                py::tuple const&, int, polarization::Scale const&, polarization::Calibration const*,
+                bool, bool>(),
             py::arg("planes"), py::arg("phase"), py::arg("scale"),
             py::arg("calibration").none(true), py::arg("is_calibrated_mode"), py::arg("is_signed"))
         .def(

@@ -1,7 +1,6 @@
 /// @file
 /// A NumPy array of raw frames, whatever its memory order.
-#ifndef VELDRANE_PYTHON_RAW_FRAMES_HPP
-#define VELDRANE_PYTHON_RAW_FRAMES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -18,8 +17,8 @@ namespace veldrane_python {
 /// array must outlive it. Made with the interpreter's lock, used without.
 class Raw_frames {
 public:
-    /// @throw pybind11::type_error unless samples are uint8 or uint16 in host byte order
-    /// @throw pybind11::value_error unless the array has two or three dimensions
+    /// @throws pybind11::type_error unless samples are uint8 or uint16 in host byte order
+    /// @throws pybind11::value_error unless the array has two or three dimensions
     explicit Raw_frames(pybind11::array const& raw);
 
     std::size_t count() const { return count_; }
@@ -45,5 +44,3 @@ private:
 };
 
 } // namespace veldrane_python
-
-#endif

@@ -17,11 +17,11 @@ namespace veldrane_python {
 namespace {
 
 namespace py = pybind11;
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 polarize_tool::Simulation_settings settings_of(
     std::size_t height, std::size_t width, int phase, int bit_depth, std::uint64_t seed, bool noise,
-    mrv::Calibration const* sensor) {
+    polarization::Calibration const* sensor) {
     polarize_tool::Simulation_settings settings{
         .width = width,
         .height = height,
@@ -44,7 +44,7 @@ py::array_t<float> plane_of(std::vector<float> const& values, std::size_t height
 // Frames (N, H, W) and, for the scene, its truth.
 py::tuple simulate(
     std::size_t count, std::size_t height, std::size_t width, int phase, int bit_depth,
-    std::uint64_t seed, bool noise, mrv::Calibration const* sensor,
+    std::uint64_t seed, bool noise, polarization::Calibration const* sensor,
     std::optional<double> polariser_angle) {
     auto const settings = settings_of(height, width, phase, bit_depth, seed, noise, sensor);
     py::array_t<std::uint16_t> frames{std::vector<std::size_t>{count, height, width}};
@@ -72,13 +72,14 @@ py::tuple simulate(
     return py::make_tuple(frames, planes);
 }
 
-mrv::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
+polarization::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
     polarize_tool::Analyser_spread spread;
     spread.seed = seed;
-    mrv::Calibration calibration = mrv::ideal_calibration(mrv::Mosaic::from_phase(phase));
+    polarization::Calibration calibration =
+        polarization::ideal_calibration(polarization::Mosaic::from_phase(phase));
     calibration.analysers = polarize_tool::imperfect_analysers(phase, spread);
-    calibration.matrices = mrv::matrices_of(calibration.analysers);
-    calibration.quality.condition_number = mrv::condition_number(calibration.analysers);
+    calibration.matrices = polarization::matrices_of(calibration.analysers);
+    calibration.quality.condition_number = polarization::condition_number(calibration.analysers);
     return calibration;
 }
 
@@ -104,7 +105,7 @@ py::dict inspect(
         means.append(position.mean);
     }
     result["position_means"] = py::tuple(means);
-    result["mosaic"] = mrv::name_of(found.balance.verdict);
+    result["mosaic"] = polarization::name_of(found.balance.verdict);
     result["explanation"] = found.balance.explanation();
     result["phase"] = py::none();
     if (polariser_angle) {

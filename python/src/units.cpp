@@ -15,7 +15,7 @@ namespace veldrane_python {
 namespace {
 
 namespace py = pybind11;
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 
 template <class Element>
 using Plane_array = py::array_t<Element, py::array::c_style>;
@@ -47,45 +47,48 @@ py::array_t<float> converted(Plane_array<Element> const& plane, Fill const& fill
 
 py::array_t<float> angles(
     Plane_array<std::uint16_t> const& azimuth,
-    std::optional<Plane_array<std::uint16_t>> const& dolp, mrv::Scale const& scale,
+    std::optional<Plane_array<std::uint16_t>> const& dolp, polarization::Scale const& scale,
     bool in_degrees) {
-    auto const unit = in_degrees ? mrv::Angle_unit::degrees : mrv::Angle_unit::radians;
+    auto const unit =
+        in_degrees ? polarization::Angle_unit::degrees : polarization::Angle_unit::radians;
     auto const elements = elements_of(azimuth);
     auto const companion = elements_of(dolp);
     return converted(azimuth, [&](std::span<float> target) {
-        mrv::angles(elements, companion, scale, unit, target);
+        polarization::angles(elements, companion, scale, unit, target);
     });
 }
 
 py::array_t<float> degrees_of_polarization(
     Plane_array<std::uint16_t> const& dolp, std::optional<Plane_array<std::uint16_t>> const& s0,
-    mrv::Scale const& scale) {
+    polarization::Scale const& scale) {
     auto const elements = elements_of(dolp);
     auto const companion = elements_of(s0);
     return converted(dolp, [&](std::span<float> target) {
-        mrv::degrees_of_polarization(elements, companion, scale, target);
+        polarization::degrees_of_polarization(elements, companion, scale, target);
     });
 }
 
 template <class Element>
-py::array_t<float> stokes_in_samples(Plane_array<Element> const& stokes, mrv::Scale const& scale) {
+py::array_t<float> stokes_in_samples(
+    Plane_array<Element> const& stokes, polarization::Scale const& scale) {
     auto const elements = elements_of(stokes);
-    return converted(
-        stokes, [&](std::span<float> target) { mrv::stokes_in_samples(elements, scale, target); });
+    return converted(stokes, [&](std::span<float> target) {
+        polarization::stokes_in_samples(elements, scale, target);
+    });
 }
 
-py::tuple state_of(mrv::Scale const& scale) {
+py::tuple state_of(polarization::Scale const& scale) {
     return py::make_tuple(scale.bit_depth(), scale.full_scale(), scale.rescaled());
 }
 
-mrv::Scale scale_of_state(py::tuple const& state) {
+polarization::Scale scale_of_state(py::tuple const& state) {
     if (state.size() == 3) {
         auto const depth = static_cast<int>(whole_number("bit_depth", state[0], 1, 16));
         auto const full_scale =
             static_cast<unsigned>(whole_number("full_scale", state[1], 1, 65535));
         for (auto const& scale :
-             {mrv::Scale{depth}, mrv::Scale{depth, full_scale},
-              mrv::Scale::in_sample_units(depth, full_scale)}) {
+             {polarization::Scale{depth}, polarization::Scale{depth, full_scale},
+              polarization::Scale::in_sample_units(depth, full_scale)}) {
             if (state_of(scale).equal(state)) {
                 return scale;
             }
@@ -98,8 +101,8 @@ mrv::Scale scale_of_state(py::tuple const& state) {
 
 // As the constructor takes it. Of 16 bits that fill the planes rescaled, the two numbers would be
 // another scale.
-std::string described(mrv::Scale const& scale) {
-    bool const is_of_both = scale == mrv::Scale{scale.bit_depth(), scale.full_scale()};
+std::string described(polarization::Scale const& scale) {
+    bool const is_of_both = scale == polarization::Scale{scale.bit_depth(), scale.full_scale()};
     return "Scale(" + std::to_string(scale.bit_depth()) +
            (is_of_both ? ", " + std::to_string(scale.full_scale()) : std::string{}) + ")";
 }
@@ -107,7 +110,7 @@ std::string described(mrv::Scale const& scale) {
 } // namespace
 
 void bind_units(py::module_& module) {
-    bound_class<mrv::Scale>(
+    bound_class<polarization::Scale>(
         module, "Scale",
         "How elements of the 16-bit planes relate to samples, degrees and fractions.\n\n"
         "Parameters\n----------\nbit_depth : int\n    Significant bits of a sample, 1 to 16.\n"
@@ -119,21 +122,22 @@ void bind_units(py::module_& module) {
         .def(
             py::init([](py::object const& bit_depth, py::object const& full_scale) {
                 auto const depth = static_cast<int>(whole_number("bit_depth", bit_depth, 1, 16));
-                return full_scale.is_none() ? mrv::Scale{depth}
-                                            : mrv::Scale{
+                return full_scale.is_none() ? polarization::Scale{depth}
+                                            : polarization::Scale{
                                                   depth, static_cast<unsigned>(whole_number(
                                                              "full_scale", full_scale, 1, 65535))};
             }),
             py::arg("bit_depth"), py::arg("full_scale") = py::none())
-        .def_property_readonly("bit_depth", &mrv::Scale::bit_depth)
-        .def_property_readonly("full_scale", &mrv::Scale::full_scale)
-        .def_property_readonly("largest_sample", &mrv::Scale::largest_sample)
-        .def_property_readonly("rescaled", &mrv::Scale::rescaled)
-        .def_property_readonly("sample_units_per_step", &mrv::Scale::sample_units_per_step)
+        .def_property_readonly("bit_depth", &polarization::Scale::bit_depth)
+        .def_property_readonly("full_scale", &polarization::Scale::full_scale)
+        .def_property_readonly("largest_sample", &polarization::Scale::largest_sample)
+        .def_property_readonly("rescaled", &polarization::Scale::rescaled)
+        .def_property_readonly("sample_units_per_step", &polarization::Scale::sample_units_per_step)
         .def(
-            "__eq__", [](mrv::Scale const& a, mrv::Scale const& b) { return a == b; },
+            "__eq__",
+            [](polarization::Scale const& a, polarization::Scale const& b) { return a == b; },
             py::is_operator())
-        .def("__hash__", [](mrv::Scale const& scale) { return py::hash(state_of(scale)); })
+        .def("__hash__", [](polarization::Scale const& scale) { return py::hash(state_of(scale)); })
         .def("__repr__", &described)
         .def(py::pickle(&state_of, &scale_of_state));
     module.def(

@@ -8,7 +8,7 @@
 ///
 /// The order of the fields is fixed: they are reached through the exported `logger`.
 struct Mrv_log_object {
-    /// @throw std::bad_alloc, or what mrv_get_log throws. The logging library stays open then,
+    /// @throws std::bad_alloc, or what mrv_get_log throws. The logging library stays open then,
     /// since what was thrown may come from it.
     Mrv_log_object();
     ~Mrv_log_object();

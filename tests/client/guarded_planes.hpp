@@ -1,8 +1,7 @@
 /// @file
 /// Planes of one call in guarded memory, so that a write beyond one is a fault, with a fill that
 /// shows what a call has left alone.
-#ifndef VELDRANE_TESTS_CLIENT_GUARDED_PLANES_HPP
-#define VELDRANE_TESTS_CLIENT_GUARDED_PLANES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -79,5 +78,3 @@ std::optional<std::string> first_difference(
     polarization::Plane_views const& views, polarization::Planes& expected);
 
 } // namespace client_test
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// The planes that come out if every pixel goes through a matrix, computed pixel by pixel with the
 /// reference arithmetic and without any notion of blocks or strips.
-#ifndef VELDRANE_TESTS_CLIENT_RULE_OF_ONE_PIXEL_HPP
-#define VELDRANE_TESTS_CLIENT_RULE_OF_ONE_PIXEL_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/transform.hpp"
 
@@ -30,5 +29,3 @@ polarization::Planes expected_planes(
     polarization::Final_pixel final_pixel);
 
 } // namespace client_test
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// A sensor whose analysers are not ideal, looking at light that is known.
-#ifndef VELDRANE_TESTS_CLIENT_SIMULATED_SENSOR_HPP
-#define VELDRANE_TESTS_CLIENT_SIMULATED_SENSOR_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 
@@ -64,5 +63,3 @@ private:
 };
 
 } // namespace client_test
-
-#endif

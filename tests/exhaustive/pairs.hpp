@@ -1,8 +1,7 @@
 /// @file
 /// Every pair (S1, S2) that 12-bit samples can give, through either path of the library.
 
-#ifndef VELDRANE_TESTS_EXHAUSTIVE_PAIRS_HPP
-#define VELDRANE_TESTS_EXHAUSTIVE_PAIRS_HPP
+#pragma once
 
 #include "support/plane_set.hpp"
 
@@ -66,5 +65,3 @@ private:
 };
 
 } // namespace exhaustive
-
-#endif

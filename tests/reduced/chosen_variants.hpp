@@ -4,8 +4,7 @@
 /// every instance that serves all parities. Instrumented, all 2016 kernels take a compiler many
 /// minutes a file.
 
-#ifndef VELDRANE_TESTS_REDUCED_CHOSEN_VARIANTS_HPP
-#define VELDRANE_TESTS_REDUCED_CHOSEN_VARIANTS_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -103,5 +102,3 @@ constexpr bool every_pair_is_chosen() {
 static_assert(every_pair_is_chosen(), "two values of two parameters never meet");
 
 } // namespace reduced
-
-#endif

@@ -2,8 +2,7 @@
 /// Several threads that run the transform on a shared raw frame and bind and release the logging
 /// library all the while.
 
-#ifndef VELDRANE_TESTS_REDUCED_CONCURRENT_CALLS_HPP
-#define VELDRANE_TESTS_REDUCED_CONCURRENT_CALLS_HPP
+#pragma once
 
 #include "support/scene.hpp"
 
@@ -18,5 +17,3 @@ inline constexpr std::size_t thread_count{4};
 bool agree_in_all_threads(support::Scene const& scene, std::size_t calls_per_thread);
 
 } // namespace reduced
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// What a reduced build does for the kernels that it leaves out.
 
-#ifndef VELDRANE_TESTS_REDUCED_LEFT_OUT_HPP
-#define VELDRANE_TESTS_REDUCED_LEFT_OUT_HPP
+#pragma once
 
 #include "reduced/chosen_variants.hpp"
 
@@ -30,5 +29,3 @@ constexpr bool is_left_out(Variant const& variant) {
 }
 
 } // namespace reduced
-
-#endif

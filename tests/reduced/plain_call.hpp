@@ -3,8 +3,7 @@
 /// knows of the heap is all that guards it: the bytes around each buffer, and that an output plane
 /// has no contents before the call.
 
-#ifndef VELDRANE_TESTS_REDUCED_PLAIN_CALL_HPP
-#define VELDRANE_TESTS_REDUCED_PLAIN_CALL_HPP
+#pragma once
 
 #include "support/comparison.hpp"
 #include "support/scene.hpp"
@@ -63,5 +62,3 @@ bool equals_the_reference(
     Transform transform = &qn_polarization_processor_transform_vector_avx2);
 
 } // namespace reduced
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// Sets how the processor rounds and treats subnormals, for the life of an object.
 
-#ifndef VELDRANE_REFERENCE_ARITHMETIC_MODE_HPP
-#define VELDRANE_REFERENCE_ARITHMETIC_MODE_HPP
+#pragma once
 
 #include <immintrin.h>
 
@@ -30,5 +29,3 @@ private:
 };
 
 } // namespace reference
-
-#endif

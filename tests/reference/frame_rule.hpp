@@ -2,8 +2,7 @@
 /// Which arithmetic, neighbours and matrix serve a pixel, told by its position alone, and which
 /// pixel's ratios an element of the float plane holds in the end.
 
-#ifndef VELDRANE_REFERENCE_FRAME_RULE_HPP
-#define VELDRANE_REFERENCE_FRAME_RULE_HPP
+#pragma once
 
 #include <cstddef>
 #include <optional>
@@ -61,5 +60,3 @@ private:
 };
 
 } // namespace reference
-
-#endif

@@ -3,8 +3,7 @@
 /// library bit by bit. Needs a processor with FMA, and the same processor as the library: the
 /// approximate reciprocal differs between models.
 
-#ifndef VELDRANE_REFERENCE_REFERENCE_TRANSFORM_HPP
-#define VELDRANE_REFERENCE_REFERENCE_TRANSFORM_HPP
+#pragma once
 
 #include "reference/frame_rule.hpp"
 #include "reference/scalar_pixel.hpp"
@@ -33,5 +32,3 @@ void transform(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices);
 
 } // namespace reference
-
-#endif

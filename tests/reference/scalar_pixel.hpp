@@ -3,8 +3,7 @@
 /// follows the rounding mode and the FTZ and DAZ bits that are in force when it is called, so none
 /// of them is inline: the caller's own compiler flags must not reach the arithmetic.
 
-#ifndef VELDRANE_REFERENCE_SCALAR_PIXEL_HPP
-#define VELDRANE_REFERENCE_SCALAR_PIXEL_HPP
+#pragma once
 
 #include <array>
 #include <bit>
@@ -66,5 +65,3 @@ float dolp_scalar(Stokes const& stokes, float maximum_output_value);
 std::uint16_t clamp_and_convert_scalar(float value, float maximum_output_value);
 
 } // namespace reference
-
-#endif

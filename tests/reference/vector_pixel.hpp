@@ -2,8 +2,7 @@
 /// Arithmetic of a pixel inside the vector blocks, for one pixel at a time. It rounds in other
 /// places than the arithmetic of the pixels with a matrix, and both stand side by side in a frame.
 
-#ifndef VELDRANE_REFERENCE_VECTOR_PIXEL_HPP
-#define VELDRANE_REFERENCE_VECTOR_PIXEL_HPP
+#pragma once
 
 #include "reference/scalar_pixel.hpp"
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
@@ -41,5 +40,3 @@ float dolp_vector(Stokes const& stokes, float maximum_output_value);
 std::uint16_t clamp_and_convert_vector(float value, float maximum_output_value);
 
 } // namespace reference
-
-#endif

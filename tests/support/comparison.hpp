@@ -1,8 +1,7 @@
 /// @file
 /// Bit-for-bit comparison of two planes, and words for what differs.
 
-#ifndef VELDRANE_TESTS_SUPPORT_COMPARISON_HPP
-#define VELDRANE_TESTS_SUPPORT_COMPARISON_HPP
+#pragma once
 
 #include "support/plane_set.hpp"
 
@@ -34,5 +33,3 @@ std::optional<Difference> first_difference(
 std::string describe(Difference const& difference);
 
 } // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// The library against the reference, bit for bit, in guarded memory.
 
-#ifndef VELDRANE_TESTS_SUPPORT_EQUALITY_CHECKER_HPP
-#define VELDRANE_TESTS_SUPPORT_EQUALITY_CHECKER_HPP
+#pragma once
 
 #include "support/comparison.hpp"
 #include "support/guarded_frame.hpp"
@@ -78,5 +77,3 @@ Equality_rounds equality_rounds();
 std::vector<std::uint64_t> equality_seeds();
 
 } // namespace support
-
-#endif

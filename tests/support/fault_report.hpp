@@ -1,8 +1,7 @@
 /// @file
 /// Names the scene when a call touches memory that it must not touch.
 
-#ifndef VELDRANE_TESTS_SUPPORT_FAULT_REPORT_HPP
-#define VELDRANE_TESTS_SUPPORT_FAULT_REPORT_HPP
+#pragma once
 
 #include "support/scene.hpp"
 
@@ -19,5 +18,3 @@ public:
 };
 
 } // namespace support
-
-#endif

@@ -3,8 +3,7 @@
 /// The weights of a matrix that the wanted planes do not need lie beyond the guard: those behind
 /// the last needed row at the end, those before the first needed row at the start.
 
-#ifndef VELDRANE_TESTS_SUPPORT_GUARDED_FRAME_HPP
-#define VELDRANE_TESTS_SUPPORT_GUARDED_FRAME_HPP
+#pragma once
 
 #include "support/guarded_pages.hpp"
 #include "support/scene.hpp"
@@ -73,5 +72,3 @@ private:
 };
 
 } // namespace support
-
-#endif

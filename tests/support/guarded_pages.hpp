@@ -2,8 +2,7 @@
 /// Memory between two inaccessible pages. A buffer laid flush against one of them makes the first
 /// access beyond that edge a fault, reads included.
 
-#ifndef VELDRANE_TESTS_SUPPORT_GUARDED_PAGES_HPP
-#define VELDRANE_TESTS_SUPPORT_GUARDED_PAGES_HPP
+#pragma once
 
 #include <cstddef>
 
@@ -58,5 +57,3 @@ private:
 };
 
 } // namespace support
-
-#endif

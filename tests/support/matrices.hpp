@@ -2,8 +2,7 @@
 /// Sets of four calibration matrices for the tests. Row 3 of every matrix holds NaNs, so that a
 /// weight taken from there spoils a result.
 
-#ifndef VELDRANE_TESTS_SUPPORT_MATRICES_HPP
-#define VELDRANE_TESTS_SUPPORT_MATRICES_HPP
+#pragma once
 
 #include <array>
 #include <cstdint>
@@ -42,5 +41,3 @@ Matrix matrix_of(Weights const& twice_s0, Weights const& s1, Weights const& s2);
 Matrix_set everywhere(Matrix const& matrix);
 
 } // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// Which weights a choice of planes needs.
 
-#ifndef VELDRANE_TESTS_SUPPORT_NEEDED_ROWS_HPP
-#define VELDRANE_TESTS_SUPPORT_NEEDED_ROWS_HPP
+#pragma once
 
 #include "support/plane_set.hpp"
 
@@ -44,5 +43,3 @@ constexpr std::size_t end_of_needed_rows(Plane_set wanted) {
 }
 
 } // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// All outputs of one pixel whose Stokes quantities a test chooses.
 
-#ifndef VELDRANE_TESTS_SUPPORT_ONE_PIXEL_HPP
-#define VELDRANE_TESTS_SUPPORT_ONE_PIXEL_HPP
+#pragma once
 
 #include "support/planes.hpp"
 
@@ -51,5 +50,3 @@ Pixel vector_pixel(Cell const& cell, std::int32_t polar_phase, Scale const& scal
 Cell phase_0_cell(int twice_s0, int s1, int s2);
 
 } // namespace support
-
-#endif

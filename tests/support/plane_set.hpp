@@ -1,8 +1,7 @@
 /// @file
 /// The six output planes and the choice among them that a call makes.
 
-#ifndef VELDRANE_TESTS_SUPPORT_PLANE_SET_HPP
-#define VELDRANE_TESTS_SUPPORT_PLANE_SET_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -43,5 +42,3 @@ constexpr Plane_set only(Plane plane) {
 }
 
 } // namespace support
-
-#endif

@@ -2,8 +2,7 @@
 /// Results of single calls of the library, or of what stands in for it, for tests that know the
 /// right values.
 
-#ifndef VELDRANE_TESTS_SUPPORT_PLANES_HPP
-#define VELDRANE_TESTS_SUPPORT_PLANES_HPP
+#pragma once
 
 #include "support/guarded_frame.hpp"
 #include "support/scene.hpp"
@@ -64,5 +63,3 @@ bool is_part_of(Planes const& part, Planes const& whole, Plane_set part_set);
 float untouched_ratio(std::size_t float_index);
 
 } // namespace support
-
-#endif

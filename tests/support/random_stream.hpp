@@ -2,8 +2,7 @@
 /// A small generator of pseudo-random bits. The distributions of <random> may differ between
 /// standard libraries; a printed seed has to give the same frame everywhere.
 
-#ifndef VELDRANE_TESTS_SUPPORT_RANDOM_STREAM_HPP
-#define VELDRANE_TESTS_SUPPORT_RANDOM_STREAM_HPP
+#pragma once
 
 #include <cstdint>
 
@@ -39,5 +38,3 @@ private:
 };
 
 } // namespace support
-
-#endif

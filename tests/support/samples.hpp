@@ -1,8 +1,7 @@
 /// @file
 /// Raw frames for the tests: each kind aims at another part of the arithmetic.
 
-#ifndef VELDRANE_TESTS_SUPPORT_SAMPLES_HPP
-#define VELDRANE_TESTS_SUPPORT_SAMPLES_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -37,5 +36,3 @@ char const* name_of(Sample_kind kind);
 Samples make_samples(Sample_kind kind, std::size_t height, std::size_t width, std::uint64_t seed);
 
 } // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// Everything that decides the result of one call.
 
-#ifndef VELDRANE_TESTS_SUPPORT_SCENE_HPP
-#define VELDRANE_TESTS_SUPPORT_SCENE_HPP
+#pragma once
 
 #include "support/matrices.hpp"
 #include "support/plane_set.hpp"
@@ -58,5 +57,3 @@ Scene make_scene(
 std::string describe(Scene const& scene);
 
 } // namespace support
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// Frames whose results tell where they came from.
 
-#ifndef VELDRANE_TESTS_SUPPORT_TRACED_SCENE_HPP
-#define VELDRANE_TESTS_SUPPORT_TRACED_SCENE_HPP
+#pragma once
 
 #include "support/scene.hpp"
 
@@ -27,5 +26,3 @@ constexpr std::uint16_t position_sample(std::size_t row, std::size_t column) {
 Scene scene_of_positions(std::size_t height, std::size_t width, std::size_t picked_sample);
 
 } // namespace support
-
-#endif

@@ -15,7 +15,7 @@
 
 namespace {
 
-namespace mrv = veldrane_mrv::polarization;
+namespace polarization = veldrane_mrv::polarization;
 using polarize_tool::inspect;
 using polarize_tool::Inspection;
 using polarize_tool::Phase_answer;
@@ -24,12 +24,13 @@ using Samples = std::vector<std::uint16_t>;
 Inspection inspected(
     Samples const& samples, std::size_t height, std::size_t width,
     std::optional<int> bit_depth = std::nullopt) {
-    return inspect(mrv::Frame_view(samples, height, width), bit_depth);
+    return inspect(polarization::Frame_view(samples, height, width), bit_depth);
 }
 
 // Malus' law for analysers of a given diattenuation.
 Samples behind_polariser(
-    mrv::Mosaic const& mosaic, double polariser, double diattenuation, std::size_t side = 16) {
+    polarization::Mosaic const& mosaic, double polariser, double diattenuation,
+    std::size_t side = 16) {
     Samples samples;
     for (std::size_t row = 0; row < side; ++row) {
         for (std::size_t column = 0; column < side; ++column) {
@@ -136,12 +137,12 @@ TEST(Inspection, histogram_holds_every_sample_once) {
 }
 
 TEST(Inspection, a_frame_of_one_row_is_refused) {
-    EXPECT_THROW(inspected(Samples(8), 1, 8), mrv::Argument_error);
+    EXPECT_THROW(inspected(Samples(8), 1, 8), polarization::Argument_error);
 }
 
 TEST(Inspection, every_phase_is_told_behind_a_polariser_at_multiples_of_45_degrees) {
     unsigned answers = 0;
-    for (mrv::Mosaic const& mosaic : mrv::all_mosaics()) {
+    for (polarization::Mosaic const& mosaic : polarization::all_mosaics()) {
         for (double const angle : {-45.0, 0.0, 45.0, 90.0, 135.0, 180.0}) {
             for (double const error : {-12.0, 0.0, 12.0}) {
                 for (double const diattenuation : {0.5, 0.98}) {
@@ -159,7 +160,7 @@ TEST(Inspection, every_phase_is_told_behind_a_polariser_at_multiples_of_45_degre
 }
 
 TEST(Inspection, no_phase_is_told_where_the_frame_does_not_decide) {
-    mrv::Mosaic const mosaic = mrv::Mosaic::from_phase(1);
+    polarization::Mosaic const mosaic = polarization::Mosaic::from_phase(1);
     // Halfway between two analysers two phases agree.
     Phase_answer const halfway = answered(behind_polariser(mosaic, 22.5, 0.9), 22.5);
     EXPECT_FALSE(halfway.phase);
@@ -197,12 +198,12 @@ TEST(Inspection, warnings_name_saturation_alignment_and_an_unlikely_mosaic) {
         }
     }
     Inspection const odd = inspected(rows, 64, 64);
-    EXPECT_EQ(odd.balance.verdict, mrv::Balance::Verdict::unlikely);
+    EXPECT_EQ(odd.balance.verdict, polarization::Balance::Verdict::unlikely);
     EXPECT_EQ(polarize_tool::inspection_warnings(odd).size(), 1U);
 }
 
 TEST(Inspection, json_holds_the_figures_and_survives_names_that_are_no_text) {
-    Samples const samples = behind_polariser(mrv::Mosaic::from_phase(3), 0.0, 0.9);
+    Samples const samples = behind_polariser(polarization::Mosaic::from_phase(3), 0.0, 0.9);
     Inspection const found = inspected(samples, 16, 16);
     auto const json = nlohmann::json::parse(polarize_tool::inspection_json(
         "a\xff\n.png", found, polarize_tool::phase_behind_polariser(found.positions, 0.0)));

@@ -1,7 +1,6 @@
 /// @file
 /// A folder with one good frame, and `process` run on frames in it.
-#ifndef VELDRANE_TESTS_TOOLS_PROCESS_FIXTURE_HPP
-#define VELDRANE_TESTS_TOOLS_PROCESS_FIXTURE_HPP
+#pragma once
 
 #include "program_run.hpp"
 #include "test_files.hpp"
@@ -82,5 +81,3 @@ protected:
 };
 
 } // namespace process_fixture
-
-#endif

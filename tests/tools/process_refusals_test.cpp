@@ -236,9 +236,9 @@ TEST_F(Process_refusals, a_result_never_overwrites_a_dark_frame_or_the_calibrati
         1, "would overwrite the input " + in_folder("good_s0.tif"));
     EXPECT_EQ(test_files::read(folder_ / "good_s0.tif"), dark);
 
-    namespace mrv = veldrane_mrv::polarization;
-    std::string const calibration =
-        mrv::calibration_to_json(mrv::ideal_calibration(mrv::Mosaic::from_phase(0)));
+    namespace polarization = veldrane_mrv::polarization;
+    std::string const calibration = polarization::calibration_to_json(
+        polarization::ideal_calibration(polarization::Mosaic::from_phase(0)));
     test_files::write(folder_ / "good_s1.json", calibration);
     expect_one_line(
         process_with(

@@ -1,7 +1,6 @@
 /// @file
 /// Runs the built program as a user would.
-#ifndef VELDRANE_TESTS_TOOLS_PROGRAM_RUN_HPP
-#define VELDRANE_TESTS_TOOLS_PROGRAM_RUN_HPP
+#pragma once
 
 #include "test_files.hpp"
 
@@ -80,5 +79,3 @@ Outcome run_in_terminal(std::vector<std::string> const& command);
 std::size_t line_count(std::string const& text);
 
 } // namespace program_run
-
-#endif

@@ -104,14 +104,15 @@ TEST_F(Report_command, a_folder_that_is_missing_is_made) {
 }
 
 TEST_F(Report_command, no_file_that_was_read_is_replaced_by_the_page) {
-    namespace mrv = veldrane_mrv::polarization;
+    namespace polarization = veldrane_mrv::polarization;
     std::string const frame = (folder_ / "a<b>&.png").string();
     std::string const dark = (folder_ / "dark.png").string();
     std::string const calibration = (folder_ / "sensor.json").string();
     std::string const link = (folder_ / "link.json").string();
     test_files::write(dark, encoded(cv::Mat(20, 40, CV_8UC1, cv::Scalar(1)), ".png"));
     test_files::write(
-        calibration, mrv::calibration_to_json(mrv::ideal_calibration(mrv::Mosaic::from_phase(0))));
+        calibration, polarization::calibration_to_json(
+                         polarization::ideal_calibration(polarization::Mosaic::from_phase(0))));
     std::filesystem::create_symlink(calibration, link);
     std::string const hard_link = (folder_ / "same.json").string();
     std::filesystem::create_hard_link(calibration, hard_link);

@@ -1,7 +1,6 @@
 /// @file
 /// A folder for one test, and files in it.
-#ifndef VELDRANE_TESTS_TOOLS_TEST_FILES_HPP
-#define VELDRANE_TESTS_TOOLS_TEST_FILES_HPP
+#pragma once
 
 #include <cstdint>
 #include <filesystem>
@@ -59,5 +58,3 @@ struct Tiff {
 Tiff read_tiff(std::filesystem::path const& file);
 
 } // namespace test_files
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The pieces of the report page, taken from the files of this folder when the program is built.
-#ifndef VELDRANE_TOOLS_HTML_REPORT_TEMPLATE_HPP
-#define VELDRANE_TOOLS_HTML_REPORT_TEMPLATE_HPP
+#pragma once
 
 #include <string_view>
 
@@ -13,5 +12,3 @@ extern std::string_view const report_style;
 extern std::string_view const report_script;
 
 } // namespace polarize_tool
-
-#endif

@@ -2,8 +2,7 @@
 /// Replaces operator new and delete of the whole scenario process: counts what the module
 /// allocates and has not freed, and makes a chosen allocation fail.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_COUNTED_ALLOCATIONS_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_COUNTED_ALLOCATIONS_HPP
+#pragma once
 
 namespace lifecycle {
 
@@ -23,5 +22,3 @@ int live_allocations();
 void let_allocation_fail(int nth);
 
 } // namespace lifecycle
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// The log that a scenario leaves behind: what it did, and every call that the module made.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_EVENT_LOG_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_EVENT_LOG_HPP
+#pragma once
 
 namespace lifecycle {
 
@@ -14,5 +13,3 @@ namespace lifecycle {
 [[noreturn]] void give_up(char const* what, char const* detail);
 
 } // namespace lifecycle
-
-#endif

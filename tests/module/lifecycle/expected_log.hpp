@@ -1,8 +1,7 @@
 /// @file
 /// The words in which a scenario's log speaks, to put expected logs together from.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_EXPECTED_LOG_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_EXPECTED_LOG_HPP
+#pragma once
 
 #include <string>
 
@@ -53,5 +52,3 @@ inline std::string bound(int count) {
 }
 
 } // namespace lifecycle
-
-#endif

@@ -1,8 +1,7 @@
 /// @file
 /// One frame through the transform, the same in every call.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_FRAME_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_FRAME_HPP
+#pragma once
 
 #include "observed_module.hpp"
 
@@ -32,5 +31,3 @@ constexpr std::uint16_t not_written = 0xABCD;
 int compute(Module const& module, Frame_planes& planes);
 
 } // namespace lifecycle
-
-#endif

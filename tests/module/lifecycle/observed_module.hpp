@@ -2,8 +2,7 @@
 /// The library under test with its calls to the dynamic loader, to its mutex and into the logging
 /// library recorded.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_OBSERVED_MODULE_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_OBSERVED_MODULE_HPP
+#pragma once
 
 #include "module/logger.hpp"
 
@@ -60,5 +59,3 @@ void* logging_library_handle();
 bool logging_library_is_loaded();
 
 } // namespace lifecycle
-
-#endif

@@ -3,8 +3,7 @@
 /// in the program's own symbols would also catch the sanitizers, which look up their interceptors
 /// with dlsym before the program runs.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_REDIRECTION_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_REDIRECTION_HPP
+#pragma once
 
 namespace lifecycle {
 
@@ -13,5 +12,3 @@ namespace lifecycle {
 void redirect(void* handle, char const* name, void* replacement);
 
 } // namespace lifecycle
-
-#endif

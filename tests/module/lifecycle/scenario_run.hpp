@@ -2,8 +2,7 @@
 /// Runs a scenario in a process of its own: what happens at exit can be read only from outside, and
 /// the loader takes its search path from the environment at the start.
 
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_SCENARIO_RUN_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_SCENARIO_RUN_HPP
+#pragma once
 
 #include <iosfwd>
 #include <string>
@@ -30,5 +29,3 @@ struct Scenario {
 std::string log_of(Scenario const& scenario);
 
 } // namespace lifecycle
-
-#endif

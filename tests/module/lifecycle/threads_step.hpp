@@ -1,5 +1,4 @@
-#ifndef VELDRANE_TESTS_MODULE_LIFECYCLE_THREADS_STEP_HPP
-#define VELDRANE_TESTS_MODULE_LIFECYCLE_THREADS_STEP_HPP
+#pragma once
 
 namespace lifecycle {
 
@@ -8,5 +7,3 @@ namespace lifecycle {
 void initialize_and_terminate_in_threads(int rounds);
 
 } // namespace lifecycle
-
-#endif

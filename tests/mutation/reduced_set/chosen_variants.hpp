@@ -2,8 +2,7 @@
 /// The variants that a library for one mutant holds: few enough to compile it in seconds, and
 /// every line of the pixel code in several of them.
 
-#ifndef VELDRANE_TESTS_MUTATION_CHOSEN_VARIANTS_HPP
-#define VELDRANE_TESTS_MUTATION_CHOSEN_VARIANTS_HPP
+#pragma once
 
 namespace mutation {
 
@@ -45,5 +44,3 @@ constexpr bool is_chosen_in_phase(
 }
 
 } // namespace mutation
-
-#endif

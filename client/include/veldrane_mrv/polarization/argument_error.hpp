@@ -1,7 +1,6 @@
 /// @file
 /// The exception for every argument that breaks a precondition of this layer.
-#ifndef VELDRANE_MRV_POLARIZATION_ARGUMENT_ERROR_HPP
-#define VELDRANE_MRV_POLARIZATION_ARGUMENT_ERROR_HPP
+#pragma once
 
 #include <stdexcept>
 #include <string>
@@ -30,5 +29,3 @@ private:
 };
 
 } // namespace veldrane_mrv::polarization
-
-#endif

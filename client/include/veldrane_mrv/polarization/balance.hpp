@@ -1,7 +1,6 @@
 /// @file
 /// Whether a frame can come from a mosaic with orthogonal polarisers on the diagonals of its cell.
-#ifndef VELDRANE_MRV_POLARIZATION_BALANCE_HPP
-#define VELDRANE_MRV_POLARIZATION_BALANCE_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -55,9 +54,7 @@ struct Balance {
 /// "possible", "unlikely" or "undecided".
 std::string_view name_of(Balance::Verdict verdict);
 
-/// @throw Argument_error unless the frame has two rows and two columns
+/// @throws Argument_error unless the frame has two rows and two columns
 Balance check_balance(Frame_view const& frame);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

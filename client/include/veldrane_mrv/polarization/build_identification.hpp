@@ -1,7 +1,6 @@
 /// @file
 /// Which build of the processor this program runs with.
-#ifndef VELDRANE_MRV_POLARIZATION_BUILD_IDENTIFICATION_HPP
-#define VELDRANE_MRV_POLARIZATION_BUILD_IDENTIFICATION_HPP
+#pragma once
 
 #include <string>
 
@@ -12,5 +11,3 @@ namespace veldrane_mrv::polarization {
 std::string const& processor_identification();
 
 } // namespace veldrane_mrv::polarization
-
-#endif

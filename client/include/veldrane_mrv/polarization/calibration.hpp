@@ -13,8 +13,7 @@
 /// diattenuation and retardance spectra with a rotating sample polarimeter", Applied Optics 32,
 /// 3513 (1993), and Powell and Gruev, "Calibration methods for division-of-focal-plane
 /// polarimeters", Optics Express 21, 21039 (2013).
-#ifndef VELDRANE_MRV_POLARIZATION_CALIBRATION_HPP
-#define VELDRANE_MRV_POLARIZATION_CALIBRATION_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/matrices.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
@@ -150,11 +149,11 @@ Calibration ideal_calibration(Mosaic const& mosaic);
 /// rows stand in the order of the quartet: own, horizontal, vertical, diagonal neighbour. Row 0 is
 /// doubled, so that ideal analysers get weights of 1, and -1, 0 and 1 in rows 1 and 2. Dark levels
 /// do not enter.
-/// @throw Argument_error if the orientations do not tell S1 from S2 or a figure is not usable
+/// @throws Argument_error if the orientations do not tell S1 from S2 or a figure is not usable
 Matrices matrices_of(std::array<Analyser, 4> const& analysers);
 
 /// Largest over smallest singular value of the instrument matrix.
-/// @throw Argument_error if a figure is not usable
+/// @throws Argument_error if a figure is not usable
 double condition_number(std::array<Analyser, 4> const& analysers);
 
 /// Mean distance in degrees of the orientations from the mosaic's, positive counter-clockwise: how
@@ -178,5 +177,3 @@ std::string_view software_version();
 std::string current_time();
 
 } // namespace veldrane_mrv::polarization
-
-#endif

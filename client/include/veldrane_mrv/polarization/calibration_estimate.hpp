@@ -12,8 +12,7 @@
 ///
 /// Every sample of a position enters through the mean alone, so the noise of n samples and N frames
 /// falls with the square root of n * N, and one weight serves all pixels of a position.
-#ifndef VELDRANE_MRV_POLARIZATION_CALIBRATION_ESTIMATE_HPP
-#define VELDRANE_MRV_POLARIZATION_CALIBRATION_ESTIMATE_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
@@ -82,12 +81,12 @@ struct Estimation_options {
 };
 
 /// The means of one frame.
-/// @throw Argument_error if the region leaves the frame or holds less than one cell, if more than
+/// @throws Argument_error if the region leaves the frame or holds less than one cell, if more than
 ///        one sample in a thousand is saturated, if the mean above dark is below 1 % of the full
 ///        scale, or if a number is not usable
 Series_point measure(Uniform_frame const& frame, Estimation_options const& options);
 
-/// @throw Argument_error if there are fewer than three angles that differ by at least a degree
+/// @throws Argument_error if there are fewer than three angles that differ by at least a degree
 ///        modulo 180, or more than 120 degrees between neighbouring ones; if the frames differ in
 ///        size; if a fitted orientation is far from the mosaic's, with what would fit instead; if
 ///        the samples do not follow the polariser
@@ -95,10 +94,8 @@ Calibration estimate_calibration(
     std::span<Series_point const> series, Mosaic const& mosaic, Estimation_options const& options);
 
 /// Both steps for frames in memory.
-/// @throw Argument_error as above
+/// @throws Argument_error as above
 Calibration estimate_calibration(
     std::span<Uniform_frame const> frames, Mosaic const& mosaic, Estimation_options const& options);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -7,8 +7,7 @@
 ///
 /// Mosaic and weights follow from the analysers, so a file in which they differ has been changed
 /// since it was written: it is refused, since nobody can tell which part is right.
-#ifndef VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
-#define VELDRANE_MRV_POLARIZATION_CALIBRATION_FILE_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/existing_files.hpp"
@@ -46,15 +45,15 @@ private:
 
 /// Writes beside `file` and renames, so that there is a whole file or none. What killed programs
 /// left there an hour ago or earlier is removed.
-/// @throw Argument_error if a number is infinite or NaN, a text is not UTF-8, or the parts
+/// @throws Argument_error if a number is infinite or NaN, a text is not UTF-8, or the parts
 ///        contradict each other, so that no file could be read again
-/// @throw File_error if there is a file that is to be kept, or anything but a regular file, or if
+/// @throws File_error if there is a file that is to be kept, or anything but a regular file, or if
 ///        the file cannot be written; an old file is unchanged then
 void save(
     Calibration const& calibration, std::filesystem::path const& file,
     Existing_files existing = Existing_files::keep);
 
-/// @throw File_error if the file cannot be read, is no regular one, is no calibration, is damaged,
+/// @throws File_error if the file cannot be read, is no regular one, is no calibration, is damaged,
 ///        has weights or a mosaic that are not those of its analysers, or comes from a newer schema
 Calibration load_calibration(std::filesystem::path const& file);
 
@@ -63,5 +62,3 @@ std::string calibration_to_json(Calibration const& calibration);
 Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

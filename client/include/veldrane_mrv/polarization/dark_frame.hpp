@@ -10,8 +10,7 @@
 /// times the noise's standard deviation in a pixel without light and by less than 0.001 times it
 /// from three standard deviations above dark on; S0 of dark parts comes out too large by twice
 /// that, and their degree too small.
-#ifndef VELDRANE_MRV_POLARIZATION_DARK_FRAME_HPP
-#define VELDRANE_MRV_POLARIZATION_DARK_FRAME_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -27,12 +26,12 @@ namespace veldrane_mrv::polarization {
 class Dark_frame {
 public:
     /// The mean of the frames, rounded to nearest with halves up.
-    /// @throw Argument_error if there is no frame or sizes differ
+    /// @throws Argument_error if there is no frame or sizes differ
     explicit Dark_frame(std::span<Frame_view const> frames);
 
     /// The same level for all pixels of a position in the cell, indexed by `cell_position`, such as
     /// from a calibration.
-    /// @throw Argument_error unless levels are 0 to 65535 and height and width above 0
+    /// @throws Argument_error unless levels are 0 to 65535 and height and width above 0
     Dark_frame(std::size_t height, std::size_t width, std::array<double, 4> const& levels);
 
     std::size_t height() const { return height_; }
@@ -54,13 +53,13 @@ private:
 /// The same mean of frames that come one by one.
 class Dark_frame_average {
 public:
-    /// @throw Argument_error if the size differs from that of the first frame, or after 65537
+    /// @throws Argument_error if the size differs from that of the first frame, or after 65537
     /// frames
     void add(Frame_view const& frame);
 
     std::size_t frame_count() const { return frame_count_; }
 
-    /// @throw Argument_error if there is no frame
+    /// @throws Argument_error if there is no frame
     Dark_frame result() const;
 
 private:
@@ -72,9 +71,7 @@ private:
 
 /// Fills `result` with the samples less the dark levels, at least 0. `result` may be the frame's
 /// own memory, but must not overlap it otherwise.
-/// @throw Argument_error if sizes differ or the buffers overlap in part; nothing has been written
+/// @throws Argument_error if sizes differ or the buffers overlap in part; nothing has been written
 void subtract(Frame_view const& frame, Dark_frame const& dark, std::span<std::uint16_t> result);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Whether results may take the place of files that are there.
-#ifndef VELDRANE_MRV_POLARIZATION_EXISTING_FILES_HPP
-#define VELDRANE_MRV_POLARIZATION_EXISTING_FILES_HPP
+#pragma once
 
 namespace veldrane_mrv::polarization {
 
@@ -9,5 +8,3 @@ namespace veldrane_mrv::polarization {
 enum class Existing_files { keep, replace };
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// Weights that turn the four samples of a 2x2 neighbourhood into Stokes quantities.
-#ifndef VELDRANE_MRV_POLARIZATION_MATRICES_HPP
-#define VELDRANE_MRV_POLARIZATION_MATRICES_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/mosaic.hpp"
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
@@ -39,10 +38,8 @@ Matrices negated_rows_1_and_2(Matrices const& matrices);
 /// Far above the weights of any sensor, far below what could overflow on the way to a plane.
 inline constexpr float largest_weight = 65536;
 
-/// @throw Argument_error if a weight of rows 0 to 2 is a NaN or its magnitude above
+/// @throws Argument_error if a weight of rows 0 to 2 is a NaN or its magnitude above
 ///        `largest_weight`, naming its row, column and position
 void check(Matrices const& matrices);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The 2x2 mosaic of polarisers over a sensor, as data.
-#ifndef VELDRANE_MRV_POLARIZATION_MOSAIC_HPP
-#define VELDRANE_MRV_POLARIZATION_MOSAIC_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -23,14 +22,14 @@ public:
     /// Angles in degrees, row by row: {90, 45, 135, 0} is phase 2.
     using Layout = std::array<int, 4>;
 
-    /// @throw Argument_error unless `phase` is 0 to 3
+    /// @throws Argument_error unless `phase` is 0 to 3
     static Mosaic from_phase(int phase);
 
-    /// @throw Argument_error for any layout but the four, with a list of these
+    /// @throws Argument_error for any layout but the four, with a list of these
     static Mosaic from_layout(Layout const& layout);
 
     /// Reads a layout such as "90,45,135,0"; blanks around the numbers do not matter.
-    /// @throw Argument_error for any other text, with a list of the four layouts
+    /// @throws Argument_error for any other text, with a list of the four layouts
     static Mosaic parse(std::string_view layout);
 
     int phase() const { return phase_; }
@@ -68,5 +67,3 @@ constexpr std::size_t cell_position(std::size_t row, std::size_t column) {
 }
 
 } // namespace veldrane_mrv::polarization
-
-#endif

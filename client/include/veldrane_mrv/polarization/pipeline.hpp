@@ -10,8 +10,7 @@
 ///
 /// and what the caller keeps in it besides; the pipeline adds less than 1 KiB a slot and one entry
 /// of its result a frame.
-#ifndef VELDRANE_MRV_POLARIZATION_PIPELINE_HPP
-#define VELDRANE_MRV_POLARIZATION_PIPELINE_HPP
+#pragma once
 
 #include <cstddef>
 #include <functional>
@@ -56,7 +55,7 @@ struct Pipeline_result {
 };
 
 /// `threads` and `frames_in_flight` with numbers for 0, as the pipeline uses them.
-/// @throw Argument_error if one of them is beyond reason
+/// @throws Argument_error if one of them is beyond reason
 Pipeline_options resolved(Pipeline_options options);
 
 namespace detail {
@@ -86,7 +85,7 @@ Pipeline_result run_stages(Pipeline_options const& options, Pipeline_stages cons
 ///
 /// Floating-point arithmetic of all stages follows the rounding mode of the calling thread.
 ///
-/// @throw Argument_error from `resolved`, and whatever `make_slot` throws; no stage has run then
+/// @throws Argument_error from `resolved`, and whatever `make_slot` throws; no stage has run then
 template <class Make_slot, class Read, class Work, class Write>
 Pipeline_result run_pipeline(
     Pipeline_options const& options, Make_slot make_slot, Read read, Work work, Write write) {
@@ -104,5 +103,3 @@ Pipeline_result run_pipeline(
 }
 
 } // namespace veldrane_mrv::polarization
-
-#endif

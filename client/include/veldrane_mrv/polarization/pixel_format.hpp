@@ -17,8 +17,7 @@
 /// Every row begins at a whole byte; an odd sample at the end of a packed row takes the bytes that
 /// it touches. Samples come out right-aligned and as they stand: bits above the significant ones,
 /// which only the two-byte formats can hold, are kept, so that left-aligned data shows itself.
-#ifndef VELDRANE_MRV_POLARIZATION_PIXEL_FORMAT_HPP
-#define VELDRANE_MRV_POLARIZATION_PIXEL_FORMAT_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -49,7 +48,7 @@ inline constexpr std::array<Pixel_format, 9> all_pixel_formats = {
 std::string_view name_of(Pixel_format format);
 
 /// The format of a name, upper and lower case as in the convention.
-/// @throw Argument_error with the list of the names that work
+/// @throws Argument_error with the list of the names that work
 Pixel_format parse_pixel_format(std::string_view name);
 
 /// Significant bits of a sample: 8, 10, 12, 14 or 16.
@@ -59,40 +58,38 @@ unsigned bit_depth_of(Pixel_format format);
 unsigned stored_bits_of(Pixel_format format);
 
 /// Bytes of a row of `width` samples, the last one rounded up to a whole byte.
-/// @throw Argument_error if the number does not fit in memory
+/// @throws Argument_error if the number does not fit in memory
 std::size_t bytes_per_row(Pixel_format format, std::size_t width);
 
 /// Bytes of a frame whose rows begin `stride` bytes apart; 0 stands for `bytes_per_row`. The last
 /// row ends with its last sample.
-/// @throw Argument_error if `stride` is less than a row or the number does not fit in memory
+/// @throws Argument_error if `stride` is less than a row or the number does not fit in memory
 std::size_t bytes_per_frame(
     Pixel_format format, std::size_t height, std::size_t width, std::size_t stride = 0);
 
 /// Fills `samples` from the first samples of `row`. The buffers must not overlap.
-/// @throw Argument_error if `row` is shorter than `samples` need; nothing has been written then
+/// @throws Argument_error if `row` is shorter than `samples` need; nothing has been written then
 void unpack_row(
     Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples);
 
 /// Fills `samples`, dense rows of `width`, from a frame of as many rows as fit in. The buffers must
 /// not overlap.
-/// @throw Argument_error if the sizes do not agree; nothing has been written then
+/// @throws Argument_error if the sizes do not agree; nothing has been written then
 void unpack_frame(
     Pixel_format format, std::span<std::byte const> frame, std::size_t width,
     std::span<std::uint16_t> samples, std::size_t stride = 0);
 
 /// The way back of `unpack_row`: fills the bytes of one row. Unused bits of the last byte become 0;
 /// bytes beyond the row keep their contents.
-/// @throw Argument_error if a sample is too large for the format or `row` too short; nothing is
+/// @throws Argument_error if a sample is too large for the format or `row` too short; nothing is
 ///        written then
 void pack_row(
     Pixel_format format, std::span<std::uint16_t const> samples, std::span<std::byte> row);
 
 /// The way back of `unpack_frame`. Bytes between the rows keep their contents.
-/// @throw Argument_error as `pack_row` and `unpack_frame`; nothing has been written then
+/// @throws Argument_error as `pack_row` and `unpack_frame`; nothing has been written then
 void pack_frame(
     Pixel_format format, std::span<std::uint16_t const> samples, std::size_t width,
     std::span<std::byte> frame, std::size_t stride = 0);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// The six planes that a frame can be turned into, and sets of them.
-#ifndef VELDRANE_MRV_POLARIZATION_PLANES_HPP
-#define VELDRANE_MRV_POLARIZATION_PLANES_HPP
+#pragma once
 
 #include <array>
 #include <cstddef>
@@ -62,12 +61,10 @@ private:
 };
 
 /// Reads a list such as "azimuth,dolp"; "all" stands for the six. A plane may be named twice.
-/// @throw Argument_error for an empty list and for a name that is none, with the names that are
+/// @throws Argument_error for an empty list and for a name that is none, with the names that are
 Plane_set parse_planes(std::string_view list);
 
 /// The set as `parse_planes` reads it.
 std::string to_string(Plane_set const& planes);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// What the machine's processor must be able to do. Safe to ask on any x86-64.
-#ifndef VELDRANE_MRV_POLARIZATION_PROCESSOR_HPP
-#define VELDRANE_MRV_POLARIZATION_PROCESSOR_HPP
+#pragma once
 
 #include <string>
 
@@ -18,9 +17,7 @@ Processor_features processor_features();
 /// Empty if the transform can run, else what it lacks: "AVX2", "FMA" or "AVX2 and FMA".
 std::string missing_instructions(Processor_features const& features = processor_features());
 
-/// @throw Argument_error if the transform cannot run, naming what the processor lacks
+/// @throws Argument_error if the transform cannot run, naming what the processor lacks
 void check(Processor_features const& features);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -1,7 +1,6 @@
 /// @file
 /// How numbers in the 16-bit planes relate to samples, degrees and fractions.
-#ifndef VELDRANE_MRV_POLARIZATION_SCALE_HPP
-#define VELDRANE_MRV_POLARIZATION_SCALE_HPP
+#pragma once
 
 #include <cstdint>
 #include <optional>
@@ -18,12 +17,12 @@ class Scale {
 public:
     /// Without `full_scale`, rescaled Stokes planes that fill 16 bits. With it, Stokes planes in
     /// sample units if it is 2^bit_depth - 1, else rescaled ones.
-    /// @throw Argument_error unless `bit_depth` is 1 to 16 and `full_scale` 1 to 65535
+    /// @throws Argument_error unless `bit_depth` is 1 to 16 and `full_scale` 1 to 65535
     explicit Scale(int bit_depth, std::optional<unsigned> full_scale = std::nullopt);
 
     /// Stokes planes in sample units whatever the full scale. The default keeps every S0 of sensors
     /// of up to 15 bits and gives azimuth and degree their finest steps.
-    /// @throw Argument_error unless `bit_depth` is 1 to 16 and `full_scale` 1 to 65535
+    /// @throws Argument_error unless `bit_depth` is 1 to 16 and `full_scale` 1 to 65535
     static Scale in_sample_units(int bit_depth, unsigned full_scale = 65535);
 
     int bit_depth() const { return bit_depth_; }
@@ -52,5 +51,3 @@ private:
 };
 
 } // namespace veldrane_mrv::polarization
-
-#endif

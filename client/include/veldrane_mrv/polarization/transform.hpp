@@ -20,8 +20,7 @@
 ///
 /// Floating-point results follow the rounding mode in force. The functions may run in any number of
 /// threads on separate planes; an object of one of the classes serves one thread at a time.
-#ifndef VELDRANE_MRV_POLARIZATION_TRANSFORM_HPP
-#define VELDRANE_MRV_POLARIZATION_TRANSFORM_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/matrices.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
@@ -59,11 +58,11 @@ enum class Final_pixel {
 enum class Mode { fast, calibrated };
 
 /// The checks alone, as listed above.
-/// @throw Argument_error for the first violation
+/// @throws Argument_error for the first violation
 void check_call(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
 
 /// Fast mode. Nothing happens if no plane is wanted.
-/// @throw Argument_error if a check fails; nothing has been written then
+/// @throws Argument_error if a check fails; nothing has been written then
 void transform(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
 
 /// Calibrated mode. The processor applies the matrices in frames of up to 31 columns throughout, so
@@ -80,7 +79,7 @@ public:
     Final_pixel final_pixel() const { return final_pixel_; }
 
     /// Nothing happens if no plane is wanted.
-    /// @throw Argument_error if a check fails; nothing has been written then
+    /// @throws Argument_error if a check fails; nothing has been written then
     void operator()(Frame_view const& frame, Plane_views const& planes);
 
 private:
@@ -122,7 +121,7 @@ struct Signed_planes {
 
 /// The checks of a `Signed_transform` alone: those of `check_call`, the same for the signed planes,
 /// and that the rounding mode is to nearest if there are any.
-/// @throw Argument_error for the first violation
+/// @throws Argument_error for the first violation
 void check_signed_call(
     Frame_view const& frame, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes);
@@ -141,7 +140,8 @@ public:
 
     /// `Final_pixel` has a meaning in calibrated mode only. `planes` may hold S1 and S2 too: the
     /// positive halves.
-    /// @throw Argument_error if a check fails, or if signed planes are wanted and the rounding mode
+    /// @throws Argument_error if a check fails, or if signed planes are wanted and the rounding
+    /// mode
     ///        is not to nearest; nothing has been written then
     void operator()(
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes);
@@ -164,5 +164,3 @@ void transform_signed(
     Signed_views const& signed_planes);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

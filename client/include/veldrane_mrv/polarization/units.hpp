@@ -19,8 +19,7 @@
 ///   itself. The functions on planes therefore take a companion plane, which may be empty: a degree
 ///   is shown as NaN where S0 is stored as 0, an angle as NaN where the degree is stored as 0.
 ///   Without the companion the stored number is converted as it is.
-#ifndef VELDRANE_MRV_POLARIZATION_UNITS_HPP
-#define VELDRANE_MRV_POLARIZATION_UNITS_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/scale.hpp"
 
@@ -33,32 +32,32 @@ enum class Angle_unit { degrees, radians };
 
 /// Angle of an element of the azimuth plane, in [0, 180) or [0, pi). Both ends of the plane's
 /// range, 0 and the full scale, are 90 degrees.
-/// @throw Argument_error if `azimuth` is above the full scale
+/// @throws Argument_error if `azimuth` is above the full scale
 double angle_of_azimuth(
     std::uint16_t azimuth, Scale const& scale, Angle_unit unit = Angle_unit::degrees);
 
 /// The element that is nearest to an angle, which may be any finite number: it is taken modulo half
 /// a turn. 90 degrees give the full scale, as in the processor.
-/// @throw Argument_error for an infinity or a NaN
+/// @throws Argument_error for an infinity or a NaN
 std::uint16_t azimuth_of_angle(
     double angle, Scale const& scale, Angle_unit unit = Angle_unit::degrees);
 
 /// Degree of polarisation of an element of the plane of degrees.
-/// @throw Argument_error if `dolp` is above the full scale
+/// @throws Argument_error if `dolp` is above the full scale
 double degree_of_dolp(std::uint16_t dolp, Scale const& scale);
 
-/// @throw Argument_error unless `degree` is 0 to 1
+/// @throws Argument_error unless `degree` is 0 to 1
 std::uint16_t dolp_of_degree(double degree, Scale const& scale);
 
 /// An element of a Stokes plane, signed or not, in sample units.
 double stokes_in_samples(std::int32_t element, Scale const& scale);
 
 /// The nearest element of a signed Stokes plane, between minus and plus the full scale.
-/// @throw Argument_error for an infinity or a NaN
+/// @throws Argument_error for an infinity or a NaN
 std::int32_t stokes_element(double samples, Scale const& scale);
 
 /// Whole planes. All spans have the same size, but a companion may be empty.
-/// @throw Argument_error if sizes differ or an element is above the full scale
+/// @throws Argument_error if sizes differ or an element is above the full scale
 void angles(
     std::span<std::uint16_t const> azimuth, std::span<std::uint16_t const> dolp, Scale const& scale,
     Angle_unit unit, std::span<float> result);
@@ -71,5 +70,3 @@ void stokes_in_samples(
     std::span<std::int32_t const> stokes, Scale const& scale, std::span<float> result);
 
 } // namespace veldrane_mrv::polarization
-
-#endif

@@ -4,8 +4,7 @@
 ///
 /// Everything is row-major and densely packed: the pixel in row r and column c of a frame of width
 /// w is element r * w + c, in `normalized_stokes` elements 2 * (r * w + c) and the one behind it.
-#ifndef VELDRANE_MRV_POLARIZATION_VIEWS_HPP
-#define VELDRANE_MRV_POLARIZATION_VIEWS_HPP
+#pragma once
 
 #include "veldrane_mrv/polarization/planes.hpp"
 
@@ -24,11 +23,11 @@ namespace veldrane_mrv::polarization {
 /// enough for the processor is for `transform` to check.
 class Frame_view {
 public:
-    /// @throw Argument_error if an invariant would not hold
+    /// @throws Argument_error if an invariant would not hold
     Frame_view(std::span<std::uint16_t const> samples, std::size_t height, std::size_t width);
 
     /// For samples without a known count; there must be height * width of them.
-    /// @throw Argument_error if an invariant would not hold
+    /// @throws Argument_error if an invariant would not hold
     Frame_view(std::uint16_t const* samples, std::size_t height, std::size_t width);
 
     std::span<std::uint16_t const> samples() const { return {samples_, height_ * width_}; }
@@ -61,7 +60,7 @@ struct Plane_views {
     std::span<float> normalized_stokes{};
 
     /// Any of the five 16-bit planes.
-    /// @throw Argument_error for `Plane::normalized_stokes`
+    /// @throws Argument_error for `Plane::normalized_stokes`
     std::span<std::uint16_t>& integer_plane(Plane plane);
     std::span<std::uint16_t> integer_plane(Plane plane) const;
 
@@ -74,7 +73,7 @@ class Planes {
 public:
     /// 16-bit planes start as zeros. `normalized_stokes` starts as NaNs, since the fast mode stores
     /// only part of it.
-    /// @throw Argument_error if height or width is 0 or the planes do not fit the address space
+    /// @throws Argument_error if height or width is 0 or the planes do not fit the address space
     Planes(std::size_t height, std::size_t width, Plane_set wanted);
 
     std::size_t height() const { return height_; }
@@ -85,7 +84,7 @@ public:
     Plane_views views();
 
     /// One of the five 16-bit planes, empty if it was not chosen.
-    /// @throw Argument_error for `Plane::normalized_stokes`
+    /// @throws Argument_error for `Plane::normalized_stokes`
     std::span<std::uint16_t const> integer_plane(Plane plane) const;
     std::span<float const> normalized_stokes() const { return normalized_stokes_; }
 
@@ -98,5 +97,3 @@ private:
 };
 
 } // namespace veldrane_mrv::polarization
-
-#endif

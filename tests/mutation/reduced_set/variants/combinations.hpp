@@ -2,8 +2,7 @@
 /// Stands before the library's own header in the search path and lets only the chosen combinations
 /// through.
 
-#ifndef VELDRANE_TESTS_MUTATION_COMBINATIONS_HPP
-#define VELDRANE_TESTS_MUTATION_COMBINATIONS_HPP
+#pragma once
 
 #include "chosen_variants.hpp"
 
@@ -43,5 +42,3 @@ consteval void for_each_combination(Visitor visit) {
 }
 
 } // namespace variants
-
-#endif

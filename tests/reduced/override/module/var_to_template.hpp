@@ -2,8 +2,7 @@
 /// Stands before the library's own header in the search path and gives the decision tree leaves
 /// that compute nothing in the place of the kernels that are left out.
 
-#ifndef VELDRANE_TESTS_REDUCED_VAR_TO_TEMPLATE_HPP
-#define VELDRANE_TESTS_REDUCED_VAR_TO_TEMPLATE_HPP
+#pragma once
 
 #include "reduced/chosen_variants.hpp"
 #include "reduced/left_out.hpp"
@@ -35,5 +34,3 @@ struct var_to_template<Policy, 0, std::tuple<Indices, Flag...>> {
         return reduced::left_out;
     }
 };
-
-#endif

@@ -2,8 +2,7 @@
 /// Stands before the library's own header in the search path and lets through only the combinations
 /// that a chosen kernel consists of.
 
-#ifndef VELDRANE_TESTS_REDUCED_COMBINATIONS_HPP
-#define VELDRANE_TESTS_REDUCED_COMBINATIONS_HPP
+#pragma once
 
 #include "reduced/chosen_variants.hpp"
 
@@ -60,5 +59,3 @@ consteval void for_each_combination(Visitor visit) {
 }
 
 } // namespace variants
-
-#endif
