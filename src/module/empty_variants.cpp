@@ -1,5 +1,5 @@
-#include "kernel/process_callback.hpp"
-#include "module/run_policy.hpp"
+#include "kernel/walk.hpp"
+#include "module/var_to_template_definition.hpp"
 #include "variants/combinations.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 

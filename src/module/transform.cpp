@@ -1,4 +1,4 @@
-#include "kernel/process_callback.hpp"
+#include "kernel/walk.hpp"
 #include "module/var_to_template.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 

@@ -16,7 +16,7 @@ COMMON = ["-std=c++20", "-fPIC", "-O1", "-DNDEBUG"]
 PIXEL_CODE = ["-mavx2", "-mfma", "-ffp-contract=off", "-frounding-math"]
 # As developers build: a mutant that these refuse never reaches a test.
 WARNINGS = ["-O2", "-Wall", "-Wextra", "-Wconversion", "-Wsign-conversion", "-Wshadow", "-Werror"]
-LATER_PHASES = re.compile(r"kernels_phase_[1-9]")
+LATER_PHASES = re.compile(r"walk_phase_[1-9]")
 
 
 class Does_not_compile(Exception):
