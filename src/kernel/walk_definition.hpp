@@ -1,6 +1,7 @@
 #pragma once
 
-#include "border/border.hpp"
+#include "border/last_column.hpp"
+#include "border/last_row_and_column.hpp"
 #include "kernel/block.hpp"
 #include "kernel/walk.hpp"
 #include "quartet/image_buffer_overlays.hpp"

@@ -1,5 +1,5 @@
-#include "border/last_column.hpp"
-#include "border/last_row_and_column.hpp"
+#include "border/last_column_definition.hpp"
+#include "border/last_row_and_column_definition.hpp"
 
 #include <type_traits>
 

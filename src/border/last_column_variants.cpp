@@ -1,5 +1,4 @@
-#include "border/last_column.hpp"
-#include "border/last_row_and_column.hpp"
+#include "border/last_column_definition.hpp"
 #include "variants/combinations.hpp"
 
 namespace {
@@ -15,17 +14,6 @@ consteval bool instantiate_last_columns() {
     return true;
 }
 
-consteval bool instantiate_last_rows() {
-    variants::for_each_combination<variants::kernel_flags>(
-        []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
-            if constexpr (requests_a_plane<Flag...>) {
-                variants::instantiate(&generate_last_row_and_column<Flag...>);
-            }
-        });
-    return true;
-}
-
 static_assert(instantiate_last_columns());
-static_assert(instantiate_last_rows());
 
 } // namespace
