@@ -4,8 +4,8 @@
 
 #include "memory_file.hpp"
 
-#include "angle_list.hpp"
-#include "failure.hpp"
+#include "input/angle_list.hpp"
+#include "terminal/failure.hpp"
 
 #include <cmath>
 #include <sstream>

@@ -5,8 +5,8 @@
 #include "input_reader.hpp"
 #include "memory_file.hpp"
 
-#include "failure.hpp"
-#include "frame_reading.hpp"
+#include "input/frame_reading.hpp"
+#include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 namespace {

@@ -4,8 +4,8 @@
 
 #include "memory_file.hpp"
 
-#include "failure.hpp"
-#include "frame_reading.hpp"
+#include "input/frame_reading.hpp"
+#include "terminal/failure.hpp"
 
 using fuzz::Memory_file;
 using fuzz::require;

@@ -1,10 +1,10 @@
-#include "command_words.hpp"
-#include "commands.hpp"
-#include "failure.hpp"
-#include "interruption.hpp"
-#include "memory.hpp"
-#include "messages.hpp"
-#include "signals.hpp"
+#include "commands/command_words.hpp"
+#include "commands/commands.hpp"
+#include "commands/ending.hpp"
+#include "commands/signals.hpp"
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+#include "terminal/messages.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
 
 #include <CLI/CLI.hpp>

@@ -1,8 +1,8 @@
 #include "bindings.hpp"
 #include "raw_frames.hpp"
 
-#include "inspection.hpp"
-#include "simulation.hpp"
+#include "simulation/inspection.hpp"
+#include "simulation/simulation.hpp"
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 

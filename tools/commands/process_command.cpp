@@ -1,0 +1,260 @@
+#include "commands/commands.hpp"
+#include "commands/process_run.hpp"
+#include "input/option_values.hpp"
+#include "input/transform_settings.hpp"
+#include "terminal/failure.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace polarize_tool {
+namespace {
+
+using polarization::Mode;
+using polarization::Plane;
+using polarization::Plane_set;
+
+struct Command_line {
+    Process_options run;
+    Sample_options samples;
+    Mosaic_options mosaic;
+    Results results;
+    std::string planes = "all";
+    std::optional<unsigned> full_scale;
+    std::filesystem::path calibration_file;
+    std::optional<Mode> mode;
+    Units units = Units::scaled;
+    bool is_signed = false;
+    bool wants_pictures = true;
+    bool overwrites = false;
+    unsigned repetitions = 1;
+};
+
+constexpr char const* planes_help =
+    "Planes to compute, separated by commas: s0, s1, s2, azimuth, dolp (16 bits a number unless "
+    "--signed or --units say otherwise), normalized_stokes (32-bit floats, S1/S0 and S2/S0), or "
+    "all. In fast mode normalized_stokes lies as the processor packs it: at the pixel's own place "
+    "only in frames of two rows or fewer than 32 columns, NaN where it stores nothing";
+
+constexpr char const* full_scale_help =
+    "Full scale N of the 16-bit planes, 1 to 65535: 180 degrees of azimuth and a degree of "
+    "polarisation of 1 are N. S0 is half the sum of four samples, up to 2 (2^B - 1) for bit depth "
+    "B. Without this option S0, S1 and S2 are scaled by 65535 / (2 (2^B - 1)), so that nothing "
+    "clips. N = 2^B - 1 keeps them in sample units, and S0 clips at N. Any other N scales them by "
+    "N / (2 (2^B - 1))";
+
+constexpr char const* calibration_help =
+    "Calibration of this sensor, as `calibrate` writes it. Every pixel goes through its weights "
+    "(calibrated mode); it also tells the mosaic";
+
+constexpr char const* mode_help =
+    "fast: one call of the processor a frame. calibrated: every pixel through the weights of its "
+    "position, every plane at pixel positions; without --calibration by those of ideal analysers";
+
+constexpr char const* units_help =
+    "scaled: steps of the full scale. degrees or radians: 32-bit floats in physical units; the "
+    "angle from 0 along the rows, counter-clockwise, NaN where the degree is 0; the degree as a "
+    "fraction, NaN where S0 is 0; S0, S1, S2 in sample units";
+
+constexpr char const* pictures_help =
+    "Write pictures of the degree (FRAME_degree.png, with dolp) and the angle dimmed by the degree "
+    "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
+    "for frames that are alone in their file. Pictures are for the eye and have no JSON file "
+    "beside them";
+
+constexpr char const* skip_help =
+    "Pass over frames whose files are all there, none of them empty, and count them, so that a run "
+    "that was broken off goes on; with which options they were made is not looked at. A frame of "
+    "which a file is missing is processed anew, and its other files are replaced";
+
+constexpr char const* jobs_help =
+    "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "
+    "bytes a pixel, 2 more for each 16-bit plane and 8 for normalized_stokes; --signed and --units "
+    "need more. Give fewer jobs if memory is short";
+
+constexpr char const* example =
+    "Examples:\n"
+    "  veldrane-polarize process frame.png -o results --phase 2 --bit-depth 12\n"
+    "  veldrane-polarize process run.raw -o results --pixel-format Mono12p --width 2448 \\\n"
+    "      --height 2048 --layout 90,45,135,0 --planes azimuth,dolp --format npy --jobs 2\n"
+    "Each plane is written to DIR/FRAME_PLANE.tif, and what its numbers mean to\n"
+    "DIR/FRAME_PLANE.json. Frames of a file with many are numbered: FRAME_000000_PLANE.tif.";
+
+Plane_set planes_of(std::string const& list) {
+    try {
+        return polarization::parse_planes(lower_case(list));
+    } catch (polarization::Argument_error const& error) {
+        throw Usage_error(std::string("--planes: ") + error.what());
+    }
+}
+
+void refuse_unfit_format(Results const& results) {
+    for (Plane const plane : results.processing.planes.list()) {
+        if (results.format == File_format::png &&
+            results.processing.kind_of(plane) != Sample_kind::uint16) {
+            throw Usage_error(
+                "--format png holds 16-bit numbers only, and " + std::string(name_of(plane)) +
+                " is none here; use --format tiff or npy, or other --planes");
+        }
+    }
+}
+
+void check_usage(Command_line const& line) {
+    if (line.calibration_file.empty()) {
+        static_cast<void>(line.mosaic.required());
+    } else if (line.mode == Mode::fast) {
+        throw Usage_error(
+            "--mode fast applies weights to few pixels only; leave out --calibration or --mode");
+    }
+    static_cast<void>(line.mosaic.given());
+}
+
+void require_processor() {
+    std::string const lacking = polarization::missing_instructions();
+    if (!lacking.empty()) {
+        throw std::runtime_error(
+            "this processor lacks " + lacking +
+            ", which the transform needs; use one of 2013 or later (Intel Haswell, AMD Excavator)");
+    }
+}
+
+// Options that would change nothing: whoever gives one expects something of it.
+void refuse_options_without_effect(Command_line const& line, CLI::App const& command) {
+    Plane_set const planes = planes_of(line.planes);
+    auto const refuse = [&line](std::string const& option, std::string const& needed) {
+        throw Usage_error(
+            option + " is about " + needed + ", but --planes is " + line.planes +
+            "; add one or leave " + option + " out");
+    };
+    bool const has_integers = planes != Plane_set{Plane::normalized_stokes};
+    if (command.count("--pictures") > 0 && line.wants_pictures && !planes.contains(Plane::dolp)) {
+        refuse("--pictures", "dolp, alone or with azimuth");
+    }
+    if (line.is_signed && !planes.contains(Plane::s1) && !planes.contains(Plane::s2)) {
+        refuse("--signed", "s1 and s2");
+    }
+    if (line.units != Units::scaled && !has_integers) {
+        refuse("--units", "s0, s1, s2, azimuth and dolp");
+    }
+    if (line.full_scale && !has_integers) {
+        refuse("--full-scale", "s0, s1, s2, azimuth and dolp");
+    }
+    if (line.repetitions > 1 && line.run.jobs > 1) {
+        throw Usage_error(
+            "--repeat measures one frame at a time, but --jobs is " +
+            std::to_string(line.run.jobs) + "; leave one of them out");
+    }
+}
+
+int run_process(Command_line& line, CLI::App const& command) {
+    std::optional<Raw_layout> const raw = line.run.input.raw_layout();
+    check_usage(line);
+    refuse_options_without_effect(line, command);
+    Plane_set const planes = planes_of(line.planes);
+    require_processor();
+    Frame_preparation const preparation(line.samples, raw);
+    auto const [settings, calibration] =
+        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    Results& results = line.results;
+    results.processing = {
+        settings,   line.mode.value_or(calibration ? Mode::calibrated : Mode::fast),
+        planes,     line.is_signed,
+        line.units, line.repetitions};
+    results.origin = {
+        line.samples.shift, preparation.dark_files(), preparation.region(), line.calibration_file,
+        calibration};
+    // Of a frame that is not done, what is there is a part of it.
+    results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
+                                                                    : Existing_files::keep;
+    if (command.count("--pictures") > 0) {
+        results.pictures = line.wants_pictures;
+    }
+    refuse_unfit_format(results);
+    if (line.repetitions > 1) {
+        line.run.jobs = 1; // another thread would disturb the times
+    }
+    return Process_run(line.run, preparation, results)();
+}
+
+void add_plane_options(CLI::App& command, Command_line& line) {
+    std::string const group = "Planes";
+    command.add_option("--planes", line.planes, planes_help)
+        ->type_name("LIST")
+        ->capture_default_str()
+        ->group(group);
+    command.add_option("--calibration", line.calibration_file, calibration_help)
+        ->type_name("FILE.json")
+        ->group(group);
+    add_choice<Mode>(
+        command, "--mode", line.mode, {{"fast", Mode::fast}, {"calibrated", Mode::calibrated}},
+        mode_help)
+        ->group(group);
+    command
+        .add_flag(
+            "--signed", line.is_signed,
+            "S1 and S2 with their signs, as 32-bit integers, by two passes; otherwise negative "
+            "ones are stored as 0")
+        ->group(group);
+    add_choice<Units>(
+        command, "--units", line.units,
+        {{"scaled", Units::scaled}, {"degrees", Units::degrees}, {"radians", Units::radians}},
+        units_help)
+        ->group(group);
+    add_whole_number(command, "--full-scale", line.full_scale, {1, 65535}, full_scale_help)
+        ->group(group);
+}
+
+void add_output_options(CLI::App& command, Command_line& line) {
+    std::string const group = "Results";
+    command
+        .add_option("-o,--output", line.results.folder, "Folder of the results, made if missing")
+        ->required()
+        ->type_name("DIR")
+        ->group(group);
+    add_choice<File_format>(
+        command, "--format", line.results.format,
+        {{"tiff", File_format::tiff},
+         {"png", File_format::png},
+         {"raw", File_format::raw},
+         {"npy", File_format::npy}},
+        "tiff (uncompressed), png (16-bit planes only), npy (NumPy), or raw: the numbers alone")
+        ->group(group);
+    command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
+    CLI::Option* const overwrite =
+        command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
+            ->group(group);
+    command.add_flag("--skip-existing", line.run.passes_over_done, skip_help)
+        ->excludes(overwrite)
+        ->group(group);
+    add_whole_number(command, "-j,--jobs", line.run.jobs, {0, 1024}, jobs_help)
+        ->default_str("0")
+        ->group(group);
+    add_whole_number(
+        command, "--repeat", line.repetitions, {1, 100000},
+        "Run the transform so many times, 1 to 100000, and print the best and median time")
+        ->default_str("1")
+        ->group(group);
+    command.add_flag("-q,--quiet", line.run.is_quiet, "Say nothing but what went wrong")
+        ->group(group);
+}
+
+} // namespace
+
+void add_process_command(CLI::App& program, int& exit_code) {
+    auto const line = std::make_shared<Command_line>();
+    CLI::App& command = *program.add_subcommand(
+        "process", "Computes the polarimetric planes of raw frames and writes them to files.");
+    add_input_options(command, line->run.input);
+    add_sample_options(command, line->samples);
+    add_mosaic_options(command, line->mosaic);
+    add_plane_options(command, *line);
+    add_output_options(command, *line);
+    command.footer(example);
+    command.callback([line, &command, &exit_code] { exit_code = run_process(*line, command); });
+}
+
+} // namespace polarize_tool

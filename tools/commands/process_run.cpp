@@ -1,0 +1,279 @@
+#include "commands/process_run.hpp"
+
+#include "commands/commands.hpp"
+#include "input/input_files.hpp"
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+#include "terminal/memory.hpp"
+#include "terminal/messages.hpp"
+#include "terminal/progress.hpp"
+#include "veldrane_mrv/polarization/balance.hpp"
+#include "veldrane_mrv/polarization/pipeline.hpp"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <stdexcept>
+#include <unordered_map>
+#include <utility>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string times_of(Frame const& frame, std::vector<double> times) {
+    std::sort(times.begin(), times.end());
+    double const best = times.front();
+    double const median = (times[(times.size() - 1) / 2] + times[times.size() / 2]) / 2.0;
+    double const rate = static_cast<double>(frame.samples.size()) / median / 1000.0;
+    char text[160];
+    if (times.size() == 1) {
+        std::snprintf(text, sizeof text, "transform %.3f ms, %.0f Mpixel/s", median, rate);
+    } else {
+        std::snprintf(
+            text, sizeof text, "transform best %.3f ms, median %.3f ms of %zu, %.0f Mpixel/s", best,
+            median, times.size(), rate);
+    }
+    return text;
+}
+
+} // namespace
+
+Process_run::Process_run(
+    Process_options const& options, Frame_preparation const& preparation, Results const& results)
+    : options_(options), preparation_(preparation), results_(results),
+      reader_(options.input.raw_layout()) {}
+
+// Every failure of a frame becomes one line that names it.
+template <class Action>
+void Process_run::naming(Frame_place const& place, Action action) {
+    try {
+        action();
+    } catch (Output_exhausted const&) {
+        is_exhausted_ = true;
+        throw;
+    } catch (File_failure const&) {
+        throw;
+    } catch (std::exception const& error) {
+        if (is_lack_of_memory(error)) {
+            throw std::bad_alloc(); // no line now, which would take memory
+        }
+        throw File_failure(place.name(), reason_of(error));
+    }
+}
+
+std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> const& frames) {
+    Input_files inputs(frames, preparation_);
+    inputs.add(results_.origin.calibration_file);
+    // By the result's name: it may be made of one frame's name and another ending in two ways.
+    std::unordered_map<std::string, Frame_place const*> owners;
+    std::vector<Frame_place> free;
+    for (Frame_place const& frame : frames) {
+        std::vector<fs::path> const files = results_.files_of(frame);
+        auto const overwritten =
+            std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
+                return inputs.contains(file);
+            });
+        auto const taken = std::find_if(files.begin(), files.end(), [&](fs::path const& file) {
+            return owners.contains(file.filename().string());
+        });
+        if (overwritten != files.end()) {
+            failures_.push_back(
+                frame.name() + ": its result would overwrite the input " + overwritten->string() +
+                "; choose another folder");
+        } else if (taken != files.end()) {
+            Frame_place const& owner = *owners.at(taken->filename().string());
+            failures_.push_back(
+                frame.name() + ": given twice, or its result " + taken->string() +
+                " would overwrite that of " + owner.name() +
+                "; process it in a call of its own with another folder");
+        } else {
+            for (fs::path const& file : files) {
+                owners.emplace(file.filename().string(), &frame);
+            }
+            free.push_back(frame);
+        }
+    }
+    return free;
+}
+
+void Process_run::fetch(Frame_place const& place, Slot& slot) {
+    naming(place, [&] {
+        for (fs::path const& file : results_.files_of(place)) {
+            refuse_existing(file, results_.existing);
+        }
+        reader_.fetch(place, slot.fetched);
+    });
+}
+
+void Process_run::work(Slot& slot) {
+    Frame_place const& place = slot.fetched.place;
+    naming(place, [&] {
+        Frame& frame = slot.fetched.frame;
+        reader_.decode(slot.fetched);
+        Sample_warnings const warnings = preparation_.apply(frame, place.name());
+        if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
+            warn(warnings.depth);
+        }
+        // The same dark frames are taken off all frames, so one line speaks for all.
+        if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
+            warn(warnings.dark);
+        }
+        slot.processor.run(frame);
+        if (!has_checked_balance_.exchange(true)) {
+            warn_of_imbalance(slot);
+        }
+        slot.staged = results_.stage(place, slot.processor);
+    });
+}
+
+// One frame stands for all, the first that the transform takes: the same camera and the same
+// options made them.
+void Process_run::warn_of_imbalance(Slot const& slot) const {
+    polarization::Balance const balance = polarization::check_balance(slot.fetched.frame.view());
+    if (balance.verdict == polarization::Balance::Verdict::unlikely) {
+        warn(slot.fetched.place.name() + ": " + balance.explanation());
+    }
+}
+
+void Process_run::publish(Slot& slot) {
+    naming(slot.fetched.place, [&] { slot.staged.publish(); });
+    pixels_ += slot.fetched.frame.samples.size();
+    if (!options_.is_quiet && !slot.fetched.place.is_part()) {
+        tell(line_of(slot));
+    }
+}
+
+void Process_run::tell(std::string const& line) {
+    try {
+        say(line);
+    } catch (Output_exhausted const& failure) {
+        output_failure_ = failure.what();
+        is_exhausted_ = true;
+    }
+}
+
+std::string Process_run::line_of(Slot const& slot) const {
+    Frame const& frame = slot.fetched.frame;
+    std::string line = slot.fetched.place.name() + ": " + std::to_string(frame.width) + " x " +
+                       std::to_string(frame.height) + ", " +
+                       times_of(frame, slot.processor.milliseconds()) + ", wrote";
+    for (fs::path const& file : results_.files_of(slot.fetched.place)) {
+        if (file.extension() != ".json") {
+            line.append(" ").append(file.string());
+        }
+    }
+    return line;
+}
+
+std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
+    if (options_.jobs == 1) {
+        return run_once(frames, 1, nullptr);
+    }
+    // What several frames at once lack, one alone may find.
+    std::vector<Frame_place> again;
+    std::size_t const done = run_once(frames, options_.jobs, &again);
+    return again.empty() ? done : done + run_once(again, 1, nullptr);
+}
+
+std::size_t Process_run::run_once(
+    std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again) {
+    Progress progress(frames.size(), !options_.is_quiet);
+    polarization::Pipeline_options pipeline;
+    pipeline.threads = jobs;
+    pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
+    pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
+    auto const counting_failure = [&progress](auto const& stage) {
+        try {
+            stage();
+        } catch (...) {
+            progress.add(0);
+            throw;
+        }
+    };
+    auto outcome = polarization::run_pipeline(
+        pipeline,
+        [this] {
+            return Slot{{}, Frame_processor(results_.processing), Staged_files()};
+        },
+        [&](std::size_t index, Slot& slot) {
+            if (index < frames.size()) {
+                counting_failure([&] { fetch(frames[index], slot); });
+            }
+            return index < frames.size();
+        },
+        [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
+        [&](std::size_t, Slot& slot) {
+            counting_failure([&] { publish(slot); });
+            progress.add(slot.fetched.frame.samples.size());
+        });
+    seconds_ += progress.seconds();
+    std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
+        return a.index < b.index;
+    });
+    for (auto const& failure : outcome.failed) {
+        Frame_place const& place = frames[failure.index];
+        if (!failure.lacked_memory) {
+            failures_.push_back(failure.message);
+        } else if (again != nullptr && failure.stage != polarization::Pipeline_stage::write) {
+            again->push_back(place);
+        } else {
+            failures_.push_back(
+                place.name() + ": " + reason_of(std::bad_alloc()) + ", or give a --region of it");
+        }
+    }
+    return outcome.done.size();
+}
+
+std::string Process_run::summary(std::size_t done, std::size_t total) const {
+    if (total == 0) {
+        return std::to_string(done_before_) + " of " + std::to_string(done_before_) +
+               " frames were done already, results in " + results_.folder.string();
+    }
+    char text[160];
+    std::snprintf(
+        text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done, total,
+        seconds_, static_cast<double>(done) / seconds_,
+        static_cast<double>(pixels_) / seconds_ / 1e6);
+    std::string line = text;
+    if (done_before_ > 0) {
+        line += ", " + std::to_string(done_before_) + " more were done already";
+    }
+    return done + done_before_ == 0 ? line : line + ", results in " + results_.folder.string();
+}
+
+void Process_run::report(std::size_t done, std::size_t total) {
+    if (!options_.is_quiet && !is_exhausted_ && (total > 1 || done_before_ > 0)) {
+        tell(summary(done, total));
+    }
+    for (std::string const& failure : failures_) {
+        complain(failure);
+    }
+    std::string const count = std::to_string(done + done_before_) + " of " +
+                              std::to_string(total + done_before_) + " frames are done";
+    if (!output_failure_.empty()) {
+        complain(output_failure_ + "; " + count);
+    } else if (is_exhausted_) {
+        complain("stopped, since further results would fail likewise; " + count);
+    }
+}
+
+int Process_run::operator()() {
+    Found_frames found =
+        find_frames(options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
+    require_frames(found);
+    failures_ = std::move(found.failures);
+    Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
+    std::vector<Frame_place> frames = without_clashes(found.frames);
+    if (options_.passes_over_done) {
+        done_before_ = std::erase_if(
+            frames, [this](Frame_place const& frame) { return results_.has_files_of(frame); });
+    }
+    std::size_t const done = frames.empty() ? 0 : run(frames);
+    report(done, frames.size());
+    throw_if_interrupted();
+    return failures_.empty() && output_failure_.empty() ? all_done : an_input_failed;
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,75 @@
+/// @file
+/// Many frames through the processor to files, on several threads.
+#pragma once
+
+#include "input/frame_finding.hpp"
+#include "input/frame_preparation.hpp"
+#include "output/results.hpp"
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace polarize_tool {
+
+struct Process_options {
+    Input_options input;
+    unsigned jobs = 0; // one a core
+    bool is_quiet = false;
+    bool passes_over_done = false;
+};
+
+/// One run of `process`.
+class Process_run {
+public:
+    /// References to objects that outlive the run.
+    Process_run(
+        Process_options const& options, Frame_preparation const& preparation,
+        Results const& results);
+
+    /// Does all frames that can be done and says what could not.
+    /// @return the program's exit code
+    int operator()();
+
+private:
+    struct Slot {
+        Fetched_frame fetched;
+        Frame_processor processor;
+        Staged_files staged;
+    };
+    /// Which frames can go ahead: those whose results fall on no input and on no other result.
+    std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
+    /// @return how many frames were done
+    std::size_t run(std::vector<Frame_place> const& frames);
+    /// Once through the pipeline. What lacked memory goes into `again`, or fails if there is none.
+    std::size_t run_once(
+        std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again);
+    void fetch(Frame_place const& place, Slot& slot);
+    void work(Slot& slot);
+    void warn_of_imbalance(Slot const& slot) const;
+    void publish(Slot& slot);
+    std::string line_of(Slot const& slot) const;
+    /// A frame whose files are there is done, whether or not anybody reads the line about it.
+    void tell(std::string const& line);
+    void report(std::size_t done, std::size_t total);
+    std::string summary(std::size_t done, std::size_t total) const;
+    template <class Action>
+    void naming(Frame_place const& place, Action action);
+
+    Process_options const& options_;
+    Frame_preparation const& preparation_;
+    Results const& results_;
+    Frame_reader reader_;
+    std::vector<std::string> failures_;
+    std::atomic<bool> is_exhausted_ = false;
+    std::atomic<bool> has_warned_of_depth_ = false;
+    std::atomic<bool> has_warned_of_dark_ = false;
+    std::atomic<bool> has_checked_balance_ = false;
+    std::string output_failure_; // of standard output, by one thread at a time
+    std::uint64_t pixels_ = 0;
+    std::size_t done_before_ = 0; // frames that an earlier run did
+    double seconds_ = 0.0;
+};
+
+} // namespace polarize_tool

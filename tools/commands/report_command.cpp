@@ -1,0 +1,209 @@
+#include "commands/commands.hpp"
+#include "input/frame_preparation.hpp"
+#include "input/frame_reading.hpp"
+#include "input/input_files.hpp"
+#include "input/option_values.hpp"
+#include "input/transform_settings.hpp"
+#include "output/processing.hpp"
+#include "output/staged_files.hpp"
+#include "report/report_page.hpp"
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+#include "terminal/messages.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+using polarization::Mode;
+using polarization::Plane;
+
+struct Command_line {
+    Input_options input;
+    Sample_options samples;
+    Mosaic_options mosaic;
+    fs::path file;
+    fs::path calibration_file;
+    std::optional<unsigned> full_scale;
+    bool overwrites = false;
+};
+
+constexpr char const* example =
+    "Example:\n"
+    "  veldrane-polarize report frame.png -o report.html --phase 2 --bit-depth 12\n"
+    "The page needs nothing but a browser. It holds the values of every pixel; they show under\n"
+    "the pointer, and report.html#pixel=ROW,COLUMN opens with those of one pixel. Of a file or "
+    "folder\n"
+    "with several frames it shows the first, or the one that --start tells.";
+
+Frame_place place_of(Command_line const& line) {
+    if (line.input.inputs.size() != 1) {
+        throw Usage_error(
+            "a report shows one frame, but " + std::to_string(line.input.inputs.size()) +
+            " inputs are given, the second " + line.input.inputs[1] + "; make one report for each");
+    }
+    Frame_selection selection = line.input.selection;
+    selection.stop = selection.start + 1;
+    Found_frames const found = find_frames(line.input.inputs, line.input.raw_layout(), selection);
+    if (!found.failures.empty()) {
+        throw std::runtime_error(found.failures.front());
+    }
+    if (found.frames.empty()) {
+        throw Usage_error(
+            line.input.inputs.front() + ": has no frame number " + std::to_string(selection.start) +
+            "; give a smaller --start");
+    }
+    return found.frames.front();
+}
+
+void check_size(Frame const& frame, std::string const& name) {
+    if (frame.samples.size() > most_report_pixels) {
+        throw File_failure(
+            name, std::to_string(frame.width) + " x " + std::to_string(frame.height) +
+                      " pixels are too many for a page that holds every value; at most " +
+                      std::to_string(most_report_pixels) +
+                      " are possible, so choose a part with --region");
+    }
+}
+
+// A sample that has lost its dark level does not show any more that it was saturated.
+Inspection inspected(Frame frame, std::string const& name, Frame_preparation const& preparation) {
+    Sample_warnings const warnings = preparation.apply(frame, name, Dark_level::kept);
+    check_size(frame, name);
+    for (std::string const& warning : {warnings.depth, warnings.dark}) {
+        if (!warning.empty()) {
+            warn(warning);
+        }
+    }
+    try {
+        return inspect(frame.view(), preparation.bit_depth(), report_histogram_steps);
+    } catch (polarization::Argument_error const& error) {
+        throw File_failure(name, error.what());
+    }
+}
+
+Rows settings_rows(
+    Command_line const& line, Frame_place const& place, Frame_preparation const& preparation,
+    Processing const& processing) {
+    polarization::Settings const& settings = processing.settings;
+    bool const is_fast = processing.mode == Mode::fast;
+    Rows rows{{"Frame", place.name()}};
+    if (auto const& region = preparation.region()) {
+        rows.emplace_back(
+            "Region", "from column " + std::to_string(region->column) + ", row " +
+                          std::to_string(region->row));
+    }
+    rows.emplace_back(
+        "Mosaic", "phase " + std::to_string(settings.mosaic.phase()) + " (" +
+                      settings.mosaic.to_string() + ")");
+    rows.emplace_back("Bit depth", std::to_string(preparation.bit_depth()));
+    if (preparation.shift() > 0) {
+        rows.emplace_back("Samples moved down by", std::to_string(preparation.shift()) + " bits");
+    }
+    rows.emplace_back(
+        "Dark frame", preparation.subtracts_dark()
+                          ? "subtracted for the planes; the samples are counted as they were"
+                          : "none");
+    rows.emplace_back("Mode", is_fast ? "fast" : "calibrated");
+    if (!line.calibration_file.empty()) {
+        rows.emplace_back("Calibration", line.calibration_file.string());
+    }
+    rows.emplace_back("Full scale of the planes", std::to_string(settings.scale.full_scale()));
+    rows.emplace_back("Software", polarization::processor_identification());
+    rows.emplace_back("Made", polarization::current_time());
+    return rows;
+}
+
+Processing processing_of(Command_line const& line, Frame_preparation const& preparation) {
+    return {
+        .settings =
+            transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation)
+                .settings,
+        .mode = line.calibration_file.empty() ? Mode::fast : Mode::calibrated,
+        .planes = {Plane::s0, Plane::azimuth, Plane::dolp}};
+}
+
+int run_report(Command_line const& line) {
+    if (line.calibration_file.empty()) {
+        line.mosaic.required();
+    }
+    check(polarization::processor_features());
+    Frame_preparation const preparation(line.samples, line.input.raw_layout());
+    Processing const processing = processing_of(line, preparation);
+    Frame_place const place = place_of(line);
+    Input_files inputs({place}, preparation);
+    inputs.add(line.calibration_file);
+    inputs.refuse(line.file, "--output");
+    refuse_existing(line.file, line.overwrites ? Existing_files::replace : Existing_files::keep);
+    Made_folder const folder(line.file.parent_path());
+    Frame_reader reader(line.input.raw_layout());
+    Fetched_frame fetched;
+    reader.fetch(place, fetched);
+    reader.decode(fetched);
+    Frame& frame = fetched.frame;
+    Inspection const inspection = inspected(frame, place.name(), preparation);
+    preparation.apply(frame, place.name());
+    Frame_processor processor(processing);
+    try {
+        processor.run(frame);
+    } catch (polarization::Argument_error const& error) {
+        throw File_failure(place.name(), error.what());
+    }
+    throw_if_interrupted();
+    std::string const page = report_page(
+        {.name = place.is_part() ? place.stem() : place.file.filename().string(),
+         .planes =
+             {processor.stored(Plane::s0), processor.stored(Plane::azimuth),
+              processor.stored(Plane::dolp), frame.width, frame.height,
+              processing.settings.scale.full_scale()},
+         .mosaic = processing.settings.mosaic,
+         .scale = processing.settings.scale,
+         .mode = processing.mode,
+         .inspection = inspection,
+         .settings = settings_rows(line, place, preparation, processing),
+         .generator = "veldrane-polarize " + std::string(polarization::software_version())});
+    Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
+    files.add(line.file, page);
+    throw_if_interrupted();
+    files.publish();
+    char megabytes[32];
+    std::snprintf(megabytes, sizeof megabytes, "%.1f MB", static_cast<double>(page.size()) / 1e6);
+    say(place.name() + ": wrote " + line.file.string() + ", " + megabytes);
+    return all_done;
+}
+
+} // namespace
+
+void add_report_command(CLI::App& program, int& exit_code) {
+    auto const line = std::make_shared<Command_line>();
+    CLI::App& command = *program.add_subcommand(
+        "report",
+        "Makes one HTML page of a frame, with pictures, figures and every pixel's values.");
+    add_input_options(command, line->input, Frame_choice::one);
+    add_sample_options(command, line->samples);
+    add_mosaic_options(command, line->mosaic);
+    command
+        .add_option(
+            "--calibration", line->calibration_file,
+            "Calibration of this sensor, as `calibrate` writes it; it also tells the mosaic")
+        ->type_name("FILE.json");
+    add_whole_number(
+        command, "--full-scale", line->full_scale, {1, 65535},
+        "Full scale of the planes in the page, as for `process`; 65535 without this option");
+    command.add_option("-o,--output", line->file, "The page")->required()->type_name("PAGE.html");
+    command.add_flag("--overwrite", line->overwrites, "Replace a page that is there");
+    command.footer(example);
+    command.callback([line, &exit_code] { exit_code = run_report(*line); });
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,166 @@
+#include "commands/commands.hpp"
+#include "commands/simulate_run.hpp"
+#include "input/input_options.hpp"
+#include "input/option_values.hpp"
+#include "terminal/failure.hpp"
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+
+namespace polarize_tool {
+namespace {
+
+constexpr char const* example =
+    "Examples:\n"
+    "  veldrane-polarize simulate -o frame.png --phase 2 --truth truth\n"
+    "  veldrane-polarize simulate -o run.raw --frames 100 --pixel-format Mono12p\n"
+    "  veldrane-polarize simulate -o series/cal.png --polarizer-series 0:165:15 --imperfect\n"
+    "The last makes series/cal_angle_000.0.png and so on, series/cal_angles.csv, and the\n"
+    "analysers that were drawn, series/cal_analysers.json, which `process --calibration` takes.";
+
+struct Flags {
+    bool no_noise = false;
+    bool imperfect = false;
+    bool overwrites = false;
+    Analyser_spread spread;
+    CLI::Option const* pixel_format = nullptr;
+};
+
+constexpr std::uint64_t largest_seed = std::numeric_limits<std::int64_t>::max();
+
+void check_output_name(std::filesystem::path const& file) {
+    auto const ending = file.extension();
+    if (ending != ".png" && ending != ".raw") {
+        throw Usage_error("--output is " + file.string() + "; the name must end in .png or .raw");
+    }
+}
+
+void add_sensor_options(CLI::App& command, Simulation_settings& settings, Flags& flags) {
+    Whole_range const side = {2, 16384};
+    add_whole_number(command, "--width", settings.width, side, "Columns")
+        ->default_str(std::to_string(settings.width));
+    add_whole_number(command, "--height", settings.height, side, "Rows")
+        ->default_str(std::to_string(settings.height));
+    add_whole_number(command, "--phase", settings.phase, {0, 3}, phase_help)
+        ->default_str(std::to_string(settings.phase));
+    add_whole_number(
+        command, "--bit-depth", settings.bit_depth, {8, 16}, "Significant bits of a sample")
+        ->default_str(std::to_string(settings.bit_depth));
+    CLI::Option* const seed = add_whole_number(
+                                  command, "--seed", settings.seed, {0, largest_seed},
+                                  "Start of the noise, 0 to 2^63 - 1")
+                                  ->default_str(std::to_string(settings.seed));
+    command.add_flag("--no-noise", flags.no_noise, "Leave out shot noise and read noise")
+        ->excludes(seed);
+}
+
+void add_analyser_options(CLI::App& command, Flags& flags) {
+    std::string const group = "Imperfect analysers";
+    CLI::Option* const imperfect =
+        command
+            .add_flag(
+                "--imperfect", flags.imperfect,
+                "Draw analysers at random, and write what was drawn to FRAME_analysers.json")
+            ->group(group);
+    auto const add = [&](std::string const& name, double& number, Range range, char const* help) {
+        std::ostringstream present;
+        present << number;
+        add_number(command, name, range, help, [&number](double value) { number = value; })
+            ->default_str(present.str())
+            ->needs(imperfect)
+            ->group(group);
+    };
+    Analyser_spread& spread = flags.spread;
+    add("--throughput-spread", spread.throughput, {0.0, 0.2},
+        "Throughputs lie in 1 - SPREAD to 1 + SPREAD");
+    add("--lowest-diattenuation", spread.lowest_diattenuation, {0.1, 1.0},
+        "Contrast of an analyser");
+    add("--highest-diattenuation", spread.highest_diattenuation, {0.1, 1.0}, "The same");
+    add("--orientation-spread", spread.orientation, {0.0, 15.0},
+        "Largest distance from the mosaic's angle in degrees");
+    add_whole_number(
+        command, "--analyser-seed", spread.seed, {0, largest_seed},
+        "Start of the draw, 0 to 2^63 - 1")
+        ->default_str(std::to_string(spread.seed))
+        ->needs(imperfect)
+        ->group(group);
+}
+
+void add_series_options(CLI::App& command, Simulate_options& options, Flags& flags) {
+    std::string const group = "Several frames";
+    CLI::Option* const frames =
+        add_whole_number(
+            command, "--frames", options.frames, {1, 1000000},
+            "So many frames that differ by their noise: FRAME_000000.png and so on, or one file of "
+            "raw samples")
+            ->default_str(std::to_string(options.frames))
+            ->group(group);
+    flags.pixel_format =
+        add_pixel_format(command, options.pixel_format, "How the samples lie in a .raw file")
+            ->default_str(options.pixel_format)
+            ->group(group);
+    command
+        .add_option(
+            "--polarizer-series", options.polarizer_series,
+            "A uniform source behind a polariser at the angles A0, A0 + STEP, ... up to A1 degrees "
+            "(0 to 360): one frame an angle, FRAME_angle_045.0.png, and FRAME_angles.csv")
+        ->type_name("A0:A1:STEP")
+        ->excludes(frames)
+        ->group(group);
+}
+
+} // namespace
+
+void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
+    auto const options = std::make_shared<Simulate_options>();
+    auto const flags = std::make_shared<Flags>();
+    CLI::App& command = *program.add_subcommand(
+        "simulate",
+        "Makes raw frames of a glossy ball under a clear sky, or of a polariser series, with known "
+        "truth.");
+    command
+        .add_option(
+            "-o,--output", options->output,
+            "The frame: PNG of 8 bits at depth 8, else of 16; or raw samples. Its folder is made "
+            "if missing")
+        ->required()
+        ->type_name("FRAME.png");
+    add_sensor_options(command, options->settings, *flags);
+    command
+        .add_option(
+            "--truth", options->truth_folder,
+            "Also write the true S0, S1, S2 (sample units), angle (degrees, 0 to below 180) and "
+            "degree of polarisation (0 to 1) as 32-bit float TIFF FRAME_true_NAME.tif")
+        ->type_name("DIR");
+    add_series_options(command, *options, *flags);
+    add_analyser_options(command, *flags);
+    command.add_flag("--overwrite", flags->overwrites, "Replace files that are there");
+    command.add_flag("-q,--quiet", options->is_quiet, "Say nothing but what went wrong");
+    command.footer(example);
+    command.callback([options, flags] {
+        check_output_name(options->output);
+        if (options->output.extension() == ".png" && flags->pixel_format->count() > 0) {
+            throw Usage_error(
+                "--pixel-format is for .raw files, but --output is " + options->output.string() +
+                "; leave it out or choose a name that ends in .raw");
+        }
+        if (flags->spread.lowest_diattenuation > flags->spread.highest_diattenuation) {
+            throw Usage_error("--lowest-diattenuation is above --highest-diattenuation");
+        }
+        options->settings.noise = !flags->no_noise;
+        options->existing = flags->overwrites ? Existing_files::replace : Existing_files::keep;
+        if (flags->imperfect) {
+            options->settings.analysers =
+                imperfect_analysers(options->settings.phase, flags->spread);
+        }
+        options->analyser_seed = flags->spread.seed;
+        run_simulate(*options);
+    });
+}
+
+} // namespace polarize_tool

@@ -1,0 +1,84 @@
+/// @file
+/// What commands that read frames have in common on the command line: which frames, how their
+/// samples lie, and how the mosaic lies over them.
+#pragma once
+
+#include "input/frame_finding.hpp"
+#include "veldrane_mrv/polarization/mosaic.hpp"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+class Option;
+} // namespace CLI
+
+namespace polarize_tool {
+
+inline constexpr char const* phase_help =
+    "Mosaic, top-left cell row by row in degrees: 0: 0 135 / 45 90, 1: 45 90 / 0 135, "
+    "2: 90 45 / 135 0, 3: 135 0 / 90 45";
+
+/// FRAME..., the description of raw ones, and --start, --stop and --step.
+struct Input_options {
+    std::vector<std::string> inputs;
+    std::string pixel_format;
+    std::size_t width = 0;
+    std::size_t height = 0;
+    std::uint64_t header_bytes = 0;
+    std::size_t stride = 0;
+    Frame_selection selection;
+
+    /// Empty for image files.
+    /// @throws Usage_error if the options do not fit together
+    std::optional<Raw_layout> raw_layout() const;
+};
+
+/// How many frames a command takes: one has a --start alone.
+enum class Frame_choice { many, one };
+void add_input_options(
+    CLI::App& command, Input_options& options, Frame_choice choice = Frame_choice::many);
+
+/// --pixel-format, in whatever case; `name` gets the one of the convention.
+CLI::Option* add_pixel_format(CLI::App& command, std::string& name, std::string const& help);
+
+/// Part of a frame, in pixels.
+struct Region {
+    std::size_t column;
+    std::size_t row;
+    std::size_t width;
+    std::size_t height;
+};
+
+/// --bit-depth, --shift, --region and --dark.
+struct Sample_options {
+    int bit_depth = 0;
+    int shift = 0;
+    std::string region_text;
+    std::vector<std::string> dark_frames;
+
+    /// @throws Usage_error if the text is no region
+    std::optional<Region> region() const;
+    /// The depth that was given, or that of the pixel format.
+    /// @throws Usage_error if there is neither
+    int depth(std::optional<Raw_layout> const& raw) const;
+};
+void add_sample_options(CLI::App& command, Sample_options& options);
+
+/// --phase and --layout.
+struct Mosaic_options {
+    std::optional<int> phase;
+    std::string layout;
+
+    /// @throws Usage_error if both or an unknown layout were given
+    std::optional<veldrane_mrv::polarization::Mosaic> given() const;
+    /// @throws Usage_error if none was given as well
+    veldrane_mrv::polarization::Mosaic required() const;
+};
+void add_mosaic_options(CLI::App& command, Mosaic_options& options);
+
+} // namespace polarize_tool

@@ -1,0 +1,69 @@
+/// @file
+/// One frame through the polarisation processor, to the numbers that go into files.
+#pragma once
+
+#include "input/frame.hpp"
+#include "output/array_writing.hpp"
+#include "veldrane_mrv/polarization/planes.hpp"
+#include "veldrane_mrv/polarization/transform.hpp"
+#include "veldrane_mrv/polarization/units.hpp"
+
+#include <array>
+#include <optional>
+#include <vector>
+
+namespace polarize_tool {
+
+/// What the numbers in the files count: steps of the full scale, or physical quantities with the
+/// angle in one of two units.
+enum class Units { scaled, degrees, radians };
+
+/// What all frames of a run have in common.
+struct Processing {
+    polarization::Settings settings =
+        polarization::ideal_settings(polarization::Mosaic::from_phase(0), polarization::Scale(8));
+    polarization::Mode mode = polarization::Mode::fast;
+    polarization::Plane_set planes;
+    bool is_signed = false;
+    Units units = Units::scaled;
+    unsigned repetitions = 1;
+
+    /// Kind of the numbers in the file of a plane.
+    Sample_kind kind_of(polarization::Plane plane) const;
+    /// Whether `plane` holds S1 or S2 with its sign.
+    bool holds_sign(polarization::Plane plane) const;
+};
+
+/// Transforms frame after frame. Memory is taken with the first frame and whenever the size of the
+/// frames changes. For one thread.
+class Frame_processor {
+public:
+    explicit Frame_processor(Processing const& processing);
+
+    /// @throws polarization::Argument_error if the frame cannot be transformed
+    void run(Frame const& frame);
+
+    /// Of the last frame: a plane as it goes into a file, valid until the next run.
+    Array_view array(polarization::Plane plane) const;
+    /// Azimuth or degree as the processor wrote it.
+    std::span<std::uint16_t const> stored(polarization::Plane plane) const;
+    /// Time of the transform alone, for each repetition.
+    std::vector<double> const& milliseconds() const { return milliseconds_; }
+
+private:
+    void take_memory(std::size_t height, std::size_t width);
+    void transform_once(Frame const& frame);
+    void convert();
+    void convert(polarization::Plane plane, std::vector<float>& result);
+
+    Processing processing_;
+    polarization::Plane_set computed_;
+    std::optional<polarization::Planes> planes_;
+    std::optional<polarization::Signed_planes> signed_planes_;
+    std::optional<polarization::Calibrated_transform> calibrated_;
+    std::optional<polarization::Signed_transform> signed_;
+    std::array<std::vector<float>, 5> converted_;
+    std::vector<double> milliseconds_;
+};
+
+} // namespace polarize_tool

@@ -1,0 +1,44 @@
+/// @file
+/// The files that one processed frame leaves in the folder of results.
+#pragma once
+
+#include "output/processing.hpp"
+#include "output/sidecar.hpp"
+#include "output/staged_files.hpp"
+
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+namespace polarize_tool {
+
+/// What of a frame goes where. Constant during a run.
+struct Results {
+    std::filesystem::path folder;
+    File_format format = File_format::tiff;
+    /// Without a choice, frames that are alone in their file get pictures.
+    std::optional<bool> pictures;
+    Existing_files existing = Existing_files::keep;
+    Processing processing;
+    Origin origin;
+
+    /// All files of a frame.
+    std::vector<std::filesystem::path> files_of(Frame_place const& place) const;
+
+    /// Whether they are all there and none is empty, as files are whose disk lost its power.
+    bool has_files_of(Frame_place const& place) const;
+
+    /// Writes them, except that nothing has appeared yet: that takes `publish` of what it returns.
+    /// @throws File_failure
+    Staged_files stage(Frame_place const& place, Frame_processor const& processed) const;
+
+private:
+    std::filesystem::path file_of(Frame_place const& place, std::string const& ending) const;
+    std::filesystem::path plane_file(Frame_place const& place, polarization::Plane plane) const;
+    bool shows_degree(Frame_place const& place) const;
+    bool shows_angle(Frame_place const& place) const;
+    void stage_pictures(
+        Frame_place const& place, Frame_processor const& processed, Staged_files& files) const;
+};
+
+} // namespace polarize_tool
