@@ -49,7 +49,11 @@ Signed_transform::Signed_transform(Settings const& settings, Mode mode, Final_pi
 
 void Signed_transform::operator()(
     Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes) {
-    check_signed_call(frame, positive_pass_.settings(), planes, signed_planes);
+    if (signed_planes.s1.empty() && signed_planes.s2.empty()) {
+        run_pass(positive_pass_, frame, planes);
+        return;
+    }
+    check_signed_call(frame, settings(), planes, signed_planes);
     std::array<std::span<std::int32_t>, 2> const results = {signed_planes.s1, signed_planes.s2};
     std::array<Plane, 2> const names = {Plane::s1, Plane::s2};
     Plane_views positive = planes;

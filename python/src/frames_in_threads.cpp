@@ -1,14 +1,14 @@
 #include "frames_in_threads.hpp"
 
+#include "veldrane_mrv/polarization/frame_transform.hpp"
+
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <exception>
 #include <functional>
-#include <limits>
 #include <mutex>
 #include <new>
-#include <optional>
 #include <system_error>
 #include <thread>
 #include <vector>
@@ -20,10 +20,6 @@ namespace {
 
 namespace polarization = veldrane_mrv::polarization;
 
-bool wants_signed(Targets const& targets) {
-    return targets.signed_s1.data != nullptr || targets.signed_s2.data != nullptr;
-}
-
 polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
     auto const& of = targets.integer_planes;
     return {of[0].frame(index), of[1].frame(index), of[2].frame(index),
@@ -33,39 +29,17 @@ polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
 /// What one frame in flight needs.
 class Worker {
 public:
-    Worker(polarization::Settings const& settings, polarization::Mode mode, bool is_signed)
-        : settings_{settings}, mode_{mode} {
-        if (is_signed) {
-            signed_.emplace(settings, mode);
-        } else if (mode == polarization::Mode::calibrated) {
-            calibrated_.emplace(settings);
-        }
-    }
+    Worker(polarization::Settings const& settings, polarization::Mode mode)
+        : transform_{settings, {.mode = mode}} {}
 
     void process(Raw_frames const& raw, Targets const& targets, std::size_t index) {
-        polarization::Frame_view const frame = raw.frame(index, memory_);
-        polarization::Plane_views const planes = planes_of(targets, index);
-        polarization::Signed_views const signed_planes{
-            targets.signed_s1.frame(index), targets.signed_s2.frame(index)};
-        if (mode_ == polarization::Mode::fast && !planes.normalized_stokes.empty()) {
-            // Before anything is written, so that a refusal leaves all planes as they were.
-            polarization::check_signed_call(frame, settings_, planes, signed_planes);
-            std::ranges::fill(planes.normalized_stokes, std::numeric_limits<float>::quiet_NaN());
-        }
-        if (signed_) {
-            (*signed_)(frame, planes, signed_planes);
-        } else if (calibrated_) {
-            (*calibrated_)(frame, planes);
-        } else {
-            polarization::transform(frame, settings_, planes);
-        }
+        transform_(
+            raw.frame(index, memory_), planes_of(targets, index),
+            {targets.signed_s1.frame(index), targets.signed_s2.frame(index)});
     }
 
 private:
-    polarization::Settings const& settings_;
-    polarization::Mode mode_;
-    std::optional<polarization::Calibrated_transform> calibrated_;
-    std::optional<polarization::Signed_transform> signed_;
+    polarization::Frame_transform transform_;
     std::vector<std::uint16_t> memory_;
 };
 
@@ -130,7 +104,7 @@ std::size_t usable_processors() {
 void process_frames(
     Raw_frames const& raw, Targets const& targets, polarization::Settings const& settings,
     polarization::Mode mode, std::size_t threads, std::function<void()> const& between_frames) {
-    Worker own{settings, mode, wants_signed(targets)};
+    Worker own{settings, mode};
     if (raw.count() == 1) {
         own.process(raw, targets, 0);
         return;
@@ -140,8 +114,9 @@ void process_frames(
     {
         std::function<void()> const help = [&] {
             frames.work([&] {
-                return [&, worker = Worker{settings, mode, wants_signed(targets)}](
-                           std::size_t index) mutable { worker.process(raw, targets, index); };
+                return [&, worker = Worker{settings, mode}](std::size_t index) mutable {
+                    worker.process(raw, targets, index);
+                };
             });
         };
         std::vector<std::jthread> others;

@@ -138,11 +138,12 @@ public:
         Settings const& settings, Mode mode = Mode::fast,
         Final_pixel final_pixel = Final_pixel::by_position);
 
+    Settings const& settings() const { return positive_pass_.settings(); }
+
     /// `Final_pixel` has a meaning in calibrated mode only. `planes` may hold S1 and S2 too: the
     /// positive halves.
     /// @throws Argument_error if a check fails, or if signed planes are wanted and the rounding
-    /// mode
-    ///        is not to nearest; nothing has been written then
+    ///         mode is not to nearest; nothing has been written then
     void operator()(
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes);
 

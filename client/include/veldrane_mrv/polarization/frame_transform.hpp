@@ -1,0 +1,34 @@
+/// @file
+/// Frame after frame in whichever way its options and the wanted planes ask for.
+#pragma once
+
+#include "veldrane_mrv/polarization/transform.hpp"
+
+namespace veldrane_mrv::polarization {
+
+struct Transform_options {
+    Mode mode = Mode::fast;
+    /// Has a meaning in calibrated mode only.
+    Final_pixel final_pixel = Final_pixel::by_position;
+};
+
+/// One frame after another, each in one, two or no passes of the processor: what is asked for as a
+/// plane and as a signed plane decides. Keeps its workspace from frame to frame. Can be moved; for
+/// one thread at a time.
+class Frame_transform {
+public:
+    explicit Frame_transform(Settings const& settings, Transform_options const& options = {});
+
+    Settings const& settings() const { return transform_.settings(); }
+
+    /// Fast mode leaves NaN wherever it stores no normalised Stokes value, whatever the plane held.
+    /// @throws Argument_error as a `Signed_transform` does; nothing has been written then
+    void operator()(
+        Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
+
+private:
+    Mode mode_;
+    Signed_transform transform_;
+};
+
+} // namespace veldrane_mrv::polarization
