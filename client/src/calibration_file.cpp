@@ -1,6 +1,6 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
-#include "regular_files.hpp"
+#include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <cerrno>
 #include <span>

@@ -1,4 +1,4 @@
-#include "regular_files.hpp"
+#include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <algorithm>
 #include <array>

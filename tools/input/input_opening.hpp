@@ -2,7 +2,7 @@
 /// Opens files that a run reads.
 #pragma once
 
-#include "regular_files.hpp"
+#include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <filesystem>
 #include <string>

@@ -1,7 +1,7 @@
 #include "output/staged_files.hpp"
 
-#include "regular_files.hpp"
 #include "terminal/failure.hpp"
+#include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <cerrno>
 #include <chrono>

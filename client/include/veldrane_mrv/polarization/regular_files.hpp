@@ -1,7 +1,7 @@
 /// @file
 /// Files as they are read and written here: regular ones and no others, opened without waiting for
-/// anybody, written under a name that nobody can foresee and then renamed. Not installed; the
-/// program's own files go the same way.
+/// anybody, written under a name that nobody can foresee and then renamed. Whatever lies above this
+/// layer opens its files the same way.
 #pragma once
 
 #include "veldrane_mrv/polarization/existing_files.hpp"
