@@ -13,7 +13,7 @@ from dask.highlevelgraph import HighLevelGraph
 
 from . import _arguments, _native
 from ._arguments import Array, Layout
-from ._batch_settings import Settings
+from ._settings import Settings
 
 __all__ = ["process"]
 

@@ -20,7 +20,9 @@ import numpy as np
 import zarr
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_settings, _batch_work
+from veldrane_polarization._settings import Settings
+from veldrane_polarization.batch import output_group
+from veldrane_polarization.batch.work import process_frames
 
 LAYOUT, BIT_DEPTH = "90,45,135,0", 12
 
@@ -44,7 +46,7 @@ class Gate:
     def __init__(self, folder, first):
         self._folder = folder / "gate"
         self._folder.mkdir()
-        preload = str(Path(__file__).with_name("gate.py"))
+        preload = str(Path(__file__).parent / "batch" / "gate.py")
         self.environment = {
             "DASK_DISTRIBUTED__WORKER__PRELOAD": repr([preload]),
             "GATE_FOLDER": str(self._folder),
@@ -162,20 +164,18 @@ def assert_equal(out, frames, indices=None, **changes):
 def settings(**changes):
     values = dict(phase=2, planes=("s0", "dolp"), mode="fast", calibration=None, signed=False)
     scale = vp.Scale(changes.pop("bit_depth", BIT_DEPTH), changes.pop("full_scale", None))
-    return _batch_settings.Settings(**(values | {"scale": scale} | changes))
+    return Settings(**(values | {"scale": scale} | changes))
 
 
 def output(path, compression="lz4", run="0123abcd"):
-    return _batch_output.Output(str(path), compression, run)
+    return output_group.Output(str(path), compression, run)
 
 
 def store_all(recording, out, chosen=None):
     """A whole run in this process."""
     chosen = chosen or settings()
-    _batch_output.prepare(out, chosen, recording)
-    outcome = _batch_work.process_frames(
-        recording, out, chosen, range(recording.count), vp.__version__
-    )
+    output_group.prepare(out, chosen, recording)
+    outcome = process_frames(recording, out, chosen, range(recording.count), vp.__version__)
     assert outcome == [(index, None) for index in range(recording.count)]
 
 

@@ -19,7 +19,8 @@ from batch_support import output, store_all
 from hypothesis import given, strategies as st
 
 import veldrane_polarization as vp
-from veldrane_polarization import _recordings, batch, dask as vp_dask
+from veldrane_polarization import _recordings, dask as vp_dask
+from veldrane_polarization.batch import command
 
 WAYS_TO_COPY = {
     "copy": copy.copy,
@@ -42,7 +43,7 @@ def settings_of_command(bit_depth, full_scale, *more):
     line = ["in", "out", "--layout", "2", "--bit-depth", str(bit_depth), *more]
     if full_scale is not None:
         line += ["--full-scale", str(full_scale)]
-    return pickle.loads(pickle.dumps(batch._settings(batch._parser().parse_line(line))))
+    return pickle.loads(pickle.dumps(command._settings(command._parser().parse_line(line))))
 
 
 def assert_same_planes(found, expected):

@@ -22,7 +22,9 @@ import zarr
 from numcodecs import blosc
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_settings, _batch_work, _recordings
+from veldrane_polarization import _recordings
+from veldrane_polarization._settings import Settings
+from veldrane_polarization.batch import output_group, work
 
 LAYOUT, BIT_DEPTH, PLANES = 2, 12, ("s0", "azimuth", "dolp")
 
@@ -43,7 +45,7 @@ def make_recording(path, count, height, width):
 
 
 def settings():
-    return _batch_settings.Settings(LAYOUT, vp.Scale(BIT_DEPTH), PLANES, "fast", None, False)
+    return Settings(LAYOUT, vp.Scale(BIT_DEPTH), PLANES, "fast", None, False)
 
 
 def milliseconds(action, frames):
@@ -64,8 +66,8 @@ def parts(source, folder, count):
     print(f"one process: read {read:.1f} ms, process {process:.1f} ms a frame")
     result = settings().process(raw)
     for compression in ("none", "lz4"):
-        out = _batch_output.Output(str(folder / "parts.zarr"), compression, "0")
-        _batch_output.prepare(out, settings(), recording)
+        out = output_group.Output(str(folder / "parts.zarr"), compression, "0")
+        output_group.prepare(out, settings(), recording)
 
         def store(index, out=out):
             for name in PLANES:
@@ -78,7 +80,7 @@ def parts(source, folder, count):
             )
         took = milliseconds(store, count)
         size = sum((Path(out.path) / name / "0.0.0").stat().st_size for name in PLANES)
-        _batch_work.process_frames(recording, out, settings(), [0], vp.__version__)
+        work.process_frames(recording, out, settings(), [0], vp.__version__)
         begin = time.perf_counter()
         os.sync()
         print(

@@ -16,8 +16,9 @@ import zarr
 from batch_support import assert_equal, frames_of, output, settings, store_all
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _recordings
-from veldrane_polarization._batch_output import Output_error, incomplete_frames, prepare
+from veldrane_polarization import _recordings
+from veldrane_polarization.batch import output_group
+from veldrane_polarization.batch.output_group import Output_error, incomplete_frames, prepare
 
 
 @pytest.fixture
@@ -156,9 +157,9 @@ def test_bare_samples_that_changed_are_refused(tmp_path):
 def test_another_build_of_the_same_version_goes_on(tmp_path, recording, monkeypatch):
     out = output(tmp_path / "out.zarr")
     prepare(out, settings(), recording)
-    monkeypatch.setattr(_batch_output, "processor_identification", lambda: "Version = of yesterday")
+    monkeypatch.setattr(output_group, "processor_identification", lambda: "Version = of yesterday")
     prepare(out, settings(), recording)
-    monkeypatch.setattr(_batch_output, "software_version", lambda: "0.9.0.0")
+    monkeypatch.setattr(output_group, "software_version", lambda: "0.9.0.0")
     with pytest.raises(Output_error, match="software.version"):
         prepare(out, settings(), recording)
 
@@ -223,7 +224,7 @@ def test_of_runs_that_begin_at_the_same_moment_one_has_out(tmp_path, recording, 
     if there:
         path.mkdir()
     together = threading.Barrier(starts)
-    write, waited = _batch_output._write_attributes, threading.local()
+    write, waited = output_group._write_attributes, threading.local()
 
     def writing(*arguments):
         if not hasattr(waited, "once"):
@@ -231,7 +232,7 @@ def test_of_runs_that_begin_at_the_same_moment_one_has_out(tmp_path, recording, 
             together.wait(300)
         write(*arguments)
 
-    monkeypatch.setattr(_batch_output, "_write_attributes", writing)
+    monkeypatch.setattr(output_group, "_write_attributes", writing)
 
     def start(number):
         full_scale = 65535 - number // 2
@@ -264,11 +265,11 @@ def test_of_runs_that_begin_at_the_same_moment_one_has_out(tmp_path, recording, 
 
 def test_a_run_that_cannot_begin_does_not_bind_out(tmp_path, recording):
     path = tmp_path / "out.zarr"
-    _batch_output.check(output(path), settings(), recording)
+    output_group.check(output(path), settings(), recording)
     assert not path.exists() and not list(tmp_path.glob("*.partial"))
     prepare(output(path), settings(signed=True), recording)
     with pytest.raises(Output_error, match="signed"):
-        _batch_output.check(output(path), settings(), recording)
+        output_group.check(output(path), settings(), recording)
 
 
 @pytest.mark.parametrize(
@@ -279,7 +280,7 @@ def test_what_was_taken_away_of_an_out_is_made_anew(tmp_path, recording, part):
     store_all(recording, out)
     taken = tmp_path / "out.zarr" / part
     taken.rename(tmp_path / "taken")
-    _batch_output.check(out, settings(), recording)
+    output_group.check(out, settings(), recording)
     missing = incomplete_frames(out, settings(), recording)
     assert missing == (list(range(6)) if part == "dolp" else [])
     store_all(recording, out)
@@ -367,7 +368,7 @@ def test_files_that_killed_writers_left_are_removed_and_no_others(tmp_path, reco
         os.utime(tmp_path / "out.zarr" / name, (now - age, now - age))
         if name.endswith(".zgroup"):
             os.utime((tmp_path / "out.zarr" / name).parent, (now - age, now - age))
-    _batch_output.remove_leftovers(out, settings())
+    output_group.remove_leftovers(out, settings())
     assert {name: (tmp_path / "out.zarr" / name).exists() for name in files} == {
         name: stays for name, (_, stays) in files.items()
     }

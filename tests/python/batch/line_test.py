@@ -11,7 +11,8 @@ from batch_support import assert_equal, frames_of, options, run
 from hypothesis import given, strategies as st
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_line, _recordings, batch
+from veldrane_polarization import _recordings, batch
+from veldrane_polarization.batch import command, line as line_of_words
 
 OF_ARGPARSE = (
     "invalid",
@@ -22,19 +23,21 @@ OF_ARGPARSE = (
     "required",
     "ignored",
 )
-PARSER = batch._parser()
+PARSER = command._parser()
 WITH_VALUE = {
     max(action.option_strings, key=len): action
     for action in PARSER._actions
-    if isinstance(action, _batch_line._Value) and action.option_strings
+    if isinstance(action, line_of_words._Value) and action.option_strings
 }
 FLAGS = {
     max(action.option_strings, key=len)
     for action in PARSER._actions
-    if action.option_strings and not isinstance(action, _batch_line._Value)
+    if action.option_strings and not isinstance(action, line_of_words._Value)
 }
 WHOLE_NUMBERS = [
-    name for name, action in WITH_VALUE.items() if isinstance(action.kind, _batch_line.Whole_number)
+    name
+    for name, action in WITH_VALUE.items()
+    if isinstance(action.kind, line_of_words.Whole_number)
 ]
 
 
@@ -148,7 +151,7 @@ def test_case_of_values_does_not_matter():
         ]
     )
     assert (line.mode, line.compression, line.pixel_format) == ("fast", "none", "Mono12p")
-    assert batch._settings(line).planes == ("s0", "dolp")
+    assert command._settings(line).planes == ("s0", "dolp")
 
 
 @pytest.mark.parametrize(
@@ -191,7 +194,7 @@ def test_options_may_stand_between_in_and_out():
 
 @given(st.text())
 def test_what_is_printed_is_one_line_of_signs(text):
-    shown = _batch_line.printable(text)
+    shown = line_of_words.printable(text)
     assert shown.isprintable() and shown.encode().decode() == shown
     assert text != shown or text.isprintable()
 

@@ -7,7 +7,7 @@ from typing import IO, Any
 
 import numpy as np
 
-from ._arguments import Array
+from .._arguments import Array
 
 TIFF, PNG = (".tif", ".tiff"), (".png",)
 _ACCEPTED = "give one grey picture of 8 or 16 bits"

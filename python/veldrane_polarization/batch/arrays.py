@@ -7,9 +7,9 @@ from typing import Any
 
 import numpy as np
 
-from . import _arguments, _zarr_metadata, datasets
-from ._batch_settings import Settings
-from ._recordings import Recording
+from .. import _arguments, datasets
+from .._recordings import Recording, zarr_metadata
+from .._settings import Settings
 
 COMPLETE = "complete"
 
@@ -63,7 +63,7 @@ def attributes_of(name: str, settings: Settings, recording: Recording) -> dict[s
 def check(group: Any, name: str, wanted: dict[str, Any]) -> None:
     place = f"{group.store.path}/{name}"
     try:
-        _zarr_metadata.check(Path(group.store.path) / name)
+        zarr_metadata.check(Path(group.store.path) / name)
         array = group[name]
         found = {key: getattr(array, key) for key in wanted}
     except (OSError, KeyError):

@@ -9,12 +9,12 @@ import os
 import time
 from pathlib import Path
 
-from veldrane_polarization import _batch_work
+from veldrane_polarization.batch import work
 
 
 def dask_setup(worker):
     folder, first = Path(os.environ["GATE_FOLDER"]), int(os.environ["GATE_FRAME"])
-    store = _batch_work._store
+    store = work._store
 
     def held(raw, index, *others):
         if index >= first:
@@ -23,4 +23,4 @@ def dask_setup(worker):
                 time.sleep(0.01)
         store(raw, index, *others)
 
-    _batch_work._store = held
+    work._store = held

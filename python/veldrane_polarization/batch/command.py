@@ -1,32 +1,24 @@
-"""Process a whole recording on the machines of a Dask cluster: python -m veldrane_polarization.batch"""
+"""The command: from its line to its exit code."""
 
 from __future__ import annotations
 
 import argparse
 import contextlib
-import logging
 import os
 import sys
 import uuid
-import warnings
 from collections.abc import Sequence
 from pathlib import Path
 from typing import Optional
 
-from . import (
-    _arguments,
-    _batch_cluster,
-    _batch_interruption,
-    _batch_output,
-    _batch_running,
-    _recordings,
-)
-from ._batch_line import Line_parser, One_of, Seconds, Text, Usage_error, Whole_number, printable
-from ._batch_output import Output
-from ._batch_settings import Settings
-from ._native import Calibration
-from ._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from ._recordings import Recording
+from .. import _arguments
+from .._native import Calibration
+from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
+from .._recordings import Recording, open_recording
+from .._settings import Settings
+from . import cluster, interruption, output_group, running
+from .line import Line_parser, One_of, Seconds, Text, Usage_error, Whole_number, printable
+from .output_group import Output
 
 ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
 
@@ -73,37 +65,37 @@ def _parser() -> Line_parser:
     raw.add_argument("--width", kind=Whole_number())
     raw.add_argument("--header-bytes", kind=Whole_number())
     raw.add_argument("--stride", kind=Whole_number(), help="bytes from one row to the next")
-    cluster = parser.add_argument_group("where")
-    cluster.add_argument(
+    where = parser.add_argument_group("where")
+    where.add_argument(
         "--scheduler",
         kind=Text("the address of a scheduler"),
         metavar="ADDRESS",
         help="of a cluster that runs already",
     )
-    cluster.add_argument(
+    where.add_argument(
         "--workers",
         kind=Whole_number(1, 1024),
         metavar="N",
         help="processes on this machine, without --scheduler; one a processor",
     )
-    cluster.add_argument(
+    where.add_argument(
         "--patience",
         kind=Seconds(),
         default=60,
         metavar="SECONDS",
         help="to wait for a worker, and for the next frame to be done (60)",
     )
-    cluster.add_argument(
+    where.add_argument(
         "--tls-ca-file",
         kind=Text("a file"),
         metavar="FILE",
         help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's " "configuration",
     )
-    cluster.add_argument(
+    where.add_argument(
         "--tls-cert", kind=Text("a file"), metavar="FILE", help="this program's certificate there"
     )
-    cluster.add_argument("--tls-key", kind=Text("a file"), metavar="FILE", help="its key")
-    cluster.add_argument(
+    where.add_argument("--tls-key", kind=Text("a file"), metavar="FILE", help="its key")
+    where.add_argument(
         "--dashboard",
         action="store_true",
         help="show pages about the processes on this machine, to all its users",
@@ -211,25 +203,25 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     _check_line(line)
     settings = _settings(line)
     source, path = _absolute(Path(line.input)), _absolute(Path(line.output))
-    recording = _recordings.open_recording(
+    recording = open_recording(
         source, line.pixel_format, line.height, line.width, line.header_bytes or 0, line.stride
     )
     _check_frames(recording, settings, source)
     _check_apart(source, path)
     output = Output(str(path), line.compression, uuid.uuid4().hex[:8])
-    _batch_output.check(output, settings, recording)
-    frames = _batch_output.incomplete_frames(output, settings, recording)
-    report = _batch_running.Report(len(frames), not line.quiet and sys.stderr.isatty())
+    output_group.check(output, settings, recording)
+    frames = output_group.incomplete_frames(output, settings, recording)
+    report = running.Report(len(frames), not line.quiet and sys.stderr.isatty())
     code, problem = ALL_DONE, ""
     try:
         if frames:
             _process(line, recording, output, settings, frames, report)
         else:  # a recording without frames has an OUT, too
-            _batch_output.prepare(output, settings, recording)
-    except _batch_running.Unfinished as error:
+            output_group.prepare(output, settings, recording)
+    except running.Unfinished as error:
         code, problem = A_FRAME_FAILED, str(error)
-    except _batch_interruption.Interruption:
-        code, problem = INTERRUPTED, f"interrupted; {_batch_output.GO_ON}"
+    except interruption.Interruption:
+        code, problem = INTERRUPTED, f"interrupted; {output_group.GO_ON}"
     is_told = _tell(report, recording, problem, line.quiet)
     is_whole = is_told and report.done == report.frames
     return code or (ALL_DONE if is_whole else A_FRAME_FAILED)
@@ -241,23 +233,23 @@ def _process(
     output: Output,
     settings: Settings,
     frames: Sequence[int],
-    report: _batch_running.Report,
+    report: running.Report,
 ) -> None:
-    security = _batch_cluster.credentials(line.tls_ca_file, line.tls_cert, line.tls_key)
-    where = _batch_cluster.cluster(line.scheduler, line.workers, security, line.dashboard)
+    security = cluster.credentials(line.tls_ca_file, line.tls_cert, line.tls_key)
+    where = cluster.cluster(line.scheduler, line.workers, security, line.dashboard)
     with where as client:
-        threads = _batch_running.check_workers(client, line.patience)
-        _batch_interruption.raise_if_interrupted()
-        _batch_output.prepare(output, settings, recording)
+        threads = running.check_workers(client, line.patience)
+        interruption.raise_if_interrupted()
+        output_group.prepare(output, settings, recording)
         report.start()
-        work = _batch_running.Run(client, recording, output, settings, report, line.patience)
+        under_way = running.Run(client, recording, output, settings, report, line.patience)
         # Workers that have just left may come back, or others.
-        work.process(frames, 4 * max(1, threads))
+        under_way.process(frames, 4 * max(1, threads))
     with contextlib.suppress(OSError):  # they harm nobody
-        _batch_output.remove_leftovers(output, settings)
+        output_group.remove_leftovers(output, settings)
 
 
-def _tell(report: _batch_running.Report, recording: Recording, problem: str, quiet: bool) -> bool:
+def _tell(report: running.Report, recording: Recording, problem: str, quiet: bool) -> bool:
     """Whether all could be told; failures are, wherever the summary goes."""
     report.end()
     lost = "" if quiet else _summarise(report, recording)
@@ -268,7 +260,7 @@ def _tell(report: _batch_running.Report, recording: Recording, problem: str, qui
     return not lost
 
 
-def _summarise(report: _batch_running.Report, recording: Recording) -> str:
+def _summarise(report: running.Report, recording: Recording) -> str:
     """What was wrong with that."""
     unfinished = report.frames - report.handled
     try:
@@ -298,7 +290,7 @@ def _problem(error: Exception) -> str:
 
 def main(arguments: Optional[Sequence[str]] = None) -> int:
     try:
-        with _batch_interruption.interruptible():
+        with interruption.interruptible():
             return run(arguments)
     except ImportError as error:
         package = (error.name or "").partition(".")[0].lower()
@@ -308,17 +300,6 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         _complain(_problem(error))
         # Of files that go away, full disks: what is wrong usage has an error of its own.
         return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
-    except _batch_interruption.Interruption:
-        _complain(f"interrupted; {_batch_output.GO_ON}")
+    except interruption.Interruption:
+        _complain(f"interrupted; {output_group.GO_ON}")
         return INTERRUPTED
-
-
-if __name__ == "__main__":
-    # dask logs what this program reports in lines of its own, some of it when Python ends.
-    logging.disable(logging.CRITICAL)
-    # Decoders warn of pictures that are large, and of more that no user can change.
-    warnings.simplefilter("ignore")
-    # By its proper name, so that workers find what they are sent.
-    from veldrane_polarization.batch import main as _main
-
-    sys.exit(_main())

@@ -1,4 +1,4 @@
-"""Recordings on disk, read frame by frame in whatever process."""
+"""What a path holds, and the recordings that it may be."""
 
 from __future__ import annotations
 
@@ -16,9 +16,10 @@ from typing import Any, Optional, Union
 
 import numpy as np
 
-from . import _native, _pixel_formats, _zarr_metadata
-from ._arguments import Array
-from ._pictures import PNG, TIFF, read_picture
+from .. import _native, _pixel_formats
+from .._arguments import Array
+from . import zarr_metadata
+from .pictures import PNG, TIFF, read_picture
 
 
 class Recording_error(ValueError):
@@ -48,7 +49,7 @@ class Zarr_recording:
         metadata = _array_metadata(folder)
         if (metadata.shape, metadata.chunks) != ((self.count, *self.shape), self.chunks):
             raise ValueError(f"{folder} is another array than at the start; put that one back")
-        array = _zarr_metadata.open_frames(folder, metadata)
+        array = zarr_metadata.open_frames(folder, metadata)
         _check_chunks(array, folder, first, stop)
         try:
             return np.asarray(array[first:stop])
@@ -304,8 +305,8 @@ def _raw(
     if height is None or width is None:
         raise Recording_error(f"{path} needs a size; give --height and --width with --pixel-format")
     for option, value in (("--height", height), ("--width", width)):
-        if not 1 <= value <= _zarr_metadata.LARGEST_SIDE:
-            raise Recording_error(f"{option} is {value}; give 1 to {_zarr_metadata.LARGEST_SIDE}")
+        if not 1 <= value <= zarr_metadata.LARGEST_SIDE:
+            raise Recording_error(f"{option} is {value}; give 1 to {zarr_metadata.LARGEST_SIDE}")
     if path.is_dir():
         raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
     _check_regular(path)
@@ -344,18 +345,18 @@ def _raw(
             f"of {opened.bytes_per_frame}, a frame of {height} x {width} in {pixel_format}; check "
             "size, format and header, or cut off an incomplete last frame"
         )
-    if count > _zarr_metadata.MOST_FRAMES:
+    if count > zarr_metadata.MOST_FRAMES:
         raise Recording_error(
             f"{path} holds {count} frames of {height} x {width}; give at most "
-            f"{_zarr_metadata.MOST_FRAMES} frames at a time"
+            f"{zarr_metadata.MOST_FRAMES} frames at a time"
         )
     return replace(opened, count=count)
 
 
-def _array_metadata(path: Path) -> _zarr_metadata.Array_metadata:
+def _array_metadata(path: Path) -> zarr_metadata.Array_metadata:
     try:
-        return _zarr_metadata.of_frames(path)
-    except _zarr_metadata.Metadata_error as error:
+        return zarr_metadata.of_frames(path)
+    except zarr_metadata.Metadata_error as error:
         raise Recording_error(
             f"{path}/.zarray cannot be read ({error}); write the array again"
         ) from None

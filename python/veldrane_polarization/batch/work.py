@@ -7,12 +7,12 @@ from typing import Optional
 
 import numpy as np
 
-from ._arguments import Array
-from ._batch_arrays import COMPLETE
-from ._batch_output import GO_ON, Output, Output_lost
-from ._batch_settings import Settings
-from ._native import software_version
-from ._recordings import Recording, Recording_changed
+from .._arguments import Array
+from .._native import software_version
+from .._recordings import Recording, Recording_changed
+from .._settings import Settings
+from .arrays import COMPLETE
+from .output_group import GO_ON, Output, Output_lost
 
 # Frames of one stored chunk are read together, which may hold thousands of them.
 _MOST_BYTES_AT_ONCE = 256 << 20

@@ -119,14 +119,14 @@ def _local_failure(error: Exception) -> Cluster_error:
 
 
 def _local_cluster(workers: Optional[int], folder: str, dashboard: bool) -> Any:
-    from . import _batch_local
+    from .local import pages, start
 
     try:
-        local = _batch_local.start(workers, folder, dashboard)
+        local = start(workers, folder, dashboard)
     except (OSError, RuntimeError) as error:
         raise _local_failure(error) from None
     if dashboard:
-        print(f"pages of the run: {_batch_local.pages(local)}", file=sys.stderr)
+        print(f"pages of the run: {pages(local)}", file=sys.stderr)
     return local
 
 

@@ -12,14 +12,14 @@ from collections.abc import Iterator, Sequence
 from dataclasses import dataclass, field
 from typing import Any, Optional
 
-from . import _batch_work, _recordings
-from ._batch_arrays import COMPLETE
-from ._batch_cluster import Cluster_error, reason_of
-from ._batch_interruption import raise_if_interrupted
-from ._batch_output import GO_ON, Output
-from ._batch_settings import Settings
-from ._native import software_version
-from ._recordings import Recording
+from .._native import software_version
+from .._recordings import Folder_recording, Recording
+from .._settings import Settings
+from . import work
+from .arrays import COMPLETE
+from .cluster import Cluster_error, reason_of
+from .interruption import raise_if_interrupted
+from .output_group import GO_ON, Output
 
 _STEP_SECONDS = 1.0
 
@@ -56,7 +56,7 @@ class Report:
         if self.shows_progress and self.handled:
             print(file=sys.stderr)
 
-    def add(self, outcome: _batch_work.Outcome) -> None:
+    def add(self, outcome: work.Outcome) -> None:
         self.failures |= {index: problem for index, problem in outcome if problem is not None}
         self.handled += len(outcome)
         if not self.shows_progress:
@@ -217,11 +217,11 @@ class Run:
         if indices is None:
             return
         recording, output, settings = self._work
-        if isinstance(recording, _recordings.Folder_recording):
+        if isinstance(recording, Folder_recording):
             recording = recording.part(indices[0], indices[-1] + 1)
         try:
             future = self._client.submit(
-                _batch_work.process_frames,
+                work.process_frames,
                 recording,
                 output,
                 settings,
@@ -346,17 +346,17 @@ class Run:
         del self._under_way[future]
         self._report.add(outcome)
 
-    def _outcome_of(self, future: Any) -> Optional[_batch_work.Outcome]:
+    def _outcome_of(self, future: Any) -> Optional[work.Outcome]:
         """None where it lies with a worker that died; another one is at it then."""
         try:
             if future.status == "error":
                 error = future.exception()
-                if isinstance(error, _batch_work.Run_ended):
+                if isinstance(error, work.Run_ended):
                     self._report.add(error.outcome)
                     raise Unfinished(error.line)
                 problem = _problem_of(error)
                 return [(index, problem) for index in self._under_way[future]]
-            outcome: _batch_work.Outcome = future.result(timeout=_STEP_SECONDS)
+            outcome: work.Outcome = future.result(timeout=_STEP_SECONDS)
             return outcome
         except Unfinished:
             raise

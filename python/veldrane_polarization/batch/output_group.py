@@ -16,12 +16,13 @@ from typing import Any, Optional
 
 import numpy as np
 
-from . import _arguments, _batch_arrays, datasets
-from ._arguments import Array
-from ._batch_arrays import COMPLETE, Output_error
-from ._batch_settings import Settings
-from ._native import processor_identification, software_version
-from ._recordings import Recording, blosc_sizes, text_of_name
+from .. import _arguments, datasets
+from .._arguments import Array
+from .._native import processor_identification, software_version
+from .._recordings import Recording, blosc_sizes, text_of_name
+from .._settings import Settings
+from . import arrays
+from .arrays import COMPLETE, Output_error
 
 _FORMAT = "veldrane_polarization.batch 1"
 _SECONDS_OF_A_LEFTOVER = 3600
@@ -210,8 +211,8 @@ def _check_arrays(path: Path, output: Output, settings: Settings, recording: Rec
     group = zarr.open_group(str(path), mode="r")
     for name in _arrays(settings):
         if (path / name / ".zarray").exists():
-            form = _batch_arrays.form_of(name, output.compressor(), settings, recording)
-            _batch_arrays.check(group, name, form)
+            form = arrays.form_of(name, output.compressor(), settings, recording)
+            arrays.check(group, name, form)
 
 
 @contextlib.contextmanager
@@ -234,9 +235,9 @@ def _made_beside(
         group = zarr.open_group(str(made), mode="w-")
         _write_attributes(made, wanted)
         for name in _arrays(settings):
-            form = _batch_arrays.form_of(name, output.compressor(), settings, recording)
+            form = arrays.form_of(name, output.compressor(), settings, recording)
             array = group.create_dataset(name, **form)
-            array.attrs.put(_batch_arrays.attributes_of(name, settings, recording))
+            array.attrs.put(arrays.attributes_of(name, settings, recording))
         yield made
     finally:
         shutil.rmtree(made, ignore_errors=True)

@@ -17,8 +17,9 @@ from batch_support import frames_of, options, output, run, settings
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_work, _recordings
-from veldrane_polarization._pictures import read_picture
+from veldrane_polarization import _recordings
+from veldrane_polarization._recordings.pictures import read_picture
+from veldrane_polarization.batch import output_group, work
 
 CODECS = {
     "none": None,
@@ -48,12 +49,12 @@ def test_a_damaged_chunk_fails_its_frames_and_no_others(tmp_path, damage, codec)
     if damage != "missing":
         chunk.write_bytes({"empty": b"", "cut": data[:-7], "longer": data + bytes(7)}[damage])
     out = output(tmp_path / "out.zarr")
-    _batch_output.prepare(out, settings(), recording)
-    outcome = dict(_batch_work.process_frames(recording, out, settings(), range(6), vp.__version__))
+    output_group.prepare(out, settings(), recording)
+    outcome = dict(work.process_frames(recording, out, settings(), range(6), vp.__version__))
     assert [index for index, problem in outcome.items() if problem] == [2, 3]
     if damage == "missing" or codec in ("none", "blosc"):
         assert "1.1.0" in outcome[2]
-    assert _batch_output.incomplete_frames(out, settings(), recording) == [2, 3]
+    assert output_group.incomplete_frames(out, settings(), recording) == [2, 3]
 
 
 def test_a_header_of_another_size_is_damage(tmp_path):

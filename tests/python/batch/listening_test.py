@@ -190,8 +190,8 @@ def test_a_cluster_of_ones_own_may_have_keys(tmp_path):
 
 def test_local_workers_have_a_folder_of_their_own_and_do_not_warn():
     program = """
-from veldrane_polarization import _batch_cluster
-with _batch_cluster.cluster(None, 1) as client:
+from veldrane_polarization.batch import cluster
+with cluster.cluster(None, 1) as client:
     (worker,) = client.scheduler_info()["workers"].values()
     print(worker["local_directory"])
     client.run(eval, "__import__('warnings').warn('of a slow disk')")

@@ -17,7 +17,8 @@ from distributed.scheduler import KilledWorker
 from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, _batch_work, batch
+from veldrane_polarization import batch
+from veldrane_polarization.batch import output_group, running, work
 
 # Fixtures.
 __all__ = ["a_run", "clock", "recording"]
@@ -51,7 +52,7 @@ def test_patience_ends(clock, a_run):
         return []
 
     run, report = a_run(Made_up_client(clock, 150, workers, held=(FRAMES - 1,)))
-    with pytest.raises(_batch_running.Unfinished, match="no worker for 60 s"):
+    with pytest.raises(running.Unfinished, match="no worker for 60 s"):
         run.process(range(FRAMES), 1)
     assert asked == [1600, 1625, 1650] and report.handled == FRAMES - 1
 
@@ -100,7 +101,7 @@ def test_frames_of_a_worker_that_has_stopped_go_to_others(clock, a_run):
 )
 def test_patience_ends_where_workers_do_no_frame(clock, a_run, beating, stopped, words):
     run, report = a_run(Client_with_stopped_workers(clock, beating, stopped))
-    with pytest.raises(_batch_running.Unfinished, match=f"no frame has been done for {words}"):
+    with pytest.raises(running.Unfinished, match=f"no frame has been done for {words}"):
         run.process(range(FRAMES), 1)
     assert report.done == FRAMES - 1 and clock.now == 1075
 
@@ -109,7 +110,7 @@ def test_frames_are_not_given_to_others_for_ever(clock, a_run):
     client = Client_with_stopped_workers(clock, ["one"], ["two"])
     client.held = (FRAMES - 1, FRAMES)
     run, report = a_run(client)
-    with pytest.raises(_batch_running.Unfinished, match=r"\(two without a heartbeat\)"):
+    with pytest.raises(running.Unfinished, match=r"\(two without a heartbeat\)"):
         run.process(range(FRAMES), 1)
     assert report.done == FRAMES - 1 and client.chosen[FRAMES:] == [["one"]]
 
@@ -121,7 +122,7 @@ def test_patience_counts_from_the_last_frame_of_a_long_task(clock, a_run, tmp_pa
 
     client = Client_with_stopped_workers(clock, ["one"], [], told)
     run, report = a_run(client)
-    with pytest.raises(_batch_running.Unfinished, match="no frame has been done"):
+    with pytest.raises(running.Unfinished, match="no frame has been done"):
         run.process(range(FRAMES), 1)
     assert clock.now == 1150  # seen after 75 seconds, and 75 more
 
@@ -134,11 +135,11 @@ def test_what_never_answers_ends_the_run(clock, a_run):
 
     client = Client_of_a_stopped_scheduler(clock, held=(1,))
     run, report = a_run(client)
-    with pytest.raises(_batch_running.Unfinished, match="the scheduler has not answered for 60 s"):
+    with pytest.raises(running.Unfinished, match="the scheduler has not answered for 60 s"):
         run.process(range(FRAMES), 1)
     assert report.done == 1 and clock.now == 1060
-    with pytest.raises(_batch_running.Unfinished, match="or a worker has not answered for 60 s"):
-        _batch_running.check_workers(client, 60)
+    with pytest.raises(running.Unfinished, match="or a worker has not answered for 60 s"):
+        running.check_workers(client, 60)
 
 
 def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
@@ -146,7 +147,7 @@ def test_a_scheduler_that_does_not_answer_any_more_ends_the_run(clock, a_run):
         raise CommClosedError("closed")
 
     run, _ = a_run(Made_up_client(clock, 0, workers, held=(1,)))
-    with pytest.raises(_batch_running.Unfinished, match="the scheduler has gone"):
+    with pytest.raises(running.Unfinished, match="the scheduler has gone"):
         run.process(range(FRAMES), 1)
 
 
@@ -161,7 +162,7 @@ def test_workers_that_leave_before_the_first_frame_are_waited_for(
 
 
 def test_frames_that_were_not_done_are_no_success(tmp_path, recording, clock, monkeypatch, capsys):
-    monkeypatch.setattr(_batch_running.Run, "process", lambda *arguments: None)
+    monkeypatch.setattr(running.Run, "process", lambda *arguments: None)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     assert f"{FRAMES} not finished" in capsys.readouterr().out
 
@@ -170,7 +171,7 @@ def test_frames_that_no_worker_survives_fail_in_our_words(clock, a_run, monkeypa
     def killing(*arguments):
         raise KilledWorker("a task", SimpleNamespace(address="tcp://one"), 3)
 
-    monkeypatch.setattr(_batch_work, "process_frames", killing)
+    monkeypatch.setattr(work, "process_frames", killing)
     run, report = a_run(Made_up_client(clock))
     run.process([2, 3], 1)
     line = (
@@ -223,7 +224,7 @@ def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
     def refused(*arguments):
         raise PermissionError(13, "Permission denied", "complete")
 
-    monkeypatch.setattr(_batch_output, "incomplete_frames", refused)
+    monkeypatch.setattr(output_group, "incomplete_frames", refused)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     assert capsys.readouterr().err == "error: complete: Permission denied\n"
 
@@ -246,8 +247,8 @@ def test_files_that_cannot_be_looked_at_are_no_wrong_usage(
 def test_workers_are_refused_for_what_they_answer(clock, answers, words):
     client = Made_up_client(clock)
     client.answers = lambda: answers
-    with pytest.raises(_batch_running.Cluster_error, match=words):
-        _batch_running.check_workers(client, 60)
+    with pytest.raises(running.Cluster_error, match=words):
+        running.check_workers(client, 60)
 
 
 @pytest.mark.parametrize(
@@ -257,11 +258,11 @@ def test_workers_are_refused_for_what_they_answer(clock, answers, words):
 def test_workers_that_have_gone_are_not_taken_for_ones_without_the_package(clock, error):
     client = Made_up_client(clock)
     client.answers = lambda: {"tcp://one": error, "tcp://two": vp.__version__}
-    assert _batch_running.check_workers(client, 60) == 1
+    assert running.check_workers(client, 60) == 1
     # Alone, it may be followed by another.
     answers = iter(({"tcp://one": error}, {}, {"tcp://two": vp.__version__}))
     client.answers = lambda: next(answers)
-    assert _batch_running.check_workers(client, 60) == 1
+    assert running.check_workers(client, 60) == 1
 
 
 @pytest.mark.parametrize("part", ("LocalCluster", "Client"))

@@ -15,7 +15,8 @@ from batch_support import frames_of, output, settings
 from numcodecs import registry
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_work, _recordings, batch
+from veldrane_polarization import _recordings, batch
+from veldrane_polarization.batch import output_group, work
 
 
 class Trap:
@@ -95,7 +96,7 @@ def test_codecs_that_may_run_code_are_refused_before_they_are_made(place, capsys
     assert "in.zarr/.zarray cannot be read (" in errors and not (place / "out").exists()
     # A worker, where they came after the run began.
     out = output(place / "out.zarr")
-    outcome = _batch_work.process_frames(recording, out, settings(), range(3), vp.__version__)
+    outcome = work.process_frames(recording, out, settings(), range(3), vp.__version__)
     assert [words in problem for _, problem in outcome] == [True] * 3, outcome
 
 
@@ -104,7 +105,7 @@ def test_the_same_in_an_array_of_out(place, capsys, case):
     fields, words = CODE[case]
     recording, out = _recordings.open_recording(place / "in.zarr"), output(place / "out")
     chosen = settings(planes=("s0", "azimuth", "dolp"))
-    _batch_output.prepare(out, chosen, recording)
+    output_group.prepare(out, chosen, recording)
     change(place / "out" / "azimuth", **fields)
     refused(capsys, "out/azimuth/.zarray is damaged (" + words)
 

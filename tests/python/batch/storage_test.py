@@ -11,7 +11,8 @@ from batch_support import Made_up_client, assert_equal, completed, frames_of, op
 from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_output, _batch_running, _recordings
+from veldrane_polarization._recordings import opening
+from veldrane_polarization.batch import output_group, running
 
 # Fixtures.
 __all__ = ["a_run", "clock", "recording"]
@@ -73,7 +74,7 @@ def test_one_frame_that_cannot_be_stored_ends_no_run(
 
 
 def test_an_out_that_is_taken_away_ends_the_run(tmp_path, recording, clock, monkeypatch, capsys):
-    out, store = tmp_path / "out.zarr", _batch_output.Output.store
+    out, store = tmp_path / "out.zarr", output_group.Output.store
 
     def taking(self, name, index, values):
         store(self, name, index, values)
@@ -81,7 +82,7 @@ def test_an_out_that_is_taken_away_ends_the_run(tmp_path, recording, clock, monk
             out.rename(tmp_path / "taken")
 
     with monkeypatch.context() as taken:
-        taken.setattr(_batch_output.Output, "store", taking)
+        taken.setattr(output_group.Output, "store", taking)
         assert command_on(Made_up_client(clock), tmp_path, taken) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed
@@ -98,7 +99,7 @@ def test_an_out_that_is_taken_away_while_nothing_is_done_ends_the_run(clock, a_r
     run, report = a_run(Made_up_client(clock, held=(0,)))
     (tmp_path / "out.zarr" / "complete").rename(tmp_path / "taken")
     words = "out.zarr cannot be read any more .No such file or directory.; put it back, and"
-    with pytest.raises(_batch_running.Unfinished, match=words):
+    with pytest.raises(running.Unfinished, match=words):
         run.process([FRAMES - 1], 1)
     assert report.handled == 0
 
@@ -123,14 +124,14 @@ def test_bare_samples_that_are_written_to_end_the_run(
 ):
     source, out = tmp_path / "in.raw", tmp_path / "out.zarr"
     source.write_bytes(b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames_of(FRAMES)))
-    store = _batch_output.Output.store
+    store = output_group.Output.store
 
     def changing(self, name, index, values):
         store(self, name, index, values)
         if name == "complete" and index == 1:
             change(source)
 
-    monkeypatch.setattr(_batch_output.Output, "store", changing)
+    monkeypatch.setattr(output_group.Output, "store", changing)
     line = ("--pixel-format", "Mono12p", "--height", 64, "--width", 96, "--layout", 2)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in.raw", *line) == 1
     printed, errors = capsys.readouterr()
@@ -154,7 +155,7 @@ def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
     folder.mkdir()
     for number, frame in enumerate(frames):
         tifffile.imwrite(folder / f"f{number}.tif", frame)
-    usual = _recordings.read_picture
+    usual = opening.read_picture
 
     def reading(file):
         picture = usual(file)
@@ -163,7 +164,7 @@ def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
         return picture
 
     with monkeypatch.context() as written:
-        written.setattr(_recordings, "read_picture", reading)
+        written.setattr(opening, "read_picture", reading)
         assert command_on(Made_up_client(clock), tmp_path, written, "in", *options()) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2
@@ -180,9 +181,9 @@ def test_a_picture_that_has_gone_fails_in_our_words(tmp_path, clock, monkeypatch
     folder.mkdir()
     for number, frame in enumerate(frames_of(FRAMES)):
         tifffile.imwrite(folder / f"f{number}.tif", frame)
-    check = _batch_output.check
+    check = output_group.check
     monkeypatch.setattr(
-        _batch_output, "check", lambda *arguments: (check(*arguments), (folder / "f2.tif").unlink())
+        output_group, "check", lambda *arguments: (check(*arguments), (folder / "f2.tif").unlink())
     )
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *options()) == 1
     printed, errors = capsys.readouterr()

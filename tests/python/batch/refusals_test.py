@@ -14,7 +14,8 @@ from batch_support import frames_of, options, output, settings
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _batch_cluster, _batch_output, _recordings, batch
+from veldrane_polarization import _recordings, batch
+from veldrane_polarization.batch import cluster, command, output_group
 
 
 def bare(*changes, height="64", width="96"):
@@ -158,7 +159,7 @@ CASES = [
 @pytest.fixture
 def folder(tmp_path, monkeypatch):
     monkeypatch.chdir(tmp_path)
-    monkeypatch.setattr(_batch_cluster, "_CONNECT_SECONDS", 1)
+    monkeypatch.setattr(cluster, "_CONNECT_SECONDS", 1)
     zarr.save_array("in.zarr", frames_of(2), chunks=(1, 64, 96))
     zarr.save_array("narrow.zarr", np.zeros((2, 20, 8), "u2"))
     zarr.save_array("flat.zarr", np.zeros((2, 64), "u2"))
@@ -179,7 +180,7 @@ def folder(tmp_path, monkeypatch):
     Image.fromarray(np.zeros((64, 96), np.uint8)).save("png/f.png")
     vp.Calibration.ideal(2).save("c.json")
     recording = _recordings.open_recording(Path("in.zarr").absolute())
-    _batch_output.prepare(
+    output_group.prepare(
         output(Path("other").absolute()), settings(planes=("s0", "azimuth", "dolp")), recording
     )
 
@@ -233,7 +234,7 @@ def test_workers_are_told_paths_with_the_links_in_them(tmp_path, monkeypatch, pa
     monkeypatch.chdir(tmp_path)
     (tmp_path / "real" / "deep").mkdir(parents=True)
     (tmp_path / "link").symlink_to(tmp_path / "real" / "deep")
-    assert batch._absolute(Path(path)) == tmp_path / wanted
+    assert command._absolute(Path(path)) == tmp_path / wanted
 
 
 def test_the_recording_a_worker_gets_has_the_path_that_was_given(tmp_path, monkeypatch):
@@ -242,7 +243,7 @@ def test_the_recording_a_worker_gets_has_the_path_that_was_given(tmp_path, monke
     zarr.save_array("disk/in.zarr", frames_of(1), chunks=(1, 64, 96))
     (tmp_path / "link").symlink_to("disk")
     given = []
-    monkeypatch.setattr(batch, "_process", lambda *arguments: given.extend(arguments[1:3]))
+    monkeypatch.setattr(command, "_process", lambda *arguments: given.extend(arguments[1:3]))
     batch.main(["link/in.zarr", "link/out.zarr", *map(str, options("--quiet"))])
     assert given[0].path == str(tmp_path / "link" / "in.zarr")
     assert given[1].path == str(tmp_path / "link" / "out.zarr")

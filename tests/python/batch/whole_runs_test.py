@@ -18,13 +18,8 @@ from batch_support import assert_equal, frames_of, options, output, run, setting
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import (
-    _batch_interruption,
-    _batch_output,
-    _batch_running,
-    _batch_work,
-    _recordings,
-)
+from veldrane_polarization import _recordings
+from veldrane_polarization.batch import interruption, output_group, running, work
 
 
 def test_a_recording_in_each_kind_of_input_gives_the_same(tmp_path):
@@ -83,15 +78,15 @@ def test_a_signal_that_falls_into_a_finaliser_is_not_lost(monkeypatch):
         def __del__(self):
             os.kill(os.getpid(), signal.SIGTERM)
 
-    with _batch_interruption.interruptible():
-        _batch_interruption.raise_if_interrupted()
+    with interruption.interruptible():
+        interruption.raise_if_interrupted()
         ending = Ending()
         del ending
-        with pytest.raises(_batch_interruption.Interruption):
-            _batch_interruption.raise_if_interrupted()
+        with pytest.raises(interruption.Interruption):
+            interruption.raise_if_interrupted()
     assert not told
-    with _batch_interruption.interruptible():
-        _batch_interruption.raise_if_interrupted()
+    with interruption.interruptible():
+        interruption.raise_if_interrupted()
 
 
 def test_what_a_signal_leaves_half_made_ends_without_a_word(monkeypatch):
@@ -105,8 +100,8 @@ def test_what_a_signal_leaves_half_made_ends_without_a_word(monkeypatch):
         def __del__(self):
             assert self.made
 
-    with _batch_interruption.interruptible():
-        with contextlib.suppress(_batch_interruption.Interruption):
+    with interruption.interruptible():
+        with contextlib.suppress(interruption.Interruption):
             Half_made()
     assert not told
 
@@ -138,10 +133,10 @@ def test_failures_are_listed_by_frame_and_the_rest_is_done(tmp_path):
 def test_the_mark_is_written_after_every_plane(tmp_path, monkeypatch):
     order = []
     monkeypatch.setattr(
-        _batch_output.Output, "store", lambda self, name, index, values: order.append(name)
+        output_group.Output, "store", lambda self, name, index, values: order.append(name)
     )
     recording = _recordings.Raw_recording("x", "Mono12", 1, (64, 96), 0, 0)
-    _batch_work._store(frames_of(1)[0], 0, recording, output(tmp_path), settings())
+    work._store(frames_of(1)[0], 0, recording, output(tmp_path), settings())
     assert order == ["s0", "dolp", "complete"]
 
 
@@ -176,8 +171,8 @@ def test_a_chunk_is_not_written_through_what_somebody_has_put_there(tmp_path, mo
 
 
 def test_frames_of_one_chunk_make_one_task():
-    assert list(_batch_running.tasks_of([0, 1, 2, 5, 6, 7, 8], 4)) == [[0, 1, 2], [5, 6, 7], [8]]
-    assert list(_batch_running.tasks_of([], 4)) == []
+    assert list(running.tasks_of([0, 1, 2, 5, 6, 7, 8], 4)) == [[0, 1, 2], [5, 6, 7], [8]]
+    assert list(running.tasks_of([], 4)) == []
 
 
 def test_a_long_chunk_is_read_in_parts(tmp_path, monkeypatch):
@@ -185,8 +180,8 @@ def test_a_long_chunk_is_read_in_parts(tmp_path, monkeypatch):
     zarr.save_array(str(tmp_path / "in.zarr"), frames, chunks=(11, 64, 96))
     recording = _recordings.open_recording(tmp_path / "in.zarr")
     assert recording.frames_per_task == 11
-    assert _batch_work._MOST_BYTES_AT_ONCE == 256 << 20
-    monkeypatch.setattr(_batch_work, "_MOST_BYTES_AT_ONCE", 4 * frames[0].nbytes + 1)
+    assert work._MOST_BYTES_AT_ONCE == 256 << 20
+    monkeypatch.setattr(work, "_MOST_BYTES_AT_ONCE", 4 * frames[0].nbytes + 1)
     reads = []
     read = _recordings.Zarr_recording.read
 
@@ -196,13 +191,13 @@ def test_a_long_chunk_is_read_in_parts(tmp_path, monkeypatch):
 
     monkeypatch.setattr(_recordings.Zarr_recording, "read", counted)
     out = output(tmp_path / "out.zarr")
-    _batch_output.prepare(out, settings(), recording)
+    output_group.prepare(out, settings(), recording)
     wanted = [0, 1, 2, 3, 4, 8, 9, 10]
-    outcome = _batch_work.process_frames(recording, out, settings(), wanted, vp.__version__)
+    outcome = work.process_frames(recording, out, settings(), wanted, vp.__version__)
     assert outcome == [(index, None) for index in wanted]
     assert reads == [(0, 4), (4, 5), (8, 11)]
     assert_equal(tmp_path / "out.zarr", frames, wanted)
-    assert _batch_output.incomplete_frames(out, settings(), recording) == [5, 6, 7]
+    assert output_group.incomplete_frames(out, settings(), recording) == [5, 6, 7]
 
 
 def test_workers_store_without_threads_of_their_own(tmp_path, monkeypatch):
@@ -211,19 +206,19 @@ def test_workers_store_without_threads_of_their_own(tmp_path, monkeypatch):
     zarr.save_array(str(tmp_path / "in.zarr"), frames_of(1), chunks=(1, 64, 96))
     recording = _recordings.open_recording(tmp_path / "in.zarr")
     out = output(tmp_path / "out.zarr")
-    _batch_output.prepare(out, settings(), recording)
+    output_group.prepare(out, settings(), recording)
     of_stores = []
-    store = _batch_output.Output.store
+    store = output_group.Output.store
 
     def watched(self, name, index, values):
         of_stores.append(blosc._get_use_threads())
         store(self, name, index, values)
 
-    monkeypatch.setattr(_batch_output.Output, "store", watched)
+    monkeypatch.setattr(output_group.Output, "store", watched)
     # As workers do, in another thread than Python's first.
     with ThreadPoolExecutor(1) as executor:
         executor.submit(
-            _batch_work.process_frames, recording, out, settings(), [0], vp.__version__
+            work.process_frames, recording, out, settings(), [0], vp.__version__
         ).result()
     assert of_stores == [False] * 3
     # Of a cluster that others use too.
@@ -233,4 +228,4 @@ def test_workers_store_without_threads_of_their_own(tmp_path, monkeypatch):
 def test_a_worker_that_came_later_with_another_version_does_nothing(tmp_path):
     recording = _recordings.Raw_recording("x", "Mono12", 1, (64, 96), 0, 0)
     with pytest.raises(RuntimeError, match=f"version {vp.__version__}, not 0.0"):
-        _batch_work.process_frames(recording, output(tmp_path), settings(), [0], "0.0")
+        work.process_frames(recording, output(tmp_path), settings(), [0], "0.0")

@@ -9,7 +9,8 @@ import pytest
 import zarr
 from batch_support import frames_of, options, output, settings
 
-from veldrane_polarization import _batch_cluster, _batch_output, _batch_running, _recordings, batch
+from veldrane_polarization import _recordings, batch
+from veldrane_polarization.batch import command, output_group, running
 
 FRAMES = 5
 
@@ -21,9 +22,7 @@ def clock(monkeypatch):
     def sleep(seconds):
         clock.now += seconds
 
-    monkeypatch.setattr(
-        _batch_running, "time", SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep)
-    )
+    monkeypatch.setattr(running, "time", SimpleNamespace(monotonic=lambda: clock.now, sleep=sleep))
     return clock
 
 
@@ -36,13 +35,13 @@ def recording(tmp_path):
 @pytest.fixture
 def a_run(tmp_path, recording, monkeypatch):
     """A run with a client, its patience 60 seconds of the clock; and its report."""
-    monkeypatch.setattr(_batch_running, "_STEP_SECONDS", 0.001)
+    monkeypatch.setattr(running, "_STEP_SECONDS", 0.001)
     out = output(tmp_path / "out.zarr")
-    _batch_output.prepare(out, settings(), recording)
+    output_group.prepare(out, settings(), recording)
 
     def of(client):
-        report = _batch_running.Report(FRAMES, False)
-        return _batch_running.Run(client, recording, out, settings(), report, 60), report
+        report = running.Report(FRAMES, False)
+        return running.Run(client, recording, out, settings(), report, 60), report
 
     return of
 
@@ -52,7 +51,7 @@ def command_on(client, tmp_path, monkeypatch, source="in.zarr", *chosen):
     def cluster(*arguments):
         yield client
 
-    monkeypatch.setattr(_batch_cluster, "cluster", cluster)
+    monkeypatch.setattr(command.cluster, "cluster", cluster)
     chosen = chosen or options()
     line = (tmp_path / source, tmp_path / "out.zarr", *chosen, "--planes", "s0,dolp")
     return batch.main(list(map(str, line)))
