@@ -2,18 +2,11 @@
 
 from __future__ import annotations
 
-from .opening import (
-    Folder_recording,
-    Raw_recording,
-    Recording,
-    Recording_changed,
-    Recording_error,
-    Zarr_recording,
-    blosc_sizes,
-    in_order,
-    open_recording,
-    text_of_name,
-)
+from .common import Recording_changed, Recording_error, text_of_name
+from .folders import Folder_recording
+from .opening import Recording, open_recording
+from .raw import Raw_recording
+from .zarr_arrays import Zarr_recording, blosc_sizes
 
 __all__ = [
     "Folder_recording",
@@ -23,7 +16,6 @@ __all__ = [
     "Recording_error",
     "Zarr_recording",
     "blosc_sizes",
-    "in_order",
     "open_recording",
     "text_of_name",
 ]

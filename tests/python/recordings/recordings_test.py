@@ -18,6 +18,7 @@ from PIL import Image
 
 import veldrane_polarization as vp
 from veldrane_polarization import _recordings
+from veldrane_polarization._recordings.folders import in_order
 from veldrane_polarization._recordings.pictures import read_picture
 from veldrane_polarization.batch import output_group, work
 
@@ -103,7 +104,7 @@ def test_files_come_in_the_order_of_their_numbers(tmp_path):
     ]
     shuffled = wanted.copy()
     random.Random(1).shuffle(shuffled)
-    assert _recordings.in_order(shuffled) == wanted
+    assert in_order(shuffled) == wanted
     frames = frames_of(12)
     for number, frame in enumerate(frames):
         tifffile.imwrite(tmp_path / f"f{number}.tif", frame)

@@ -1,0 +1,60 @@
+"""What all recordings have in common: errors, what tells one from another, files that must stay."""
+
+from __future__ import annotations
+
+import contextlib
+import os
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any
+
+
+class Recording_error(ValueError):
+    """A recording that cannot be opened: one line for a user."""
+
+
+class Recording_changed(Exception):
+    """Somebody writes to a recording while it is read: one line for a user."""
+
+
+def text_of_name(name: str) -> str:
+    """What JSON can hold: bytes that are no UTF-8 as \\xff."""
+    return os.fsencode(name).decode("utf-8", "backslashreplace")
+
+
+def description_of(
+    kind: str, path: str, count: int, shape: tuple[int, ...], dtype: str, **more: Any
+) -> dict[str, Any]:
+    """What tells a recording from another."""
+    return {
+        "kind": kind,
+        "file": text_of_name(path),
+        "frames": count,
+        "frame_shape": list(shape),
+        "dtype": dtype,
+        **more,
+    }
+
+
+def check_regular(path: Path) -> None:
+    # Of a device or a pipe nobody knows the size, or when it ends.
+    if not path.is_file():
+        raise Recording_error(f"{path} is no regular file; give a zarr array, a folder or a file")
+
+
+@contextlib.contextmanager
+def unchanged(file: str) -> Iterator[None]:
+    """For a file that is opened by its name, more than once perhaps."""
+    before = os.stat(file)
+    try:
+        yield
+    finally:
+        now = os.stat(file)
+        if any(
+            getattr(before, key) != getattr(now, key)
+            for key in ("st_size", "st_mtime_ns", "st_ino")
+        ):
+            raise Recording_changed(
+                f"{file} was written to while the run read it; the same command goes on once "
+                "nothing writes to it any more"
+            )
