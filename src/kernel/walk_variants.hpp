@@ -10,7 +10,7 @@ namespace kernel {
 /// that computes anything.
 template <typename Indices>
 consteval bool instantiate_walks() {
-    variants::for_each_combination<variants::kernel_flags>(
+    variants::for_each_combination<variants::kernel_flags, Indices>(
         []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
             if constexpr (requests_a_plane<Flag...>) {
                 using Kernel = var_to_template<

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "variants/selected_variants.hpp"
+
 #include <cstddef>
 #include <initializer_list>
 #include <tuple>
@@ -24,14 +26,21 @@ struct Flags_of_combination<Combination, std::index_sequence<Position...>> {
     using type = std::tuple<std::bool_constant<((Combination >> Position) & 1) != 0>...>;
 };
 
-/// Calls `visit(std::type_identity<std::tuple<flags...>>{})` for all 2^Flag_count combinations.
-template <std::size_t Flag_count, typename Visitor>
+/// Calls `visit(std::type_identity<std::tuple<flags...>>{})` for all 2^Flag_count combinations that
+/// are selected, standing behind what is `Fixed`.
+template <std::size_t Flag_count, typename... Fixed, typename Visitor>
 consteval void for_each_combination(Visitor visit) {
+    auto const visit_selected =
+        [visit]<typename... Flag>(std::type_identity<std::tuple<Flag...>> combination) {
+            if constexpr (is_selected<Fixed..., Flag...>) {
+                visit(combination);
+            }
+        };
     // A list, not a fold over the comma: clang bounds how deep a fold may nest.
-    [visit]<std::size_t... Combination>(std::index_sequence<Combination...>) {
+    [visit_selected]<std::size_t... Combination>(std::index_sequence<Combination...>) {
         static_cast<void>(std::initializer_list<int>{
-            (visit(std::type_identity<typename Flags_of_combination<
-                       Combination, std::make_index_sequence<Flag_count>>::type>{}),
+            (visit_selected(std::type_identity<typename Flags_of_combination<
+                                Combination, std::make_index_sequence<Flag_count>>::type>{}),
              0)...});
     }
     (std::make_index_sequence<(std::size_t{1} << Flag_count)>{});

@@ -2,7 +2,7 @@
 /// Compares a library that holds only the chosen variants with the reference, bit for bit, and
 /// stops at the first difference. Prints what differs, or how many calls agreed.
 
-#include "chosen_variants.hpp"
+#include "mutation/chosen_variants.hpp"
 
 #include "reference/arithmetic_mode.hpp"
 #include "support/equality_checker.hpp"

@@ -33,7 +33,8 @@ class Reduced_library:
         self.library = folder / LIBRARY
         shutil.rmtree(folder, ignore_errors=True)
         shutil.copytree(project / "src", self.sources)
-        self.includes = ["-I", HERE / "reduced_set", "-I", project / "include", "-I", self.sources]
+        folders = (HERE / "selection", project / "include", self.sources, HERE.parent)
+        self.includes = [f"-I{folder}" for folder in folders]
         self.units = self.find_units()
         self.objects = {}
         self.dependencies = {}
@@ -52,7 +53,7 @@ class Reduced_library:
                 units[f"{file.parent.name}_{file.stem}"] = (file, flags)
         shared = self.folder / "later_phases.cpp"
         shared.write_text("".join(f'#include "{file}"\n' for file in later))
-        units["later_phases"] = (shared, [*PIXEL_CODE, "-DREDUCED_TO_FULL_SET"])
+        units["later_phases"] = (shared, PIXEL_CODE)
         return units
 
     def compile(self, name, target, more_flags=("-w", "-MMD")):

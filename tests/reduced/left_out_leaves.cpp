@@ -1,0 +1,40 @@
+/// @file
+/// The leaves of a reduced library that are left out. They stand where the kernels would: the
+/// decision tree names all 2048.
+
+#include "reduced/left_out.hpp"
+
+#include "kernel/walk.hpp"
+#include "module/var_to_template.hpp"
+#include "variants/combinations.hpp"
+#include "variants/vector_data_indices_avx2.hpp"
+
+template <typename Policy, typename... T>
+template <typename Result, typename... Argument>
+[[gnu::used]] Result var_to_template<Policy, 0, std::tuple<T...>>::impl(Argument...) {
+    return reduced::left_out;
+}
+
+namespace {
+
+template <unsigned phase, typename Indices>
+consteval bool instantiate_left_out_leaves() {
+    variants::for_each_combination<variants::kernel_flags>(
+        []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
+            if constexpr (reduced::is_left_out({phase, Flag::value...})) {
+                using Leaf = var_to_template<
+                    Polarization_process_vector_avx2_callback, 0, std::tuple<Indices, Flag...>>;
+                variants::instantiate(&Leaf::template impl<
+                                      int, Polarization_computation_arguments const&,
+                                      Calibration_matrices const&>);
+            }
+        });
+    return true;
+}
+
+static_assert(instantiate_left_out_leaves<0, Phase_0_indices>());
+static_assert(instantiate_left_out_leaves<1, Phase_1_indices>());
+static_assert(instantiate_left_out_leaves<2, Phase_2_indices>());
+static_assert(instantiate_left_out_leaves<3, Phase_3_indices>());
+
+} // namespace
