@@ -7,37 +7,28 @@
 
 #include <array>
 
-template <
-    typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
-    typename Want_s2, typename Want_azimuth, typename Want_dolp, typename Height_is_even,
-    typename Width_is_even>
+template <typename... Flag>
 void generate_last_row_and_column(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices,
     Image_buffer_overlays& overlays, unsigned long row) {
-    static_assert(
-        Output_set<
-            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-            Want_dolp>::want_any_plane,
-        "a border exists only for sets with a requested plane");
-    constexpr bool height_is_even = Height_is_even::value;
-    constexpr bool width_is_even = Width_is_even::value;
+    using Flags = Split_flags<Flag...>;
+    using Set = typename Flags::Set;
+    constexpr bool height_is_even = Flags::behind[0];
+    constexpr bool width_is_even = Flags::behind[1];
+    static_assert(Set::want_any_plane, "a border exists only for sets with a requested plane");
     // Of an even height the pair's first row still has a row below it.
     constexpr bool first_is_last_row = !height_is_even;
 
     auto const generate = [&]<bool last_column, bool last_row>(
                               unsigned long r, unsigned long c,
                               std::array<float, 16> const& matrix) {
-        generate_polarization_output_data_for_single_quartet<
-            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-            Want_dolp, last_column, last_row>(r, c, matrix, arguments, overlays);
+        generate_single_quartet<last_column, last_row>(Set{}, r, c, matrix, arguments, overlays);
     };
 
     auto const generate_quartets = [&]<bool last_row>(
                                        unsigned long r, std::array<float, 16> const& even,
                                        std::array<float, 16> const& odd, unsigned long end) {
-        generate_quartets_of_row<
-            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-            Want_dolp, last_row>(r, 0, end, even, odd, arguments, overlays);
+        generate_quartets_of_row<Set, last_row>(r, 0, end, even, odd, arguments, overlays);
     };
 
     unsigned long const column = (arguments.width - 1) & ~1UL;

@@ -16,13 +16,9 @@ struct Polarization_process_vector_avx2_callback {
 
     /// The kernel, defined in kernel/walk_definition.hpp.
     /// @tparam Indices one of the four index lists
-    template <
-        typename Indices, typename Same_output_range, typename Want_normalized_stokes,
-        typename Want_s0, typename Want_s1, typename Want_s2, typename Want_azimuth,
-        typename Want_dolp, typename Height_is_even, typename Width_is_even>
-    requires requests_a_plane<
-        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-        Want_dolp>
+    /// @tparam Flag    the output set's seven, then `height_is_even` and `width_is_even`
+    template <typename Indices, typename... Flag>
+    requires requests_a_plane<Flag...>
     static int process(
         Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices);
 };

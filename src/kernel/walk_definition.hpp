@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cstddef>
+#include <type_traits>
 
 namespace kernel {
 
@@ -57,26 +58,25 @@ template <typename Indices, typename Set>
 ///
 /// A row pair reads three rows, so the last row pair of an even height is the border's. The loop
 /// bounds are unsigned and wrap outside the contract (a width below 16 with a height above 2).
-template <
-    typename Indices, typename Same_output_range, typename Want_normalized_stokes, typename Want_s0,
-    typename Want_s1, typename Want_s2, typename Want_azimuth, typename Want_dolp,
-    typename Height_is_even, typename Width_is_even>
-requires requests_a_plane<
-    Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth, Want_dolp>
+template <typename Indices, typename... Flag>
+requires requests_a_plane<Flag...>
 [[gnu::always_inline]] inline int Polarization_process_vector_avx2_callback::process(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices) {
-    using Set = Output_set<
-        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-        Want_dolp>;
+    using Flags = Split_flags<Flag...>;
+    using Set = typename Flags::Set;
+    constexpr bool width_is_even = Flags::behind[1];
 
     Image_buffer_overlays overlays = make_image_buffer_overlays(arguments);
     auto const generate_quartets = [&](std::size_t row, std::size_t begin, std::size_t end,
                                        std::array<float, 16> const& even,
                                        std::array<float, 16> const& odd) {
-        generate_quartets_of_row<
-            Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-            Want_dolp, false>(row, begin, end, even, odd, arguments, overlays);
+        generate_quartets_of_row<Set, false>(row, begin, end, even, odd, arguments, overlays);
     };
+    auto const finish_row_pair =
+        [&]<typename... Output>(Output_set<Output...>, std::size_t row, std::size_t column) {
+            generate_last_column<Output..., std::bool_constant<width_is_even>>(
+                arguments, matrices, overlays, row, column);
+        };
 
     // One block less than whole ones in the row: the tail has at least 16 columns. Which pixels are
     // a block's and which are a quartet's decides their bits, so the split is a part of the
@@ -98,14 +98,10 @@ requires requests_a_plane<
                 row, tail, column, matrices.even_row_even_column, matrices.even_row_odd_column);
             generate_quartets(
                 row + 1, tail, column, matrices.odd_row_even_column, matrices.odd_row_odd_column);
-            generate_last_column<
-                Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-                Want_dolp, Width_is_even>(arguments, matrices, overlays, row, column);
+            finish_row_pair(Set{}, row, column);
             row += 2;
         } while (arguments.height - 2 > row);
     }
-    generate_last_row_and_column<
-        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-        Want_dolp, Height_is_even, Width_is_even>(arguments, matrices, overlays, row);
+    generate_last_row_and_column<Flag...>(arguments, matrices, overlays, row);
     return 0;
 }

@@ -10,9 +10,8 @@
 /// as a call of the generator for each of them, with `last_column` false, `even` as the matrix of
 /// even columns and `odd` of odd ones. Each element of a plane is written once. `begin` and `end`
 /// are even, and column `end` lies inside the frame.
-template <
-    typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
-    typename Want_s2, typename Want_azimuth, typename Want_dolp, bool last_row>
+/// @tparam Set an `Output_set`
+template <typename Set, bool last_row>
 [[gnu::used]] void generate_quartets_of_row(
     unsigned long row, unsigned long begin, unsigned long end, std::array<float, 16> const& even,
     std::array<float, 16> const& odd, Polarization_computation_arguments const& arguments,

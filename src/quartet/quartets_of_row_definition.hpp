@@ -124,24 +124,17 @@ template <typename Set>
 
 } // namespace quartet
 
-template <
-    typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
-    typename Want_s2, typename Want_azimuth, typename Want_dolp, bool last_row>
+template <typename Set, bool last_row>
 void generate_quartets_of_row(
     unsigned long row, unsigned long begin, unsigned long end, std::array<float, 16> const& even,
     std::array<float, 16> const& odd, Polarization_computation_arguments const& arguments,
     Image_buffer_overlays& overlays) {
-    using Set = Output_set<
-        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-        Want_dolp>;
     // The last group ends at `end`. It begins before `begin` where fewer than 16 columns are left,
     // so that it reads nothing behind the row; rows too narrow for that go one by one.
     if (end < quartet::group_columns) {
         for (unsigned long column = begin; column != end; ++column) {
-            generate_polarization_output_data_for_single_quartet<
-                Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-                Want_dolp, false, last_row>(
-                row, column, column % 2 == 0 ? even : odd, arguments, overlays);
+            generate_single_quartet<false, last_row>(
+                Set{}, row, column, column % 2 == 0 ? even : odd, arguments, overlays);
         }
         return;
     }

@@ -8,8 +8,8 @@ consteval bool instantiate_quartets_of_row() {
         []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
             if constexpr (requests_a_plane<Flag...>) {
                 variants::instantiate(
-                    &generate_quartets_of_row<Flag..., false>,
-                    &generate_quartets_of_row<Flag..., true>);
+                    &generate_quartets_of_row<Output_set<Flag...>, false>,
+                    &generate_quartets_of_row<Output_set<Flag...>, true>);
             }
         });
     return true;

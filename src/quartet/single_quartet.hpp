@@ -1,6 +1,7 @@
 #pragma once
 
 #include "quartet/image_buffer_overlays.hpp"
+#include "variants/output_set.hpp"
 
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
@@ -21,3 +22,13 @@ template <
 [[gnu::used]] void generate_polarization_output_data_for_single_quartet(
     unsigned long row, unsigned long column, std::array<float, 16> const& matrix,
     Polarization_computation_arguments const& arguments, Image_buffer_overlays& overlays);
+
+/// The generator of an output set: its list of flags in the place of the set.
+template <bool last_column, bool last_row, typename... Flag>
+[[gnu::always_inline]] inline void generate_single_quartet(
+    Output_set<Flag...>, unsigned long row, unsigned long column,
+    std::array<float, 16> const& matrix, Polarization_computation_arguments const& arguments,
+    Image_buffer_overlays& overlays) {
+    generate_polarization_output_data_for_single_quartet<Flag..., last_column, last_row>(
+        row, column, matrix, arguments, overlays);
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 /// The seven flags that every template of the pixel code takes, as named booleans, and what follows
 /// from them. The flags come as `std::integral_constant<bool, ...>` types, in this order.
 template <
@@ -25,11 +27,17 @@ struct Output_set {
     static constexpr bool rescale = !same_output_range && want_stokes_plane;
 };
 
-/// Whether a combination of flags requests a plane at all. The flags of a kernel or a generator
-/// begin with the seven of an output set; what follows them is passed over.
+/// The flags of a kernel or a border, which begin with the seven of its output set, taken apart.
 template <
     typename Same_output_range, typename Want_normalized_stokes, typename Want_s0, typename Want_s1,
-    typename Want_s2, typename Want_azimuth, typename Want_dolp, typename... Rest>
-inline constexpr bool requests_a_plane = Output_set<
-    Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
-    Want_dolp>::want_any_plane;
+    typename Want_s2, typename Want_azimuth, typename Want_dolp, typename... Behind>
+struct Split_flags {
+    using Set = Output_set<
+        Same_output_range, Want_normalized_stokes, Want_s0, Want_s1, Want_s2, Want_azimuth,
+        Want_dolp>;
+    static constexpr std::array<bool, sizeof...(Behind)> behind{Behind::value...};
+};
+
+/// Whether a combination of flags requests a plane at all.
+template <typename... Flag>
+inline constexpr bool requests_a_plane = Split_flags<Flag...>::Set::want_any_plane;
