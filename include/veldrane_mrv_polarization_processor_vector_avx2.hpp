@@ -70,7 +70,7 @@ struct Polarization_computation_arguments {
 
     /// Orientation of the mosaic: the polariser angles in degrees of the top-left cell, row by row,
     ///   1: 45 90 / 0 135    2: 90 45 / 135 0    3: 135 0 / 90 45    any other: 0 135 / 45 90.
-    /// Reaches only the pixels that are computed without a matrix, see `Calibration_matrices`.
+    /// Reaches only the fixed pixels, see `Calibration_matrices`.
     std::int32_t polar_phase;
 
     /// The raw frame, height * width samples in host byte order. Samples enter the arithmetic as
@@ -101,16 +101,16 @@ struct Polarization_computation_arguments {
 
     /// Two floats per pixel, S1 / S0 and S2 / S0, or null if not wanted. 2 * height * width floats.
     ///
-    /// Pixels computed with a matrix are stored at float 2 * (row * width + column). The vector
-    /// blocks (16 columns of two rows, block_count = width / 16 - 1 of them in each row pair) keep
-    /// to no position: they store pixels 0, 1, 4, 5, 10, 11, 14, 15 of a block one after another,
-    /// from a running float index that starts at 0 and grows by 16 a block, the second row 2 *
-    /// width floats behind the first. Blocks of later row pairs so overwrite what a matrix wrote in
-    /// earlier ones: of a frame of width 48 and height 7, 32 of the 144 pixels computed with a
-    /// matrix. At every size only the last row (odd height) or the last two (even height), written
-    /// after all blocks, are sure to stand where they belong. What no store reaches keeps the
-    /// caller's contents. S0 equal to 0 gives an infinity or a NaN, stored as it falls. The plane
-    /// holds every pixel at its own position for frames narrower than 32 columns or of 2 rows.
+    /// Weighted pixels (see `Calibration_matrices`) are stored at float 2 * (row * width + column).
+    /// The vector blocks (16 columns of two rows, block_count = width / 16 - 1 of them in each row
+    /// pair) keep to no position: they store pixels 0, 1, 4, 5, 10, 11, 14, 15 of a block one after
+    /// another, from a running float index that starts at 0 and grows by 16 a block, the second row
+    /// 2 * width floats behind the first. Blocks of later row pairs so overwrite weighted pixels of
+    /// earlier ones: 32 of the 144 in a frame of width 48 and height 7. At every size only the last
+    /// row (odd height) or the last two (even height), written after all blocks, are sure to stand
+    /// where they belong. What no store reaches keeps the caller's contents. S0 equal to 0 gives an
+    /// infinity or a NaN, stored as it falls. The plane holds every pixel at its own position for
+    /// frames narrower than 32 columns or of 2 rows.
     float* normalized_stokes_image;
 
     /// Total intensity, or null if not wanted: S0 clamped to 0 .. maximum_output_value.
@@ -145,10 +145,10 @@ struct Polarization_computation_arguments {
 ///
 /// A member's name tells the parities of row and column of the pixels that it serves; the final
 /// pixel of a frame whose height and width differ in parity takes `even_row_even_column`. Matrices
-/// reach only the pixels outside the vector blocks: of each row pair the columns from
-/// 16 * (width / 16 - 1) on, and the last one (odd height) or two rows (even height). Inside the
-/// blocks S0, S1 and S2 are plain sums and differences chosen by `polar_phase`. Weights that agree
-/// with these give a picture without a seam. The four references may name one array.
+/// reach only the pixels outside the vector blocks, the weighted ones: of each row pair the columns
+/// from 16 * (width / 16 - 1) on, and the last one (odd height) or two rows (even height). Inside
+/// the blocks pixels are fixed: S0, S1 and S2 are sums and differences that `polar_phase` chooses.
+/// Weights that agree with these give a picture without a seam. All four may name one array.
 ///
 /// Nothing checks the weights. Where infinite or NaN weights make an estimate NaN, the 16-bit
 /// planes that need it hold `maximum_output_value` and `normalized_stokes_image` holds NaN; but
@@ -187,7 +187,7 @@ __attribute__((visibility("default"))) int qn_polarization_processor_vector_avx2
 /// Reads no sample and writes nothing if all are null. Allocates nothing, takes no lock, throws
 /// nothing. Floating-point results follow the rounding mode in force; the library never sets it.
 /// @param arguments the frame and the planes; must meet guarantees 1 to 8 above
-/// @param matrices  the weights of the pixels outside the vector blocks
+/// @param matrices  the weights of the weighted pixels
 /// @return 0
 __attribute__((visibility("default"))) int qn_polarization_processor_transform_vector_avx2(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices);

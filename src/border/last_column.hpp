@@ -8,7 +8,7 @@
 /// rows have a row below them, so no quartet is turned upwards. Straight-line code.
 /// @tparam Flag  the output set's seven, then `width_is_even`
 /// @param row    the row pair's first row, even
-/// @param column where the scalar tail stopped: width - 2 or width - 1, even
+/// @param column where the weighted tail stopped: width - 2 or width - 1, even
 template <typename... Flag>
 [[gnu::used]] void generate_last_column(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices,

@@ -6,9 +6,10 @@
 #include <cstddef>
 #include <immintrin.h>
 
-/// Lane-wise arithmetic of a block, for one output vector of eight pixels. It differs from the
-/// scalar path in the last bits by design: no matrices, fused polynomial and angle, a precomputed
-/// azimuth scale, an approximate reciprocal in the rescaling. Both stand side by side in one frame.
+/// Lane-wise arithmetic of a block, whose pixels are fixed, for one output vector of eight of them.
+/// It differs from that of weighted pixels in the last bits by design: no matrices, fused
+/// polynomial and angle, a precomputed azimuth scale, an approximate reciprocal in the rescaling.
+/// Both stand side by side in one frame.
 namespace block {
 
 /// Broadcast once per call. Only what the output set needs is set.
@@ -153,7 +154,7 @@ template <typename Indices, auto index, unsigned row>
     return _mm256_mul_ps(broadcast.maximum_output_value, _mm256_andnot_ps(s0_is_zero, quotient));
 }
 
-/// What leaves for a Stokes plane.
+/// What leaves for `s0_image`, `s1_image` or `s2_image`.
 template <bool rescale>
 [[gnu::always_inline]] inline __m256 stokes_plane_value(__m256 s, Constants const& broadcast) {
     if constexpr (rescale) {

@@ -52,9 +52,9 @@ template <typename Indices, typename Set>
 
 /// The walk over one frame. Every pixel of a 16-bit plane is written once, in this order:
 ///
-///     row pairs    | blocks of 16 columns | scalar tail | last column(s) |
+///     row pairs    | blocks of 16 columns | weighted tail | last column(s) |
 ///       ...
-///     last row(s)  | generate_last_row_and_column                       |
+///     last row(s)  | generate_last_row_and_column                         |
 ///
 /// A row pair reads three rows, so the last row pair of an even height is the border's. The loop
 /// bounds are unsigned and wrap outside the contract (a width below 16 with a height above 2).

@@ -3,8 +3,8 @@
 #include "quartet/constants.hpp"
 #include "quartet/masks.hpp"
 
-/// The scalar path's angle. Separate multiplications and additions throughout, no fused operation;
-/// the vector path's angle (kernel/maths.hpp) fuses and differs in the last bits by design.
+/// The angle of weighted pixels. Separate multiplications and additions throughout, no fused
+/// operation; that of fixed pixels (kernel/maths.hpp) fuses and differs in the last bits by design.
 namespace quartet {
 
 /// Approximates atan(x) on -1 <= x <= 1 within 0.00496 radians; the error is largest at the ends.

@@ -3,8 +3,8 @@
 #include <bit>
 #include <cstdint>
 
-/// Constants of the angle's arithmetic, shared by the scalar and the vector path. The bit patterns
-/// are binding: results are defined by them.
+/// Constants of the angle's arithmetic, shared by weighted and fixed pixels. The bit patterns are
+/// binding: results are defined by them.
 namespace constants {
 
 /// P(x) = x * (linear + cubic * x^2), within 0.00496 radians of atan(x) for |x| <= 1.

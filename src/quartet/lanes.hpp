@@ -2,7 +2,7 @@
 
 #include <immintrin.h>
 
-/// The arithmetic of the scalar path is written once, against one of these two sets of operations:
+/// The arithmetic of weighted pixels is written once, against one of these two sets of operations:
 /// lane 0 of a register for a single quartet, all lanes for eight quartets of a row. Every
 /// operation has the same bits in both. For the approximate reciprocal processors owe that to
 /// nobody, and all give it; the tests compare both on the processor at hand.

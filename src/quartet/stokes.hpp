@@ -46,8 +46,8 @@ template <typename Set, typename Lanes>
     return stokes;
 }
 
-/// What a Stokes plane gets before the clamp: (M * s) / Q, a true division, where the planes have a
-/// scale of their own.
+/// What `s0_image`, `s1_image` or `s2_image` gets before the clamp: (M * s) / Q, a true division,
+/// where the three have a scale of their own.
 template <typename Set, typename Lanes, typename Vector = typename Lanes::Vector>
 [[gnu::always_inline]] inline Vector stokes_plane_value(
     Vector s, Vector maximum_output_value, float const& maximum_input_value) {
