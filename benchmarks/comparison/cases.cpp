@@ -38,8 +38,8 @@ Table cache_table(std::size_t pixels) {
     return table;
 }
 
-Table scalar_table(std::size_t pixels) {
-    Table table{"scalar",   "Frames without a vector block",
+Table weighted_table(std::size_t pixels) {
+    Table table{"weighted", "Frames without a vector block",
                 "ns/pixel", Field::libraries_and_plain_loops,
                 1e9,        true,
                 {}};
@@ -83,6 +83,6 @@ std::vector<Table> make_tables(bool quick) {
     // A measurement takes about ten milliseconds.
     std::size_t const pixels = quick ? 100'000 : 4'000'000;
     return {
-        frame_table(quick), cache_table(pixels), scalar_table(pixels / 4),
+        frame_table(quick), cache_table(pixels), weighted_table(pixels / 4),
         call_table(quick ? 1'000 : 100'000), growth_table(pixels, quick ? 256 : 8192)};
 }

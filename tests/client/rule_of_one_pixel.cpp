@@ -17,7 +17,7 @@ reference::Stokes stokes_at(
         frame.height() % 2 != frame.width() % 2) {
         position = 0;
     }
-    return reference::stokes_scalar(
+    return reference::stokes_weighted(
         {frame(row, column), frame(row, other_column), frame(other_row, column),
          frame(other_row, other_column)},
         settings.matrices.by_position[position]);
@@ -27,10 +27,10 @@ std::uint16_t stored_stokes(float stokes, Scale const& scale) {
     auto const full_scale = static_cast<float>(scale.full_scale());
     float const value =
         scale.rescaled()
-            ? reference::rescale_scalar(
+            ? reference::rescale_weighted(
                   stokes, full_scale, static_cast<float>(2 * ((1 << scale.bit_depth()) - 1)))
             : stokes;
-    return reference::clamp_and_convert_scalar(value, full_scale);
+    return reference::clamp_and_convert_weighted(value, full_scale);
 }
 
 Planes expected_planes(Frame_view const& frame, Settings const& settings, Final_pixel final_pixel) {
@@ -44,10 +44,10 @@ Planes expected_planes(Frame_view const& frame, Settings const& settings, Final_
             views.s0[pixel] = stored_stokes(stokes.s0, settings.scale);
             views.s1[pixel] = stored_stokes(stokes.s1, settings.scale);
             views.s2[pixel] = stored_stokes(stokes.s2, settings.scale);
-            views.azimuth[pixel] = reference::clamp_and_convert_scalar(
-                reference::azimuth_scalar(stokes.s1, stokes.s2, full_scale), full_scale);
-            views.dolp[pixel] = reference::clamp_and_convert_scalar(
-                reference::dolp_scalar(stokes, full_scale), full_scale);
+            views.azimuth[pixel] = reference::clamp_and_convert_weighted(
+                reference::azimuth_weighted(stokes.s1, stokes.s2, full_scale), full_scale);
+            views.dolp[pixel] = reference::clamp_and_convert_weighted(
+                reference::dolp_weighted(stokes, full_scale), full_scale);
             views.normalized_stokes[2 * pixel] = stokes.s1 / stokes.s0;
             views.normalized_stokes[2 * pixel + 1] = stokes.s2 / stokes.s0;
         }

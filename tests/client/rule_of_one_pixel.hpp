@@ -5,7 +5,7 @@
 
 #include "veldrane_mrv/polarization/transform.hpp"
 
-#include "reference/scalar_pixel.hpp"
+#include "reference/weighted_pixel.hpp"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,10 +1,10 @@
 /// @file
-/// Covers the azimuth of every pair (S1, S2) that 12-bit samples can give, in both paths: equal to
-/// the reference, and close to the arctangent in double precision.
+/// Covers the azimuth of every pair (S1, S2) that 12-bit samples can give, in both arithmetics:
+/// equal to the reference, and close to the arctangent in double precision.
 
 #include "exhaustive/pairs.hpp"
 
-#include "reference/vector_pixel.hpp"
+#include "reference/fixed_pixel.hpp"
 
 #include <gtest/gtest.h>
 
@@ -25,13 +25,13 @@ constexpr double degrees_per_count{180.0 / maximum_output_value};
 constexpr double largest_error_in_degrees{
     (0.00496 + 0.49 * 2 * 1.5 / 4096) * 90 / std::numbers::pi + 0.51 * degrees_per_count};
 
-std::uint16_t expected_azimuth(Path path, Pair const& pair) {
+std::uint16_t expected_azimuth(Arithmetic arithmetic, Pair const& pair) {
     auto const s1 = static_cast<float>(pair.s1);
     auto const s2 = static_cast<float>(pair.s2);
     constexpr float m = maximum_output_value;
-    return path == Path::vector
-               ? reference::clamp_and_convert_vector(reference::azimuth_vector(s1, s2, m), m)
-               : reference::clamp_and_convert_scalar(reference::azimuth_scalar(s1, s2, m), m);
+    return arithmetic == Arithmetic::fixed
+               ? reference::clamp_and_convert_fixed(reference::azimuth_fixed(s1, s2, m), m)
+               : reference::clamp_and_convert_weighted(reference::azimuth_weighted(s1, s2, m), m);
 }
 
 /// On the circle, where 180 degrees and 0 are one direction.
@@ -41,7 +41,7 @@ double error_in_counts(Pair const& pair) {
     return std::min(distance, maximum_output_value - distance);
 }
 
-class Azimuth_of_every_pair : public testing::TestWithParam<Path> {};
+class Azimuth_of_every_pair : public testing::TestWithParam<Arithmetic> {};
 
 TEST_P(Azimuth_of_every_pair, is_that_of_the_reference_and_close_to_the_exact_angle) {
     Tally tally;
@@ -53,7 +53,7 @@ TEST_P(Azimuth_of_every_pair, is_that_of_the_reference_and_close_to_the_exact_an
             }
         });
     double const degrees = tally.largest_error_in_counts() * degrees_per_count;
-    std::cout << "azimuth, " << name_of(GetParam()) << " path, " << visited
+    std::cout << "azimuth, " << name_of(GetParam()) << " arithmetic, " << visited
               << " pairs: largest error " << degrees << " degrees, "
               << tally.describe_largest_error() << '\n';
     EXPECT_EQ(tally.mismatches(), 0U) << tally.describe_first_mismatch();
@@ -62,7 +62,7 @@ TEST_P(Azimuth_of_every_pair, is_that_of_the_reference_and_close_to_the_exact_an
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    All, Azimuth_of_every_pair, testing::Values(Path::vector, Path::scalar),
-    [](auto const& path) { return name_of(path.param); });
+    All, Azimuth_of_every_pair, testing::Values(Arithmetic::fixed, Arithmetic::weighted),
+    [](auto const& arithmetic) { return name_of(arithmetic.param); });
 
 } // namespace

@@ -39,10 +39,11 @@ int stride() {
 
 class Pair_frame {
 public:
-    Pair_frame(Path path, Plane wanted) : path_{path}, wanted_{wanted} {
+    Pair_frame(Arithmetic arithmetic, Plane wanted) : arithmetic_{arithmetic}, wanted_{wanted} {
         Weights const spoiled{NAN, NAN, NAN, NAN};
-        matrices_ = path == Path::scalar ? make_matrices(Matrix_kind::ideal, polar_phase, 0)
-                                         : everywhere(matrix_of(spoiled, spoiled, spoiled));
+        matrices_ = arithmetic == Arithmetic::weighted
+                        ? make_matrices(Matrix_kind::ideal, polar_phase, 0)
+                        : everywhere(matrix_of(spoiled, spoiled, spoiled));
     }
 
     void set_cell(std::size_t cell_row, int s1, int s2, int twice_s0) {
@@ -57,9 +58,9 @@ public:
         odd[1] = static_cast<std::uint16_t>(below_s2 + std::max(-s2, 0));
     }
 
-    /// Two rows have no vector block: the scalar path takes each row of cells as a frame.
+    /// Two rows have no vector block: the weighted arithmetic takes each row of cells as a frame.
     void run() {
-        if (path_ == Path::vector) {
+        if (arithmetic_ == Arithmetic::fixed) {
             run_rows(0, height);
             return;
         }
@@ -98,7 +99,7 @@ private:
             arguments, {matrices_[0], matrices_[1], matrices_[2], matrices_[3]});
     }
 
-    Path path_;
+    Arithmetic arithmetic_;
     Plane wanted_;
     Matrix_set matrices_;
     std::vector<std::uint16_t> samples_ = std::vector<std::uint16_t>(height * width);
@@ -138,8 +139,8 @@ std::string describe(Pair const& pair) {
 
 } // namespace
 
-char const* name_of(Path path) {
-    return path == Path::vector ? "vector" : "scalar";
+char const* name_of(Arithmetic arithmetic) {
+    return arithmetic == Arithmetic::fixed ? "fixed" : "weighted";
 }
 
 char const* name_of(Intensity intensity) {
@@ -148,9 +149,9 @@ char const* name_of(Intensity intensity) {
 }
 
 std::size_t for_each_pair(
-    Path path, Intensity intensity, Plane wanted,
+    Arithmetic arithmetic, Intensity intensity, Plane wanted,
     std::function<void(std::span<Pair const>)> const& visit) {
-    Pair_frame frame{path, wanted};
+    Pair_frame frame{arithmetic, wanted};
     std::array<std::vector<Pair>, cell_rows> pairs;
     std::size_t visited = 0;
     int s1 = -largest_difference;

@@ -1,5 +1,5 @@
 /// @file
-/// Every pair (S1, S2) that 12-bit samples can give, through either path of the library.
+/// Every pair (S1, S2) that 12-bit samples can give, by either arithmetic of the library.
 
 #pragma once
 
@@ -19,8 +19,8 @@ inline constexpr std::size_t differences{2 * largest_difference + 1};
 
 inline constexpr float maximum_output_value{65535};
 
-enum class Path { vector, scalar };
-char const* name_of(Path path);
+enum class Arithmetic { fixed, weighted };
+char const* name_of(Arithmetic arithmetic);
 
 /// S0 of a pair, among those that 12-bit samples can give with it.
 enum class Intensity { smallest, largest, random };
@@ -37,7 +37,7 @@ struct Pair {
 /// Hands the pairs of one S1 and all S2 to `visit`, S1 after S1.
 /// @return the number of pairs
 std::size_t for_each_pair(
-    Path path, Intensity intensity, support::Plane wanted,
+    Arithmetic arithmetic, Intensity intensity, support::Plane wanted,
     std::function<void(std::span<Pair const>)> const& visit);
 
 /// The pairs that `for_each_pair` is to visit: all of them, or in a build that is slow those of

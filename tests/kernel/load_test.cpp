@@ -68,12 +68,12 @@ TEST(Load, samples_behind_the_neighbour_column_have_no_effect_on_a_block) {
 }
 
 TEST(Load, converts_every_sample_value_exactly) {
-    EXPECT_EQ(vector_pixel({65535, 0, 0, 0}, 0).s1, 65535);
-    EXPECT_EQ(vector_pixel({65535, 0, 0, 1}, 0).s1, 65534);
-    EXPECT_EQ(vector_pixel({0, 32768, 65535, 0}, 0).s2, 32767);
-    EXPECT_EQ(vector_pixel({65535, 65535, 65535, 65535}, 0).s0, 65535);
+    EXPECT_EQ(fixed_pixel({65535, 0, 0, 0}, 0).s1, 65535);
+    EXPECT_EQ(fixed_pixel({65535, 0, 0, 1}, 0).s1, 65534);
+    EXPECT_EQ(fixed_pixel({0, 32768, 65535, 0}, 0).s2, 32767);
+    EXPECT_EQ(fixed_pixel({65535, 65535, 65535, 65535}, 0).s0, 65535);
     // S1 / S0 of 65535 / 98302.5.
-    EXPECT_EQ(vector_pixel({65535, 65535, 65535, 0}, 0).normalized_stokes[0], 65535.0F / 98302.5F);
+    EXPECT_EQ(fixed_pixel({65535, 65535, 65535, 0}, 0).normalized_stokes[0], 65535.0F / 98302.5F);
 }
 
 TEST(Load, a_frame_reads_alike_at_an_odd_byte_address) {

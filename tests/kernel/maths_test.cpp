@@ -1,5 +1,5 @@
 /// @file
-/// Covers the arithmetic of a vector block where it differs from that of a pixel with a matrix, and
+/// Covers the arithmetic of a vector block where it differs from that of a weighted pixel, and
 /// its special values.
 
 #include "support/one_pixel.hpp"
@@ -13,8 +13,7 @@ namespace {
 using namespace support;
 
 Pixel pixel(int twice_s0, int s1, int s2, float maximum_output_value = 65535) {
-    return vector_pixel(
-        phase_0_cell(twice_s0, s1, s2), 0, {16, 65535, maximum_output_value, 65535});
+    return fixed_pixel(phase_0_cell(twice_s0, s1, s2), 0, {16, 65535, maximum_output_value, 65535});
 }
 
 double degrees(int s1, int s2) {
@@ -91,8 +90,8 @@ TEST(Vector_maths, dolp_of_3_4_10_is_one_half_to_the_last_count) {
 
 TEST(Vector_maths, dolp_of_more_than_full_polarisation_gives_the_maximum) {
     // One lit sample of four: S1 is twice S0.
-    EXPECT_EQ(vector_pixel({1000, 0, 0, 0}, 0).dolp, 65535);
-    EXPECT_EQ(vector_pixel({1000, 0, 0, 0}, 0, {16, 65535, 4095, 65535}).dolp, 4095);
+    EXPECT_EQ(fixed_pixel({1000, 0, 0, 0}, 0).dolp, 65535);
+    EXPECT_EQ(fixed_pixel({1000, 0, 0, 0}, 0, {16, 65535, 4095, 65535}).dolp, 4095);
 }
 
 TEST(Vector_maths, the_ratios_are_true_quotients) {
@@ -106,7 +105,7 @@ TEST(Vector_maths, the_ratios_are_true_quotients) {
 
 TEST(Vector_maths, rescales_by_the_approximate_reciprocal) {
     for (int const s : {10, 1000, 2048, 4000}) {
-        Pixel const rescaled = vector_pixel(phase_0_cell(2 * s, s, s), 0, rescaled_12_bit);
+        Pixel const rescaled = fixed_pixel(phase_0_cell(2 * s, s, s), 0, rescaled_12_bit);
         double const exact = s * 65535.0 / 4095;
         double const error = exact * 1.5 / 4096 + 0.51;
         EXPECT_NEAR(rescaled.s0, exact, error) << s;

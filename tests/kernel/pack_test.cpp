@@ -17,39 +17,39 @@ Scale with_maximum(float maximum_output_value) {
 }
 
 TEST(Pack, stores_0_for_an_s1_of_minus_1) {
-    Pixel const pixel = vector_pixel(phase_0_cell(100, -1, 1), 0);
+    Pixel const pixel = fixed_pixel(phase_0_cell(100, -1, 1), 0);
     EXPECT_EQ(pixel.s1, 0);
     EXPECT_EQ(pixel.s2, 1);
-    EXPECT_EQ(vector_pixel(phase_0_cell(100, 1, -1), 0).s2, 0);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(100, 1, -1), 0).s2, 0);
 }
 
 TEST(Pack, stores_0_for_the_most_negative_s1_and_s2) {
-    EXPECT_EQ(vector_pixel({0, 65535, 0, 65535}, 0).s1, 0);
-    EXPECT_EQ(vector_pixel({0, 65535, 0, 65535}, 0).s2, 0);
+    EXPECT_EQ(fixed_pixel({0, 65535, 0, 65535}, 0).s1, 0);
+    EXPECT_EQ(fixed_pixel({0, 65535, 0, 65535}, 0).s2, 0);
 }
 
 TEST(Pack, clamps_a_quantity_above_the_maximum) {
-    Pixel const pixel = vector_pixel(phase_0_cell(1000, 105, 103), 0, with_maximum(100));
+    Pixel const pixel = fixed_pixel(phase_0_cell(1000, 105, 103), 0, with_maximum(100));
     EXPECT_EQ(pixel.s0, 100);
     EXPECT_EQ(pixel.s1, 100);
     EXPECT_EQ(pixel.s2, 100);
-    EXPECT_EQ(vector_pixel(phase_0_cell(1000, 100, 98), 0, with_maximum(100)).s1, 100);
-    EXPECT_EQ(vector_pixel(phase_0_cell(1000, 100, 98), 0, with_maximum(100)).s2, 98);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(1000, 100, 98), 0, with_maximum(100)).s1, 100);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(1000, 100, 98), 0, with_maximum(100)).s2, 98);
 }
 
 TEST(Pack, rounds_ties_to_even) {
-    EXPECT_EQ(vector_pixel(phase_0_cell(5, 1, 0), 0).s0, 2);
-    EXPECT_EQ(vector_pixel(phase_0_cell(7, 1, 0), 0).s0, 4);
-    EXPECT_EQ(vector_pixel(phase_0_cell(1, 1, 0), 0).s0, 0);
-    EXPECT_EQ(vector_pixel(phase_0_cell(100, 10, 0), 0, with_maximum(2.5F)).s1, 2);
-    EXPECT_EQ(vector_pixel(phase_0_cell(100, 10, 0), 0, with_maximum(3.5F)).s1, 4);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(5, 1, 0), 0).s0, 2);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(7, 1, 0), 0).s0, 4);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(1, 1, 0), 0).s0, 0);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(100, 10, 0), 0, with_maximum(2.5F)).s1, 2);
+    EXPECT_EQ(fixed_pixel(phase_0_cell(100, 10, 0), 0, with_maximum(3.5F)).s1, 4);
 }
 
 TEST(Pack, saturates_at_65535_above_the_16_bit_range) {
     Cell const brightest{65535, 65535, 65535, 65535};
-    EXPECT_EQ(vector_pixel(brightest, 0, with_maximum(65535)).s0, 65535);
-    EXPECT_EQ(vector_pixel(brightest, 0, with_maximum(70000)).s0, 65535);
-    EXPECT_EQ(vector_pixel(brightest, 0, with_maximum(131070)).s0, 65535);
+    EXPECT_EQ(fixed_pixel(brightest, 0, with_maximum(65535)).s0, 65535);
+    EXPECT_EQ(fixed_pixel(brightest, 0, with_maximum(70000)).s0, 65535);
+    EXPECT_EQ(fixed_pixel(brightest, 0, with_maximum(131070)).s0, 65535);
 }
 
 /// Brightness grows by 40 a column and by 1 a row.

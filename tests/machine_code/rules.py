@@ -77,7 +77,7 @@ def generator_is_straight_line_code(name, instructions):
                 yield f"leaves its straight line: {instruction}"
 
 
-def scalar_path_uses_no_x87(name, instructions):
+def weighted_pixels_use_no_x87(name, instructions):
     """x87 arithmetic rounds otherwise and obeys another control word."""
     if is_generator(name) or is_row(name):
         for instruction in instructions:
@@ -146,7 +146,7 @@ def clears_upper_halves(name, instructions):
 
 FUNCTION_RULES = (
     generator_is_straight_line_code,
-    scalar_path_uses_no_x87,
+    weighted_pixels_use_no_x87,
     block_loop_divides_only_for_ratios,
     block_loop_tests_nothing_but_its_end,
     clears_upper_halves,

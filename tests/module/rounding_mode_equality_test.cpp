@@ -19,7 +19,7 @@ using namespace support;
 constexpr unsigned flush_results{0x8000};
 constexpr unsigned operands_are_zeros{0x0040};
 
-/// Every parity, each with vector blocks, a scalar tail and borders.
+/// Every parity, each with vector blocks, a weighted tail and borders.
 struct Geometry {
     std::size_t height;
     std::size_t width;

@@ -89,7 +89,7 @@ TEST(Transform, counts_a_pointer_as_a_request_and_writes_the_whole_plane) {
 }
 
 /// All four samples count in S0 of every pixel, so that one call shows that no pixel is left out.
-void expect_all_scalar(std::size_t height, std::size_t width) {
+void expect_all_weighted(std::size_t height, std::size_t width) {
     Scene scene{
         height, width, Samples(height * width, 1),
         everywhere(matrix_of({20, 40, 60, 80}, {1, 1, 1, 1}, {1, 1, 1, 1}))};
@@ -103,16 +103,16 @@ void expect_all_scalar(std::size_t height, std::size_t width) {
 }
 
 TEST(Transform, writes_all_four_pixels_of_a_frame_of_2_by_2) {
-    expect_all_scalar(2, 2);
+    expect_all_weighted(2, 2);
 }
 
 TEST(Transform, takes_frames_of_2_rows_and_3_or_15_columns) {
-    expect_all_scalar(2, 3);
-    expect_all_scalar(2, 15);
+    expect_all_weighted(2, 3);
+    expect_all_weighted(2, 15);
 }
 
 TEST(Transform, computes_a_frame_of_3_rows_and_16_columns_without_a_block) {
-    expect_all_scalar(3, 16);
+    expect_all_weighted(3, 16);
 }
 
 TEST(Transform, takes_any_unknown_phase_for_phase_0) {
@@ -161,14 +161,14 @@ TEST(Transform, rescales_the_stokes_planes_alone_when_the_ranges_differ) {
 
 TEST(Transform, rescales_12_bit_samples_to_16_bit_planes) {
     // 1000 * 65535 / 4095 is 16003.66.
-    EXPECT_EQ(scalar_pixel({1000, 0, 0}, rescaled_12_bit).s0, 16004);
+    EXPECT_EQ(weighted_pixel({1000, 0, 0}, rescaled_12_bit).s0, 16004);
     // The reciprocal of the vector block is good to 1.5 * 2^-12: 6 counts here.
-    EXPECT_NEAR(vector_pixel(phase_0_cell(2000, 0, 0), 0, rescaled_12_bit).s0, 16004, 6);
+    EXPECT_NEAR(fixed_pixel(phase_0_cell(2000, 0, 0), 0, rescaled_12_bit).s0, 16004, 6);
 }
 
 TEST(Transform, does_not_mask_a_sample_above_the_bit_depth) {
     Scale const scale{12, 4095, 65535, 4095};
-    EXPECT_EQ(vector_pixel({5000, 5000, 5000, 5000}, 0, scale).s0, 10000);
+    EXPECT_EQ(fixed_pixel({5000, 5000, 5000, 5000}, 0, scale).s0, 10000);
     Scene scene{2, 2, Samples(4, 5000), everywhere(matrix_of({1, 1, 1, 1}, {}, {}))};
     scene.scale = scale;
     EXPECT_EQ(compute(scene).s0.elements, std::vector<std::uint16_t>(4, 10000));
@@ -229,12 +229,12 @@ TEST(Transform, takes_one_array_for_all_four_matrices) {
 /// With full scales of 65535 and 1, a rescaled S0 of 1 saturates and one in sample units stays 1.
 bool keeps_sample_units(std::int32_t bit_depth, std::int32_t maximum_output_value_integer) {
     Scale const scale{bit_depth, 1, 65535, maximum_output_value_integer};
-    std::uint16_t const scalar = scalar_pixel({1, 0, 0}, scale).s0;
-    std::uint16_t const vector = vector_pixel(phase_0_cell(2, 0, 0), 0, scale).s0;
-    EXPECT_EQ(scalar == 1, vector == 1);
+    std::uint16_t const weighted = weighted_pixel({1, 0, 0}, scale).s0;
+    std::uint16_t const fixed = fixed_pixel(phase_0_cell(2, 0, 0), 0, scale).s0;
+    EXPECT_EQ(weighted == 1, fixed == 1);
     // The vector block's reciprocal of 1 is not exactly 1 on every processor.
-    EXPECT_TRUE(vector == 1 || vector > 65500) << vector;
-    return scalar == 1;
+    EXPECT_TRUE(fixed == 1 || fixed > 65500) << fixed;
+    return weighted == 1;
 }
 
 TEST(Transform, expects_the_full_scale_65535_at_bit_depth_16) {

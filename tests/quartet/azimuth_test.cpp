@@ -18,7 +18,7 @@ using namespace support;
 constexpr float infinity{std::numeric_limits<float>::infinity()};
 
 int azimuth(float s1, float s2, float maximum_output_value = 65535) {
-    return scalar_pixel({1000, s1, s2}, {16, 65535, maximum_output_value, 65535}).azimuth;
+    return weighted_pixel({1000, s1, s2}, {16, 65535, maximum_output_value, 65535}).azimuth;
 }
 
 double degrees(float s1, float s2) {
@@ -87,7 +87,7 @@ TEST(Azimuth, steps_by_about_a_quarter_of_a_degree_at_equal_magnitudes) {
 
 TEST(Azimuth, an_intensity_of_0_has_no_influence) {
     for (float const s0 : {0.0F, -0.0F, -7.0F, 1e-40F}) {
-        EXPECT_EQ(scalar_pixel({s0, 5, -3}).azimuth, azimuth(5, -3)) << s0;
+        EXPECT_EQ(weighted_pixel({s0, 5, -3}).azimuth, azimuth(5, -3)) << s0;
     }
 }
 

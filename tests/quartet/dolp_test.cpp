@@ -17,7 +17,7 @@ constexpr float infinity{std::numeric_limits<float>::infinity()};
 constexpr float subnormal{1e-40F};
 
 int dolp(float s0, float s1, float s2, float maximum_output_value = 65535) {
-    return scalar_pixel({s0, s1, s2}, {16, 65535, maximum_output_value, 65535}).dolp;
+    return weighted_pixel({s0, s1, s2}, {16, 65535, maximum_output_value, 65535}).dolp;
 }
 
 TEST(Dolp, unpolarised_light_gives_0) {
@@ -31,8 +31,8 @@ TEST(Dolp, an_s0_of_0_gives_0_although_the_ratios_are_infinite) {
         EXPECT_EQ(dolp(s0, 5, 0), 0);
         EXPECT_EQ(dolp(s0, 0, -5), 0);
         EXPECT_EQ(dolp(s0, 0, 0), 0);
-        EXPECT_TRUE(std::isinf(scalar_pixel({s0, 5, -5}).normalized_stokes[0]));
-        EXPECT_TRUE(std::isinf(scalar_pixel({s0, 5, -5}).normalized_stokes[1]));
+        EXPECT_TRUE(std::isinf(weighted_pixel({s0, 5, -5}).normalized_stokes[0]));
+        EXPECT_TRUE(std::isinf(weighted_pixel({s0, 5, -5}).normalized_stokes[1]));
     }
 }
 
@@ -104,8 +104,8 @@ TEST(Dolp, an_infinite_s0_gives_0) {
 
 TEST(Dolp, is_scaled_by_the_output_full_scale_alone) {
     EXPECT_EQ(
-        scalar_pixel({10, 3, 4}, {12, 1, 4095, 65535}).dolp,
-        scalar_pixel({10, 3, 4}, {12, 65535, 4095, 4095}).dolp);
+        weighted_pixel({10, 3, 4}, {12, 1, 4095, 65535}).dolp,
+        weighted_pixel({10, 3, 4}, {12, 65535, 4095, 4095}).dolp);
 }
 
 } // namespace

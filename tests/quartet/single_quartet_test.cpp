@@ -198,91 +198,91 @@ Scale with_maximum(float maximum_output_value) {
 }
 
 TEST(Single_quartet, stores_a_value_equal_to_the_maximum) {
-    EXPECT_EQ(scalar_pixel({4095, 4095, 4095}, with_maximum(4095)).s0, 4095);
-    EXPECT_EQ(scalar_pixel({65535, 65535, 65535}, with_maximum(65535)).s1, 65535);
-    EXPECT_EQ(scalar_pixel({4096, 70000, 1e30F}, with_maximum(4095)).s1, 4095);
-    EXPECT_EQ(scalar_pixel({4096, 70000, 1e30F}, with_maximum(4095)).s2, 4095);
+    EXPECT_EQ(weighted_pixel({4095, 4095, 4095}, with_maximum(4095)).s0, 4095);
+    EXPECT_EQ(weighted_pixel({65535, 65535, 65535}, with_maximum(65535)).s1, 65535);
+    EXPECT_EQ(weighted_pixel({4096, 70000, 1e30F}, with_maximum(4095)).s1, 4095);
+    EXPECT_EQ(weighted_pixel({4096, 70000, 1e30F}, with_maximum(4095)).s2, 4095);
 }
 
 TEST(Single_quartet, rounds_ties_to_even) {
-    EXPECT_EQ(scalar_pixel({0.5F, 1.5F, 2.5F}).s0, 0);
-    EXPECT_EQ(scalar_pixel({0.5F, 1.5F, 2.5F}).s1, 2);
-    EXPECT_EQ(scalar_pixel({0.5F, 1.5F, 2.5F}).s2, 2);
-    EXPECT_EQ(scalar_pixel({2047.5F, 2046.5F, 0}).s0, 2048);
-    EXPECT_EQ(scalar_pixel({2047.5F, 2046.5F, 0}).s1, 2046);
-    EXPECT_EQ(scalar_pixel({0.50001F, 1.49999F, 0}).s0, 1);
-    EXPECT_EQ(scalar_pixel({0.50001F, 1.49999F, 0}).s1, 1);
+    EXPECT_EQ(weighted_pixel({0.5F, 1.5F, 2.5F}).s0, 0);
+    EXPECT_EQ(weighted_pixel({0.5F, 1.5F, 2.5F}).s1, 2);
+    EXPECT_EQ(weighted_pixel({0.5F, 1.5F, 2.5F}).s2, 2);
+    EXPECT_EQ(weighted_pixel({2047.5F, 2046.5F, 0}).s0, 2048);
+    EXPECT_EQ(weighted_pixel({2047.5F, 2046.5F, 0}).s1, 2046);
+    EXPECT_EQ(weighted_pixel({0.50001F, 1.49999F, 0}).s0, 1);
+    EXPECT_EQ(weighted_pixel({0.50001F, 1.49999F, 0}).s1, 1);
 }
 
 TEST(Single_quartet, rounds_a_value_just_below_the_maximum_up_to_it) {
-    EXPECT_EQ(scalar_pixel({99.75F, 99.25F, 0}, with_maximum(100)).s0, 100);
-    EXPECT_EQ(scalar_pixel({99.75F, 99.25F, 0}, with_maximum(100)).s1, 99);
-    EXPECT_EQ(scalar_pixel({65534.75F, 0, 0}).s0, 65535);
+    EXPECT_EQ(weighted_pixel({99.75F, 99.25F, 0}, with_maximum(100)).s0, 100);
+    EXPECT_EQ(weighted_pixel({99.75F, 99.25F, 0}, with_maximum(100)).s1, 99);
+    EXPECT_EQ(weighted_pixel({65534.75F, 0, 0}).s0, 65535);
 }
 
 TEST(Single_quartet, stores_0_for_a_negative_quantity_whose_sign_azimuth_and_ratios_show) {
-    Pixel const pixel = scalar_pixel({100, -50, 0});
+    Pixel const pixel = weighted_pixel({100, -50, 0});
     EXPECT_EQ(pixel.s1, 0);
     EXPECT_EQ(pixel.azimuth, 65535);
     EXPECT_EQ(pixel.normalized_stokes[0], -0.5F);
-    Pixel const below = scalar_pixel({100, 0, -50});
+    Pixel const below = weighted_pixel({100, 0, -50});
     EXPECT_EQ(below.s2, 0);
     EXPECT_EQ(below.azimuth, 16384);
     EXPECT_EQ(below.normalized_stokes[1], -0.5F);
 }
 
 TEST(Single_quartet, a_negative_s0_turns_the_ratios_and_gives_zeros) {
-    Pixel const pixel = scalar_pixel({-100, 50, -25});
+    Pixel const pixel = weighted_pixel({-100, 50, -25});
     EXPECT_EQ(pixel.s0, 0);
     EXPECT_EQ(pixel.dolp, 0);
     EXPECT_EQ(pixel.normalized_stokes, (Ratios{-0.5F, 0.25F}));
 }
 
 TEST(Single_quartet, divides_by_an_s0_of_zero) {
-    Pixel const pixel = scalar_pixel({0, 5, -5});
+    Pixel const pixel = weighted_pixel({0, 5, -5});
     EXPECT_EQ(pixel.normalized_stokes, (Ratios{infinity, -infinity}));
     EXPECT_EQ(pixel.dolp, 0);
-    EXPECT_EQ(scalar_pixel({-0.0F, 5, -5}).normalized_stokes, (Ratios{-infinity, infinity}));
-    Pixel const dark = scalar_pixel({0, 0, -5});
+    EXPECT_EQ(weighted_pixel({-0.0F, 5, -5}).normalized_stokes, (Ratios{-infinity, infinity}));
+    Pixel const dark = weighted_pixel({0, 0, -5});
     EXPECT_TRUE(std::isnan(dark.normalized_stokes[0]));
     EXPECT_EQ(dark.normalized_stokes[1], -infinity);
 }
 
 TEST(Single_quartet, rescales_the_full_input_range_to_the_full_output_range) {
     // The product 65535 * 4095 rounds to 268365824.
-    EXPECT_EQ(scalar_pixel({4095, 4095, 4095}, rescaled_12_bit).s0, 65535);
-    EXPECT_EQ(scalar_pixel({4095, 4095, 4095}, rescaled_12_bit).s1, 65535);
-    EXPECT_EQ(scalar_pixel({4095, 4095, 4095}, rescaled_12_bit).s2, 65535);
+    EXPECT_EQ(weighted_pixel({4095, 4095, 4095}, rescaled_12_bit).s0, 65535);
+    EXPECT_EQ(weighted_pixel({4095, 4095, 4095}, rescaled_12_bit).s1, 65535);
+    EXPECT_EQ(weighted_pixel({4095, 4095, 4095}, rescaled_12_bit).s2, 65535);
 }
 
 TEST(Single_quartet, rescales_by_a_product_and_then_a_division) {
     // The product rounds to 16973564 and the quotient is 33281.498. A factor 128.5 computed
     // beforehand would give 33281.5 and so 33282.
-    Pixel const pixel = scalar_pixel({259, 263, 267}, {12, 510, 65535, 65535});
+    Pixel const pixel = weighted_pixel({259, 263, 267}, {12, 510, 65535, 65535});
     EXPECT_EQ(pixel.s0, 33281);
     EXPECT_EQ(pixel.s1, 33795);
     EXPECT_EQ(pixel.s2, 34309);
     // Neither does the reciprocal of 503 give this.
-    EXPECT_EQ(scalar_pixel({196, 0, 0}, {12, 503, 65535, 65535}).s0, 25537);
+    EXPECT_EQ(weighted_pixel({196, 0, 0}, {12, 503, 65535, 65535}).s0, 25537);
 }
 
 TEST(Single_quartet, a_rescaled_negative_quantity_is_stored_as_0) {
-    Pixel const pixel = scalar_pixel({-1000, -1, -4095}, rescaled_12_bit);
+    Pixel const pixel = weighted_pixel({-1000, -1, -4095}, rescaled_12_bit);
     EXPECT_EQ(pixel.s0, 0);
     EXPECT_EQ(pixel.s1, 0);
     EXPECT_EQ(pixel.s2, 0);
 }
 
 TEST(Single_quartet, clamps_at_the_float_full_scale_not_at_the_integer) {
-    Pixel const pixel = scalar_pixel({500, 500, 500}, with_maximum(100));
+    Pixel const pixel = weighted_pixel({500, 500, 500}, with_maximum(100));
     EXPECT_EQ(pixel.s0, 100);
     EXPECT_EQ(pixel.s1, 100);
     EXPECT_EQ(pixel.s2, 100);
-    EXPECT_EQ(scalar_pixel({500, 500, 500}, {8, 65535, 1000, 255}).s0, 500);
+    EXPECT_EQ(weighted_pixel({500, 500, 500}, {8, 65535, 1000, 255}).s0, 500);
 }
 
 TEST(Single_quartet, infinities_and_nans_are_clamped) {
-    Pixel const pixel = scalar_pixel({infinity, -infinity, NAN}, with_maximum(4095));
+    Pixel const pixel = weighted_pixel({infinity, -infinity, NAN}, with_maximum(4095));
     EXPECT_EQ(pixel.s0, 4095);
     EXPECT_EQ(pixel.s1, 0);
     EXPECT_EQ(pixel.s2, 4095);

@@ -65,15 +65,15 @@ Position Frame_rule::pixel_of_block_pair(std::size_t block, std::size_t pair) co
 
 std::optional<Position> Frame_rule::float_pair_source(std::size_t pair) const {
     Position const own{pair / width_, pair % width_};
-    bool const own_is_scalar = !place(own.row, own.column).in_vector_block;
+    bool const own_is_weighted = !place(own.row, own.column).in_vector_block;
     auto const block = latest_block_over(pair);
     if (!block) {
-        return own_is_scalar ? std::optional(own) : std::nullopt;
+        return own_is_weighted ? std::optional(own) : std::nullopt;
     }
     // The end of the frame comes after all blocks, the tail of a row pair after the blocks of it
     // and of the pairs above.
     bool const own_comes_last = own.row >= paired_rows_ || own.row / 2 >= *block / block_count_;
-    if (own_is_scalar && own_comes_last) {
+    if (own_is_weighted && own_comes_last) {
         return own;
     }
     return pixel_of_block_pair(*block, pair);

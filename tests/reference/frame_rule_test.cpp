@@ -35,7 +35,7 @@ public:
     std::vector<std::optional<Position>> float_pairs;
 
 private:
-    void scalar(std::size_t row, std::size_t column, std::size_t matrix, bool left, bool up) {
+    void weighted(std::size_t row, std::size_t column, std::size_t matrix, bool left, bool up) {
         calls[row * width_ + column].push_back({false, left, up, matrix});
         float_pairs[row * width_ + column] = {row, column};
     }
@@ -61,52 +61,52 @@ private:
         }
         std::size_t column = 16 * blocks;
         for (; width_ - 2 > column; column += 2) {
-            scalar(row, column, 0, false, false);
-            scalar(row, column + 1, 1, false, false);
-            scalar(row + 1, column, 2, false, false);
-            scalar(row + 1, column + 1, 3, false, false);
+            weighted(row, column, 0, false, false);
+            weighted(row, column + 1, 1, false, false);
+            weighted(row + 1, column, 2, false, false);
+            weighted(row + 1, column + 1, 3, false, false);
         }
         if (width_ % 2 == 0) {
-            scalar(row, column, 0, false, false);
-            scalar(row, column + 1, 1, true, false);
-            scalar(row + 1, column, 2, false, false);
-            scalar(row + 1, column + 1, 3, true, false);
+            weighted(row, column, 0, false, false);
+            weighted(row, column + 1, 1, true, false);
+            weighted(row + 1, column, 2, false, false);
+            weighted(row + 1, column + 1, 3, true, false);
         } else {
-            scalar(row, column, 0, true, false);
-            scalar(row + 1, column, 2, true, false);
+            weighted(row, column, 0, true, false);
+            weighted(row + 1, column, 2, true, false);
         }
     }
 
     void last_two_rows(std::size_t row) {
         std::size_t column = 0;
         for (; width_ - 2 > column; column += 2) {
-            scalar(row, column, 0, false, false);
-            scalar(row, column + 1, 1, false, false);
-            scalar(row + 1, column, 2, false, true);
-            scalar(row + 1, column + 1, 3, false, true);
+            weighted(row, column, 0, false, false);
+            weighted(row, column + 1, 1, false, false);
+            weighted(row + 1, column, 2, false, true);
+            weighted(row + 1, column + 1, 3, false, true);
         }
         if (width_ % 2 == 0) {
-            scalar(row, column, 0, false, false);
-            scalar(row, column + 1, 1, true, false);
-            scalar(row + 1, column, 2, false, true);
-            scalar(row + 1, column + 1, 3, true, true);
+            weighted(row, column, 0, false, false);
+            weighted(row, column + 1, 1, true, false);
+            weighted(row + 1, column, 2, false, true);
+            weighted(row + 1, column + 1, 3, true, true);
         } else {
-            scalar(row, column, 0, true, false);
-            scalar(row + 1, column, 0, true, true);
+            weighted(row, column, 0, true, false);
+            weighted(row + 1, column, 0, true, true);
         }
     }
 
     void last_single_row(std::size_t row) {
         std::size_t column = 0;
         for (; width_ - 2 > column; column += 2) {
-            scalar(row, column, 0, false, true);
-            scalar(row, column + 1, 1, false, true);
+            weighted(row, column, 0, false, true);
+            weighted(row, column + 1, 1, false, true);
         }
         if (width_ % 2 == 0) {
-            scalar(row, column, 0, false, true);
-            scalar(row, column + 1, 0, true, true);
+            weighted(row, column, 0, false, true);
+            weighted(row, column + 1, 0, true, true);
         } else {
-            scalar(row, column, 0, true, true);
+            weighted(row, column, 0, true, true);
         }
     }
 
@@ -160,9 +160,9 @@ TEST(Frame_rule, names_the_last_writer_of_each_pair_of_floats) {
                 << height << " x " << width << ", pair " << pair;
             ASSERT_EQ(rule.covers_float(2 * pair), source.has_value());
             ASSERT_EQ(rule.covers_float(2 * pair + 1), source.has_value());
-            bool const scalar_home = !walk.calls[pair][0].in_vector_block;
+            bool const weighted_home = !walk.calls[pair][0].in_vector_block;
             bool const at_home = source == Position{pair / width, pair % width};
-            blocks_over_tails += scalar_home && !at_home ? 1u : 0u;
+            blocks_over_tails += weighted_home && !at_home ? 1u : 0u;
         }
     }
     std::printf("%zu pairs, in %zu of them a block over a tail\n", pairs, blocks_over_tails);

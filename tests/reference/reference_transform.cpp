@@ -16,15 +16,16 @@ std::array<float, 16> const& matrix_at(Calibration_matrices const& matrices, std
     }
 }
 
-void store_scalar(
+void store_weighted(
     Polarization_computation_arguments const& arguments, std::size_t index, Stokes const& stokes,
     bool same_range) {
     float const m = arguments.maximum_output_value;
     auto const store_stokes = [&](std::uint16_t* plane, float quantity) {
         if (plane != nullptr) {
-            float const value =
-                same_range ? quantity : rescale_scalar(quantity, m, arguments.maximum_input_value);
-            plane[index] = clamp_and_convert_scalar(value, m);
+            float const value = same_range
+                                    ? quantity
+                                    : rescale_weighted(quantity, m, arguments.maximum_input_value);
+            plane[index] = clamp_and_convert_weighted(value, m);
         }
     };
     store_stokes(arguments.s0_image, stokes.s0);
@@ -32,22 +33,22 @@ void store_scalar(
     store_stokes(arguments.s2_image, stokes.s2);
     if (arguments.azimuth_image != nullptr) {
         arguments.azimuth_image[index] =
-            clamp_and_convert_scalar(azimuth_scalar(stokes.s1, stokes.s2, m), m);
+            clamp_and_convert_weighted(azimuth_weighted(stokes.s1, stokes.s2, m), m);
     }
     if (arguments.dolp_image != nullptr) {
-        arguments.dolp_image[index] = clamp_and_convert_scalar(dolp_scalar(stokes, m), m);
+        arguments.dolp_image[index] = clamp_and_convert_weighted(dolp_weighted(stokes, m), m);
     }
 }
 
-void store_vector(
+void store_fixed(
     Polarization_computation_arguments const& arguments, std::size_t index, Stokes const& stokes,
     bool same_range) {
     float const m = arguments.maximum_output_value;
     auto const store_stokes = [&](std::uint16_t* plane, float quantity) {
         if (plane != nullptr) {
             float const value =
-                same_range ? quantity : rescale_vector(quantity, m, arguments.maximum_input_value);
-            plane[index] = clamp_and_convert_vector(value, m);
+                same_range ? quantity : rescale_fixed(quantity, m, arguments.maximum_input_value);
+            plane[index] = clamp_and_convert_fixed(value, m);
         }
     };
     store_stokes(arguments.s0_image, stokes.s0);
@@ -55,10 +56,10 @@ void store_vector(
     store_stokes(arguments.s2_image, stokes.s2);
     if (arguments.azimuth_image != nullptr) {
         arguments.azimuth_image[index] =
-            clamp_and_convert_vector(azimuth_vector(stokes.s1, stokes.s2, m), m);
+            clamp_and_convert_fixed(azimuth_fixed(stokes.s1, stokes.s2, m), m);
     }
     if (arguments.dolp_image != nullptr) {
-        arguments.dolp_image[index] = clamp_and_convert_vector(dolp_vector(stokes, m), m);
+        arguments.dolp_image[index] = clamp_and_convert_fixed(dolp_fixed(stokes, m), m);
     }
 }
 
@@ -72,9 +73,9 @@ void write_integer_planes(
             Stokes const stokes = stokes_at(arguments, matrices, {row, column}, place);
             std::size_t const index = row * arguments.width + column;
             if (place.in_vector_block) {
-                store_vector(arguments, index, stokes, same_range);
+                store_fixed(arguments, index, stokes, same_range);
             } else {
-                store_scalar(arguments, index, stokes, same_range);
+                store_weighted(arguments, index, stokes, same_range);
             }
         }
     }
@@ -116,9 +117,10 @@ Stokes stokes_at(
     Polarization_computation_arguments const& arguments, Calibration_matrices const& matrices,
     Position position, Pixel_place const& place) {
     if (place.in_vector_block) {
-        return stokes_vector(arguments, position.row, position.column);
+        return stokes_fixed(arguments, position.row, position.column);
     }
-    return stokes_scalar(quartet_at(arguments, position, place), matrix_at(matrices, place.matrix));
+    return stokes_weighted(
+        quartet_at(arguments, position, place), matrix_at(matrices, place.matrix));
 }
 
 void transform(

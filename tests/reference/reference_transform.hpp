@@ -5,9 +5,9 @@
 
 #pragma once
 
+#include "reference/fixed_pixel.hpp"
 #include "reference/frame_rule.hpp"
-#include "reference/scalar_pixel.hpp"
-#include "reference/vector_pixel.hpp"
+#include "reference/weighted_pixel.hpp"
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
 namespace reference {

@@ -29,15 +29,15 @@ Pixel pixel_at(Planes const& planes, std::size_t row, std::size_t column) {
 
 } // namespace
 
-Scene scalar_scene(Stokes const& stokes, Scale const& scale) {
+Scene weighted_scene(Stokes const& stokes, Scale const& scale) {
     Matrix const matrix = matrix_of(exactly(2 * stokes.s0), exactly(stokes.s1), exactly(stokes.s2));
     Scene scene{2, 2, Samples(4, 1), everywhere(matrix)};
     scene.scale = scale;
     return scene;
 }
 
-Pixel scalar_pixel(Stokes const& stokes, Scale const& scale) {
-    return pixel_at(compute(scalar_scene(stokes, scale)), 0, 0);
+Pixel weighted_pixel(Stokes const& stokes, Scale const& scale) {
+    return pixel_at(compute(weighted_scene(stokes, scale)), 0, 0);
 }
 
 Scene uniform_scene(
@@ -59,7 +59,7 @@ Scene uniform_scene(
     return scene;
 }
 
-Pixel vector_pixel(Cell const& cell, std::int32_t polar_phase, Scale const& scale) {
+Pixel fixed_pixel(Cell const& cell, std::int32_t polar_phase, Scale const& scale) {
     Planes const planes = compute(uniform_scene(cell, polar_phase, scale));
     Pixel const first = pixel_at(planes, 0, 0);
     for (std::size_t row = 0; row < 2; ++row) {

@@ -24,10 +24,10 @@ struct Stokes {
 
 /// A frame of two by two pixels, every sample 1, whose matrices give exactly these quantities,
 /// signed zeros, infinities and NaNs included.
-Scene scalar_scene(Stokes const& stokes, Scale const& scale = sample_units);
+Scene weighted_scene(Stokes const& stokes, Scale const& scale = sample_units);
 
 /// A pixel computed with a matrix.
-Pixel scalar_pixel(Stokes const& stokes, Scale const& scale = sample_units);
+Pixel weighted_pixel(Stokes const& stokes, Scale const& scale = sample_units);
 
 /// The samples of a mosaic cell: even row even column, even row odd column, and so on.
 struct Cell {
@@ -43,7 +43,7 @@ Scene uniform_scene(
     std::size_t height = 4, std::size_t width = 34);
 
 /// A pixel computed in a vector block. All pixels of the block are expected to agree.
-Pixel vector_pixel(Cell const& cell, std::int32_t polar_phase, Scale const& scale = sample_units);
+Pixel fixed_pixel(Cell const& cell, std::int32_t polar_phase, Scale const& scale = sample_units);
 
 /// The phase 0 cell of given S1, S2 and twice S0: S1 and S2 are ee - oo and oe - eo.
 /// `twice_s0` must be at least |s1| + |s2| and of the parity of s1 + s2.

@@ -22,9 +22,9 @@ using Geometry = std::pair<std::size_t, std::size_t>;
 constexpr std::array ranges{sample_units, rescaled_12_bit};
 
 /// Every pixel is computed with a matrix.
-constexpr std::array<Geometry, 3> scalar_frames{{{2, 7}, {2, 40}, {3, 17}}};
+constexpr std::array<Geometry, 3> weighted_frames{{{2, 7}, {2, 40}, {3, 17}}};
 
-/// The same, and one with vector blocks, a scalar tail and borders.
+/// The same, and one with vector blocks, a weighted tail and borders.
 constexpr std::array<Geometry, 4> frames{{{2, 7}, {2, 40}, {3, 17}, {5, 49}}};
 
 constexpr std::array unreadable{0.0F, NAN, INFINITY};
@@ -56,7 +56,7 @@ void for_each_scene(Frames const& geometries, Visitor visit) {
 
 TEST(Variant_reads, no_row_of_weights_that_its_planes_do_not_need) {
     int variants = 0;
-    for_each_scene(scalar_frames, [&](Scene const& sound) {
+    for_each_scene(weighted_frames, [&](Scene const& sound) {
         Planes const whole = compute(sound);
         for (unsigned bits = 1; bits < plane_set_count; ++bits) {
             Scene scene = sound;
@@ -77,7 +77,7 @@ TEST(Variant_reads, no_row_of_weights_that_its_planes_do_not_need) {
 /// Without it a table that calls too many rows needed would go unseen.
 TEST(Variant_reads, each_row_of_weights_that_its_planes_need) {
     int rows = 0;
-    for_each_scene(scalar_frames, [&](Scene const& sound) {
+    for_each_scene(weighted_frames, [&](Scene const& sound) {
         Planes const whole = compute(sound);
         for (unsigned bits = 1; bits < plane_set_count; ++bits) {
             for (std::size_t row = 0; row < matrix_rows; ++row) {

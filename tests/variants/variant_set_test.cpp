@@ -16,7 +16,7 @@ using namespace support;
 
 constexpr std::array ranges{sample_units, rescaled_12_bit};
 
-/// With vector blocks, a scalar tail and borders.
+/// With vector blocks, a weighted tail and borders.
 constexpr std::array<std::pair<std::size_t, std::size_t>, 4> every_parity{
     {{5, 49}, {5, 50}, {6, 49}, {6, 50}}};
 

@@ -22,7 +22,7 @@ Planes compute_in_phase(Sample_kind kind, std::int32_t polar_phase, std::uint64_
 }
 
 template <typename Check>
-void for_each_vector_pixel(Check check) {
+void for_each_fixed_pixel(Check check) {
     for (std::size_t row = 0; row < vector_rows; ++row) {
         for (std::size_t column = 0; column < vector_columns; ++column) {
             check(row, column);
@@ -43,7 +43,7 @@ TEST(Operand_lists, phases_4_and_minus_1_act_as_phase_0) {
 
 TEST(Operand_lists, a_uniform_frame_has_no_polarisation_in_any_phase) {
     for (std::int32_t phase = 0; phase < 4; ++phase) {
-        Pixel const pixel = vector_pixel({1234, 1234, 1234, 1234}, phase);
+        Pixel const pixel = fixed_pixel({1234, 1234, 1234, 1234}, phase);
         EXPECT_EQ(pixel.s0, 2468);
         EXPECT_EQ(pixel.s1, 0);
         EXPECT_EQ(pixel.s2, 0);
@@ -55,7 +55,7 @@ TEST(Operand_lists, a_uniform_frame_has_no_polarisation_in_any_phase) {
 TEST(Operand_lists, row_numbers_show_the_sample_from_the_row_above_in_phase_0_alone) {
     for (std::int32_t phase = 0; phase < 4; ++phase) {
         Planes const planes = compute_in_phase(Sample_kind::row_number, phase);
-        for_each_vector_pixel([&](std::size_t row, std::size_t column) {
+        for_each_fixed_pixel([&](std::size_t row, std::size_t column) {
             bool const from_above = phase == 0 && row % 2 == 1 && column % 16 < 8;
             EXPECT_EQ(planes.s0(row, column), from_above ? 2 * row : 2 * row + 1)
                 << "phase " << phase << " at " << row << ", " << column;
@@ -88,7 +88,7 @@ TEST(Operand_lists, the_sample_from_the_row_above_leaves_s1_s2_and_azimuth_alone
 TEST(Operand_lists, phase_1_exchanges_the_stokes_planes_of_phase_0) {
     Planes const phase_0 = compute_in_phase(Sample_kind::random_16_bit, 0);
     Planes const phase_1 = compute_in_phase(Sample_kind::random_16_bit, 1);
-    for_each_vector_pixel([&](std::size_t row, std::size_t column) {
+    for_each_fixed_pixel([&](std::size_t row, std::size_t column) {
         EXPECT_EQ(phase_1.s1(row, column), phase_0.s2(row, column)) << row << ", " << column;
         EXPECT_EQ(phase_1.s2(row, column), phase_0.s1(row, column)) << row << ", " << column;
     });
@@ -98,7 +98,7 @@ TEST(Operand_lists, phase_2_turns_every_positive_s1_of_phase_0_into_0) {
     Planes const phase_0 = compute_in_phase(Sample_kind::random_16_bit, 0);
     Planes const phase_2 = compute_in_phase(Sample_kind::random_16_bit, 2);
     int positive = 0;
-    for_each_vector_pixel([&](std::size_t row, std::size_t column) {
+    for_each_fixed_pixel([&](std::size_t row, std::size_t column) {
         if (phase_0.s1(row, column) > 0) {
             ++positive;
             EXPECT_EQ(phase_2.s1(row, column), 0) << row << ", " << column;
@@ -112,7 +112,7 @@ TEST(Operand_lists, phase_2_turns_every_positive_s1_of_phase_0_into_0) {
 TEST(Operand_lists, phase_3_exchanges_the_stokes_planes_of_phase_2) {
     Planes const phase_2 = compute_in_phase(Sample_kind::random_16_bit, 2);
     Planes const phase_3 = compute_in_phase(Sample_kind::random_16_bit, 3);
-    for_each_vector_pixel([&](std::size_t row, std::size_t column) {
+    for_each_fixed_pixel([&](std::size_t row, std::size_t column) {
         EXPECT_EQ(phase_3.s1(row, column), phase_2.s2(row, column)) << row << ", " << column;
         EXPECT_EQ(phase_3.s2(row, column), phase_2.s1(row, column)) << row << ", " << column;
     });
@@ -126,7 +126,7 @@ TEST(Operand_lists, each_phase_takes_the_differences_of_its_mosaic) {
          {90 - 1000, 300 - 700},
          {300 - 700, 90 - 1000}}};
     for (std::int32_t phase = 0; phase < 4; ++phase) {
-        Pixel const pixel = vector_pixel(cell, phase);
+        Pixel const pixel = fixed_pixel(cell, phase);
         auto const [s1, s2] = differences[static_cast<std::size_t>(phase)];
         EXPECT_EQ(pixel.s0, 1045) << phase;
         EXPECT_EQ(pixel.s1, std::max(s1, 0)) << phase;
@@ -140,7 +140,7 @@ TEST(Operand_lists, every_pixel_takes_the_differences_of_its_own_neighbourhood) 
     Scene const scene =
         make_scene(height, width, Sample_kind::random_16_bit, Matrix_kind::ideal, 0, 21);
     Planes const planes = compute(scene);
-    for_each_vector_pixel([&](std::size_t row, std::size_t column) {
+    for_each_fixed_pixel([&](std::size_t row, std::size_t column) {
         auto const sample = [&](std::size_t row_parity, std::size_t column_parity) {
             std::size_t const r = row + (row % 2 == row_parity ? 0 : 1);
             std::size_t const c = column + (column % 2 == column_parity ? 0 : 1);

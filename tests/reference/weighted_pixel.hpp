@@ -1,5 +1,5 @@
 /// @file
-/// Arithmetic of a pixel that is computed with a matrix, one function a formula. Every function
+/// Arithmetic of a weighted pixel, computed with a matrix, one function a formula. Every function
 /// follows the rounding mode and the FTZ and DAZ bits that are in force when it is called, so none
 /// of them is inline: the caller's own compiler flags must not reach the arithmetic.
 
@@ -40,28 +40,28 @@ float rcp(float value);
 /// Weighted sum of the samples with row `estimate` of `matrix`: twice S0, S1 or S2 for 0, 1 or 2.
 float stokes_row(Quartet const& samples, std::array<float, 16> const& matrix, std::size_t estimate);
 
-Stokes stokes_scalar(Quartet const& samples, std::array<float, 16> const& matrix);
+Stokes stokes_weighted(Quartet const& samples, std::array<float, 16> const& matrix);
 
 /// A Stokes quantity brought to the output's full scale.
-float rescale_scalar(float stokes, float maximum_output_value, float maximum_input_value);
+float rescale_weighted(float stokes, float maximum_output_value, float maximum_input_value);
 
 /// Approximation of atan(x) for -1 .. 1, error at most 0.00496 radians.
 float arctangent_polynomial(float x);
 
 /// Angle of the point (s1, s2), -pi .. pi. Both zero gives 0, a NaN in `s1` gives a NaN.
-float theta_scalar(float s1, float s2);
+float theta_weighted(float s1, float s2);
 
 /// Azimuth of the angle `theta` in units of the output before its clamp.
-float azimuth_of_angle_scalar(float theta, float maximum_output_value);
+float azimuth_of_angle_weighted(float theta, float maximum_output_value);
 
 /// Azimuth of the point (s1, s2) in units of the output before its clamp.
-float azimuth_scalar(float s1, float s2, float maximum_output_value);
+float azimuth_weighted(float s1, float s2, float maximum_output_value);
 
 /// Degree of polarisation in units of the output before its clamp; 0 where S0 is 0.
-float dolp_scalar(Stokes const& stokes, float maximum_output_value);
+float dolp_weighted(Stokes const& stokes, float maximum_output_value);
 
 /// What a 16-bit plane stores: a NaN as the maximum, a negative value as 0, anything above 65535
 /// with its low 16 bits.
-std::uint16_t clamp_and_convert_scalar(float value, float maximum_output_value);
+std::uint16_t clamp_and_convert_weighted(float value, float maximum_output_value);
 
 } // namespace reference

@@ -1,4 +1,4 @@
-#include "reference/scalar_pixel.hpp"
+#include "reference/weighted_pixel.hpp"
 
 #include <cmath>
 #include <immintrin.h>
@@ -20,13 +20,13 @@ float stokes_row(
     return std::fma(static_cast<float>(samples[3]), weights[3], sum);
 }
 
-Stokes stokes_scalar(Quartet const& samples, std::array<float, 16> const& matrix) {
+Stokes stokes_weighted(Quartet const& samples, std::array<float, 16> const& matrix) {
     return {
         0.5f * stokes_row(samples, matrix, 0), stokes_row(samples, matrix, 1),
         stokes_row(samples, matrix, 2)};
 }
 
-float rescale_scalar(float stokes, float maximum_output_value, float maximum_input_value) {
+float rescale_weighted(float stokes, float maximum_output_value, float maximum_input_value) {
     float const product = maximum_output_value * stokes;
     return product / maximum_input_value;
 }
@@ -38,7 +38,7 @@ float arctangent_polynomial(float x) {
     return x * q;
 }
 
-float theta_scalar(float s1, float s2) {
+float theta_weighted(float s1, float s2) {
     if (s1 == 0.0f) {
         if (s2 == 0.0f) {
             return 0.0f;
@@ -59,18 +59,18 @@ float theta_scalar(float s1, float s2) {
     return s2 > 0.0f ? turned + half_pi_constant : turned - half_pi_constant;
 }
 
-float azimuth_of_angle_scalar(float theta, float maximum_output_value) {
+float azimuth_of_angle_weighted(float theta, float maximum_output_value) {
     float degrees = theta * doubled_angle_to_degrees;
     degrees = degrees + azimuth_offset_degrees;
     float const product = degrees * maximum_output_value;
     return product / azimuth_range_degrees;
 }
 
-float azimuth_scalar(float s1, float s2, float maximum_output_value) {
-    return azimuth_of_angle_scalar(theta_scalar(s1, s2), maximum_output_value);
+float azimuth_weighted(float s1, float s2, float maximum_output_value) {
+    return azimuth_of_angle_weighted(theta_weighted(s1, s2), maximum_output_value);
 }
 
-float dolp_scalar(Stokes const& stokes, float maximum_output_value) {
+float dolp_weighted(Stokes const& stokes, float maximum_output_value) {
     float const s1_squared = stokes.s1 * stokes.s1;
     float const s2_squared = stokes.s2 * stokes.s2;
     float const length = std::sqrt(s1_squared + s2_squared);
@@ -78,7 +78,7 @@ float dolp_scalar(Stokes const& stokes, float maximum_output_value) {
     return ratio * maximum_output_value;
 }
 
-std::uint16_t clamp_and_convert_scalar(float value, float maximum_output_value) {
+std::uint16_t clamp_and_convert_weighted(float value, float maximum_output_value) {
     float const below = value < maximum_output_value ? value : maximum_output_value;
     float const clamped = below > 0.0f ? below : 0.0f;
     std::int32_t const integer = _mm_cvtss_si32(_mm_set_ss(clamped));

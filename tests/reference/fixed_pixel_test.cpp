@@ -1,9 +1,9 @@
-// Covers the arithmetic of a pixel inside the vector blocks: neighbourhoods and phases on frames of
-// telling samples, azimuth and degree of polarisation against literals worked out with exact
-// rationals, and the places where it must differ from the arithmetic with a matrix.
+// Covers the arithmetic of a fixed pixel, one of a vector block: neighbourhoods and phases on frames
+// of telling samples, azimuth and degree of polarisation against literals worked out with exact
+// rationals, and the places where it must differ from that of a weighted pixel.
 
 #include "reference/arithmetic_mode.hpp"
-#include "reference/vector_pixel.hpp"
+#include "reference/fixed_pixel.hpp"
 
 #include <cmath>
 #include <cstdio>
@@ -22,7 +22,7 @@ std::uint32_t bits(float value) {
 }
 
 std::uint16_t stored_azimuth(float s1, float s2, float m) {
-    return clamp_and_convert_vector(azimuth_vector(s1, s2, m), m);
+    return clamp_and_convert_fixed(azimuth_fixed(s1, s2, m), m);
 }
 
 /// Six rows of 33 samples: one block of columns and its right neighbour column are read.
@@ -42,13 +42,13 @@ struct Block_frame {
         arguments.width = width;
         arguments.polar_phase = phase;
         arguments.raw_image = raw.data();
-        return stokes_vector(arguments, row, column);
+        return stokes_fixed(arguments, row, column);
     }
 
     std::vector<std::uint16_t> raw;
 };
 
-TEST(Stokes_vector, takes_differences_along_the_two_diagonals_of_the_cell) {
+TEST(Stokes_fixed, takes_differences_along_the_two_diagonals_of_the_cell) {
     // Even-even 1000, even-odd 200, odd-even 30, odd-odd 4, wherever the cell begins.
     Block_frame const frame([](std::size_t row, std::size_t column) {
         static constexpr unsigned cell[2][2] = {{1000, 200}, {30, 4}};
@@ -73,7 +73,7 @@ TEST(Stokes_vector, takes_differences_along_the_two_diagonals_of_the_cell) {
     }
 }
 
-TEST(Stokes_vector, reads_the_columns_and_rows_from_the_pixel_on) {
+TEST(Stokes_fixed, reads_the_columns_and_rows_from_the_pixel_on) {
     Block_frame const frame([](std::size_t row, std::size_t column) {
         return (std::size_t{1} << row) * 100 + column * column;
     });
@@ -87,7 +87,7 @@ TEST(Stokes_vector, reads_the_columns_and_rows_from_the_pixel_on) {
     EXPECT_EQ(lower_right.s2, (1600.0f + 256.0f) - (800.0f + 225.0f));
 }
 
-TEST(Stokes_vector, in_phase_0_takes_one_sample_of_s0_from_the_row_above) {
+TEST(Stokes_fixed, in_phase_0_takes_one_sample_of_s0_from_the_row_above) {
     Block_frame const rows([](std::size_t row, std::size_t) { return row; });
     for (std::int32_t const phase : {0, 7, -1, 1, 2, 3}) {
         bool const irregular = phase < 1 || phase > 3;
@@ -102,7 +102,7 @@ TEST(Stokes_vector, in_phase_0_takes_one_sample_of_s0_from_the_row_above) {
     }
 }
 
-TEST(Stokes_vector, in_phase_0_takes_that_sample_from_the_even_column) {
+TEST(Stokes_fixed, in_phase_0_takes_that_sample_from_the_even_column) {
     Block_frame const frame([](std::size_t row, std::size_t column) {
         return row == 0 ? (column % 2 == 0 ? 1000u : 20u) : 0u;
     });
@@ -113,7 +113,7 @@ TEST(Stokes_vector, in_phase_0_takes_that_sample_from_the_even_column) {
     EXPECT_EQ(frame.at(0, 1, 0).s2, 0.0f);
 }
 
-TEST(Stokes_vector, of_equal_samples_is_zero_of_the_sign_of_the_rounding_mode) {
+TEST(Stokes_fixed, of_equal_samples_is_zero_of_the_sign_of_the_rounding_mode) {
     Block_frame const frame([](std::size_t, std::size_t) { return 65535u; });
     EXPECT_EQ(frame.at(0, 1, 3).s0, 131070.0f);
     EXPECT_EQ(bits(frame.at(0, 1, 3).s1), 0u);
@@ -121,12 +121,12 @@ TEST(Stokes_vector, of_equal_samples_is_zero_of_the_sign_of_the_rounding_mode) {
     EXPECT_EQ(bits(frame.at(0, 1, 3).s1), 0x80000000u);
 }
 
-TEST(Rescale_vector, multiplies_by_the_approximate_reciprocal) {
-    EXPECT_EQ(rescale_vector(4095.0f, 65535.0f, 4095.0f), 268365824.0f * rcp(4095.0f));
-    EXPECT_EQ(clamp_and_convert_vector(rescale_vector(0.0f, 4095.0f, 0.0f), 4095.0f), 4095);
+TEST(Rescale_fixed, multiplies_by_the_approximate_reciprocal) {
+    EXPECT_EQ(rescale_fixed(4095.0f, 65535.0f, 4095.0f), 268365824.0f * rcp(4095.0f));
+    EXPECT_EQ(clamp_and_convert_fixed(rescale_fixed(0.0f, 4095.0f, 0.0f), 4095.0f), 4095);
 }
 
-TEST(Azimuth_vector, on_the_axes_has_its_table_of_values) {
+TEST(Azimuth_fixed, on_the_axes_has_its_table_of_values) {
     struct Entry {
         float s1;
         float s2;
@@ -178,10 +178,10 @@ TEST(Angle_from_cotangent, rounds_the_negated_product_in_the_mode) {
     EXPECT_EQ(bits(angle_from_bits(angle, 0xBF1607BDu, -half_pi_constant)), 0xBF85102Du);
 }
 
-TEST(Azimuth_vector, of_an_angle_fuses_the_degrees_and_multiplies_by_the_scale) {
+TEST(Azimuth_fixed, of_an_angle_fuses_the_degrees_and_multiplies_by_the_scale) {
     auto const value_in = [](unsigned mode, std::uint32_t theta) {
         Arithmetic_mode const set(mode);
-        return bits(azimuth_of_angle_vector(std::bit_cast<float>(theta), 65535.0f));
+        return bits(azimuth_of_angle_fixed(std::bit_cast<float>(theta), 65535.0f));
     };
     EXPECT_EQ(value_in(nearest, 0xBF4A7F73u), 0x46BF8A3Fu);
     EXPECT_EQ(value_in(nearest, 0x3E589B8Cu), 0x47089DD1u);
@@ -191,29 +191,29 @@ TEST(Azimuth_vector, of_an_angle_fuses_the_degrees_and_multiplies_by_the_scale) 
     EXPECT_EQ(value_in(downward, 0x4019DD1Bu), 0x4761F2FDu);
 }
 
-TEST(Azimuth_vector, on_the_axes_follows_the_rounding_mode) {
+TEST(Azimuth_fixed, on_the_axes_follows_the_rounding_mode) {
     {
         Arithmetic_mode const set(upward);
-        EXPECT_EQ(bits(azimuth_vector(0.0f, 0.0f, 65535.0f)), 0x46FFFF01u);
-        EXPECT_EQ(bits(azimuth_vector(0.0f, 9.0f, 65535.0f)), 0x473FFF41u);
-        EXPECT_EQ(bits(azimuth_vector(0.0f, -9.0f, 65535.0f)), 0x467FFF02u);
-        EXPECT_EQ(azimuth_vector(-9.0f, 0.0f, 65535.0f), 65535.0f);
+        EXPECT_EQ(bits(azimuth_fixed(0.0f, 0.0f, 65535.0f)), 0x46FFFF01u);
+        EXPECT_EQ(bits(azimuth_fixed(0.0f, 9.0f, 65535.0f)), 0x473FFF41u);
+        EXPECT_EQ(bits(azimuth_fixed(0.0f, -9.0f, 65535.0f)), 0x467FFF02u);
+        EXPECT_EQ(azimuth_fixed(-9.0f, 0.0f, 65535.0f), 65535.0f);
     }
     Arithmetic_mode const set(downward);
-    EXPECT_EQ(bits(azimuth_vector(0.0f, 0.0f, 65535.0f)), 0x46FFFEFFu);
-    EXPECT_EQ(bits(azimuth_vector(0.0f, 9.0f, 65535.0f)), 0x473FFF3Du);
-    EXPECT_EQ(bits(azimuth_vector(0.0f, -9.0f, 65535.0f)), 0x467FFEFFu);
-    EXPECT_EQ(bits(azimuth_vector(-9.0f, 0.0f, 65535.0f)), 0x477FFEFDu);
+    EXPECT_EQ(bits(azimuth_fixed(0.0f, 0.0f, 65535.0f)), 0x46FFFEFFu);
+    EXPECT_EQ(bits(azimuth_fixed(0.0f, 9.0f, 65535.0f)), 0x473FFF3Du);
+    EXPECT_EQ(bits(azimuth_fixed(0.0f, -9.0f, 65535.0f)), 0x467FFEFFu);
+    EXPECT_EQ(bits(azimuth_fixed(-9.0f, 0.0f, 65535.0f)), 0x477FFEFDu);
 }
 
-TEST(Azimuth_vector, on_the_diagonals_takes_the_reflected_rows) {
-    EXPECT_NEAR(azimuth_vector(5.0f, 5.0f, 180.0f), 112.64186f, 0.03f);
-    EXPECT_NEAR(azimuth_vector(-5.0f, 5.0f, 180.0f), 157.35812f, 0.03f);
-    EXPECT_NEAR(azimuth_vector(-5.0f, -5.0f, 180.0f), 22.64187f, 0.03f);
-    EXPECT_NEAR(azimuth_vector(5.0f, -5.0f, 180.0f), 67.35814f, 0.03f);
+TEST(Azimuth_fixed, on_the_diagonals_takes_the_reflected_rows) {
+    EXPECT_NEAR(azimuth_fixed(5.0f, 5.0f, 180.0f), 112.64186f, 0.03f);
+    EXPECT_NEAR(azimuth_fixed(-5.0f, 5.0f, 180.0f), 157.35812f, 0.03f);
+    EXPECT_NEAR(azimuth_fixed(-5.0f, -5.0f, 180.0f), 22.64187f, 0.03f);
+    EXPECT_NEAR(azimuth_fixed(5.0f, -5.0f, 180.0f), 67.35814f, 0.03f);
 }
 
-TEST(Azimuth_vector, is_near_the_true_angle_and_near_but_not_equal_to_the_scalar_one) {
+TEST(Azimuth_fixed, is_near_the_true_angle_and_near_but_not_equal_to_the_weighted_one) {
     unsigned compared = 0;
     unsigned different = 0;
     double largest = 0.0;
@@ -221,12 +221,12 @@ TEST(Azimuth_vector, is_near_the_true_angle_and_near_but_not_equal_to_the_scalar
         for (int s2 = -301; s2 <= 301; s2 += 2) {
             float const x = static_cast<float>(s1) * 211.0f;
             float const y = static_cast<float>(s2) * 217.0f;
-            float const vector = azimuth_vector(x, y, 180.0f);
-            float const scalar = azimuth_scalar(x, y, 180.0f);
+            float const fixed = azimuth_fixed(x, y, 180.0f);
+            float const weighted = azimuth_weighted(x, y, 180.0f);
             double const truth = std::atan2(y, x) * 90.0 / std::acos(-1.0) + 90.0;
-            largest = std::max(largest, std::fabs(static_cast<double>(vector) - truth));
-            EXPECT_NEAR(vector, scalar, 1e-4f) << x << ' ' << y;
-            different += bits(vector) != bits(scalar) ? 1u : 0u;
+            largest = std::max(largest, std::fabs(static_cast<double>(fixed) - truth));
+            EXPECT_NEAR(fixed, weighted, 1e-4f) << x << ' ' << y;
+            different += bits(fixed) != bits(weighted) ? 1u : 0u;
             ++compared;
         }
     }
@@ -237,14 +237,14 @@ TEST(Azimuth_vector, is_near_the_true_angle_and_near_but_not_equal_to_the_scalar
     EXPECT_LT(largest, 0.16);
 }
 
-TEST(Dolp_vector, fuses_the_square_of_s2_alone) {
+TEST(Dolp_fixed, fuses_the_square_of_s2_alone) {
     float const length = std::bit_cast<float>(0x4777455Bu);
-    EXPECT_EQ(dolp_vector({1.0f, 54145.0f, 32793.0f}, 1.0f), rcp(1.0f) * length);
+    EXPECT_EQ(dolp_fixed({1.0f, 54145.0f, 32793.0f}, 1.0f), rcp(1.0f) * length);
 }
 
-TEST(Dolp_vector, has_its_edges) {
+TEST(Dolp_fixed, has_its_edges) {
     auto const stored = [](Stokes const& stokes) {
-        return clamp_and_convert_vector(dolp_vector(stokes, 4095.0f), 4095.0f);
+        return clamp_and_convert_fixed(dolp_fixed(stokes, 4095.0f), 4095.0f);
     };
     EXPECT_EQ(stored({0.0f, 0.0f, 0.0f}), 0);
     EXPECT_EQ(stored({0.0f, 5.0f, 5.0f}), 0);
@@ -254,20 +254,20 @@ TEST(Dolp_vector, has_its_edges) {
     EXPECT_TRUE(half == 2047 || half == 2048) << half;
 }
 
-TEST(Clamp_vector, rounds_ties_to_even_and_saturates_at_both_ends) {
-    EXPECT_EQ(clamp_and_convert_vector(2.5f, 4095.0f), 2);
-    EXPECT_EQ(clamp_and_convert_vector(3.5f, 4095.0f), 4);
-    EXPECT_EQ(clamp_and_convert_vector(-1.0f, 4095.0f), 0);
-    EXPECT_EQ(clamp_and_convert_vector(4100.0f, 4095.0f), 4095);
-    EXPECT_EQ(clamp_and_convert_vector(65536.0f, 70000.0f), 65535);
-    EXPECT_EQ(clamp_and_convert_vector(infinity, 1e20f), 0);
-    EXPECT_EQ(clamp_and_convert_vector(std::nanf(""), 4095.0f), 4095);
+TEST(Clamp_fixed, rounds_ties_to_even_and_saturates_at_both_ends) {
+    EXPECT_EQ(clamp_and_convert_fixed(2.5f, 4095.0f), 2);
+    EXPECT_EQ(clamp_and_convert_fixed(3.5f, 4095.0f), 4);
+    EXPECT_EQ(clamp_and_convert_fixed(-1.0f, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_fixed(4100.0f, 4095.0f), 4095);
+    EXPECT_EQ(clamp_and_convert_fixed(65536.0f, 70000.0f), 65535);
+    EXPECT_EQ(clamp_and_convert_fixed(infinity, 1e20f), 0);
+    EXPECT_EQ(clamp_and_convert_fixed(std::nanf(""), 4095.0f), 4095);
 }
 
-TEST(Clamp_vector, converts_in_the_rounding_mode) {
+TEST(Clamp_fixed, converts_in_the_rounding_mode) {
     Arithmetic_mode const set(upward);
-    EXPECT_EQ(clamp_and_convert_vector(2.25f, 4095.0f), 3);
-    EXPECT_EQ(clamp_and_convert_vector(-0.75f, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_fixed(2.25f, 4095.0f), 3);
+    EXPECT_EQ(clamp_and_convert_fixed(-0.75f, 4095.0f), 0);
 }
 
 } // namespace

@@ -1,8 +1,8 @@
-// Covers the arithmetic of a pixel with a matrix against known values: literals worked out with
-// exact rationals, so that nothing here repeats the code under test.
+// Covers the arithmetic of a weighted pixel against known values: literals worked out with exact
+// rationals, so that nothing here repeats the code under test.
 
 #include "reference/arithmetic_mode.hpp"
-#include "reference/scalar_pixel.hpp"
+#include "reference/weighted_pixel.hpp"
 
 #include <cmath>
 #include <cstdio>
@@ -22,11 +22,11 @@ std::uint32_t bits(float value) {
 }
 
 std::uint16_t stored_azimuth(float s1, float s2, float m) {
-    return clamp_and_convert_scalar(azimuth_scalar(s1, s2, m), m);
+    return clamp_and_convert_weighted(azimuth_weighted(s1, s2, m), m);
 }
 
 std::uint16_t stored_dolp(Stokes const& stokes, float m) {
-    return clamp_and_convert_scalar(dolp_scalar(stokes, m), m);
+    return clamp_and_convert_weighted(dolp_weighted(stokes, m), m);
 }
 
 // Weights and samples whose weighted sum tells three orders of operations apart.
@@ -94,34 +94,34 @@ TEST(Stokes_row, treats_subnormal_weights_as_zero_when_told_to) {
     EXPECT_EQ(bits(stokes_row(ones, matrix, 0)), 0u);
 }
 
-TEST(Stokes_scalar, halves_s0_alone_and_takes_rows_in_turn) {
+TEST(Stokes_weighted, halves_s0_alone_and_takes_rows_in_turn) {
     std::array<float, 16> const matrix{1, 1, 1, 1, 1, 0, 0, -1, 0, -1, 1, 0};
-    Stokes const stokes = stokes_scalar({100, 20, 7, 65535}, matrix);
+    Stokes const stokes = stokes_weighted({100, 20, 7, 65535}, matrix);
     EXPECT_EQ(stokes.s0, 32831.0f);
     EXPECT_EQ(stokes.s1, -65435.0f);
     EXPECT_EQ(stokes.s2, -13.0f);
 }
 
-TEST(Stokes_scalar, never_reads_the_fourth_row) {
+TEST(Stokes_weighted, never_reads_the_fourth_row) {
     std::array<float, 16> matrix{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
     matrix[12] = matrix[13] = matrix[14] = matrix[15] = not_a_number;
-    Stokes const stokes = stokes_scalar({1, 10, 100, 1000}, matrix);
+    Stokes const stokes = stokes_weighted({1, 10, 100, 1000}, matrix);
     EXPECT_EQ(stokes.s0, 2160.5f);
     EXPECT_EQ(stokes.s1, 8765.0f);
     EXPECT_EQ(stokes.s2, 13209.0f);
 }
 
-TEST(Rescale_scalar, rounds_the_product_before_the_division) {
+TEST(Rescale_weighted, rounds_the_product_before_the_division) {
     EXPECT_EQ(65535.0f * 4095.0f, 268365824.0f);
-    EXPECT_EQ(rescale_scalar(4095.0f, 65535.0f, 4095.0f), 65535.0f);
+    EXPECT_EQ(rescale_weighted(4095.0f, 65535.0f, 4095.0f), 65535.0f);
     Arithmetic_mode const set(toward_zero);
-    EXPECT_EQ(bits(rescale_scalar(4095.0f, 65535.0f, 4095.0f)), 0x477FFEFFu);
+    EXPECT_EQ(bits(rescale_weighted(4095.0f, 65535.0f, 4095.0f)), 0x477FFEFFu);
 }
 
-TEST(Rescale_scalar, by_zero_gives_infinities_and_a_nan) {
-    EXPECT_EQ(rescale_scalar(5.0f, 4095.0f, 0.0f), infinity);
-    EXPECT_EQ(rescale_scalar(-5.0f, 4095.0f, 0.0f), -infinity);
-    EXPECT_TRUE(std::isnan(rescale_scalar(0.0f, 4095.0f, 0.0f)));
+TEST(Rescale_weighted, by_zero_gives_infinities_and_a_nan) {
+    EXPECT_EQ(rescale_weighted(5.0f, 4095.0f, 0.0f), infinity);
+    EXPECT_EQ(rescale_weighted(-5.0f, 4095.0f, 0.0f), -infinity);
+    EXPECT_TRUE(std::isnan(rescale_weighted(0.0f, 4095.0f, 0.0f)));
 }
 
 TEST(Constants, have_their_bits_and_meet_at_whole_degrees) {
@@ -209,7 +209,7 @@ TEST(Polynomial, stays_within_its_error) {
     EXPECT_GT(largest, 0.0049);
 }
 
-TEST(Azimuth_scalar, on_the_axes_has_its_table_of_values) {
+TEST(Azimuth_weighted, on_the_axes_has_its_table_of_values) {
     struct Entry {
         float s1;
         float s2;
@@ -228,10 +228,10 @@ TEST(Azimuth_scalar, on_the_axes_has_its_table_of_values) {
     }
 }
 
-TEST(Azimuth_scalar, of_an_angle_rounds_all_four_steps) {
+TEST(Azimuth_weighted, of_an_angle_rounds_all_four_steps) {
     auto const value_in = [](unsigned mode, std::uint32_t theta) {
         Arithmetic_mode const set(mode);
-        return bits(azimuth_of_angle_scalar(std::bit_cast<float>(theta), 65535.0f));
+        return bits(azimuth_of_angle_weighted(std::bit_cast<float>(theta), 65535.0f));
     };
     EXPECT_EQ(value_in(nearest, 0xC01B08F7u), 0x45EA68DCu);
     EXPECT_EQ(value_in(nearest, 0x40442DFEu), 0x477CE352u);
@@ -241,31 +241,31 @@ TEST(Azimuth_scalar, of_an_angle_rounds_all_four_steps) {
     EXPECT_EQ(value_in(downward, 0xBE158F16u), 0x46F41840u);
 }
 
-TEST(Azimuth_scalar, on_the_s2_axis_follows_the_rounding_mode) {
+TEST(Azimuth_weighted, on_the_s2_axis_follows_the_rounding_mode) {
     {
         Arithmetic_mode const set(upward);
-        EXPECT_EQ(bits(azimuth_scalar(0.0f, 9.0f, 65535.0f)), 0x473FFF40u);
-        EXPECT_EQ(bits(azimuth_scalar(0.0f, -9.0f, 65535.0f)), 0x467FFF02u);
+        EXPECT_EQ(bits(azimuth_weighted(0.0f, 9.0f, 65535.0f)), 0x473FFF40u);
+        EXPECT_EQ(bits(azimuth_weighted(0.0f, -9.0f, 65535.0f)), 0x467FFF02u);
     }
     Arithmetic_mode const set(downward);
-    EXPECT_EQ(bits(azimuth_scalar(0.0f, 9.0f, 65535.0f)), 0x473FFF3Eu);
-    EXPECT_EQ(bits(azimuth_scalar(0.0f, -9.0f, 65535.0f)), 0x467FFF00u);
+    EXPECT_EQ(bits(azimuth_weighted(0.0f, 9.0f, 65535.0f)), 0x473FFF3Eu);
+    EXPECT_EQ(bits(azimuth_weighted(0.0f, -9.0f, 65535.0f)), 0x467FFF00u);
 }
 
-TEST(Azimuth_scalar, on_the_diagonals_takes_the_reflected_rows) {
+TEST(Azimuth_weighted, on_the_diagonals_takes_the_reflected_rows) {
     // The two approximations are 0.284 degrees apart here; rcp moves each by less than 0.03.
-    EXPECT_NEAR(azimuth_scalar(5.0f, 5.0f, 180.0f), 112.64186f, 0.03f);
-    EXPECT_NEAR(azimuth_scalar(-5.0f, 5.0f, 180.0f), 157.35812f, 0.03f);
-    EXPECT_NEAR(azimuth_scalar(-5.0f, -5.0f, 180.0f), 22.64187f, 0.03f);
-    EXPECT_NEAR(azimuth_scalar(5.0f, -5.0f, 180.0f), 67.35814f, 0.03f);
+    EXPECT_NEAR(azimuth_weighted(5.0f, 5.0f, 180.0f), 112.64186f, 0.03f);
+    EXPECT_NEAR(azimuth_weighted(-5.0f, 5.0f, 180.0f), 157.35812f, 0.03f);
+    EXPECT_NEAR(azimuth_weighted(-5.0f, -5.0f, 180.0f), 22.64187f, 0.03f);
+    EXPECT_NEAR(azimuth_weighted(5.0f, -5.0f, 180.0f), 67.35814f, 0.03f);
 }
 
-TEST(Azimuth_scalar, near_the_negative_s1_axis_wraps_to_zero) {
+TEST(Azimuth_weighted, near_the_negative_s1_axis_wraps_to_zero) {
     EXPECT_EQ(stored_azimuth(-60000.0f, -0.01f, 4095.0f), 0);
     EXPECT_EQ(stored_azimuth(-60000.0f, 0.01f, 4095.0f), 4095);
 }
 
-TEST(Azimuth_scalar, of_nans_is_the_maximum_except_on_the_s2_axis) {
+TEST(Azimuth_weighted, of_nans_is_the_maximum_except_on_the_s2_axis) {
     EXPECT_EQ(stored_azimuth(not_a_number, 1.0f, 4095.0f), 4095);
     EXPECT_EQ(stored_azimuth(not_a_number, 0.0f, 4095.0f), 4095);
     EXPECT_EQ(stored_azimuth(1.0f, not_a_number, 4095.0f), 4095);
@@ -273,7 +273,7 @@ TEST(Azimuth_scalar, of_nans_is_the_maximum_except_on_the_s2_axis) {
     EXPECT_EQ(stored_azimuth(0.0f, not_a_number, 4095.0f), 1024);
 }
 
-TEST(Azimuth_scalar, treats_a_subnormal_s1_as_zero_when_told_to) {
+TEST(Azimuth_weighted, treats_a_subnormal_s1_as_zero_when_told_to) {
     // rcp takes the subnormal for a zero in any mode, so t is 0 * infinity without the mode.
     EXPECT_EQ(stored_azimuth(subnormal, 5.0f, 4095.0f), 3071);
     EXPECT_EQ(stored_azimuth(-subnormal, 0.0f, 4095.0f), 4095);
@@ -281,25 +281,25 @@ TEST(Azimuth_scalar, treats_a_subnormal_s1_as_zero_when_told_to) {
     EXPECT_EQ(stored_azimuth(-subnormal, 0.0f, 4095.0f), 2048);
 }
 
-TEST(Dolp_scalar, of_3_4_10_is_half_by_the_processor_at_hand) {
+TEST(Dolp_weighted, of_3_4_10_is_half_by_the_processor_at_hand) {
     std::uint16_t const value = stored_dolp({10.0f, 3.0f, 4.0f}, 4095.0f);
     EXPECT_TRUE(value == 2047 || value == 2048) << value;
-    EXPECT_EQ(dolp_scalar({10.0f, 3.0f, 4.0f}, 1.0f), 5.0f * rcp(10.0f));
+    EXPECT_EQ(dolp_weighted({10.0f, 3.0f, 4.0f}, 1.0f), 5.0f * rcp(10.0f));
 }
 
-TEST(Dolp_scalar, rounds_both_squares_before_their_sum) {
+TEST(Dolp_weighted, rounds_both_squares_before_their_sum) {
     float const length = std::bit_cast<float>(0x4777455Cu);
-    EXPECT_EQ(dolp_scalar({1.0f, 54145.0f, 32793.0f}, 1.0f), length * rcp(1.0f));
+    EXPECT_EQ(dolp_weighted({1.0f, 54145.0f, 32793.0f}, 1.0f), length * rcp(1.0f));
 }
 
-TEST(Dolp_scalar, is_zero_where_s0_is_zero) {
+TEST(Dolp_weighted, is_zero_where_s0_is_zero) {
     EXPECT_EQ(stored_dolp({0.0f, 5.0f, -5.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({-0.0f, 0.0f, 0.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({0.0f, infinity, 1.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({0.0f, not_a_number, 1.0f}, 4095.0f), 0);
 }
 
-TEST(Dolp_scalar, has_its_edges_away_from_zero) {
+TEST(Dolp_weighted, has_its_edges_away_from_zero) {
     EXPECT_EQ(stored_dolp({10.0f, 0.0f, 0.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({-10.0f, 3.0f, 4.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({1.0f, 3.0f, 4.0f}, 4095.0f), 4095);
@@ -308,7 +308,7 @@ TEST(Dolp_scalar, has_its_edges_away_from_zero) {
     EXPECT_EQ(stored_dolp({not_a_number, 1.0f, 0.0f}, 4095.0f), 4095);
 }
 
-TEST(Dolp_scalar, of_a_subnormal_s0_depends_on_the_mode) {
+TEST(Dolp_weighted, of_a_subnormal_s0_depends_on_the_mode) {
     EXPECT_EQ(stored_dolp({subnormal, 1.0f, 0.0f}, 4095.0f), 4095);
     EXPECT_EQ(stored_dolp({-subnormal, 1.0f, 0.0f}, 4095.0f), 0);
     EXPECT_EQ(stored_dolp({subnormal, 0.0f, 0.0f}, 4095.0f), 4095);
@@ -316,35 +316,35 @@ TEST(Dolp_scalar, of_a_subnormal_s0_depends_on_the_mode) {
     EXPECT_EQ(stored_dolp({subnormal, 1.0f, 0.0f}, 4095.0f), 0);
 }
 
-TEST(Clamp_scalar, rounds_ties_to_even) {
-    EXPECT_EQ(clamp_and_convert_scalar(2047.5f, 4095.0f), 2048);
-    EXPECT_EQ(clamp_and_convert_scalar(2046.5f, 4095.0f), 2046);
-    EXPECT_EQ(clamp_and_convert_scalar(0.5f, 4095.0f), 0);
-    EXPECT_EQ(clamp_and_convert_scalar(1.5f, 4095.0f), 2);
-    EXPECT_EQ(clamp_and_convert_scalar(4094.75f, 4095.0f), 4095);
+TEST(Clamp_weighted, rounds_ties_to_even) {
+    EXPECT_EQ(clamp_and_convert_weighted(2047.5f, 4095.0f), 2048);
+    EXPECT_EQ(clamp_and_convert_weighted(2046.5f, 4095.0f), 2046);
+    EXPECT_EQ(clamp_and_convert_weighted(0.5f, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_weighted(1.5f, 4095.0f), 2);
+    EXPECT_EQ(clamp_and_convert_weighted(4094.75f, 4095.0f), 4095);
 }
 
-TEST(Clamp_scalar, takes_limits_and_special_values) {
-    EXPECT_EQ(clamp_and_convert_scalar(not_a_number, 4095.0f), 4095);
-    EXPECT_EQ(clamp_and_convert_scalar(-not_a_number, 4095.0f), 4095);
-    EXPECT_EQ(clamp_and_convert_scalar(infinity, 4095.0f), 4095);
-    EXPECT_EQ(clamp_and_convert_scalar(-infinity, 4095.0f), 0);
-    EXPECT_EQ(clamp_and_convert_scalar(-0.0f, 4095.0f), 0);
-    EXPECT_EQ(clamp_and_convert_scalar(-7.0f, 4095.0f), 0);
-    EXPECT_EQ(clamp_and_convert_scalar(4095.0f, 4095.0f), 4095);
-    EXPECT_EQ(clamp_and_convert_scalar(4100.0f, 4095.0f), 4095);
+TEST(Clamp_weighted, takes_limits_and_special_values) {
+    EXPECT_EQ(clamp_and_convert_weighted(not_a_number, 4095.0f), 4095);
+    EXPECT_EQ(clamp_and_convert_weighted(-not_a_number, 4095.0f), 4095);
+    EXPECT_EQ(clamp_and_convert_weighted(infinity, 4095.0f), 4095);
+    EXPECT_EQ(clamp_and_convert_weighted(-infinity, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_weighted(-0.0f, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_weighted(-7.0f, 4095.0f), 0);
+    EXPECT_EQ(clamp_and_convert_weighted(4095.0f, 4095.0f), 4095);
+    EXPECT_EQ(clamp_and_convert_weighted(4100.0f, 4095.0f), 4095);
 }
 
-TEST(Clamp_scalar, keeps_the_low_bits_of_a_maximum_beyond_16_bits) {
-    EXPECT_EQ(clamp_and_convert_scalar(65536.0f, 70000.0f), 0);
-    EXPECT_EQ(clamp_and_convert_scalar(1e30f, 70000.0f), 70000 - 65536);
-    EXPECT_EQ(clamp_and_convert_scalar(1e30f, 1e20f), 0);
+TEST(Clamp_weighted, keeps_the_low_bits_of_a_maximum_beyond_16_bits) {
+    EXPECT_EQ(clamp_and_convert_weighted(65536.0f, 70000.0f), 0);
+    EXPECT_EQ(clamp_and_convert_weighted(1e30f, 70000.0f), 70000 - 65536);
+    EXPECT_EQ(clamp_and_convert_weighted(1e30f, 1e20f), 0);
 }
 
-TEST(Clamp_scalar, converts_in_the_rounding_mode) {
+TEST(Clamp_weighted, converts_in_the_rounding_mode) {
     auto const stored_in = [](unsigned mode, float value) {
         Arithmetic_mode const set(mode);
-        return clamp_and_convert_scalar(value, 4095.0f);
+        return clamp_and_convert_weighted(value, 4095.0f);
     };
     EXPECT_EQ(stored_in(upward, 2.25f), 3);
     EXPECT_EQ(stored_in(downward, 2.75f), 2);

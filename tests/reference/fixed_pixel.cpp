@@ -1,4 +1,4 @@
-#include "reference/vector_pixel.hpp"
+#include "reference/fixed_pixel.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -45,7 +45,7 @@ float polynomial_factor(float x) {
     return std::fma(x * x, atan_cubic_coefficient, atan_linear_coefficient);
 }
 
-float theta_vector(float s1, float s2) {
+float theta_fixed(float s1, float s2) {
     float const side = s2 > 0.0f ? half_pi_constant : -half_pi_constant;
     if (s1 == 0.0f) {
         return s2 == 0.0f ? 0.0f : side;
@@ -63,7 +63,7 @@ float theta_vector(float s1, float s2) {
 
 } // namespace
 
-Stokes stokes_vector(
+Stokes stokes_fixed(
     Polarization_computation_arguments const& arguments, std::size_t row, std::size_t column) {
     auto const sample = [&](std::size_t sample_row, std::size_t sample_column) {
         return static_cast<float>(
@@ -83,7 +83,7 @@ Stokes stokes_vector(
     return with_differences(s0, cell, arguments.polar_phase);
 }
 
-float rescale_vector(float stokes, float maximum_output_value, float maximum_input_value) {
+float rescale_fixed(float stokes, float maximum_output_value, float maximum_input_value) {
     float const product = maximum_output_value * stokes;
     return product * rcp(maximum_input_value);
 }
@@ -98,25 +98,25 @@ float angle_from_cotangent(float cotangent, float side) {
     return std::fma(-cotangent, polynomial_factor(cotangent), 0.0f) + side;
 }
 
-float azimuth_of_angle_vector(float theta, float maximum_output_value) {
+float azimuth_of_angle_fixed(float theta, float maximum_output_value) {
     float const azimuth_scale = maximum_output_value / azimuth_range_degrees;
     float const degrees = std::fma(theta, doubled_angle_to_degrees, azimuth_offset_degrees);
     float const value = smaller(degrees * azimuth_scale, maximum_output_value);
     return value > 0.0f ? value : 0.0f;
 }
 
-float azimuth_vector(float s1, float s2, float maximum_output_value) {
-    return azimuth_of_angle_vector(theta_vector(s1, s2), maximum_output_value);
+float azimuth_fixed(float s1, float s2, float maximum_output_value) {
+    return azimuth_of_angle_fixed(theta_fixed(s1, s2), maximum_output_value);
 }
 
-float dolp_vector(Stokes const& stokes, float maximum_output_value) {
+float dolp_fixed(Stokes const& stokes, float maximum_output_value) {
     float const s1_squared = stokes.s1 * stokes.s1;
     float const length = std::sqrt(std::fma(stokes.s2, stokes.s2, s1_squared));
     float const ratio = stokes.s0 == 0.0f ? 0.0f : rcp(stokes.s0) * length;
     return maximum_output_value * ratio;
 }
 
-std::uint16_t clamp_and_convert_vector(float value, float maximum_output_value) {
+std::uint16_t clamp_and_convert_fixed(float value, float maximum_output_value) {
     std::int32_t const integer = _mm_cvtss_si32(_mm_set_ss(smaller(value, maximum_output_value)));
     return static_cast<std::uint16_t>(std::clamp(integer, 0, 65535));
 }
