@@ -1,6 +1,6 @@
-// Covers the arithmetic of a fixed pixel, one of a vector block: neighbourhoods and phases on frames
-// of telling samples, azimuth and degree of polarisation against literals worked out with exact
-// rationals, and the places where it must differ from that of a weighted pixel.
+// Covers the arithmetic of a fixed pixel, one of a vector block: neighbourhoods and phases on
+// frames of telling samples, azimuth and degree of polarisation against literals worked out with
+// exact rationals, and the places where it must differ from that of a weighted pixel.
 
 #include "reference/arithmetic_mode.hpp"
 #include "reference/fixed_pixel.hpp"
