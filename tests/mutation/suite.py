@@ -75,23 +75,20 @@ class Suite:
     """A copy of the project with a build of its own: the library file in it is replaced by the
     mutants' one after another, which the developer's own build must never see."""
 
-    def __init__(self, project, folder, compiler, jobs, faulty_files):
+    def __init__(self, project, folder, compiler, jobs):
         self.tree = folder / "tree"
         self.build = folder / "suite"
         self.lock = threading.Lock()
         self.usable = {}
         self.limits = {}
         self.jobs = jobs
-        self.copy(project, faulty_files)
+        self.copy(project)
         self.configure(compiler)
 
-    def copy(self, project, faulty_files):
+    def copy(self, project):
         shutil.rmtree(self.tree, ignore_errors=True)
         # With the files' times, so that only what was edited is compiled again.
         shutil.copytree(project, self.tree, ignore=NOT_COPIED)
-        # The last run may have left objects with a fault behind, newer than the files.
-        for file in faulty_files:
-            (self.tree / file).touch()
 
     def configure(self, compiler):
         command = ["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja"]
@@ -110,12 +107,11 @@ class Suite:
         if done.returncode != 0:
             sys.exit(f"the project cannot be configured: {done.stderr}")
 
-    def ninja(self, *targets, check=True):
+    def ninja(self, *targets):
         command = ["ninja", "-C", self.build, f"-j{self.jobs}", *targets]
         done = subprocess.run(command, capture_output=True, text=True)
-        if check and done.returncode != 0:
+        if done.returncode != 0:
             sys.exit(f"the test programs cannot be built:\n{done.stdout}{done.stderr}")
-        return done
 
     def program(self, name):
         return next(path for path in self.build.rglob(name) if path.is_file())
