@@ -5,7 +5,7 @@
 #include "input_reader.hpp"
 
 #include "reduced/left_out.hpp"
-#include "reduced/plain_call.hpp"
+#include "support/plain_call.hpp"
 
 #include <array>
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "reduced/concurrent_calls.hpp"
 
-#include "reduced/plain_call.hpp"
+#include "support/plain_call.hpp"
 
 #include <atomic>
 #include <latch>
@@ -10,9 +10,9 @@
 namespace reduced {
 
 bool agree_in_all_threads(support::Scene const& scene, std::size_t calls_per_thread) {
-    Plain_matrices const matrices(scene.matrices);
-    Plain_planes const expected(scene);
-    auto const run = [&](Plain_planes const& planes) {
+    support::Plain_matrices const matrices(scene.matrices);
+    support::Plain_planes const expected(scene);
+    auto const run = [&](support::Plain_planes const& planes) {
         return qn_polarization_processor_transform_vector_avx2(
             planes.arguments(scene, scene.samples.data()), matrices.references());
     };
@@ -26,7 +26,7 @@ bool agree_in_all_threads(support::Scene const& scene, std::size_t calls_per_thr
         all_run.arrive_and_wait();
         for (std::size_t call = 0; call < calls_per_thread; ++call) {
             int failures = qn_polarization_processor_vector_avx2_module_initialize();
-            Plain_planes const planes(scene);
+            support::Plain_planes const planes(scene);
             failures |= run(planes);
             failures |= qn_polarization_processor_vector_avx2_module_terminate();
             if (failures != 0 || expected.difference_from(planes, scene)) {

@@ -6,7 +6,7 @@
 #include "reduced/chosen_variants.hpp"
 #include "reduced/concurrent_calls.hpp"
 #include "reduced/left_out.hpp"
-#include "reduced/plain_call.hpp"
+#include "support/plain_call.hpp"
 
 #include <cstdio>
 #include <cstdlib>

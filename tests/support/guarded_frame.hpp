@@ -17,8 +17,6 @@
 
 namespace support {
 
-using Transform = int (*)(Polarization_computation_arguments const&, Calibration_matrices const&);
-
 /// The contents of output planes before a call. `inverted` is the complement of `plain`, so that an
 /// element that no call writes differs between two runs.
 enum class Fill { plain, inverted };

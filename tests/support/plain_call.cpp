@@ -1,4 +1,4 @@
-#include "reduced/plain_call.hpp"
+#include "support/plain_call.hpp"
 
 #include "reference/reference_transform.hpp"
 
@@ -6,15 +6,12 @@
 #include <cstdio>
 #include <span>
 
-namespace reduced {
+namespace support {
 
-using support::Plane;
-using support::Scene;
-
-Plain_matrices::Plain_matrices(support::Matrix_set const& matrices) {
+Plain_matrices::Plain_matrices(Matrix_set const& matrices) {
     constexpr std::size_t read_weights = 12;
     for (std::size_t index = 0; index < matrices.size(); ++index) {
-        matrices_[index] = std::make_unique_for_overwrite<support::Matrix>();
+        matrices_[index] = std::make_unique_for_overwrite<Matrix>();
         std::copy_n(matrices[index].begin(), read_weights, matrices_[index]->begin());
     }
 }
@@ -24,7 +21,7 @@ Plain_planes::Plain_planes(Scene const& scene) {
         normalized_stokes_ = std::make_unique<float[]>(2 * scene.pixels());
     }
     for (std::size_t index = 0; index < integer_planes_.size(); ++index) {
-        if (scene.wanted.has(support::every_plane[1 + index])) {
+        if (scene.wanted.has(every_plane[1 + index])) {
             integer_planes_[index] =
                 std::make_unique_for_overwrite<std::uint16_t[]>(scene.pixels());
         }
@@ -58,13 +55,12 @@ std::span<std::byte const> Plain_planes::bytes(Plane plane, std::size_t pixels) 
     return std::as_bytes(std::span{integer_planes_[index].get(), pixels});
 }
 
-std::optional<support::Difference> Plain_planes::difference_from(
+std::optional<Difference> Plain_planes::difference_from(
     Plain_planes const& actual, Scene const& scene) const {
-    auto const rule = scene.any_nan_is_equal ? support::Nan_rule::any_nan_is_equal
-                                             : support::Nan_rule::exact_bits;
-    for (Plane const plane : support::every_plane) {
+    auto const rule = scene.any_nan_is_equal ? Nan_rule::any_nan_is_equal : Nan_rule::exact_bits;
+    for (Plane const plane : every_plane) {
         if (scene.wanted.has(plane)) {
-            auto const difference = support::first_difference(
+            auto const difference = first_difference(
                 plane, scene.width, bytes(plane, scene.pixels()),
                 actual.bytes(plane, scene.pixels()), rule);
             if (difference) {
@@ -93,4 +89,4 @@ bool equals_the_reference(Scene const& scene, Transform transform) {
     return true;
 }
 
-} // namespace reduced
+} // namespace support

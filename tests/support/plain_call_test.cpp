@@ -2,7 +2,7 @@
 /// Covers the comparison that the sanitizers and the fuzzer rely on, with deliberately wrong
 /// libraries: one flipped bit in any element of any plane has to be noticed.
 
-#include "reduced/plain_call.hpp"
+#include "support/plain_call.hpp"
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,6 @@
 namespace {
 
 using namespace support;
-using reduced::equals_the_reference;
 
 using Arguments = Polarization_computation_arguments;
 using Matrices = Calibration_matrices;
@@ -51,7 +50,7 @@ Scene scene_with_a_block() {
 }
 
 /// Complaints go to standard error; a test takes them.
-std::string complaint_about(Scene const& scene, reduced::Transform transform) {
+std::string complaint_about(Scene const& scene, Transform transform) {
     testing::internal::CaptureStderr();
     bool const is_equal = equals_the_reference(scene, transform);
     std::string const text = testing::internal::GetCapturedStderr();

@@ -7,6 +7,8 @@
 #include "support/plane_set.hpp"
 #include "support/samples.hpp"
 
+#include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -52,6 +54,9 @@ struct Scene {
 Scene make_scene(
     std::size_t height, std::size_t width, Sample_kind samples, Matrix_kind matrices,
     std::int32_t polar_phase, std::uint64_t seed);
+
+/// The library's transform, or one that stands in for it.
+using Transform = int (*)(Polarization_computation_arguments const&, Calibration_matrices const&);
 
 /// One line that tells a scene from every other.
 std::string describe(Scene const& scene);
