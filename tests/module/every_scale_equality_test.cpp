@@ -60,7 +60,9 @@ TEST_P(Every_scale_in_phase, equals_the_reference) {
             }
         }
     }
-    EXPECT_EQ(check.calls(), 12 * 10 * 7 * 2 * variants_per_scale * equality_rounds().count);
+    EXPECT_EQ(
+        check.calls() + check.calls_left_out(),
+        12 * 10 * 7 * 2 * variants_per_scale * equality_rounds().count);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Every_scale_in_phase, testing::Range(0, 4));

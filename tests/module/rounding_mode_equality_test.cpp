@@ -72,7 +72,8 @@ TEST_P(Rounding_mode, of_the_caller_gives_the_results_of_the_reference) {
         }
     }
     EXPECT_EQ(variants_.size(), 2016U);
-    EXPECT_EQ(check_.calls(), 4 * 7 * 3 * 2 * 21 * 2 * equality_rounds().count);
+    EXPECT_EQ(
+        check_.calls() + check_.calls_left_out(), 4 * 7 * 3 * 2 * 21 * 2 * equality_rounds().count);
 }
 
 INSTANTIATE_TEST_SUITE_P(

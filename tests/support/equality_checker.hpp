@@ -26,11 +26,15 @@ public:
 
     /// Runs the scene twice, flush against either edge of the guarded memory and on opposite fills,
     /// and compares every plane: requested ones with the reference, the others with their fill.
+    /// Passes over scenes that are not in the sample.
     /// @return the first thing that is wrong, with the scene
     testing::AssertionResult operator()(Scene const& scene);
 
-    /// Calls of the transform so far.
+    /// Calls of the transform so far, two for each scene that was not passed over.
     std::size_t calls() const { return calls_; }
+
+    /// Calls that the scenes passed over would have made.
+    std::size_t calls_left_out() const { return calls_left_out_; }
 
 private:
     void compute_expected(Scene const& scene);
@@ -41,10 +45,16 @@ private:
     Guarded_frame frame_{largest_frame};
     std::array<std::vector<std::byte>, every_plane.size()> expected_;
     std::size_t calls_{0};
+    std::size_t calls_left_out_{0};
 };
 
 /// Calls that all checkers of the process have made.
 std::size_t checked_calls();
+
+/// One in so many scenes of the process is compared, the first and each that lies so many behind
+/// another: the environment's VELDRANE_EQUALITY_STRIDE, else 1. For emulated processors.
+/// @throws std::invalid_argument if it is set and no number, or 0
+std::size_t equality_stride();
 
 /// What a run of the equality tests did.
 struct Equality_volume {
