@@ -60,10 +60,11 @@ install(
 
 # An export of its own: whoever wants the processor alone need not have what this layer depends on.
 if(TARGET polarization_client)
-  install(TARGETS polarization_client EXPORT veldrane_mrv_polarization_client
+  install(TARGETS polarization_client polarization_simulation
+          EXPORT veldrane_mrv_polarization_client
           ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/
+    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/ ${PROJECT_SOURCE_DIR}/simulation/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development
     FILES_MATCHING

@@ -1,12 +1,12 @@
 #include "bindings.hpp"
 #include "raw_frames.hpp"
 
-#include "simulation/inspection.hpp"
-#include "simulation/simulation.hpp"
-
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -19,10 +19,10 @@ namespace {
 namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 
-polarize_tool::Simulation_settings settings_of(
+polarization::Simulation_settings settings_of(
     std::size_t height, std::size_t width, int phase, int bit_depth, std::uint64_t seed, bool noise,
     polarization::Calibration const* sensor) {
-    polarize_tool::Simulation_settings settings{
+    polarization::Simulation_settings settings{
         .width = width,
         .height = height,
         .phase = phase,
@@ -49,19 +49,18 @@ py::tuple simulate(
     auto const settings = settings_of(height, width, phase, bit_depth, seed, noise, sensor);
     py::array_t<std::uint16_t> frames{std::vector<std::size_t>{count, height, width}};
     std::uint16_t* target = frames.mutable_data();
-    polarize_tool::Truth truth;
+    polarization::Truth truth;
     {
         py::gil_scoped_release const unlocked;
-        auto const light = polariser_angle
-                               ? polarize_tool::uniform_light(settings, *polariser_angle)
-                               : polarize_tool::scene_light(settings);
-        Interruption_check check_interruption;
+        Interruption_check check;
+        polarization::Stop_check const check_stop = std::ref(check);
+        auto const light = polariser_angle ? polarization::uniform_light(settings, *polariser_angle)
+                                           : polarization::scene_light(settings, check_stop);
         for (std::size_t number = 0; number < count; ++number) {
-            check_interruption();
-            auto const frame = polarize_tool::record(light, settings, number);
+            auto const frame = polarization::record(light, settings, number, check_stop);
             target = std::copy(frame.samples.begin(), frame.samples.end(), target);
         }
-        truth = polarize_tool::truth_of(light);
+        truth = polarization::truth_of(light, check_stop);
     }
     py::dict planes;
     planes["s0"] = plane_of(truth.s0, height);
@@ -73,11 +72,11 @@ py::tuple simulate(
 }
 
 polarization::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
-    polarize_tool::Analyser_spread spread;
+    polarization::Analyser_spread spread;
     spread.seed = seed;
     polarization::Calibration calibration =
         polarization::ideal_calibration(polarization::Mosaic::from_phase(phase));
-    calibration.analysers = polarize_tool::imperfect_analysers(phase, spread);
+    calibration.analysers = polarization::imperfect_analysers(phase, spread);
     calibration.matrices = polarization::matrices_of(calibration.analysers);
     calibration.quality.condition_number = polarization::condition_number(calibration.analysers);
     return calibration;
@@ -86,10 +85,10 @@ polarization::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
 py::dict inspect(
     py::array const& raw, std::optional<int> bit_depth, std::optional<double> polariser_angle) {
     Raw_frames const frames{raw};
-    polarize_tool::Inspection const found = [&] {
+    polarization::Inspection const found = [&] {
         py::gil_scoped_release const unlocked;
         std::vector<std::uint16_t> memory;
-        return polarize_tool::inspect(frames.frame(0, memory), bit_depth);
+        return polarization::inspect(frames.frame(0, memory), bit_depth);
     }();
     py::dict result;
     result["mean"] = found.mean;
@@ -109,8 +108,7 @@ py::dict inspect(
     result["explanation"] = found.balance.explanation();
     result["phase"] = py::none();
     if (polariser_angle) {
-        auto const answer =
-            polarize_tool::phase_behind_polariser(found.positions, *polariser_angle);
+        auto const answer = polarization::phase_behind_polariser(found.positions, *polariser_angle);
         result["phase"] = py::cast(answer.phase);
         result["explanation"] = answer.explanation;
     }

@@ -327,6 +327,22 @@ for _ in range(20):
     assert done.stderr == "cut short\n"
 
 
+def test_an_interrupt_ends_a_long_simulation_within_a_frame():
+    program = """
+import os, signal, threading, time
+import veldrane_polarization as vp
+begin = time.monotonic()
+threading.Timer(0.5, os.kill, (os.getpid(), signal.SIGINT)).start()
+try:
+    vp.simulate(12000, 12000, layout=0)
+    print("simulated to its end")
+except KeyboardInterrupt:
+    print("soon" if time.monotonic() - begin < 10 else "late")
+"""
+    done = subprocess.run([sys.executable, "-B", "-c", program], capture_output=True, text=True)
+    assert (done.stdout, done.stderr) == ("soon\n", "")
+
+
 def test_results_travel_to_other_processes():
     import pickle
 

@@ -3,11 +3,11 @@
 #include "input/input_options.hpp"
 #include "input/option_values.hpp"
 #include "output/inspect_output.hpp"
-#include "simulation/inspection.hpp"
 #include "terminal/failure.hpp"
 #include "terminal/interruption.hpp"
 #include "terminal/messages.hpp"
 #include "terminal/visible_text.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -38,10 +38,10 @@ constexpr char const* example =
     "taken through a polariser can.";
 
 std::string inspected(Frame const& frame, std::string const& name, Command_line const& line) {
-    Inspection const inspection = inspect(frame.view(), line.bit_depth);
-    std::optional<Phase_answer> answer;
+    polarization::Inspection const inspection = polarization::inspect(frame.view(), line.bit_depth);
+    std::optional<polarization::Phase_answer> answer;
     if (line.polariser_angle) {
-        answer = phase_behind_polariser(inspection.positions, *line.polariser_angle);
+        answer = polarization::phase_behind_polariser(inspection.positions, *line.polariser_angle);
     }
     return line.as_json ? inspection_json(name, inspection, answer)
                         : inspection_text(visible(name), inspection, answer);

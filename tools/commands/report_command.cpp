@@ -77,7 +77,8 @@ void check_size(Frame const& frame, std::string const& name) {
 }
 
 // A sample that has lost its dark level does not show any more that it was saturated.
-Inspection inspected(Frame frame, std::string const& name, Frame_preparation const& preparation) {
+polarization::Inspection inspected(
+    Frame frame, std::string const& name, Frame_preparation const& preparation) {
     Sample_warnings const warnings = preparation.apply(frame, name, Dark_level::kept);
     check_size(frame, name);
     for (std::string const& warning : {warnings.depth, warnings.dark}) {
@@ -86,7 +87,7 @@ Inspection inspected(Frame frame, std::string const& name, Frame_preparation con
         }
     }
     try {
-        return inspect(frame.view(), preparation.bit_depth(), report_histogram_steps);
+        return polarization::inspect(frame.view(), preparation.bit_depth(), report_histogram_steps);
     } catch (polarization::Argument_error const& error) {
         throw File_failure(name, error.what());
     }
@@ -151,7 +152,7 @@ int run_report(Command_line const& line) {
     reader.fetch(place, fetched);
     reader.decode(fetched);
     Frame& frame = fetched.frame;
-    Inspection const inspection = inspected(frame, place.name(), preparation);
+    polarization::Inspection const inspection = inspected(frame, place.name(), preparation);
     preparation.apply(frame, place.name());
     Frame_processor processor(processing);
     try {

@@ -27,7 +27,7 @@ struct Flags {
     bool no_noise = false;
     bool imperfect = false;
     bool overwrites = false;
-    Analyser_spread spread;
+    polarization::Analyser_spread spread;
     CLI::Option const* pixel_format = nullptr;
 };
 
@@ -40,7 +40,8 @@ void check_output_name(std::filesystem::path const& file) {
     }
 }
 
-void add_sensor_options(CLI::App& command, Simulation_settings& settings, Flags& flags) {
+void add_sensor_options(
+    CLI::App& command, polarization::Simulation_settings& settings, Flags& flags) {
     Whole_range const side = {2, 16384};
     add_whole_number(command, "--width", settings.width, side, "Columns")
         ->default_str(std::to_string(settings.width));
@@ -75,7 +76,7 @@ void add_analyser_options(CLI::App& command, Flags& flags) {
             ->needs(imperfect)
             ->group(group);
     };
-    Analyser_spread& spread = flags.spread;
+    polarization::Analyser_spread& spread = flags.spread;
     add("--throughput-spread", spread.throughput, {0.0, 0.2},
         "Throughputs lie in 1 - SPREAD to 1 + SPREAD");
     add("--lowest-diattenuation", spread.lowest_diattenuation, {0.1, 1.0},
@@ -156,7 +157,7 @@ void add_simulate_command(CLI::App& program, int& /*exit_code*/) {
         options->existing = flags->overwrites ? Existing_files::replace : Existing_files::keep;
         if (flags->imperfect) {
             options->settings.analysers =
-                imperfect_analysers(options->settings.phase, flags->spread);
+                polarization::imperfect_analysers(options->settings.phase, flags->spread);
         }
         options->analyser_seed = flags->spread.seed;
         run_simulate(*options);

@@ -22,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-cv::Mat as_picture(Frame const& frame, int bit_depth) {
+cv::Mat as_picture(polarization::Frame const& frame, int bit_depth) {
     cv::Mat const samples(
         static_cast<int>(frame.height), static_cast<int>(frame.width), CV_16UC1,
         const_cast<std::uint16_t*>(frame.samples.data()));
@@ -63,7 +63,7 @@ public:
 
     bool is_raw() const { return is_raw_; }
 
-    void write(Frame const& frame, fs::path const& file) {
+    void write(polarization::Frame const& frame, fs::path const& file) {
         if (!is_raw_) {
             files_.add(file, encode_png(as_picture(frame, options_.settings.bit_depth)));
             return;
@@ -88,7 +88,8 @@ private:
 };
 
 // The names of the files, a line each.
-std::string add_truth(Staged_files& files, Truth const& truth, Simulate_options const& options) {
+std::string add_truth(
+    Staged_files& files, polarization::Truth const& truth, Simulate_options const& options) {
     std::pair<char const*, std::vector<float> const&> const planes[] = {
         {"s0", truth.s0},
         {"s1", truth.s1},
@@ -128,7 +129,7 @@ void add_analysers(Staged_files& files, Simulate_options const& options) {
 }
 
 std::string sensor_line(Simulate_options const& options) {
-    Simulation_settings const& settings = options.settings;
+    polarization::Simulation_settings const& settings = options.settings;
     return std::to_string(settings.width) + " x " + std::to_string(settings.height) + ", phase " +
            std::to_string(settings.phase) + ", bit depth " + std::to_string(settings.bit_depth) +
            ", " + (settings.noise ? "seed " + std::to_string(settings.seed) : "no noise");
@@ -136,7 +137,8 @@ std::string sensor_line(Simulate_options const& options) {
 
 // @return what to say
 std::string add_scene(Staged_files& files, Simulate_options const& options) {
-    Light const light = scene_light(options.settings);
+    polarization::Light const light =
+        polarization::scene_light(options.settings, throw_if_interrupted);
     Frame_writer writer(options, files);
     Progress progress(options.frames, !options.is_quiet);
     for (std::uint64_t number = 0; number < options.frames; ++number) {
@@ -146,7 +148,8 @@ std::string add_scene(Staged_files& files, Simulate_options const& options) {
         fs::path const file =
             options.frames == 1 ? options.output
                                 : with_suffix(options.output.parent_path(), options.output, suffix);
-        writer.write(record(light, options.settings, number), file);
+        writer.write(
+            polarization::record(light, options.settings, number, throw_if_interrupted), file);
         progress.add(light.size());
     }
     std::string line = visible(options.output.string()) + ": ";
@@ -158,7 +161,7 @@ std::string add_scene(Staged_files& files, Simulate_options const& options) {
         line += ", " + options.pixel_format;
     }
     if (!options.truth_folder.empty()) {
-        line += add_truth(files, truth_of(light), options);
+        line += add_truth(files, polarization::truth_of(light, throw_if_interrupted), options);
     }
     return line;
 }
@@ -175,8 +178,10 @@ std::string add_series(Staged_files& files, Simulate_options const& options) {
         fs::path const file = with_suffix(
             options.output.parent_path(), options.output,
             angle_suffix(angles[number], angles) + ".png");
-        Light const light = uniform_light(options.settings, angles[number]);
-        writer.write(record(light, options.settings, number), file);
+        polarization::Light const light =
+            polarization::uniform_light(options.settings, angles[number]);
+        writer.write(
+            polarization::record(light, options.settings, number, throw_if_interrupted), file);
         char text[32];
         std::snprintf(text, sizeof text, ",%.10g\n", angles[number]);
         table += file.filename().string() + text;

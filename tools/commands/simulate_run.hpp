@@ -3,7 +3,7 @@
 #pragma once
 
 #include "output/staged_files.hpp"
-#include "simulation/simulation.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <cstdint>
 #include <filesystem>
@@ -12,10 +12,12 @@
 
 namespace polarize_tool {
 
+namespace polarization = veldrane_mrv::polarization;
+
 struct Simulate_options {
     std::filesystem::path output;
     std::filesystem::path truth_folder;
-    Simulation_settings settings;
+    polarization::Simulation_settings settings;
     std::uint64_t analyser_seed = 1; // for the provenance of imperfect analysers
     std::uint64_t frames = 1;
     std::string pixel_format = "Mono16";

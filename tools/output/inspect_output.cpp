@@ -51,8 +51,8 @@ std::string labelled(char const* label, std::string const& text) {
     return lines + line + text.substr(start) + "\n";
 }
 
-std::string depth_text(Inspection const& inspection) {
-    Depth_use const& depth = inspection.depth;
+std::string depth_text(polarization::Inspection const& inspection) {
+    polarization::Depth_use const& depth = inspection.depth;
     std::string text = std::to_string(depth.used_bits) + " bits used, " +
                        std::to_string(depth.distinct_values) + " different values; taken as " +
                        std::to_string(depth.assumed_depth) + " bits, full scale " +
@@ -63,7 +63,7 @@ std::string depth_text(Inspection const& inspection) {
     return text;
 }
 
-std::string histogram_text(Inspection const& inspection) {
+std::string histogram_text(polarization::Inspection const& inspection) {
     std::vector<std::size_t> const& steps = inspection.histogram;
     std::size_t const tallest = *std::max_element(steps.begin(), steps.end());
     std::string text;
@@ -78,7 +78,7 @@ std::string histogram_text(Inspection const& inspection) {
     return text;
 }
 
-std::string positions_text(Inspection const& inspection) {
+std::string positions_text(polarization::Inspection const& inspection) {
     auto const& at = inspection.positions;
     auto const row = [&at](char const* name, std::size_t first) {
         return name + padded(decimal(at[first].mean, 1), 14) +
@@ -97,7 +97,7 @@ std::string balance_text(polarization::Balance const& balance) {
     return text;
 }
 
-nlohmann::ordered_json phase_json(std::optional<Phase_answer> const& answer) {
+nlohmann::ordered_json phase_json(std::optional<polarization::Phase_answer> const& answer) {
     nlohmann::ordered_json json;
     if (!answer) {
         json["possible"] = {0, 1, 2, 3};
@@ -106,7 +106,7 @@ nlohmann::ordered_json phase_json(std::optional<Phase_answer> const& answer) {
     }
     json["phase"] = answer->phase ? nlohmann::ordered_json(*answer->phase) : nullptr;
     json["degree"] = answer->degree;
-    for (Phase_candidate const& candidate : answer->candidates) {
+    for (polarization::Phase_candidate const& candidate : answer->candidates) {
         json["candidates"].push_back(
             {{"phase", candidate.phase},
              {"angle", candidate.angle},
@@ -140,7 +140,7 @@ std::string phase_advice() {
            "with --polarizer-angle 0.";
 }
 
-std::vector<std::string> inspection_warnings(Inspection const& inspection) {
+std::vector<std::string> inspection_warnings(polarization::Inspection const& inspection) {
     std::vector<std::string> warnings;
     double const saturated = share(inspection.saturated, inspection.samples());
     if (saturated >= noticeable_saturation) {
@@ -170,8 +170,8 @@ std::vector<std::string> inspection_warnings(Inspection const& inspection) {
 }
 
 std::string inspection_text(
-    std::string const& name, Inspection const& inspection,
-    std::optional<Phase_answer> const& answer) {
+    std::string const& name, polarization::Inspection const& inspection,
+    std::optional<polarization::Phase_answer> const& answer) {
     std::string text = name + ": " + std::to_string(inspection.width) + " x " +
                        std::to_string(inspection.height) + ", " +
                        decimal(static_cast<double>(inspection.samples()) * 1e-6, 2) + " Mpixel\n";
@@ -199,8 +199,8 @@ std::string inspection_text(
 }
 
 std::string inspection_json(
-    std::string const& name, Inspection const& inspection,
-    std::optional<Phase_answer> const& answer) {
+    std::string const& name, polarization::Inspection const& inspection,
+    std::optional<polarization::Phase_answer> const& answer) {
     nlohmann::ordered_json json;
     json["frame"] = utf8(name);
     json["width"] = inspection.width;
@@ -220,7 +220,7 @@ std::string inspection_json(
         {"at_full_scale", share(inspection.saturated, inspection.samples())},
         {"at_largest", share(inspection.at_largest, inspection.samples())}};
     for (std::size_t position = 0; position < inspection.positions.size(); ++position) {
-        Position_means const& means = inspection.positions[position];
+        polarization::Position_means const& means = inspection.positions[position];
         json["positions"].push_back(
             {{"row", position / 2},
              {"column", position % 2},

@@ -190,7 +190,7 @@ std::string colour_wheel(std::string const& uri, double degree_top) {
 
 std::string mosaic_table(
     veldrane_mrv::polarization::Mosaic const& mosaic,
-    std::array<Position_means, 4> const& positions) {
+    std::array<polarization::Position_means, 4> const& positions) {
     std::string html = "<table class=\"cells\"><caption>Polariser and mean sample at the four "
                        "positions of a cell, as the top left of the frame shows it</caption>";
     for (std::size_t position = 0; position < positions.size(); ++position) {

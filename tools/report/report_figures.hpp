@@ -3,7 +3,7 @@
 #pragma once
 
 #include "report/report_pictures.hpp"
-#include "simulation/inspection.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
 
 #include <span>
 #include <string>
@@ -11,6 +11,8 @@
 #include <vector>
 
 namespace polarize_tool {
+
+namespace polarization = veldrane_mrv::polarization;
 
 /// Label and value, in the order of the page. Plain text.
 using Rows = std::vector<std::pair<std::string, std::string>>;
@@ -46,6 +48,6 @@ std::string colour_wheel(std::string const& uri, double degree_top);
 /// The cell of the mosaic: polariser and mean sample at each position.
 std::string mosaic_table(
     veldrane_mrv::polarization::Mosaic const& mosaic,
-    std::array<Position_means, 4> const& positions);
+    std::array<polarization::Position_means, 4> const& positions);
 
 } // namespace polarize_tool

@@ -121,7 +121,7 @@ void add_degree(Places& places, Report const& report, Figures const& figures) {
 }
 
 void add_raw_frame(Places& places, Report const& report) {
-    Inspection const& frame = report.inspection;
+    polarization::Inspection const& frame = report.inspection;
     std::vector<double> const counts(frame.histogram.begin(), frame.histogram.end());
     double const saturated =
         static_cast<double>(frame.saturated) / static_cast<double>(frame.samples());

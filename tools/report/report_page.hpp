@@ -4,7 +4,7 @@
 
 #include "report/report_figures.hpp"
 #include "report/report_statistics.hpp"
-#include "simulation/inspection.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
 #include "veldrane_mrv/polarization/scale.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
@@ -13,6 +13,8 @@
 #include <string>
 
 namespace polarize_tool {
+
+namespace polarization = veldrane_mrv::polarization;
 
 /// Pixels of the largest frame that fits in a page. A pixel takes at most 8 bytes of the page, 5 to
 /// 6 in practice: 29 MB for a frame of 2448 by 2048.
@@ -29,7 +31,7 @@ struct Report {
     veldrane_mrv::polarization::Mosaic mosaic;
     veldrane_mrv::polarization::Scale scale;
     veldrane_mrv::polarization::Mode mode;
-    Inspection inspection;
+    polarization::Inspection inspection;
     /// How the planes were made, for the reader.
     Rows settings;
     /// Name and version of this program.

@@ -1,7 +1,7 @@
 // veldrane-polarize process: every kind of input gives the planes of the frame that it holds.
 #include "process_fixture.hpp"
-#include "simulation/simulation.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // veldrane-polarize process on simulated frames: angle and degree against the truth.
 #include "process_fixture.hpp"
-#include "simulation/simulation.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <algorithm>
 #include <array>
@@ -29,7 +29,7 @@ struct Cell_truth {
 // How far S0, S1 and S2 reach over the samples that an estimate may use.
 class Spread {
 public:
-    void include(polarize_tool::Truth const& truth, std::size_t index) {
+    void include(veldrane_mrv::polarization::Truth const& truth, std::size_t index) {
         std::array<float, 3> const values = {truth.s0[index], truth.s1[index], truth.s2[index]};
         for (std::size_t i = 0; i < values.size(); ++i) {
             low_[i] = std::min(low_[i], values[i]);
@@ -47,7 +47,8 @@ private:
     std::array<float, 3> high_ = {-most, -most, -most};
 };
 
-Cell_truth truth_around(polarize_tool::Truth const& truth, std::size_t row, std::size_t column) {
+Cell_truth truth_around(
+    veldrane_mrv::polarization::Truth const& truth, std::size_t row, std::size_t column) {
     std::size_t const next_row = row + 1 < height ? row + 1 : row - 1;
     std::size_t const next_column = column + 1 < width ? column + 1 : column - 1;
     std::array<double, 3> mean = {0, 0, 0};
@@ -91,7 +92,7 @@ protected:
         ASSERT_EQ(outcome.code, 0) << outcome.errors;
     }
 
-    Worst worst_errors(Names const& options, polarize_tool::Truth const& truth) const {
+    Worst worst_errors(Names const& options, veldrane_mrv::polarization::Truth const& truth) const {
         Names all = {"-o",      results(), "--planes",    "azimuth,dolp",
                      "--units", "degrees", "--overwrite", "--no-pictures"};
         all.insert(all.end(), options.begin(), options.end());
@@ -119,9 +120,10 @@ TEST_F(Process_truth, noise_free_frames_give_angle_within_0_3_and_degree_within_
     std::size_t pixels = 0;
     for (int const bit_depth : {12, 16}) {
         for (int phase = 0; phase < 4; ++phase) {
-            polarize_tool::Simulation_settings const settings{width,     height, phase,
-                                                              bit_depth, 1,      false};
-            polarize_tool::Truth const truth = polarize_tool::simulate(settings).truth;
+            veldrane_mrv::polarization::Simulation_settings const settings{
+                width, height, phase, bit_depth, 1, false};
+            veldrane_mrv::polarization::Truth const truth =
+                veldrane_mrv::polarization::simulate(settings).truth;
             Names const sensor = {
                 "--phase", std::to_string(phase), "--bit-depth", std::to_string(bit_depth)};
             simulate(sensor);
@@ -166,8 +168,10 @@ TEST_F(Process_truth, a_recovered_calibration_brings_an_imperfect_sensor_back_to
         Outcome const calibrated = run(calibrate);
         ASSERT_EQ(calibrated.code, 0) << calibrated.errors;
         simulate(analysers);
-        polarize_tool::Simulation_settings const settings{width, height, 2, 12, 1, false};
-        polarize_tool::Truth const truth = polarize_tool::simulate(settings).truth;
+        veldrane_mrv::polarization::Simulation_settings const settings{width, height, 2,
+                                                                       12,    1,      false};
+        veldrane_mrv::polarization::Truth const truth =
+            veldrane_mrv::polarization::simulate(settings).truth;
         Worst const ideal = worst_errors({"--phase", "2", "--bit-depth", "12"}, truth);
         Worst const mended =
             worst_errors({"--calibration", in_folder("cal.json"), "--bit-depth", "12"}, truth);

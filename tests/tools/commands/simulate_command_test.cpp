@@ -1,7 +1,7 @@
 // veldrane-polarize simulate, run as a user runs it.
 #include "program_run.hpp"
-#include "simulation/simulation.hpp"
 #include "test_files.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <cmath>
 #include <gtest/gtest.h>
@@ -56,7 +56,7 @@ TEST(Simulate_command, same_arguments_same_bytes_and_another_seed_others) {
 TEST(Simulate_command, frame_is_the_simulated_one) {
     Folder const folder;
     EXPECT_EQ(run(small(folder / "a.png", {"--phase", "3", "--no-noise"})).code, 0);
-    polarize_tool::Simulation_settings settings;
+    veldrane_mrv::polarization::Simulation_settings settings;
     settings.width = 160;
     settings.height = 120;
     settings.phase = 3;
@@ -64,7 +64,7 @@ TEST(Simulate_command, frame_is_the_simulated_one) {
     cv::Mat const image = cv::imread((folder / "a.png").string(), cv::IMREAD_UNCHANGED);
     EXPECT_EQ(
         std::vector<std::uint16_t>(image.begin<std::uint16_t>(), image.end<std::uint16_t>()),
-        polarize_tool::simulate(settings).frame.samples);
+        veldrane_mrv::polarization::simulate(settings).frame.samples);
 }
 
 TEST(Simulate_command, truth_is_five_float_planes) {
@@ -78,10 +78,11 @@ TEST(Simulate_command, truth_is_five_float_planes) {
         (std::vector<std::string>{
             "ball_true_angle.tif", "ball_true_degree.tif", "ball_true_s0.tif", "ball_true_s1.tif",
             "ball_true_s2.tif"}));
-    polarize_tool::Simulation_settings settings;
+    veldrane_mrv::polarization::Simulation_settings settings;
     settings.width = 160;
     settings.height = 120;
-    polarize_tool::Truth const truth = polarize_tool::simulate(settings).truth;
+    veldrane_mrv::polarization::Truth const truth =
+        veldrane_mrv::polarization::simulate(settings).truth;
     std::pair<char const*, std::vector<float> const&> const planes[] = {
         {"s0", truth.s0},
         {"s1", truth.s1},

@@ -23,8 +23,8 @@ Outcome simulate_small(std::filesystem::path const& output, Names const& more) {
     return run(arguments);
 }
 
-Simulation_settings small_settings() {
-    Simulation_settings settings;
+polarization::Simulation_settings small_settings() {
+    polarization::Simulation_settings settings;
     settings.width = 48;
     settings.height = 32;
     return settings;
@@ -36,14 +36,14 @@ TEST(Simulate_series, frames_differ_by_their_noise_and_are_numbered) {
     EXPECT_EQ(
         test_files::names_in(folder.path()),
         (Names{"f_000000.png", "f_000001.png", "f_000002.png"}));
-    Light const light = scene_light(small_settings());
+    polarization::Light const light = polarization::scene_light(small_settings());
     for (std::uint64_t number = 0; number < 3; ++number) {
         cv::Mat const image = cv::imread(
             (folder / ("f_00000" + std::to_string(number) + ".png")).string(),
             cv::IMREAD_UNCHANGED);
         EXPECT_EQ(
             std::vector<std::uint16_t>(image.begin<std::uint16_t>(), image.end<std::uint16_t>()),
-            record(light, small_settings(), number).samples);
+            polarization::record(light, small_settings(), number).samples);
     }
 }
 
@@ -57,12 +57,13 @@ TEST(Simulate_series, a_raw_recording_holds_the_same_frames) {
         std::size_t const size = polarization::bytes_per_frame(format, 32, 48);
         auto const bytes = test_files::read(folder / "run.raw");
         ASSERT_EQ(bytes.size(), 2 * size);
-        Light const light = scene_light(small_settings());
+        polarization::Light const light = polarization::scene_light(small_settings());
         for (std::size_t number = 0; number < 2; ++number) {
             std::vector<std::uint16_t> samples(48 * 32);
             polarization::unpack_frame(
                 format, std::as_bytes(std::span(bytes).subspan(number * size, size)), 48, samples);
-            EXPECT_EQ(samples, record(light, small_settings(), number).samples) << name;
+            EXPECT_EQ(samples, polarization::record(light, small_settings(), number).samples)
+                << name;
         }
     }
 }
@@ -86,9 +87,9 @@ TEST(Simulate_series, the_analysers_drawn_are_written_as_a_calibration) {
             .code,
         0);
     auto const truth = polarization::load_calibration(folder / "a_analysers.json");
-    Analyser_spread spread;
+    polarization::Analyser_spread spread;
     spread.seed = 9;
-    EXPECT_EQ(truth.analysers, imperfect_analysers(3, spread));
+    EXPECT_EQ(truth.analysers, polarization::imperfect_analysers(3, spread));
     EXPECT_EQ(truth.mosaic.phase(), 3);
     EXPECT_NE(truth.provenance.sensor.find("seed 9"), std::string::npos);
 }

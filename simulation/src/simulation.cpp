@@ -1,19 +1,24 @@
-#include "simulation/simulation.hpp"
-
-#include "terminal/interruption.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <numbers>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 namespace {
 
 constexpr double exposure = 0.8;              // brightest sample, as part of the full scale
 constexpr double full_well_electrons = 10500; // electrons of a sample at the full scale
 constexpr double read_noise_electrons = 2.4;
+constexpr std::size_t pixels_between_checks = 4096;
 constexpr std::uint64_t golden_step = 0x9E3779B97F4A7C15U;
+
+void call(Stop_check const& check_stop) {
+    if (check_stop) {
+        check_stop();
+    }
+}
 
 // Steele, Lea & Flood, "Fast splittable pseudorandom number generators", OOPSLA 2014.
 std::uint64_t scramble(std::uint64_t x) {
@@ -49,10 +54,10 @@ Response ideal_response(int angle) {
 
 std::array<Response, 4> responses(Simulation_settings const& settings) {
     std::array<Response, 4> result = {};
-    auto const mosaic = polarization::Mosaic::from_phase(settings.phase);
+    auto const mosaic = Mosaic::from_phase(settings.phase);
     for (std::size_t position = 0; position < result.size(); ++position) {
         if (settings.analysers) {
-            polarization::Analyser const& analyser = (*settings.analysers)[position];
+            Analyser const& analyser = (*settings.analysers)[position];
             double const doubled = analyser.orientation * std::numbers::pi / 90.0;
             result[position] = {
                 analyser.throughput, analyser.diattenuation * std::cos(doubled),
@@ -116,12 +121,12 @@ double normal_deviate(std::uint64_t seed, std::uint64_t draw) {
     return (sum + 6.0) * uniform_step - 6.0;
 }
 
-Light scene_light(Simulation_settings const& settings) {
+Light scene_light(Simulation_settings const& settings, Stop_check const& check_stop) {
     Scene const scene(settings.width, settings.height);
     Light light;
     light.reserve(settings.width * settings.height);
     for (std::size_t row = 0; row < settings.height; ++row) {
-        throw_if_interrupted();
+        call(check_stop);
         for (std::size_t column = 0; column < settings.width; ++column) {
             light.push_back(scene.at(row, column));
         }
@@ -138,17 +143,19 @@ Light uniform_light(Simulation_settings const& settings, double angle) {
         {level, level * std::cos(doubled), level * std::sin(doubled)});
 }
 
-Frame record(Light const& light, Simulation_settings const& settings, std::uint64_t number) {
+Frame record(
+    Light const& light, Simulation_settings const& settings, std::uint64_t number,
+    Stop_check const& check_stop) {
     double const limit = full_scale_of(settings);
     std::array<Response, 4> const response = responses(settings);
     Frame frame{settings.width, settings.height, {}};
     frame.samples.reserve(light.size());
     std::uint64_t draw = number * light.size();
     for (std::size_t row = 0; row < settings.height; ++row) {
-        throw_if_interrupted();
+        call(check_stop);
         for (std::size_t column = 0; column < settings.width; ++column, ++draw) {
-            double sample = response[polarization::cell_position(row, column)](
-                light[row * settings.width + column]);
+            double sample =
+                response[cell_position(row, column)](light[row * settings.width + column]);
             if (settings.noise) {
                 sample = with_noise(sample, limit, normal_deviate(settings.seed, draw));
             }
@@ -159,12 +166,15 @@ Frame record(Light const& light, Simulation_settings const& settings, std::uint6
     return frame;
 }
 
-Truth truth_of(Light const& light) {
+Truth truth_of(Light const& light, Stop_check const& check_stop) {
     Truth truth;
     for (auto* plane : {&truth.s0, &truth.s1, &truth.s2, &truth.angle, &truth.degree}) {
         plane->reserve(light.size());
     }
     for (Stokes const& point : light) {
+        if (truth.s0.size() % pixels_between_checks == 0) {
+            call(check_stop);
+        }
         truth.s0.push_back(static_cast<float>(point.s0));
         truth.s1.push_back(static_cast<float>(point.s1));
         truth.s2.push_back(static_cast<float>(point.s2));
@@ -181,7 +191,7 @@ Simulation simulate(Simulation_settings const& settings) {
 }
 
 Analysers imperfect_analysers(int phase, Analyser_spread const& spread) {
-    auto const mosaic = polarization::Mosaic::from_phase(phase);
+    auto const mosaic = Mosaic::from_phase(phase);
     Analysers analysers;
     double sum = 0.0;
     for (std::size_t position = 0; position < analysers.size(); ++position) {
@@ -189,7 +199,7 @@ Analysers imperfect_analysers(int phase, Analyser_spread const& spread) {
             return uniform_number(spread.seed, 3 * position + which);
         };
         auto const off = [](double part, double largest) { return (2.0 * part - 1.0) * largest; };
-        polarization::Analyser& analyser = analysers[position];
+        Analyser& analyser = analysers[position];
         analyser.throughput = 1.0 + off(number(0), spread.throughput);
         analyser.diattenuation =
             spread.lowest_diattenuation +
@@ -199,10 +209,10 @@ Analysers imperfect_analysers(int phase, Analyser_spread const& spread) {
         analyser.orientation = orientation < 0.0 ? orientation + 180.0 : orientation;
         sum += analyser.throughput;
     }
-    for (polarization::Analyser& analyser : analysers) {
+    for (Analyser& analyser : analysers) {
         analyser.throughput *= 4.0 / sum;
     }
     return analysers;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

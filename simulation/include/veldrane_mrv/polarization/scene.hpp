@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 
 /// Linear Stokes vector. The first axis of s1 points along the rows to the right, angles grow
 /// counter-clockwise as the picture is seen.
@@ -41,4 +41,4 @@ private:
     double edge_width_;
 };
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 
 /// How the bits of the samples are used.
 struct Depth_use {
@@ -77,21 +77,21 @@ struct Inspection {
     std::vector<std::size_t> histogram;
     /// First value beyond the last step of the histogram.
     unsigned histogram_end;
-    veldrane_mrv::polarization::Balance balance;
+    Balance balance;
 
     std::size_t samples() const { return height * width; }
     unsigned full_scale() const;
 };
 
 /// `bit_depth` counts after `depth.shift`.
-/// @throws veldrane_mrv::polarization::Argument_error if the frame has fewer than 2 rows or columns
+/// @throws Argument_error if the frame has fewer than 2 rows or columns
 Inspection inspect(
-    veldrane_mrv::polarization::Frame_view const& frame,
-    std::optional<int> bit_depth = std::nullopt, std::size_t histogram_steps = 32);
+    Frame_view const& frame, std::optional<int> bit_depth = std::nullopt,
+    std::size_t histogram_steps = 32);
 
 /// Which phase the camera has, if the frame shows light behind a linear polariser whose angle in
 /// degrees (0 along the rows, counter-clockwise) is known.
 Phase_answer phase_behind_polariser(
     std::array<Position_means, 4> const& positions, double polariser_angle);
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

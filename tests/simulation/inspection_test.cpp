@@ -1,14 +1,13 @@
 // What an inspection tells of frames whose making is known: depth, saturation, means, histogram,
 // and the phase behind a polariser for every phase and angle.
-#include "output/inspect_output.hpp"
-#include "simulation/inspection.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
+
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <numbers>
 #include <numeric>
 #include <vector>
@@ -16,9 +15,9 @@
 namespace {
 
 namespace polarization = veldrane_mrv::polarization;
-using polarize_tool::inspect;
-using polarize_tool::Inspection;
-using polarize_tool::Phase_answer;
+using polarization::inspect;
+using polarization::Inspection;
+using polarization::Phase_answer;
 using Samples = std::vector<std::uint16_t>;
 
 Inspection inspected(
@@ -44,7 +43,7 @@ Samples behind_polariser(
 }
 
 Phase_answer answered(Samples const& samples, double angle, std::size_t side = 16) {
-    return polarize_tool::phase_behind_polariser(inspected(samples, side, side).positions, angle);
+    return polarization::phase_behind_polariser(inspected(samples, side, side).positions, angle);
 }
 
 TEST(Inspection, depth_of_right_and_left_aligned_samples) {
@@ -172,49 +171,6 @@ TEST(Inspection, no_phase_is_told_where_the_frame_does_not_decide) {
     EXPECT_FALSE(weak.phase);
     EXPECT_NE(weak.explanation.find("10 per cent"), std::string::npos) << weak.explanation;
     EXPECT_FALSE(answered(Samples(256, 0), 0.0).phase);
-}
-
-TEST(Inspection, warnings_name_saturation_alignment_and_an_unlikely_mosaic) {
-    Samples saturated(256, 255);
-    EXPECT_NE(
-        polarize_tool::inspection_warnings(inspected(saturated, 16, 16)).at(0).find("100.00 %"),
-        std::string::npos);
-    Samples aligned(256, 16);
-    aligned[3] = 65520;
-    std::string const advice =
-        polarize_tool::inspection_warnings(inspected(aligned, 16, 16)).back();
-    EXPECT_NE(advice.find("--shift 4"), std::string::npos) << advice;
-    // Orthogonal analysers side by side in each row: no mosaic of ours.
-    Samples rows;
-    for (std::size_t row = 0; row < 64; ++row) {
-        for (std::size_t column = 0; column < 64; ++column) {
-            std::size_t const tile = (row / 16 + column / 16) % 4;
-            constexpr double turns[] = {0.1, 0.3, 0.6, 0.8};
-            double const angle = row % 2 == 0 ? 0.0 : 0.25;
-            double const quarter = column % 2 == 0 ? 0.0 : 0.5;
-            rows.push_back(static_cast<std::uint16_t>(std::lround(
-                100.0 +
-                90.0 * std::cos(2.0 * std::numbers::pi * (turns[tile] - angle - quarter)))));
-        }
-    }
-    Inspection const odd = inspected(rows, 64, 64);
-    EXPECT_EQ(odd.balance.verdict, polarization::Balance::Verdict::unlikely);
-    EXPECT_EQ(polarize_tool::inspection_warnings(odd).size(), 1U);
-}
-
-TEST(Inspection, json_holds_the_figures_and_survives_names_that_are_no_text) {
-    Samples const samples = behind_polariser(polarization::Mosaic::from_phase(3), 0.0, 0.9);
-    Inspection const found = inspected(samples, 16, 16);
-    auto const json = nlohmann::json::parse(polarize_tool::inspection_json(
-        "a\xff\n.png", found, polarize_tool::phase_behind_polariser(found.positions, 0.0)));
-    EXPECT_EQ(json["phase"]["phase"], 3);
-    EXPECT_EQ(json["width"], 16);
-    EXPECT_EQ(json["positions"].size(), 4U);
-    EXPECT_DOUBLE_EQ(json["positions"][0]["mean"], found.positions[0].mean);
-    EXPECT_EQ(json["histogram"]["counts"].size(), 32U);
-    auto const open =
-        nlohmann::json::parse(polarize_tool::inspection_json("a", found, std::nullopt));
-    EXPECT_EQ(open["phase"]["possible"], (std::vector<int>{0, 1, 2, 3}));
 }
 
 } // namespace

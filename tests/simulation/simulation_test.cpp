@@ -1,16 +1,20 @@
 // The simulated frame: physics of the scene, statistics of the noise, sampling, determinism.
-#include "simulation/simulation.hpp"
+#include "veldrane_mrv/polarization/simulation.hpp"
 
-#include "simulation/scene.hpp"
+#include "veldrane_mrv/polarization/scene.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <numbers>
+#include <utility>
 
 namespace {
 
-using namespace polarize_tool;
+namespace polarization = veldrane_mrv::polarization;
+using namespace polarization;
 
 TEST(Fresnel, known_values_of_glass) {
     Fresnel_reflectances const normal = fresnel_reflectances(1.0, 1.5);
@@ -270,6 +274,37 @@ TEST(Simulation, samples_of_imperfect_analysers_follow_their_figures) {
         }
     }
     std::printf("%zu samples checked\n", checked);
+}
+
+// Ctrl-C must not wait for a frame's end, however large the frame.
+TEST(Simulation, what_a_check_throws_ends_each_step_at_once) {
+    struct Stopped {};
+    Simulation_settings settings;
+    settings.width = 300;
+    settings.height = 200;
+    Light const light = scene_light(settings);
+    std::size_t calls = 0;
+    std::size_t last_call = ~std::size_t{0};
+    Stop_check const check = [&] {
+        if (++calls == last_call) {
+            throw Stopped{};
+        }
+    };
+    auto const scene = [&] { scene_light(settings, check); };
+    auto const frame = [&] { record(light, settings, 0, check); };
+    auto const truth = [&] { truth_of(light, check); };
+    auto const steps = std::to_array<std::pair<std::function<void()>, std::size_t>>(
+        {{scene, 200}, {frame, 200}, {truth, 300 * 200 / 4096 + 1}});
+    for (auto const& [step, expected] : steps) {
+        calls = 0;
+        last_call = ~std::size_t{0};
+        step();
+        EXPECT_EQ(calls, expected);
+        calls = 0;
+        last_call = 5;
+        EXPECT_THROW(step(), Stopped);
+        EXPECT_EQ(calls, 5U);
+    }
 }
 
 } // namespace

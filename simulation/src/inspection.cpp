@@ -1,4 +1,4 @@
-#include "simulation/inspection.hpp"
+#include "veldrane_mrv/polarization/inspection.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <numbers>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 namespace {
-
-namespace polarization = veldrane_mrv::polarization;
 
 // Neighbouring phases put the polariser 45 degrees apart at best. A third of that as the largest
 // error of alignment leaves the second best beyond reach.
@@ -22,7 +20,7 @@ constexpr double least_degree = 0.3;
 
 constexpr std::array customary_depths{8, 10, 12, 14, 16};
 
-std::vector<std::size_t> count_values(polarization::Frame_view const& frame) {
+std::vector<std::size_t> count_values(Frame_view const& frame) {
     std::vector<std::size_t> counts(65536, 0);
     for (std::uint16_t const sample : frame.samples()) {
         ++counts[sample];
@@ -65,7 +63,7 @@ unsigned saturation_level(Inspection const& inspection) {
     return inspection.full_scale() & (~0U << (depth.shift + zeros));
 }
 
-std::array<Position_means, 4> position_means(polarization::Frame_view const& frame) {
+std::array<Position_means, 4> position_means(Frame_view const& frame) {
     std::array<std::uint64_t, 4> sums{};
     std::array<std::uint64_t, 4> counts{};
     std::array<Position_means, 4> positions;
@@ -73,7 +71,7 @@ std::array<Position_means, 4> position_means(polarization::Frame_view const& fra
     for (std::size_t row = 0; row < frame.height(); ++row) {
         auto const samples = frame.row(row);
         for (std::size_t column = 0; column < samples.size(); ++column) {
-            std::size_t const position = polarization::cell_position(row, column);
+            std::size_t const position = cell_position(row, column);
             unsigned const sample = samples[column];
             sums[position] += sample;
             ++counts[position];
@@ -100,8 +98,8 @@ double distance(double a, double b) {
 
 // Sum over the cell of each mean times a function of the angle of its polariser.
 double projected(
-    std::array<Position_means, 4> const& positions, polarization::Mosaic const& mosaic,
-    int positive, int negative) {
+    std::array<Position_means, 4> const& positions, Mosaic const& mosaic, int positive,
+    int negative) {
     double sum = 0.0;
     for (std::size_t position = 0; position < positions.size(); ++position) {
         int const angle = mosaic.layout()[position];
@@ -147,9 +145,8 @@ unsigned Inspection::full_scale() const {
 }
 
 Inspection inspect(
-    polarization::Frame_view const& frame, std::optional<int> bit_depth,
-    std::size_t histogram_steps) {
-    polarization::Balance const balance = polarization::check_balance(frame);
+    Frame_view const& frame, std::optional<int> bit_depth, std::size_t histogram_steps) {
+    Balance const balance = check_balance(frame);
     std::vector<std::size_t> const counts = count_values(frame);
     Inspection result{
         .height = frame.height(),
@@ -191,7 +188,7 @@ Phase_answer phase_behind_polariser(
     for (Position_means const& position : positions) {
         total += position.mean;
     }
-    for (polarization::Mosaic const& mosaic : polarization::all_mosaics()) {
+    for (Mosaic const& mosaic : all_mosaics()) {
         double const s1 = projected(positions, mosaic, 0, 90);
         double const s2 = projected(positions, mosaic, 45, 135);
         double const angle = half_turn(0.5 * std::atan2(s2, s1) * 180.0 / std::numbers::pi);
@@ -213,4 +210,4 @@ Phase_answer phase_behind_polariser(
     return answer;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

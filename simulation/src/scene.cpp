@@ -1,9 +1,9 @@
-#include "simulation/scene.hpp"
+#include "veldrane_mrv/polarization/scene.hpp"
 
 #include <algorithm>
 #include <cmath>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 namespace {
 
 constexpr double glass_index = 1.5;
@@ -142,4 +142,4 @@ Stokes Scene::at(std::size_t row, std::size_t column) const {
     return mixed;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

@@ -2,20 +2,21 @@
 /// Raw frames as a sensor with a polariser mosaic would record them.
 #pragma once
 
-#include "input/frame.hpp"
-#include "simulation/scene.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/frame.hpp"
+#include "veldrane_mrv/polarization/scene.hpp"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 
 /// One for each position in the mosaic's cell.
-using Analysers = std::array<polarization::Analyser, 4>;
+using Analysers = std::array<Analyser, 4>;
 
 struct Simulation_settings {
     std::size_t width = 2448;
@@ -46,10 +47,12 @@ struct Simulation {
 /// Light at every pixel, row by row, in sample units.
 using Light = std::vector<Stokes>;
 
+/// Called once a row or every few thousand pixels; what it throws ends the work.
+using Stop_check = std::function<void()>;
+
 /// The scene. The brightest noise-free sample of ideal analysers reaches 80 per cent of the full
 /// scale 2^bit_depth - 1.
-/// @throws Interrupted
-Light scene_light(Simulation_settings const& settings);
+Light scene_light(Simulation_settings const& settings, Stop_check const& check_stop = nullptr);
 
 /// A uniform source behind a polariser with its axis at `angle` degrees; an ideal analyser along it
 /// passes 80 per cent of the full scale.
@@ -57,10 +60,11 @@ Light uniform_light(Simulation_settings const& settings, double angle);
 
 /// What the sensor records of it. Noise never brings a sample to the full scale. Frames of other
 /// numbers differ by their noise.
-/// @throws Interrupted
-Frame record(Light const& light, Simulation_settings const& settings, std::uint64_t number = 0);
+Frame record(
+    Light const& light, Simulation_settings const& settings, std::uint64_t number = 0,
+    Stop_check const& check_stop = nullptr);
 
-Truth truth_of(Light const& light);
+Truth truth_of(Light const& light, Stop_check const& check_stop = nullptr);
 
 /// One frame of the scene and its truth. The same settings give the same, bit for bit.
 Simulation simulate(Simulation_settings const& settings);
@@ -81,4 +85,4 @@ Analysers imperfect_analysers(int phase, Analyser_spread const& spread);
 /// alone, so that no order of evaluation can change a frame.
 double normal_deviate(std::uint64_t seed, std::uint64_t draw);
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization
