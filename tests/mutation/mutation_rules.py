@@ -206,7 +206,7 @@ def exchanged_neighbours(code):
             yield from exchange(elements)
 
 
-FLAG = r"(?:Same|Want|Height|Width)_\w+"
+FLAG = r"(?:Same|Want)_\w+"
 
 
 def exchanged_flags(code):
