@@ -100,25 +100,24 @@ void Calibrated_transform::Strip::reserve(std::size_t pixels, Plane_set const& w
         memory.resize(std::max(memory.size(), elements));
     };
     enlarge(samples, pixels);
-    for (Plane const plane : wanted.list()) {
-        if (plane == Plane::normalized_stokes) {
-            enlarge(normalized_stokes, 2 * pixels);
-        } else {
-            enlarge(integer_planes[static_cast<std::size_t>(plane)], pixels);
-        }
-    }
+    for_each_plane(
+        [&](Plane plane, auto& memory) {
+            if (wanted.contains(plane)) {
+                enlarge(memory, elements_per_pixel(plane) * pixels);
+            }
+        },
+        planes);
 }
 
 Plane_views Calibrated_transform::Strip::views(std::size_t pixels, Plane_set const& wanted) {
     Plane_views views;
-    for (Plane const plane : wanted.list()) {
-        if (plane == Plane::normalized_stokes) {
-            views.normalized_stokes = std::span{normalized_stokes}.first(2 * pixels);
-        } else {
-            views.integer_plane(plane) =
-                std::span{integer_planes[static_cast<std::size_t>(plane)]}.first(pixels);
-        }
-    }
+    for_each_plane(
+        [&](Plane plane, auto& view, auto& memory) {
+            if (wanted.contains(plane)) {
+                view = std::span{memory}.first(elements_per_pixel(plane) * pixels);
+            }
+        },
+        views, planes);
     return views;
 }
 
@@ -134,14 +133,13 @@ void Calibrated_transform::process_in_strips(Frame_view const& frame, Plane_view
             strip_width, height);
         Plane_views const strip_planes = strip_.views(strip_width * height, wanted);
         call_processor({strip_.samples.data(), height, strip_width}, settings_, strip_planes);
-        for (Plane const plane : wanted.list()) {
-            if (plane == Plane::normalized_stokes) {
-                join<2>(planes.normalized_stokes, strip_planes.normalized_stokes, range, frame);
-            } else {
-                join<1>(
-                    planes.integer_plane(plane), strip_planes.integer_plane(plane), range, frame);
-            }
-        }
+        for_each_plane(
+            [&](auto plane, auto elements, auto of_strip) {
+                if (!elements.empty()) {
+                    join<elements_per_pixel(plane)>(elements, of_strip, range, frame);
+                }
+            },
+            planes, strip_planes);
         column = range.kept.end;
     }
 }
@@ -163,14 +161,14 @@ void Calibrated_transform::mend_final_pixel(
         frame(row, column)};
     Planes corner{2, 2, planes.wanted()};
     call_processor({samples, 2, 2}, corner_settings, corner.views());
-    for (Plane const plane : planes.wanted().list()) {
-        if (plane == Plane::normalized_stokes) {
-            std::ranges::copy(
-                corner.normalized_stokes().last(2), planes.normalized_stokes.last(2).begin());
-        } else {
-            planes.integer_plane(plane).back() = corner.integer_plane(plane).back();
-        }
-    }
+    for_each_plane(
+        [](Plane plane, auto elements, auto of_corner) {
+            if (!elements.empty()) {
+                std::size_t const count = elements_per_pixel(plane);
+                std::ranges::copy(of_corner.last(count), elements.last(count).begin());
+            }
+        },
+        planes, corner.views());
 }
 
 } // namespace veldrane_mrv::polarization

@@ -7,6 +7,13 @@
 #include <string>
 
 namespace veldrane_mrv::polarization {
+namespace {
+
+std::string title_of(std::string_view buffer) {
+    return buffer.empty() ? "the frame" : "the plane " + std::string{buffer};
+}
+
+} // namespace
 
 void check_frame_size(Frame_view const& frame) {
     if (frame.height() < 2) {
@@ -26,7 +33,7 @@ void check_plane(std::string_view name, std::span<Element> plane, std::size_t el
     if (plane.empty()) {
         return;
     }
-    std::string const argument = "the plane " + std::string{name};
+    std::string const argument = title_of(name);
     if (plane.data() == nullptr) {
         throw Argument_error{argument, "null", "give its memory, or an empty span for none"};
     }
@@ -47,14 +54,12 @@ template void check_plane(std::string_view, std::span<std::int32_t>, std::size_t
 template void check_plane(std::string_view, std::span<float>, std::size_t);
 
 std::vector<Buffer> buffers_of(Frame_view const& frame, Plane_views const& planes) {
-    return {
-        {"the frame", frame.samples()},
-        {"the plane s0", planes.s0},
-        {"the plane s1", planes.s1},
-        {"the plane s2", planes.s2},
-        {"the plane azimuth", planes.azimuth},
-        {"the plane dolp", planes.dolp},
-        {"the plane normalized_stokes", planes.normalized_stokes}};
+    std::vector<Buffer> buffers{{"", frame.samples()}};
+    buffers.reserve(1 + every_plane.size());
+    for_each_plane(
+        [&](Plane plane, auto elements) { buffers.emplace_back(name_of(plane), elements); },
+        planes);
+    return buffers;
 }
 
 void check_overlap(std::vector<Buffer> buffers) {
@@ -65,7 +70,7 @@ void check_overlap(std::vector<Buffer> buffers) {
         Buffer const& upper = buffers[next];
         if (upper.begin - lower.begin < lower.bytes) {
             throw Argument_error{
-                std::string{upper.name}, "in the same memory as " + std::string{lower.name},
+                title_of(upper.name), "in the same memory as " + title_of(lower.name),
                 "give every buffer memory of its own"};
         }
     }
@@ -73,14 +78,11 @@ void check_overlap(std::vector<Buffer> buffers) {
 
 void check_call(Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
     check_frame_size(frame);
-    for (Plane const plane : every_plane) {
-        std::size_t const needed = elements_per_pixel(plane) * frame.pixels();
-        if (plane == Plane::normalized_stokes) {
-            check_plane(name_of(plane), planes.normalized_stokes, needed);
-        } else {
-            check_plane(name_of(plane), planes.integer_plane(plane), needed);
-        }
-    }
+    for_each_plane(
+        [&](Plane plane, auto elements) {
+            check_plane(name_of(plane), elements, elements_per_pixel(plane) * frame.pixels());
+        },
+        planes);
     check_overlap(buffers_of(frame, planes));
     check(settings.matrices);
     check(processor_features());

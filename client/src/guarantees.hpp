@@ -14,6 +14,7 @@ namespace veldrane_mrv::polarization {
 
 /// Memory that a call reads or writes.
 struct Buffer {
+    /// Of a plane; empty for the frame.
     std::string_view name;
     std::uintptr_t begin;
     std::size_t bytes;

@@ -30,11 +30,11 @@ Plane_set parse_planes(std::string_view list) {
     for (std::size_t start = 0; start <= list.size();) {
         std::size_t const end = std::min(list.find(',', start), list.size());
         std::string_view const name = list.substr(start, end - start);
-        auto const plane = std::ranges::find(every_plane, name, name_of);
-        if (plane == every_plane.end()) {
+        auto const found = std::ranges::find(plane_table, name, &Plane_description::name);
+        if (found == plane_table.end()) {
             refuse(list);
         }
-        set.insert(*plane);
+        set.insert(found->plane);
         start = end + 1;
     }
     return set;

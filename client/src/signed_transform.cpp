@@ -31,8 +31,8 @@ void check_signed_call(
     check_plane("signed s1", signed_planes.s1, frame.pixels());
     check_plane("signed s2", signed_planes.s2, frame.pixels());
     std::vector<Buffer> buffers = buffers_of(frame, planes);
-    buffers.emplace_back("the plane signed s1", signed_planes.s1);
-    buffers.emplace_back("the plane signed s2", signed_planes.s2);
+    buffers.emplace_back("signed s1", signed_planes.s1);
+    buffers.emplace_back("signed s2", signed_planes.s2);
     check_overlap(std::move(buffers));
     if (!signed_planes.s1.empty() || !signed_planes.s2.empty()) {
         check_rounding_mode();

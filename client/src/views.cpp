@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <limits>
 #include <string>
+#include <type_traits>
 
 namespace veldrane_mrv::polarization {
 namespace {
@@ -38,25 +39,22 @@ void check_address(std::uint16_t const* samples) {
     }
 }
 
-// Indices of the integer planes follow the enumerators.
-template <class Views>
-auto& member_of(Views& views, Plane plane) {
-    switch (plane) {
-    case Plane::s0:
-        return views.s0;
-    case Plane::s1:
-        return views.s1;
-    case Plane::s2:
-        return views.s2;
-    case Plane::azimuth:
-        return views.azimuth;
-    case Plane::dolp:
-        return views.dolp;
-    case Plane::normalized_stokes:
-        break;
+template <class Set>
+auto& integer_member(Set& set, Plane plane) {
+    using Member = std::remove_reference_t<decltype((set.s0))>;
+    auto const address = []<class Any>(Plane, Any& member) -> Member* {
+        if constexpr (std::is_same_v<Any, Member>) {
+            return &member;
+        } else {
+            return nullptr;
+        }
+    };
+    Member* const member = visit_plane(plane, address, set);
+    if (member == nullptr) {
+        throw Argument_error{
+            "the plane", std::string{name_of(plane)}, "ask for one of the five 16-bit planes"};
     }
-    throw Argument_error{
-        "the plane", std::string{name_of(plane)}, "ask for one of the five 16-bit planes"};
+    return *member;
 }
 
 } // namespace
@@ -79,48 +77,50 @@ Frame_view::Frame_view(std::uint16_t const* samples, std::size_t height, std::si
 }
 
 std::span<std::uint16_t>& Plane_views::integer_plane(Plane plane) {
-    return member_of(*this, plane);
+    return integer_member(*this, plane);
 }
 
 std::span<std::uint16_t> Plane_views::integer_plane(Plane plane) const {
-    return member_of(*this, plane);
+    return integer_member(*this, plane);
 }
 
 Plane_set Plane_views::wanted() const {
     Plane_set set;
-    for (Plane const plane : every_plane) {
-        bool const is_wanted = plane == Plane::normalized_stokes ? !normalized_stokes.empty()
-                                                                 : !integer_plane(plane).empty();
-        if (is_wanted) {
-            set.insert(plane);
-        }
-    }
+    for_each_plane(
+        [&](Plane plane, auto elements) {
+            if (!elements.empty()) {
+                set.insert(plane);
+            }
+        },
+        *this);
     return set;
 }
 
 Planes::Planes(std::size_t height, std::size_t width, Plane_set wanted)
     : height_{height}, width_{width}, wanted_{wanted} {
     check_size(height, width);
-    for (Plane const plane : wanted.list()) {
-        if (plane == Plane::normalized_stokes) {
-            normalized_stokes_.assign(2 * height * width, std::numeric_limits<float>::quiet_NaN());
-        } else {
-            integer_planes_[static_cast<std::size_t>(plane)].assign(height * width, 0);
-        }
-    }
+    for_each_plane(
+        [&]<class Element>(auto plane, std::vector<Element>& elements) {
+            static_assert(element_type_of<Element> == description_of(plane).element);
+            if (wanted.contains(plane)) {
+                // That of an integer is 0.
+                elements.assign(
+                    elements_per_pixel(plane) * height * width,
+                    std::numeric_limits<Element>::quiet_NaN());
+            }
+        },
+        memory_);
 }
 
 Plane_views Planes::views() {
-    return {integer_planes_[0], integer_planes_[1], integer_planes_[2],
-            integer_planes_[3], integer_planes_[4], normalized_stokes_};
+    Plane_views views;
+    for_each_plane(
+        [](Plane, auto& view, auto& elements) { view = elements; }, views, memory_);
+    return views;
 }
 
 std::span<std::uint16_t const> Planes::integer_plane(Plane plane) const {
-    if (plane == Plane::normalized_stokes) {
-        throw Argument_error{
-            "the plane", std::string{name_of(plane)}, "ask for one of the five 16-bit planes"};
-    }
-    return integer_planes_[static_cast<std::size_t>(plane)];
+    return integer_member(memory_, plane);
 }
 
 } // namespace veldrane_mrv::polarization

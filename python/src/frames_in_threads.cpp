@@ -21,9 +21,11 @@ namespace {
 namespace polarization = veldrane_mrv::polarization;
 
 polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
-    auto const& of = targets.integer_planes;
-    return {of[0].frame(index), of[1].frame(index), of[2].frame(index),
-            of[3].frame(index), of[4].frame(index), targets.normalized_stokes.frame(index)};
+    polarization::Plane_views planes;
+    polarization::for_each_plane(
+        [&](polarization::Plane, auto& view, auto const& series) { view = series.frame(index); },
+        planes, targets.planes);
+    return planes;
 }
 
 /// What one frame in flight needs.

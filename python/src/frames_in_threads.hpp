@@ -7,7 +7,6 @@
 #include "veldrane_mrv/polarization/transform.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -28,9 +27,7 @@ struct Frame_series {
 
 /// Where planes go; those without data are not wanted.
 struct Targets {
-    /// S0, S1, S2, azimuth, DoLP.
-    std::array<Frame_series<std::uint16_t>, 5> integer_planes;
-    Frame_series<float> normalized_stokes;
+    veldrane_mrv::polarization::Per_plane<Frame_series> planes;
     Frame_series<std::int32_t> signed_s1;
     Frame_series<std::int32_t> signed_s2;
 };

@@ -25,26 +25,40 @@ namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 using py::detail::npy_api;
 
+int type_number_of(polarization::Element_type type) {
+    switch (type) {
+    case polarization::Element_type::uint16:
+        return npy_api::NPY_UINT16_;
+    case polarization::Element_type::int32:
+        return npy_api::NPY_INT32_;
+    case polarization::Element_type::float32:
+        break;
+    }
+    return npy_api::NPY_FLOAT_;
+}
+
 /// A plane that was asked for.
 struct Wanted_plane {
     py::object name;
     polarization::Plane plane;
     bool is_signed;
     int type_number;
-    /// 2 for pairs.
     py::ssize_t elements_per_pixel;
 
     Wanted_plane(py::handle of_name, bool signed_stokes)
-        : name{py::reinterpret_borrow<py::object>(of_name)},
-          plane{polarization::parse_planes(of_name.cast<std::string>()).list().front()},
-          is_signed{
-              signed_stokes &&
-              (plane == polarization::Plane::s1 || plane == polarization::Plane::s2)},
-          type_number{
-              plane == polarization::Plane::normalized_stokes ? npy_api::NPY_FLOAT_
-              : is_signed                                     ? npy_api::NPY_INT32_
-                                                              : npy_api::NPY_UINT16_},
-          elements_per_pixel{plane == polarization::Plane::normalized_stokes ? 2 : 1} {}
+        : Wanted_plane{
+              of_name,
+              polarization::description_of(
+                  polarization::parse_planes(of_name.cast<std::string>()).list().front()),
+              signed_stokes} {}
+
+private:
+    Wanted_plane(
+        py::handle of_name, polarization::Plane_description const& about, bool signed_stokes)
+        : name{py::reinterpret_borrow<py::object>(of_name)}, plane{about.plane},
+          is_signed{signed_stokes && about.signed_element != about.element},
+          type_number{type_number_of(is_signed ? about.signed_element : about.element)},
+          elements_per_pixel{static_cast<py::ssize_t>(about.elements_per_pixel)} {}
 };
 
 /// Where an array's elements lie, from the lowest to behind the highest byte.
@@ -69,10 +83,10 @@ bool holds(py::array const& array, int type_number) {
 }
 
 bool has_shape_of_plane(Wanted_plane const& wanted, py::array const& array, py::array const& raw) {
-    bool const is_pair = wanted.elements_per_pixel == 2;
-    return array.ndim() == raw.ndim() + (is_pair ? 1 : 0) &&
+    bool const has_several = wanted.elements_per_pixel > 1;
+    return array.ndim() == raw.ndim() + (has_several ? 1 : 0) &&
            std::equal(raw.shape(), raw.shape() + raw.ndim(), array.shape()) &&
-           (!is_pair || array.shape(raw.ndim()) == 2);
+           (!has_several || array.shape(raw.ndim()) == wanted.elements_per_pixel);
 }
 
 bool can_take(Wanted_plane const& wanted, py::array const& array, py::array const& raw) {
@@ -186,16 +200,20 @@ private:
         for (Wanted_plane const& wanted : planes_) {
             py::array array = arrays[wanted.name];
             void* const data = array.mutable_data();
-            if (wanted.plane == polarization::Plane::normalized_stokes) {
-                targets.normalized_stokes = {static_cast<float*>(data), 2 * pixels};
-            } else if (wanted.is_signed) {
+            if (wanted.is_signed) {
                 (wanted.plane == polarization::Plane::s1
                      ? targets.signed_s1
                      : targets.signed_s2) = {static_cast<std::int32_t*>(data), pixels};
-            } else {
-                targets.integer_planes[static_cast<std::size_t>(wanted.plane)] = {
-                    static_cast<std::uint16_t*>(data), pixels};
+                continue;
             }
+            polarization::visit_plane(
+                wanted.plane,
+                [&]<class Element>(polarization::Plane plane, Frame_series<Element>& series) {
+                    series = {
+                        static_cast<Element*>(data),
+                        polarization::elements_per_pixel(plane) * pixels};
+                },
+                targets.planes);
         }
         py::gil_scoped_release const unlocked;
         process_frames(frames, targets, settings_, mode_, threads, Interruption_check{});
@@ -206,9 +224,26 @@ private:
     std::vector<Wanted_plane> planes_;
 };
 
+// By the planes' names, in their order.
+py::dict plane_table() {
+    py::object const description =
+        py::module_::import("collections")
+            .attr("namedtuple")(
+                "Plane_description", "dtype signed_dtype elements_per_pixel is_packed unit "
+                                     "title meaning undefined");
+    py::dict table;
+    for (polarization::Plane_description const& about : polarization::plane_table) {
+        table[py::str{about.name}] = description(
+            name_of(about.element), name_of(about.signed_element), about.elements_per_pixel,
+            about.is_packed, about.unit, about.title, about.meaning, about.undefined);
+    }
+    return table;
+}
+
 } // namespace
 
 void bind_plan(py::module_& module) {
+    module.attr("plane_table") = plane_table();
     bound_class<Plan>(module, "Plan")
         .def(
             py::init<

@@ -12,7 +12,7 @@ import numpy.typing as npt
 
 from . import _native
 
-PLANES = ("s0", "s1", "s2", "azimuth", "dolp", "normalized_stokes")
+PLANES = tuple(_native.plane_table)
 
 Layout = Union[int, str, Iterable[int]]
 Array = npt.NDArray[Any]
@@ -158,13 +158,13 @@ def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:
 
 
 def plane_dtype(name: str, signed: bool) -> np.dtype[Any]:
-    if name == "normalized_stokes":
-        return np.dtype(np.float32)
-    return np.dtype(np.int32 if signed and name in ("s1", "s2") else np.uint16)
+    about = _native.plane_table[name]
+    return np.dtype(about.signed_dtype if signed else about.dtype)
 
 
 def plane_shape(name: str, shape: tuple[int, ...]) -> tuple[int, ...]:
-    return (*shape, 2) if name == "normalized_stokes" else shape
+    count = _native.plane_table[name].elements_per_pixel
+    return (*shape, count) if count > 1 else shape
 
 
 def new_planes(raw: Array, planes: tuple[str, ...], signed: bool) -> dict[str, Array]:

@@ -1,10 +1,12 @@
 from pathlib import Path
-from typing import Any, Never, Optional
+from typing import Any, NamedTuple, Never, Optional
 
 import numpy as np
 import numpy.typing as npt
 
 from ._arguments import Layout
+
+plane_table: dict[str, Plane_description]
 
 class Scale:
     def __init__(self, bit_depth: int, full_scale: Optional[int] = None) -> None: ...
@@ -80,6 +82,16 @@ class Calibration:
     def time(self) -> str: ...
     def of_region(self, row_offset: int, column_offset: int) -> Calibration: ...
     def _of_region(self, row_offset: int, column_offset: int) -> Calibration: ...
+
+class Plane_description(NamedTuple):
+    dtype: str
+    signed_dtype: str
+    elements_per_pixel: int
+    is_packed: bool
+    unit: str
+    title: str
+    meaning: str
+    undefined: str
 
 def software_version() -> str: ...
 def processor_identification() -> str: ...

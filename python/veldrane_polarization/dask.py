@@ -126,13 +126,14 @@ def _take(block: dict[str, Array], *, name: str) -> Array:
 
 def _plane(graph: Any, blocks: str, name: str, frames: Any, token: str, signed: bool) -> Any:
     key = f"{name}-{token}"
-    tail = (0,) * (3 if name == "normalized_stokes" else 2)
+    inner = _arguments.plane_shape(name, ())  # of a pixel
+    tail = (0,) * (2 + len(inner))
     take = functools.partial(_take, name=name)
     layer = {
         (key, number, *tail): (take, (blocks, number)) for number in range(len(frames.chunks[0]))
     }
     layers = {**graph.layers, key: layer}
     dependencies = {**graph.dependencies, key: {blocks}}
-    shape_of_chunks = frames.chunks + (((2,),) if name == "normalized_stokes" else ())
+    shape_of_chunks = (*frames.chunks, *((count,) for count in inner))
     meta = np.empty((0,) * len(shape_of_chunks), _arguments.plane_dtype(name, signed))
     return da.Array(HighLevelGraph(layers, dependencies), key, shape_of_chunks, meta=meta)

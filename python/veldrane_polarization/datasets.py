@@ -8,35 +8,13 @@ from typing import Any, Optional
 import numpy as np
 
 from . import _arguments
-from ._native import software_version
+from ._native import plane_table, software_version
 from ._processing import Result
 
 __all__ = ["to_dataset"]
 
-LONG_NAMES = {
-    "s0": "total intensity",
-    "s1": "linear Stokes quantity S1, I(0) - I(90)",
-    "s2": "linear Stokes quantity S2, I(45) - I(135)",
-    "azimuth": "angle of linear polarisation",
-    "dolp": "degree of linear polarisation",
-    "normalized_stokes": "S1 / S0 and S2 / S0",
-}
 _ZERO = "0 along the rows, counter-clockwise on a picture whose row 0 is at the top"
 _POSITIVE_HALF = "positive half; a negative value is stored as 0"
-_MEANINGS = {
-    "s0": "total intensity, half the sum of the four samples of a cell",
-    "s1": "I(0) - I(90), linear Stokes quantity",
-    "s2": "I(45) - I(135), linear Stokes quantity",
-    "azimuth": "angle of linear polarisation",
-    "dolp": "degree of linear polarisation",
-    "normalized_stokes": "S1 / S0 and S2 / S0, two numbers a pixel",
-}
-_UNDEFINED = {
-    "azimuth": "the number of the angle 0 where S1 and S2 are 0",
-    "dolp": "0 where S0 is 0",
-    "normalized_stokes": "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity "
-    "where another one is",
-}
 _PACKED = (
     "as the processor packs them; at the pixel's own place only in frames of two rows or fewer "
     "than 32 columns; NaN where nothing is stored"
@@ -45,16 +23,17 @@ _PACKED = (
 
 def plane_attributes(result: Result, name: str) -> dict[str, Any]:
     """What the numbers of a stored plane mean: number * scale_factor + add_offset, in units."""
-    attributes: dict[str, Any] = {"long_name": LONG_NAMES[name]}
+    about = plane_table[name]
+    attributes: dict[str, Any] = {"long_name": about.title}
     full_scale = result.scale.full_scale
-    if name == "azimuth":
+    if about.dtype == "float32":
+        attributes |= {"units": about.unit}
+    elif name == "azimuth":
         attributes |= {"units": "degree", "scale_factor": 180 / full_scale, "add_offset": -90.0}
         attributes |= {"comment": f"modulo 180 degrees; {_ZERO}", "valid_max": full_scale}
     elif name == "dolp":
         attributes |= {"units": "1", "scale_factor": 1 / full_scale, "add_offset": 0.0}
         attributes["valid_max"] = full_scale
-    elif name == "normalized_stokes":
-        attributes |= {"units": "1"}
     else:
         step = result.scale.sample_units_per_step
         attributes |= {"units": "count", "scale_factor": step, "add_offset": 0.0}
@@ -68,12 +47,12 @@ def plane_attributes(result: Result, name: str) -> dict[str, Any]:
 
 def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
     """The same in the words of the command line's sidecars; what is null there is left out."""
+    about = plane_table[name]
     numbers = plane_attributes(result, name)
-    unit = {"count": "sample"}.get(numbers["units"], numbers["units"])
-    attributes: dict[str, Any] = {"plane": name, "meaning": _MEANINGS[name], "unit": unit}
+    attributes: dict[str, Any] = {"plane": name, "meaning": about.meaning, "unit": about.unit}
     attributes |= {"step": numbers.get("scale_factor", 1.0), "value": "number * step - offset"}
     attributes["offset"] = 90.0 if name == "azimuth" else 0.0
-    if name != "normalized_stokes":
+    if about.dtype != "float32":
         attributes["full_scale"] = result.scale.full_scale
     if name == "azimuth":
         attributes[
@@ -83,9 +62,9 @@ def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
         attributes["range"] = "cut off at the full scale"
     elif name in ("s1", "s2"):
         attributes["range"] = "signed" if result.signed else _POSITIVE_HALF
-    if name in _UNDEFINED:
-        attributes["undefined"] = _UNDEFINED[name]
-    is_packed = name == "normalized_stokes" and result.mode == "fast"
+    if about.undefined:
+        attributes["undefined"] = about.undefined
+    is_packed = about.is_packed and result.mode == "fast"
     attributes["placement"] = _PACKED if is_packed else "row by row, each number at its pixel"
     height, width = result[name].shape[1:3]
     if height % 2 == width % 2:
@@ -105,7 +84,7 @@ def is_at_pixels(name: str, mode: str, height: int, width: int) -> bool:
     The processor packs `normalized_stokes` wherever it works with vectors; calibrated mode puts the
     numbers back.
     """
-    return name != "normalized_stokes" or mode != "fast" or height <= 2 or width < 32
+    return not plane_table[name].is_packed or mode != "fast" or height <= 2 or width < 32
 
 
 def common_attributes(result: Result) -> dict[str, Any]:
@@ -163,9 +142,9 @@ def to_dataset(
     if not isinstance(result, Result):
         raise TypeError(f"result is a {type(result).__name__}; give what process returned")
     _arguments.choice("unit", unit, ("radians", "degrees"))
-    shape = result[result.planes[0]].shape
-    if result.planes[0] == "normalized_stokes":
-        shape = shape[:-1]
+    first = result.planes[0]
+    shape = result[first].shape
+    shape = shape[: len(shape) - len(_arguments.plane_shape(first, ()))]
     for name in result.planes:
         if not is_at_pixels(name, result.mode, *shape[-2:]):
             raise ValueError(
@@ -179,16 +158,17 @@ def to_dataset(
         raise ValueError(f"times has the shape {moments.shape}; give {count}, one a frame")
     variables: dict[str, Any] = {}
     for name in result.planes:
-        attributes = {"long_name": LONG_NAMES[name], "units": "count"}
+        about = plane_table[name]
+        attributes = {"long_name": about.title, "units": "count"}
         dims: tuple[str, ...] = ("time", "y", "x")
         if name == "azimuth":
             attributes |= {"units": unit[:-1], "comment": _ZERO}
             variables["angle"] = dims, result.angle(unit).reshape(frames), attributes
         elif name == "dolp":
-            variables["degree"] = dims, result.degree().reshape(frames), attributes | {"units": "1"}
-        elif name == "normalized_stokes":
-            pairs = result[name].reshape(*frames, 2)
-            variables[name] = (*dims, "component"), pairs, attributes | {"units": "1"}
+            variables["degree"] = dims, result.degree().reshape(frames), attributes | {"units": about.unit}
+        elif about.elements_per_pixel > 1:
+            pairs = result[name].reshape(*frames, about.elements_per_pixel)
+            variables[name] = (*dims, "component"), pairs, attributes | {"units": about.unit}
         else:
             if name != "s0" and not result.signed:
                 attributes["comment"] = _POSITIVE_HALF

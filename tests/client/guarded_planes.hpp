@@ -36,11 +36,12 @@ public:
             std::size_t const bytes = pixels * bytes_per_pixel(plane);
             std::byte* const memory = pages(plane)->guarded(bytes, edge);
             support::fill_plane({memory, bytes}, support::Fill::plain);
-            if (plane == polarization::Plane::normalized_stokes) {
-                views.normalized_stokes = {reinterpret_cast<float*>(memory), 2 * pixels};
-            } else {
-                views.integer_plane(plane) = {reinterpret_cast<std::uint16_t*>(memory), pixels};
-            }
+            polarization::visit_plane(
+                plane,
+                [&]<class Element>(auto, std::span<Element>& view) {
+                    view = {reinterpret_cast<Element*>(memory), bytes / sizeof(Element)};
+                },
+                views);
         }
         return views;
     }
@@ -57,9 +58,12 @@ public:
 
     static std::span<std::byte const> bytes_of(
         polarization::Plane_views const& views, polarization::Plane plane) {
-        return plane == polarization::Plane::normalized_stokes
-                   ? std::as_bytes(views.normalized_stokes)
-                   : std::as_bytes(views.integer_plane(plane));
+        return polarization::visit_plane(
+            plane,
+            [](auto, auto elements) -> std::span<std::byte const> {
+                return std::as_bytes(elements);
+            },
+            views);
     }
 
 private:

@@ -9,6 +9,29 @@ namespace {
 
 using namespace veldrane_mrv::polarization;
 
+TEST(Plane_table, stands_in_the_order_of_the_enumerators) {
+    for (std::size_t index = 0; index < plane_table.size(); ++index) {
+        EXPECT_EQ(static_cast<std::size_t>(plane_table[index].plane), index);
+        EXPECT_EQ(every_plane[index], plane_table[index].plane);
+    }
+}
+
+TEST(Plane_table, tells_the_members_that_planes_are_visited_with) {
+    Per_plane<std::vector> vectors;
+    std::size_t visited = 0;
+    for_each_plane(
+        [&]<class Element>(auto plane, std::vector<Element>& elements) {
+            static_assert(element_type_of<Element> == description_of(plane).element);
+            elements.resize(elements_per_pixel(plane));
+            EXPECT_EQ(static_cast<std::size_t>(Plane{plane}), visited++);
+        },
+        vectors);
+    EXPECT_EQ(visited, 6);
+    EXPECT_EQ(vectors.s0.size() + vectors.s1.size() + vectors.s2.size(), 3);
+    EXPECT_EQ(vectors.azimuth.size() + vectors.dolp.size(), 2);
+    EXPECT_EQ(vectors.normalized_stokes.size(), 2);
+}
+
 TEST(Plane_set, holds_what_was_inserted) {
     Plane_set set{Plane::s1, Plane::dolp};
     EXPECT_TRUE(set.contains(Plane::s1));

@@ -31,14 +31,15 @@ def form_of(name: str, compressor: Any, settings: Settings, recording: Recording
             "fill_value": 0,
         }
     shape = _arguments.plane_shape(name, recording.shape)
+    dtype = _arguments.plane_dtype(name, settings.signed)
     # xarray takes the fill value for one that stands for nothing, and every number of the integer
     # planes stands for something.
     return common | {
         "shape": (recording.count, *shape),
         "chunks": (1, *shape),
-        "dtype": _arguments.plane_dtype(name, settings.signed),
+        "dtype": dtype,
         "compressor": compressor,
-        "fill_value": float("nan") if name == "normalized_stokes" else None,
+        "fill_value": float("nan") if dtype.kind == "f" else None,
     }
 
 

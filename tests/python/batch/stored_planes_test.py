@@ -61,7 +61,7 @@ def test_values_are_scale_times_number_plus_offset_zeros_included(tmp_path, sign
         numbers = group[name][:]
         attributes = dict(group[name].attrs)
         assert attributes["units"] == data[name].attrs["units"] == units
-        assert attributes["long_name"] == datasets.LONG_NAMES[name]
+        assert attributes["long_name"] == vp._native.plane_table[name].title
         if name == "normalized_stokes":
             assert "scale_factor" not in attributes and np.isnan(group[name].fill_value)
             np.testing.assert_array_equal(data[name], numbers)

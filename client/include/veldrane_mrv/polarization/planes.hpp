@@ -2,31 +2,130 @@
 /// The six planes that a frame can be turned into, and sets of them.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace veldrane_mrv::polarization {
 
-/// All but `normalized_stokes` hold one unsigned 16-bit element a pixel, that one two floats.
 enum class Plane : unsigned { s0, s1, s2, azimuth, dolp, normalized_stokes };
 
-inline constexpr std::array every_plane{Plane::s0,      Plane::s1,   Plane::s2,
-                                        Plane::azimuth, Plane::dolp, Plane::normalized_stokes};
+enum class Element_type { uint16, int32, float32 };
 
-/// "s0", "s1", "s2", "azimuth", "dolp" or "normalized_stokes": the names that `parse_planes` takes.
-constexpr std::string_view name_of(Plane plane) {
-    constexpr std::array<std::string_view, every_plane.size()> names{
-        "s0", "s1", "s2", "azimuth", "dolp", "normalized_stokes"};
-    return names[static_cast<unsigned>(plane)];
+/// "uint16", "int32" or "float32", as NumPy has it.
+constexpr std::string_view name_of(Element_type type) {
+    constexpr std::array<std::string_view, 3> names{"uint16", "int32", "float32"};
+    return names[static_cast<unsigned>(type)];
 }
 
-/// Elements of a plane for each pixel: 2 for `normalized_stokes`, else 1.
+template <class Element>
+inline constexpr Element_type element_type_of = Element_type::uint16;
+template <>
+inline constexpr Element_type element_type_of<std::int32_t> = Element_type::int32;
+template <>
+inline constexpr Element_type element_type_of<float> = Element_type::float32;
+
+/// What a plane is, as stored. In physical units every plane is of float32.
+struct Plane_description {
+    Plane plane;
+    /// As `parse_planes` takes it.
+    std::string_view name;
+    Element_type element;
+    /// With its sign; `element` again where there is no other.
+    Element_type signed_element;
+    std::size_t elements_per_pixel;
+    /// Fast mode stores the elements at their pixels' places only in frames of two rows or fewer
+    /// than 32 columns.
+    bool is_packed;
+    /// Of the quantity: "sample", "degree" or "1".
+    std::string_view unit;
+    std::string_view title;
+    /// The title, or more of it.
+    std::string_view meaning;
+    /// What stands for a quantity without a value; empty where every pixel has one.
+    std::string_view undefined;
+};
+
+/// The only place that says so. In the order of the enumerators.
+inline constexpr std::array<Plane_description, 6> plane_table{{
+    {Plane::s0, "s0", Element_type::uint16, Element_type::uint16, 1, false, "sample",
+     "total intensity", "total intensity, half the sum of the four samples of a cell", ""},
+    {Plane::s1, "s1", Element_type::uint16, Element_type::int32, 1, false, "sample",
+     "linear Stokes quantity S1, I(0) - I(90)", "I(0) - I(90), linear Stokes quantity", ""},
+    {Plane::s2, "s2", Element_type::uint16, Element_type::int32, 1, false, "sample",
+     "linear Stokes quantity S2, I(45) - I(135)", "I(45) - I(135), linear Stokes quantity", ""},
+    {Plane::azimuth, "azimuth", Element_type::uint16, Element_type::uint16, 1, false, "degree",
+     "angle of linear polarisation", "angle of linear polarisation",
+     "the number of the angle 0 where S1 and S2 are 0"},
+    {Plane::dolp, "dolp", Element_type::uint16, Element_type::uint16, 1, false, "1",
+     "degree of linear polarisation", "degree of linear polarisation", "0 where S0 is 0"},
+    {Plane::normalized_stokes, "normalized_stokes", Element_type::float32, Element_type::float32, 2,
+     true, "1", "S1 / S0 and S2 / S0", "S1 / S0 and S2 / S0, two numbers a pixel",
+     "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity where another one is"},
+}};
+
+inline constexpr std::array every_plane = [] {
+    std::array<Plane, plane_table.size()> planes{};
+    std::ranges::transform(plane_table, planes.begin(), &Plane_description::plane);
+    return planes;
+}();
+
+constexpr Plane_description const& description_of(Plane plane) {
+    return plane_table[static_cast<unsigned>(plane)];
+}
+
+constexpr std::string_view name_of(Plane plane) {
+    return description_of(plane).name;
+}
+
 constexpr std::size_t elements_per_pixel(Plane plane) {
-    return plane == Plane::normalized_stokes ? 2 : 1;
+    return description_of(plane).elements_per_pixel;
+}
+
+/// Something for each plane that depends on the type of its elements, such as a vector.
+template <template <class...> class Of>
+struct Per_plane {
+    Of<std::uint16_t> s0;
+    Of<std::uint16_t> s1;
+    Of<std::uint16_t> s2;
+    Of<std::uint16_t> azimuth;
+    Of<std::uint16_t> dolp;
+    Of<float> normalized_stokes;
+};
+
+/// Calls `action(constant, members...)` with the plane as a constant and with the member of its
+/// name of each set: of a `Per_plane`, or of `Plane_views`.
+template <class Action, class... Sets>
+constexpr decltype(auto) visit_plane(Plane plane, Action&& action, Sets&&... sets) {
+    switch (plane) {
+    case Plane::s0:
+        return action(std::integral_constant<Plane, Plane::s0>{}, sets.s0...);
+    case Plane::s1:
+        return action(std::integral_constant<Plane, Plane::s1>{}, sets.s1...);
+    case Plane::s2:
+        return action(std::integral_constant<Plane, Plane::s2>{}, sets.s2...);
+    case Plane::azimuth:
+        return action(std::integral_constant<Plane, Plane::azimuth>{}, sets.azimuth...);
+    case Plane::dolp:
+        return action(std::integral_constant<Plane, Plane::dolp>{}, sets.dolp...);
+    case Plane::normalized_stokes:
+        break;
+    }
+    return action(
+        std::integral_constant<Plane, Plane::normalized_stokes>{}, sets.normalized_stokes...);
+}
+
+template <class Action, class... Sets>
+constexpr void for_each_plane(Action&& action, Sets&&... sets) {
+    for (Plane const plane : every_plane) {
+        visit_plane(plane, action, sets...);
+    }
 }
 
 class Plane_set {

@@ -69,7 +69,7 @@ void transform(Frame_view const& frame, Settings const& settings, Plane_views co
 /// wider frames go through it in upright strips that overlap by the column whose neighbours are
 /// turned; the results are joined, bit for bit what the processor's arithmetic of one pixel gives.
 /// Keeps its workspace from frame to frame: 62 bytes for each row of the tallest frame so far, and
-/// as many for every plane, 248 for `normalized_stokes`.
+/// as many for every plane, 248 for one of two floats.
 class Calibrated_transform {
 public:
     explicit Calibrated_transform(
@@ -86,8 +86,7 @@ private:
     /// Dense memory of one strip.
     struct Strip {
         std::vector<std::uint16_t> samples;
-        std::array<std::vector<std::uint16_t>, 5> integer_planes;
-        std::vector<float> normalized_stokes;
+        Per_plane<std::vector> planes;
 
         void reserve(std::size_t pixels, Plane_set const& wanted);
         Plane_views views(std::size_t pixels, Plane_set const& wanted);

@@ -3,12 +3,11 @@
 /// their memory.
 ///
 /// Everything is row-major and densely packed: the pixel in row r and column c of a frame of width
-/// w is element r * w + c, in `normalized_stokes` elements 2 * (r * w + c) and the one behind it.
+/// w is element r * w + c, or elements 2 * (r * w + c) and the one behind it of a plane of two.
 #pragma once
 
 #include "veldrane_mrv/polarization/planes.hpp"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -50,7 +49,7 @@ private:
 };
 
 /// Where results go. An empty span says that the plane is not wanted; the others have exactly
-/// height * width elements, `normalized_stokes` 2 * height * width, which `transform` checks.
+/// height * width * `elements_per_pixel` elements, which `transform` checks.
 struct Plane_views {
     std::span<std::uint16_t> s0{};
     std::span<std::uint16_t> s1{};
@@ -60,7 +59,7 @@ struct Plane_views {
     std::span<float> normalized_stokes{};
 
     /// Any of the five 16-bit planes.
-    /// @throws Argument_error for `Plane::normalized_stokes`
+    /// @throws Argument_error for the one of floats
     std::span<std::uint16_t>& integer_plane(Plane plane);
     std::span<std::uint16_t> integer_plane(Plane plane) const;
 
@@ -71,8 +70,7 @@ struct Plane_views {
 /// Memory for a chosen set of planes of one frame. Can be used for one frame after another.
 class Planes {
 public:
-    /// 16-bit planes start as zeros. `normalized_stokes` starts as NaNs, since the fast mode stores
-    /// only part of it.
+    /// 16-bit planes start as zeros, planes of floats as NaNs.
     /// @throws Argument_error if height or width is 0 or the planes do not fit the address space
     Planes(std::size_t height, std::size_t width, Plane_set wanted);
 
@@ -84,16 +82,26 @@ public:
     Plane_views views();
 
     /// One of the five 16-bit planes, empty if it was not chosen.
-    /// @throws Argument_error for `Plane::normalized_stokes`
+    /// @throws Argument_error for the one of floats
     std::span<std::uint16_t const> integer_plane(Plane plane) const;
-    std::span<float const> normalized_stokes() const { return normalized_stokes_; }
+    /// `action` with the elements of any plane as a span of constants, empty if it was not chosen.
+    template <class Action>
+    decltype(auto) visit(Plane plane, Action&& action) const {
+        return visit_plane(
+            plane,
+            [&](auto, auto const& elements) -> decltype(auto) {
+                return action(std::span{elements});
+            },
+            memory_);
+    }
+
+    std::span<float const> normalized_stokes() const { return memory_.normalized_stokes; }
 
 private:
     std::size_t height_;
     std::size_t width_;
     Plane_set wanted_;
-    std::array<std::vector<std::uint16_t>, 5> integer_planes_;
-    std::vector<float> normalized_stokes_;
+    Per_plane<std::vector> memory_;
 };
 
 } // namespace veldrane_mrv::polarization
