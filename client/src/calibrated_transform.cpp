@@ -1,4 +1,8 @@
-#include "guarantees.hpp"
+#include "veldrane_mrv/polarization/calibrated_transform.hpp"
+
+#include "processor_call.hpp"
+
+#include "veldrane_mrv/polarization/guarantees.hpp"
 
 #include <algorithm>
 #include <cstring>

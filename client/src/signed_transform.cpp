@@ -1,6 +1,10 @@
-#include "guarantees.hpp"
+#include "veldrane_mrv/polarization/signed_transform.hpp"
+
+#include "buffers.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/fast_transform.hpp"
+#include "veldrane_mrv/polarization/guarantees.hpp"
 
 #include <cfenv>
 #include <string>

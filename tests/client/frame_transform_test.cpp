@@ -3,6 +3,7 @@
 #include "guarded_planes.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/fast_transform.hpp"
 #include "veldrane_mrv/polarization/frame_transform.hpp"
 
 #include "support/matrices.hpp"

@@ -2,7 +2,7 @@
 /// Frame after frame in whichever way its options and the wanted planes ask for.
 #pragma once
 
-#include "veldrane_mrv/polarization/transform.hpp"
+#include "veldrane_mrv/polarization/signed_transform.hpp"
 
 namespace veldrane_mrv::polarization {
 

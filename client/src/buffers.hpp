@@ -1,8 +1,8 @@
 /// @file
-/// What the processor relies on and does not check.
+/// The memory that a call reads or writes, and what is asked of it.
 #pragma once
 
-#include "veldrane_mrv/polarization/transform.hpp"
+#include "veldrane_mrv/polarization/views.hpp"
 
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +12,6 @@
 
 namespace veldrane_mrv::polarization {
 
-/// Memory that a call reads or writes.
 struct Buffer {
     /// Of a plane; empty for the frame.
     std::string_view name;
@@ -24,9 +23,6 @@ struct Buffer {
         : name{buffer_name}, begin{reinterpret_cast<std::uintptr_t>(elements.data())},
           bytes{elements.size_bytes()} {}
 };
-
-/// At least 2 x 2, and 16 columns unless there are exactly two rows.
-void check_frame_size(Frame_view const& frame);
 
 /// The plane's size and address. Does nothing if it is not wanted.
 template <class Element>
@@ -40,8 +36,5 @@ extern template void check_plane(std::string_view, std::span<float>, std::size_t
 std::vector<Buffer> buffers_of(Frame_view const& frame, Plane_views const& planes);
 
 void check_overlap(std::vector<Buffer> buffers);
-
-/// One call of the processor, which must have been checked.
-void call_processor(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
 
 } // namespace veldrane_mrv::polarization
