@@ -165,7 +165,11 @@ def to_dataset(
             attributes |= {"units": unit[:-1], "comment": _ZERO}
             variables["angle"] = dims, result.angle(unit).reshape(frames), attributes
         elif name == "dolp":
-            variables["degree"] = dims, result.degree().reshape(frames), attributes | {"units": about.unit}
+            variables["degree"] = (
+                dims,
+                result.degree().reshape(frames),
+                attributes | {"units": about.unit},
+            )
         elif about.elements_per_pixel > 1:
             pairs = result[name].reshape(*frames, about.elements_per_pixel)
             variables[name] = (*dims, "component"), pairs, attributes | {"units": about.unit}

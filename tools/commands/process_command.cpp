@@ -7,6 +7,7 @@
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -95,7 +96,7 @@ Plane_set planes_of(std::string const& list) {
 void refuse_unfit_format(Results const& results) {
     for (Plane const plane : results.processing.planes.list()) {
         if (results.format == File_format::png &&
-            results.processing.kind_of(plane) != Sample_kind::uint16) {
+            results.processing.kind_of(plane) != polarization::Element_type::uint16) {
             throw Usage_error(
                 "--format png holds 16-bit numbers only, and " + std::string(name_of(plane)) +
                 " is none here; use --format tiff or npy, or other --planes");
@@ -113,15 +114,6 @@ void check_usage(Command_line const& line) {
     static_cast<void>(line.mosaic.given());
 }
 
-void require_processor() {
-    std::string const lacking = polarization::missing_instructions();
-    if (!lacking.empty()) {
-        throw std::runtime_error(
-            "this processor lacks " + lacking +
-            ", which the transform needs; use one of 2013 or later (Intel Haswell, AMD Excavator)");
-    }
-}
-
 // Options that would change nothing: whoever gives one expects something of it.
 void refuse_options_without_effect(Command_line const& line, CLI::App const& command) {
     Plane_set const planes = planes_of(line.planes);
@@ -130,7 +122,9 @@ void refuse_options_without_effect(Command_line const& line, CLI::App const& com
             option + " is about " + needed + ", but --planes is " + line.planes +
             "; add one or leave " + option + " out");
     };
-    bool const has_integers = planes != Plane_set{Plane::normalized_stokes};
+    bool const has_integers = std::ranges::any_of(planes.list(), [](Plane plane) {
+        return description_of(plane).element == polarization::Element_type::uint16;
+    });
     if (command.count("--pictures") > 0 && line.wants_pictures && !planes.contains(Plane::dolp)) {
         refuse("--pictures", "dolp, alone or with azimuth");
     }
@@ -155,7 +149,7 @@ int run_process(Command_line& line, CLI::App const& command) {
     check_usage(line);
     refuse_options_without_effect(line, command);
     Plane_set const planes = planes_of(line.planes);
-    require_processor();
+    check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, raw);
     auto const [settings, calibration] =
         transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);

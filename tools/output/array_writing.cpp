@@ -11,10 +11,12 @@
 namespace polarize_tool {
 namespace {
 
+using polarization::Element_type;
+
 static_assert(std::endian::native == std::endian::little, "samples go to files as they lie");
 
-constexpr unsigned bits_of(Sample_kind kind) {
-    return kind == Sample_kind::uint16 ? 16 : 32;
+constexpr unsigned bits_of(Element_type kind) {
+    return kind == Element_type::uint16 ? 16 : 32;
 }
 
 /// Puts a TIFF's numbers behind one another, the lower byte first.
@@ -107,7 +109,7 @@ std::vector<std::uint8_t> npy_head(Array_view const& array) {
 }
 
 std::vector<std::uint8_t> png(Array_view const& array) {
-    if (array.kind() != Sample_kind::uint16 || array.channels() != 1) {
+    if (array.kind() != Element_type::uint16 || array.channels() != 1) {
         throw std::runtime_error("PNG holds no numbers of this kind; use --format tiff or npy");
     }
     return encode_png(cv::Mat(
@@ -120,11 +122,6 @@ std::vector<std::uint8_t> png(Array_view const& array) {
 std::string_view ending_of(File_format format) {
     constexpr std::array<std::string_view, 4> endings = {"tif", "png", "raw", "npy"};
     return endings[static_cast<std::size_t>(format)];
-}
-
-std::string_view name_of(Sample_kind kind) {
-    constexpr std::array<std::string_view, 3> names = {"uint16", "int32", "float32"};
-    return names[static_cast<std::size_t>(kind)];
 }
 
 Encoded_array encode(Array_view const& array, File_format format) {

@@ -2,6 +2,9 @@
 /// Arrays of samples as the contents of files: TIFF, PNG, NumPy's format, or bare.
 #pragma once
 
+#include "input/frame.hpp"
+#include "veldrane_mrv/polarization/planes.hpp"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -15,11 +18,6 @@ enum class File_format { tiff, png, raw, npy };
 /// Without the dot.
 std::string_view ending_of(File_format format);
 
-enum class Sample_kind { uint16, int32, float32 };
-
-/// The name that NumPy and the sidecars use.
-std::string_view name_of(Sample_kind kind);
-
 /// Rows of pixels without padding, `channels` samples side by side in each pixel, in the order of
 /// bytes of this machine (the lower first). Does not own them.
 class Array_view {
@@ -27,31 +25,36 @@ public:
     Array_view(
         std::span<std::uint16_t const> samples, std::size_t width, std::size_t height,
         std::size_t channels = 1)
-        : Array_view(std::as_bytes(samples), Sample_kind::uint16, width, height, channels) {}
+        : Array_view(
+              std::as_bytes(samples), polarization::Element_type::uint16, width, height, channels) {
+    }
     Array_view(
         std::span<std::int32_t const> samples, std::size_t width, std::size_t height,
         std::size_t channels = 1)
-        : Array_view(std::as_bytes(samples), Sample_kind::int32, width, height, channels) {}
+        : Array_view(
+              std::as_bytes(samples), polarization::Element_type::int32, width, height, channels) {}
     Array_view(
         std::span<float const> samples, std::size_t width, std::size_t height,
         std::size_t channels = 1)
-        : Array_view(std::as_bytes(samples), Sample_kind::float32, width, height, channels) {}
+        : Array_view(
+              std::as_bytes(samples), polarization::Element_type::float32, width, height,
+              channels) {}
 
     std::span<std::uint8_t const> bytes() const { return bytes_; }
-    Sample_kind kind() const { return kind_; }
+    polarization::Element_type kind() const { return kind_; }
     std::size_t width() const { return width_; }
     std::size_t height() const { return height_; }
     std::size_t channels() const { return channels_; }
 
 private:
     Array_view(
-        std::span<std::byte const> bytes, Sample_kind kind, std::size_t width, std::size_t height,
-        std::size_t channels)
+        std::span<std::byte const> bytes, polarization::Element_type kind, std::size_t width,
+        std::size_t height, std::size_t channels)
         : bytes_(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size()), kind_(kind),
           width_(width), height_(height), channels_(channels) {}
 
     std::span<std::uint8_t const> bytes_;
-    Sample_kind kind_;
+    polarization::Element_type kind_;
     std::size_t width_;
     std::size_t height_;
     std::size_t channels_;

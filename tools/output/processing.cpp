@@ -7,12 +7,9 @@
 namespace polarize_tool {
 namespace {
 
-using polarization::Mode;
+using polarization::Element_type;
 using polarization::Plane;
 using polarization::Plane_set;
-
-constexpr std::array integer_planes = {
-    Plane::s0, Plane::s1, Plane::s2, Plane::azimuth, Plane::dolp};
 
 // In physical units an angle or a degree that is none shows as NaN, which another plane tells.
 Plane_set with_companions(Plane_set planes) {
@@ -38,24 +35,24 @@ Plane_set computed_planes(Processing const& processing) {
 } // namespace
 
 bool Processing::holds_sign(Plane plane) const {
-    return is_signed && (plane == Plane::s1 || plane == Plane::s2);
+    auto const& about = description_of(plane);
+    return is_signed && about.signed_element != about.element;
 }
 
-Sample_kind Processing::kind_of(Plane plane) const {
-    if (plane == Plane::normalized_stokes || units != Units::scaled) {
-        return Sample_kind::float32;
-    }
-    return holds_sign(plane) ? Sample_kind::int32 : Sample_kind::uint16;
+bool Processing::is_converted(Plane plane) const {
+    return units != Units::scaled && description_of(plane).element != Element_type::float32;
+}
+
+Element_type Processing::kind_of(Plane plane) const {
+    auto const& about = description_of(plane);
+    return is_converted(plane) ? Element_type::float32
+           : is_signed         ? about.signed_element
+                               : about.element;
 }
 
 Frame_processor::Frame_processor(Processing const& processing)
-    : processing_(processing), computed_(computed_planes(processing)) {
-    if (processing.is_signed) {
-        signed_.emplace(processing.settings, processing.mode);
-    } else if (processing.mode == Mode::calibrated) {
-        calibrated_.emplace(processing.settings);
-    }
-}
+    : processing_(processing), computed_(computed_planes(processing)),
+      transform_(processing.settings, {.mode = processing.mode}) {}
 
 void Frame_processor::take_memory(std::size_t height, std::size_t width) {
     if (planes_ && planes_->height() == height && planes_->width() == width) {
@@ -67,18 +64,10 @@ void Frame_processor::take_memory(std::size_t height, std::size_t width) {
     }
 }
 
-void Frame_processor::transform_once(Frame const& frame) {
-    if (signed_) {
-        (*signed_)(frame.view(), planes_->views(), signed_planes_->views());
-    } else if (calibrated_) {
-        (*calibrated_)(frame.view(), planes_->views());
-    } else {
-        polarization::transform(frame.view(), processing_.settings, planes_->views());
-    }
-}
-
 void Frame_processor::run(Frame const& frame) {
     take_memory(frame.height, frame.width);
+    polarization::Signed_views const signed_planes =
+        signed_planes_ ? signed_planes_->views() : polarization::Signed_views();
     milliseconds_.clear();
     for (unsigned repetition = 0; repetition < processing_.repetitions; ++repetition) {
         // Whoever interrupts a run does not want the frame any more, so one repetition will do.
@@ -86,19 +75,13 @@ void Frame_processor::run(Frame const& frame) {
             break;
         }
         auto const start = std::chrono::steady_clock::now();
-        transform_once(frame);
+        transform_(frame.view(), planes_->views(), signed_planes);
         std::chrono::duration<double, std::milli> const elapsed =
             std::chrono::steady_clock::now() - start;
         milliseconds_.push_back(elapsed.count());
     }
-    if (processing_.units != Units::scaled) {
-        convert();
-    }
-}
-
-void Frame_processor::convert() {
-    for (Plane const plane : integer_planes) {
-        if (processing_.planes.contains(plane)) {
+    for (Plane const plane : processing_.planes.list()) {
+        if (processing_.is_converted(plane)) {
             auto& result = converted_[static_cast<std::size_t>(plane)];
             result.resize(planes_->height() * planes_->width());
             convert(plane, result);
@@ -118,12 +101,14 @@ void Frame_processor::convert(Plane plane, std::vector<float>& result) {
         polarization::degrees_of_polarization(
             stored(Plane::dolp), stored(Plane::s0), scale, result);
     } else if (processing_.holds_sign(plane)) {
-        std::span<std::int32_t const> const elements =
-            plane == Plane::s1 ? signed_planes_->s1 : signed_planes_->s2;
-        polarization::stokes_in_samples(elements, scale, result);
+        polarization::stokes_in_samples(signed_elements(plane), scale, result);
     } else {
         polarization::stokes_in_samples(stored(plane), scale, result);
     }
+}
+
+std::span<std::int32_t const> Frame_processor::signed_elements(Plane plane) const {
+    return plane == Plane::s1 ? signed_planes_->s1 : signed_planes_->s2;
 }
 
 std::span<std::uint16_t const> Frame_processor::stored(Plane plane) const {
@@ -131,23 +116,17 @@ std::span<std::uint16_t const> Frame_processor::stored(Plane plane) const {
 }
 
 Array_view Frame_processor::array(Plane plane) const {
-    std::size_t const width = planes_->width();
-    std::size_t const height = planes_->height();
-    if (plane == Plane::normalized_stokes) {
-        return {planes_->normalized_stokes(), width, height, 2};
+    auto const array_of = [&]<class Element>(std::span<Element const> elements) {
+        return Array_view(
+            elements, planes_->width(), planes_->height(), polarization::elements_per_pixel(plane));
+    };
+    if (processing_.is_converted(plane)) {
+        return array_of(std::span<float const>(converted_[static_cast<std::size_t>(plane)]));
     }
-    switch (processing_.kind_of(plane)) {
-    case Sample_kind::float32:
-        return {std::span<float const>(converted_[static_cast<std::size_t>(plane)]), width, height};
-    case Sample_kind::int32:
-        return {
-            std::span<std::int32_t const>(
-                plane == Plane::s1 ? signed_planes_->s1 : signed_planes_->s2),
-            width, height};
-    case Sample_kind::uint16:
-        break;
+    if (processing_.holds_sign(plane)) {
+        return array_of(signed_elements(plane));
     }
-    return {stored(plane), width, height};
+    return planes_->visit(plane, array_of);
 }
 
 } // namespace polarize_tool

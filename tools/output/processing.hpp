@@ -4,8 +4,8 @@
 
 #include "input/frame.hpp"
 #include "output/array_writing.hpp"
+#include "veldrane_mrv/polarization/frame_transform.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
-#include "veldrane_mrv/polarization/transform.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
 #include <array>
@@ -29,9 +29,11 @@ struct Processing {
     unsigned repetitions = 1;
 
     /// Kind of the numbers in the file of a plane.
-    Sample_kind kind_of(polarization::Plane plane) const;
+    polarization::Element_type kind_of(polarization::Plane plane) const;
     /// Whether `plane` holds S1 or S2 with its sign.
     bool holds_sign(polarization::Plane plane) const;
+    /// Whether the numbers in its file are others than those of the processor.
+    bool is_converted(polarization::Plane plane) const;
 };
 
 /// Transforms frame after frame. Memory is taken with the first frame and whenever the size of the
@@ -52,17 +54,15 @@ public:
 
 private:
     void take_memory(std::size_t height, std::size_t width);
-    void transform_once(Frame const& frame);
-    void convert();
     void convert(polarization::Plane plane, std::vector<float>& result);
+    std::span<std::int32_t const> signed_elements(polarization::Plane plane) const;
 
     Processing processing_;
     polarization::Plane_set computed_;
     std::optional<polarization::Planes> planes_;
     std::optional<polarization::Signed_planes> signed_planes_;
-    std::optional<polarization::Calibrated_transform> calibrated_;
-    std::optional<polarization::Signed_transform> signed_;
-    std::array<std::vector<float>, 5> converted_;
+    polarization::Frame_transform transform_;
+    std::array<std::vector<float>, polarization::every_plane.size()> converted_;
     std::vector<double> milliseconds_;
 };
 

@@ -3,7 +3,6 @@
 #include "terminal/visible_text.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
 
-#include <array>
 #include <nlohmann/json.hpp>
 #include <numbers>
 
@@ -11,19 +10,9 @@ namespace polarize_tool {
 namespace {
 
 using Json = nlohmann::ordered_json;
+using polarization::Element_type;
 using polarization::Mode;
 using polarization::Plane;
-
-char const* meaning_of(Plane plane) {
-    constexpr std::array meanings = {
-        "total intensity, half the sum of the four samples of a cell",
-        "I(0) - I(90), linear Stokes quantity",
-        "I(45) - I(135), linear Stokes quantity",
-        "angle of linear polarisation",
-        "degree of linear polarisation",
-        "S1 / S0 and S2 / S0, two numbers a pixel"};
-    return meanings[static_cast<std::size_t>(plane)];
-}
 
 /// value = number * step - offset, in `unit`. `full_scale` is the largest number that stands for a
 /// value, null where there is none.
@@ -38,21 +27,24 @@ Numbers numbers_of(Plane plane, Processing const& processing) {
     polarization::Scale const& scale = processing.settings.scale;
     bool const is_scaled = processing.units == Units::scaled;
     double const full_scale = scale.full_scale();
+    auto const& about = description_of(plane);
+    std::string const unit(about.unit);
+    if (about.element == Element_type::float32) {
+        return {unit, 1.0, 0.0, nullptr};
+    }
     switch (plane) {
     case Plane::azimuth:
         if (is_scaled) {
-            return {"degree", 180.0 / full_scale, 90.0, scale.full_scale()};
+            return {unit, 180.0 / full_scale, 90.0, scale.full_scale()};
         }
-        return processing.units == Units::degrees ? Numbers{"degree", 1.0, 0.0, 180.0}
+        return processing.units == Units::degrees ? Numbers{unit, 1.0, 0.0, 180.0}
                                                   : Numbers{"radian", 1.0, 0.0, std::numbers::pi};
     case Plane::dolp:
-        return is_scaled ? Numbers{"1", 1.0 / full_scale, 0.0, scale.full_scale()}
-                         : Numbers{"1", 1.0, 0.0, 1.0};
-    case Plane::normalized_stokes:
-        return {"1", 1.0, 0.0, nullptr};
+        return is_scaled ? Numbers{unit, 1.0 / full_scale, 0.0, scale.full_scale()}
+                         : Numbers{unit, 1.0, 0.0, 1.0};
     default:
-        return is_scaled ? Numbers{"sample", scale.sample_units_per_step(), 0.0, scale.full_scale()}
-                         : Numbers{"sample", 1.0, 0.0, scale.sample_units_per_step() * full_scale};
+        return is_scaled ? Numbers{unit, scale.sample_units_per_step(), 0.0, scale.full_scale()}
+                         : Numbers{unit, 1.0, 0.0, scale.sample_units_per_step() * full_scale};
     }
 }
 
@@ -68,19 +60,14 @@ Json range_of(Plane plane, Processing const& processing) {
 
 // What a pixel holds where the quantity has no value, null if it always has one.
 Json undefined_of(Plane plane, Processing const& processing) {
-    bool const is_scaled = processing.units == Units::scaled;
-    switch (plane) {
-    case Plane::azimuth:
-        return is_scaled ? "the number of the angle 0 where S1 and S2 are 0"
-                         : "NaN where the degree is stored as 0";
-    case Plane::dolp:
-        return is_scaled ? "0 where S0 is 0" : "NaN where S0 is stored as 0";
-    case Plane::normalized_stokes:
-        return "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity where "
-               "another one is";
-    default:
-        return nullptr;
+    if (processing.is_converted(plane) && plane == Plane::azimuth) {
+        return "NaN where the degree is stored as 0";
     }
+    if (processing.is_converted(plane) && plane == Plane::dolp) {
+        return "NaN where S0 is stored as 0";
+    }
+    std::string_view const text = description_of(plane).undefined;
+    return text.empty() ? Json(nullptr) : Json(text);
 }
 
 // In frames whose height and width differ in parity the processor takes the last pixel for one in
@@ -96,7 +83,7 @@ char const* final_pixel_of(Array_view const& array, Mode mode) {
 }
 
 Json placement_of(Plane plane, Processing const& processing) {
-    bool const is_packed = plane == Plane::normalized_stokes && processing.mode == Mode::fast;
+    bool const is_packed = description_of(plane).is_packed && processing.mode == Mode::fast;
     return is_packed
                ? "as the processor packs them; at the pixel's own place only in frames of two "
                  "rows or fewer than 32 columns; NaN where nothing is stored"
@@ -142,7 +129,7 @@ std::string sidecar(
     Json json = {
         {"file", utf8(file.filename().string())},
         {"plane", name_of(plane)},
-        {"meaning", meaning_of(plane)},
+        {"meaning", description_of(plane).meaning},
         {"width", array.width()},
         {"height", array.height()},
         {"channels", array.channels()},

@@ -374,9 +374,9 @@ TEST_F(Process_refusals, a_processor_without_avx2_or_fma_is_refused) {
         GTEST_SKIP() << emulator << " is not installed, or the program has a sanitizer";
     }
     std::vector<std::pair<char const*, char const*>> const cases = {
-        {"Haswell,-avx2", "lacks AVX2,"},
-        {"Haswell,-fma", "lacks FMA,"},
-        {"Nehalem", "lacks AVX2 and FMA,"}};
+        {"Haswell,-avx2", "is without AVX2;"},
+        {"Haswell,-fma", "is without FMA;"},
+        {"Nehalem", "is without AVX2 and FMA;"}};
     for (auto const& [processor, reason] : cases) {
         Outcome const outcome = program_run::run_command(
             {emulator, "-cpu", processor, POLARIZE_PROGRAM, "process", good(), "-o", results(),
