@@ -70,8 +70,7 @@ std::string_view name_of(Balance::Verdict verdict) {
 Balance check_balance(Frame_view const& frame) {
     if (frame.height() < 2 || frame.width() < 2) {
         throw Argument_error{
-            "the size of the frame",
-            std::to_string(frame.width()) + " x " + std::to_string(frame.height()),
+            "the size of the frame", to_string(frame.size()),
             "give a frame of at least one cell of 2 x 2 pixels"};
     }
     std::array<double, 3> squares{};

@@ -3,6 +3,7 @@
 #include "series_fit.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/units.hpp"
 
 #include <Eigen/Dense>
 
@@ -36,23 +37,16 @@ std::string text_of(double number) {
     return text.str();
 }
 
-double modulo_180(double degrees) {
-    double const remainder = std::fmod(degrees, 180);
-    double const positive = remainder < 0 ? remainder + 180 : remainder;
-    // A remainder just below 0 rounds to 180.
-    return positive < 180 ? positive : 0;
-}
-
 // From -90 to 90.
 double axis_difference(double left, double right) {
-    return modulo_180(left - right + 90) - 90;
+    return within_half_turn(left - right + 90) - 90;
 }
 
 // Gaps between neighbours on the circle of 180 degrees, which sum to 180.
 std::vector<double> gaps_of(std::span<Series_point const> series) {
     std::vector<double> angles;
     std::ranges::transform(series, std::back_inserter(angles), [](Series_point const& point) {
-        return modulo_180(point.polariser_angle);
+        return within_half_turn(point.polariser_angle);
     });
     std::ranges::sort(angles);
     std::vector<double> gaps;
@@ -95,13 +89,10 @@ void check_series(std::span<Series_point const> series, Estimation_options const
     for (std::size_t index = 0; index < series.size(); ++index) {
         check_numbers(series[index], index);
         Series_point const& first = series.front();
-        if (series[index].height != first.height || series[index].width != first.width) {
+        if (series[index].size != first.size) {
             throw Argument_error(
-                "size of frame " + std::to_string(index),
-                std::to_string(series[index].height) + " rows of " +
-                    std::to_string(series[index].width),
-                "give frames of the size of the first one, " + std::to_string(first.height) +
-                    " rows of " + std::to_string(first.width));
+                "size of frame " + std::to_string(index), to_string(series[index].size),
+                "give frames of the size of the first one, " + to_string(first.size));
         }
     }
     std::vector<double> const gaps = gaps_of(series);
@@ -142,7 +133,7 @@ Fit fit_position(Series_equations const& equations, std::size_t position) {
     Eigen::VectorXd const residuals = measured - equations.design * solution;
     return {
         2 * solution(0), std::hypot(solution(1), solution(2)) / solution(0),
-        modulo_180(std::atan2(solution(2), solution(1)) * 90 / std::numbers::pi),
+        within_half_turn(std::atan2(solution(2), solution(1)) * 90 / std::numbers::pi),
         residuals.squaredNorm()};
 }
 

@@ -22,25 +22,18 @@ std::string place_of(Uniform_frame const& frame) {
                : " of " + frame.source;
 }
 
-Frame_region region_of(Uniform_frame const& frame, Estimation_options const& options) {
-    std::size_t const height = frame.frame.height();
-    std::size_t const width = frame.frame.width();
-    Frame_region const region = options.region.value_or(Frame_region{0, 0, height, width});
-    // Written without sums, which could wrap.
-    if (region.height < 2 || region.width < 2 || region.height > height || region.width > width ||
-        region.row > height - region.height || region.column > width - region.width) {
+Region checked_region(Uniform_frame const& frame, Estimation_options const& options) {
+    Size const size = frame.frame.size();
+    Region const region = options.region.value_or(region_of(size));
+    if (region.height < 2 || region.width < 2 || !fits(region, size)) {
         throw Argument_error(
-            "region" + place_of(frame),
-            std::to_string(region.height) + " rows of " + std::to_string(region.width) +
-                " from row " + std::to_string(region.row) + " and column " +
-                std::to_string(region.column),
-            "give at least 2 rows of 2 within the frame's " + std::to_string(height) + " rows of " +
-                std::to_string(width));
+            "region" + place_of(frame), to_string(region),
+            "give at least 2 x 2 within the frame's " + to_string(size));
     }
     return region;
 }
 
-std::array<Histogram, 4> histograms_of(Frame_view const& frame, Frame_region const& region) {
+std::array<Histogram, 4> histograms_of(Frame_view const& frame, Region const& region) {
     std::array<Histogram, 4> histograms;
     histograms.fill(Histogram(std::size_t{1} + std::ranges::max(frame.samples()), 0));
     for (std::size_t row = region.row; row < region.row + region.height; ++row) {
@@ -94,12 +87,12 @@ Series_point measure(Uniform_frame const& frame, Estimation_options const& optio
     if (options.bit_depth < 1 || options.bit_depth > 16) {
         throw Argument_error("bit depth", std::to_string(options.bit_depth), "give 1 to 16");
     }
-    Frame_region const region = region_of(frame, options);
+    Region const region = checked_region(frame, options);
     std::size_t const full_scale = (std::size_t{1} << options.bit_depth) - 1;
     std::array<Histogram, 4> const histograms = histograms_of(frame.frame, region);
     check_saturation(frame, histograms, full_scale);
-    Series_point point{frame.polariser_angle, frame.source_intensity, {},
-                       frame.frame.height(),  frame.frame.width(),    frame.source};
+    Series_point point{
+        frame.polariser_angle, frame.source_intensity, {}, frame.frame.size(), frame.source};
     double signal = 0;
     for (std::size_t position = 0; position < histograms.size(); ++position) {
         point.means[position] = trimmed_mean(

@@ -16,10 +16,6 @@ namespace {
 constexpr std::size_t most_frames = 65537;
 constexpr double largest_level = 65535;
 
-std::string size_text(std::size_t height, std::size_t width) {
-    return std::to_string(height) + " rows of " + std::to_string(width);
-}
-
 Dark_frame_average average_of(std::span<Frame_view const> frames) {
     Dark_frame_average average;
     for (Frame_view const& frame : frames) {
@@ -33,7 +29,8 @@ std::size_t pixel_count(std::size_t height, std::size_t width) {
     if (height == 0 || width == 0 || __builtin_mul_overflow(height, width, &pixels) ||
         pixels > std::vector<std::uint16_t>{}.max_size()) {
         throw Argument_error(
-            "size of the dark frame", size_text(height, width), "give the size of the frames");
+            "size of the dark frame", to_string(Size{width, height}),
+            "give the size of the frames");
     }
     return pixels;
 }
@@ -94,11 +91,11 @@ void Dark_frame_average::add(Frame_view const& frame) {
         width_ = frame.width();
         sums_.assign(frame.pixels(), 0);
     }
-    if (frame.height() != height_ || frame.width() != width_) {
+    Size const first{width_, height_};
+    if (frame.size() != first) {
         throw Argument_error(
-            "size of dark frame " + std::to_string(frame_count_),
-            size_text(frame.height(), frame.width()),
-            "give frames of the size of the first one, " + size_text(height_, width_));
+            "size of dark frame " + std::to_string(frame_count_), to_string(frame.size()),
+            "give frames of the size of the first one, " + to_string(first));
     }
     if (frame_count_ == most_frames) {
         throw Argument_error(
@@ -124,10 +121,10 @@ Dark_frame Dark_frame_average::result() const {
 }
 
 void subtract(Frame_view const& frame, Dark_frame const& dark, std::span<std::uint16_t> result) {
-    if (frame.height() != dark.height() || frame.width() != dark.width()) {
+    if (frame.size() != dark.size()) {
         throw Argument_error(
-            "size of the frame", size_text(frame.height(), frame.width()),
-            "give frames of the dark frame's size, " + size_text(dark.height(), dark.width()));
+            "size of the frame", to_string(frame.size()),
+            "give frames of the dark frame's size, " + to_string(dark.size()));
     }
     if (result.size() != frame.pixels()) {
         throw Argument_error(

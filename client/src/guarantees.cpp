@@ -11,16 +11,17 @@ namespace veldrane_mrv::polarization {
 namespace {
 
 void check_frame_size(Frame_view const& frame) {
+    if (can_be_processed(frame.size())) {
+        return;
+    }
     if (frame.height() < 2) {
         throw Argument_error{
             "the height of the frame", std::to_string(frame.height()),
             "give a frame of at least 2 rows"};
     }
-    if (frame.width() < 2 || (frame.width() < 16 && frame.height() != 2)) {
-        throw Argument_error{
-            "the width of the frame", std::to_string(frame.width()),
-            "give a frame of at least 16 columns, or of at least 2 if it has exactly 2 rows"};
-    }
+    throw Argument_error{
+        "the width of the frame", std::to_string(frame.width()),
+        "give a frame of at least 16 columns, or of at least 2 if it has exactly 2 rows"};
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "pixel_layouts.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/geometry.hpp"
 
 #include <algorithm>
 #include <cstring>
@@ -132,8 +133,8 @@ std::size_t check_frame(
     if (bytes < needed) {
         throw Argument_error(
             "frame", std::to_string(bytes) + " bytes",
-            "give the " + std::to_string(needed) + " bytes that " + std::to_string(height) + " x " +
-                std::to_string(width) + " samples take in " + std::string(name_of(format)));
+            "give the " + std::to_string(needed) + " bytes that " + to_string(Size{width, height}) +
+                " samples take in " + std::string(name_of(format)));
     }
     return height;
 }

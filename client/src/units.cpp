@@ -78,6 +78,14 @@ double angle_of(std::uint16_t azimuth, unsigned full_scale, double half_turn_in_
 
 } // namespace
 
+double within_half_turn(double angle, Angle_unit unit) {
+    double const end = half_turn(unit);
+    double const remainder = std::fmod(angle, end);
+    double const positive = remainder < 0 ? remainder + end : remainder;
+    // A remainder just below 0 rounds to the end; the sum makes 0 of -0.
+    return positive == end ? 0 : positive + 0.0;
+}
+
 double angle_of_azimuth(std::uint16_t azimuth, Scale const& scale, Angle_unit unit) {
     check_element("azimuth", azimuth, scale);
     return angle_of(azimuth, scale.full_scale(), half_turn(unit));

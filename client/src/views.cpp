@@ -24,7 +24,7 @@ void check_size(std::size_t height, std::size_t width) {
     }
     if (width > most_pixels / height) {
         throw Argument_error{
-            "the size of the frame", std::to_string(width) + " x " + std::to_string(height),
+            "the size of the frame", to_string(Size{width, height}),
             "give a frame whose planes fit the address space"};
     }
 }
@@ -114,8 +114,7 @@ Planes::Planes(std::size_t height, std::size_t width, Plane_set wanted)
 
 Plane_views Planes::views() {
     Plane_views views;
-    for_each_plane(
-        [](Plane, auto& view, auto& elements) { view = elements; }, views, memory_);
+    for_each_plane([](Plane, auto& view, auto& elements) { view = elements; }, views, memory_);
     return views;
 }
 

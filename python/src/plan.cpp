@@ -108,9 +108,10 @@ bool can_be_processed(py::array const& raw, int bit_depth) {
     if ((raw.ndim() != 2 && raw.ndim() != 3) || raw.size() == 0) {
         return false;
     }
-    auto const height = raw.shape(raw.ndim() - 2);
-    auto const width = raw.shape(raw.ndim() - 1);
-    return height >= 2 && width >= 2 && (width >= 16 || height == 2);
+    auto const side = [&raw](int from_end) {
+        return static_cast<std::size_t>(raw.shape(raw.ndim() - from_end));
+    };
+    return polarization::can_be_processed({.width = side(1), .height = side(2)});
 }
 
 bool any_meet(std::span<Bytes> all) {
@@ -244,6 +245,12 @@ py::dict plane_table() {
 
 void bind_plan(py::module_& module) {
     module.attr("plane_table") = plane_table();
+    module.def("can_be_processed", [](std::size_t width, std::size_t height) {
+        return polarization::can_be_processed({width, height});
+    });
+    module.def("size_text", [](std::size_t width, std::size_t height) {
+        return to_string(polarization::Size{width, height});
+    });
     bound_class<Plan>(module, "Plan")
         .def(
             py::init<

@@ -126,7 +126,7 @@ def check_samples(dtype: np.dtype[Any], shape: tuple[int, ...], name: str = "raw
             f"{name} has the shape {shape}; give one frame (H, W) or several (N, H, W)"
         )
     height, width = shape[-2:]
-    if height < 2 or width < 2 or (width < 16 and height != 2):
+    if not _native.can_be_processed(width, height):
         raise ValueError(
             f"{name} has the shape {shape}; give frames of at least 2 rows and 16 columns, or of "
             "exactly 2 rows and at least 2 columns"

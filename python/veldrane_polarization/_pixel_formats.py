@@ -99,7 +99,7 @@ def unpack(
     if count == 0 or count > held or (frames is None and view.size not in exact):
         raise ValueError(
             f"data holds {view.size} bytes behind the offset; {pixel_format} frames of "
-            f"{rows} x {columns} take {distance} bytes each, so give a multiple of it, or the "
+            f"{_native.size_text(columns, rows)} take {distance} bytes each, so give a multiple of it, or the "
             "number of frames"
         )
     return _native.unpack(view, pixel_format, count, rows, columns, row_bytes, distance)

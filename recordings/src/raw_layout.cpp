@@ -1,5 +1,7 @@
 #include "input/raw_layout.hpp"
 
+#include "veldrane_mrv/polarization/geometry.hpp"
+
 namespace polarize_tool {
 
 namespace polarization = veldrane_mrv::polarization;
@@ -35,9 +37,9 @@ std::string Raw_layout::size_problem(std::uint64_t file_size) const {
     };
     std::string const header =
         header_bytes == 0 ? "" : " behind " + std::to_string(header_bytes) + " bytes of header";
-    return "has " + std::to_string(file_size) + " bytes; frames of " + std::to_string(width) +
-           " x " + std::to_string(height) + " in " + std::string(name_of(format)) + header +
-           " give " + (whole > 0 ? expected(whole) + " or " : "") + expected(whole + 1) +
+    return "has " + std::to_string(file_size) + " bytes; frames of " +
+           to_string(polarization::Size{width, height}) + " in " + std::string(name_of(format)) +
+           header + " give " + (whole > 0 ? expected(whole) + " or " : "") + expected(whole + 1) +
            "; check --width, --height, --pixel-format, --header-bytes and --stride";
 }
 

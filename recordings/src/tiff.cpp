@@ -103,8 +103,7 @@ std::string read_picture(TIFF* image, Frame& frame) {
     frame.width = field<std::uint32_t>(image, TIFFTAG_IMAGEWIDTH);
     frame.height = field<std::uint32_t>(image, TIFFTAG_IMAGELENGTH);
     if (frame.width == 0 || frame.height > largest_frame / frame.width) {
-        return "its size is " + std::to_string(frame.width) + " x " + std::to_string(frame.height) +
-               ", more than 2^30 pixels; crop it";
+        return "its size is " + to_string(frame.size()) + ", more than 2^30 pixels; crop it";
     }
     frame.samples.resize(frame.width * frame.height);
     Memory_watch const memory;

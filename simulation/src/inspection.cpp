@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/inspection.hpp"
 
+#include "veldrane_mrv/polarization/units.hpp"
+
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -86,13 +88,8 @@ std::array<Position_means, 4> position_means(Frame_view const& frame) {
     return positions;
 }
 
-double half_turn(double angle) {
-    double const rest = std::fmod(angle, 180.0);
-    return rest < 0.0 ? rest + 180.0 : rest;
-}
-
 double distance(double a, double b) {
-    double const apart = half_turn(a - b);
+    double const apart = within_half_turn(a - b);
     return std::min(apart, 180.0 - apart);
 }
 
@@ -116,7 +113,7 @@ std::string whole(double degrees) {
 std::string explain(Phase_answer const& answer, double polariser_angle) {
     Phase_candidate const& best = answer.candidates[0];
     Phase_candidate const& second = answer.candidates[1];
-    std::string const given = whole(half_turn(polariser_angle));
+    std::string const given = whole(within_half_turn(polariser_angle));
     if (answer.degree < least_degree) {
         return "The light is polarised by " + whole(100.0 * answer.degree) +
                " per cent only: this is no frame of a source behind a linear polariser, or it is "
@@ -191,7 +188,7 @@ Phase_answer phase_behind_polariser(
     for (Mosaic const& mosaic : all_mosaics()) {
         double const s1 = projected(positions, mosaic, 0, 90);
         double const s2 = projected(positions, mosaic, 45, 135);
-        double const angle = half_turn(0.5 * std::atan2(s2, s1) * 180.0 / std::numbers::pi);
+        double const angle = within_half_turn(0.5 * std::atan2(s2, s1) * 180.0 / std::numbers::pi);
         answer.candidates[static_cast<std::size_t>(mosaic.phase())] = {
             mosaic.phase(), angle, distance(angle, polariser_angle)};
         answer.degree = total > 0.0 ? std::hypot(s1, s2) / (0.5 * total) : 0.0;

@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/simulation.hpp"
 
+#include "veldrane_mrv/polarization/units.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -92,7 +94,7 @@ void expose(Light& light, double full_scale) {
 
 float angle_in_degrees(Stokes const& light) {
     double const degrees = std::atan2(light.s2, light.s1) * 90.0 / std::numbers::pi;
-    auto const wrapped = static_cast<float>(degrees < 0.0 ? degrees + 180.0 : degrees);
+    auto const wrapped = static_cast<float>(within_half_turn(degrees));
     // Rounding to float may reach 180 itself, which is 0 again.
     return wrapped < 180.0F ? wrapped : 0.0F;
 }
@@ -206,7 +208,7 @@ Analysers imperfect_analysers(int phase, Analyser_spread const& spread) {
             number(1) * (spread.highest_diattenuation - spread.lowest_diattenuation);
         double const orientation =
             mosaic.angle(position / 2, position % 2) + off(number(2), spread.orientation);
-        analyser.orientation = orientation < 0.0 ? orientation + 180.0 : orientation;
+        analyser.orientation = within_half_turn(orientation);
         sum += analyser.throughput;
     }
     for (Analyser& analyser : analysers) {

@@ -136,7 +136,7 @@ TEST(Calibration_estimate, source_intensities_and_degree_are_taken_into_account)
     for (int index = 0; index < 12; ++index) {
         double const intensity = 1 - 0.05 * index;
         double const angle = 15.0 * index;
-        Series_point point{angle, intensity, {}, 8, 8, ""};
+        Series_point point{angle, intensity, {}, {8, 8}, ""};
         for (std::size_t position = 0; position < 4; ++position) {
             point.means[position] =
                 sensor.signal(position, polarised_light(2000 * intensity, 0.9, angle));
@@ -181,7 +181,7 @@ TEST(Calibration_estimate, a_region_leaves_out_the_rest_of_the_frame) {
             series.samples(frame).begin(), 20 * Simulated_series::width, std::uint16_t{100});
     }
     Estimation_options options = options_for(sensor);
-    options.region = Frame_region{21, 3, 40, 51};
+    options.region = Region{3, 21, 51, 40};
     Calibration const found = estimate_calibration(series.frames(), sensor.mosaic, options);
     EXPECT_EQ(found.matrices, clean.matrices);
     EXPECT_NE(estimate(series, sensor).matrices, clean.matrices);
@@ -280,8 +280,8 @@ TEST(Calibration_estimate, frames_of_unequal_size_are_refused) {
     frame.frame = Frame_view{frame.frame.data(), 64, 94};
     Refusal const refusal = refusal_of(series, sensor);
     EXPECT_EQ(refusal.argument, "size of frame 4");
-    EXPECT_EQ(refusal.value, "64 rows of 94");
-    EXPECT_TRUE(contains(refusal.remedy, "64 rows of 96"));
+    EXPECT_EQ(refusal.value, "94 x 64");
+    EXPECT_TRUE(contains(refusal.remedy, "96 x 64"));
 }
 
 TEST(Calibration_estimate, every_wrong_mosaic_is_refused_with_the_right_one) {
@@ -394,12 +394,12 @@ TEST(Calibration_estimate, numbers_that_are_not_usable_are_refused) {
     }
     EXPECT_TRUE(contains(
         refused([](auto&, auto& options) {
-            options.region = Frame_region{63, 0, 2, 2};
+            options.region = Region{0, 63, 2, 2};
         }),
         "region"));
     EXPECT_TRUE(contains(
         refused([](auto&, auto& options) {
-            options.region = Frame_region{0, 0, 1, 9};
+            options.region = Region{0, 0, 9, 1};
         }),
         "region"));
 }

@@ -117,7 +117,7 @@ TEST(Dark_frame, wrong_arguments_are_refused_and_nothing_is_written) {
         refusal_of([&] {
             subtract(frame, Dark_frame{4, 3, {}}, result);
         }),
-        "size of the frame is 3 rows of 4; give frames of the dark frame's size, 4 rows of 3");
+        "size of the frame is 4 x 3; give frames of the dark frame's size, 3 x 4");
     EXPECT_EQ(
         refusal_of([&] { subtract(frame, dark, std::span{result}.first(11)); }),
         "result is 11 elements; give the 12 elements of the frame");
@@ -135,8 +135,7 @@ TEST(Dark_frame, wrong_arguments_are_refused_and_nothing_is_written) {
     std::vector<Frame_view> const unequal = {frame, {samples, 4, 3}};
     EXPECT_EQ(
         refusal_of([&] { Dark_frame{unequal}; }),
-        "size of dark frame 1 is 4 rows of 3; give frames of the size of the first one, "
-        "3 rows of 4");
+        "size of dark frame 1 is 3 x 4; give frames of the size of the first one, 4 x 3");
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();
     for (double const level : {-1.0, 65536.0, nan}) {
         EXPECT_NE(refusal_of([&] { Dark_frame{2, 2, {0, level, 0, 0}}; }), "nothing");

@@ -23,13 +23,8 @@ namespace {
 
 using namespace polarization;
 
-struct Size_of_frame {
-    std::size_t height;
-    std::size_t width;
-};
-
 // With and without vector blocks and strips, parities that differ, a larger frame before smaller.
-constexpr std::array<Size_of_frame, 5> sizes{{{40, 149}, {7, 48}, {2, 3}, {23, 31}, {41, 64}}};
+constexpr std::array<Size, 5> sizes{{{149, 40}, {48, 7}, {3, 2}, {31, 23}, {64, 41}}};
 
 Settings settings_of(std::size_t seed) {
     return {
@@ -38,7 +33,7 @@ Settings settings_of(std::size_t seed) {
         {support::make_matrices(support::Matrix_kind::random, static_cast<int>(seed % 4), seed)}};
 }
 
-support::Samples samples_of(Size_of_frame const& size) {
+support::Samples samples_of(Size const& size) {
     return support::make_samples(
         support::Sample_kind::random_12_bit, size.height, size.width, size.width);
 }
@@ -64,7 +59,7 @@ TEST(Frame_transform, takes_the_way_that_options_and_planes_ask_for) {
         Settings const settings = settings_of(frames + 1);
         Frame_transform moved_from{settings, options};
         Frame_transform transform = std::move(moved_from);
-        for (Size_of_frame const& size : sizes) {
+        for (Size const& size : sizes) {
             for (Plane_set const& with_signs :
                  {Plane_set{}, Plane_set{Plane::s2}, Plane_set{Plane::s1, Plane::s2}}) {
                 support::Samples const samples = samples_of(size);
@@ -90,7 +85,7 @@ TEST(Frame_transform, takes_the_way_that_options_and_planes_ask_for) {
 
 // The packed plane of a frame with vector blocks has places that nothing is stored at.
 TEST(Frame_transform, leaves_nan_where_fast_mode_stores_nothing) {
-    Size_of_frame const size{40, 64};
+    Size const size{.width = 64, .height = 40};
     support::Samples const samples(size.height * size.width, 100);
     Frame_transform transform{ideal_settings(Mosaic::from_phase(1), Scale{12})};
     std::vector<float> stokes(2 * samples.size(), 7.0F);

@@ -20,6 +20,22 @@ using namespace veldrane_mrv::polarization;
 
 constexpr std::array full_scales = {1U, 2U, 179U, 180U, 255U, 4095U, 65534U, 65535U};
 
+TEST(Angle, is_folded_into_half_a_turn) {
+    double const below = -1e-15; // so near to 0 that half a turn more is half a turn
+    for (double const angle : {0.0, -0.0, 180.0, -180.0, 540.0, below}) {
+        double const folded = within_half_turn(angle);
+        EXPECT_EQ(folded, 0) << angle;
+        EXPECT_FALSE(std::signbit(folded)) << angle;
+    }
+    EXPECT_EQ(within_half_turn(-45), 135);
+    EXPECT_EQ(within_half_turn(725), 5);
+    EXPECT_EQ(within_half_turn(std::numbers::pi, Angle_unit::radians), 0);
+    EXPECT_EQ(within_half_turn(-1e-17, Angle_unit::radians), 0);
+    EXPECT_EQ(within_half_turn(-1, Angle_unit::radians), std::numbers::pi - 1);
+    EXPECT_TRUE(std::isnan(within_half_turn(std::numeric_limits<double>::quiet_NaN())));
+    EXPECT_TRUE(std::isnan(within_half_turn(std::numeric_limits<double>::infinity())));
+}
+
 TEST(Angle, comes_back_as_the_same_element) {
     std::size_t checked = 0;
     for (unsigned const full_scale : full_scales) {

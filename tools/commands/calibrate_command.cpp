@@ -60,7 +60,7 @@ constexpr char const* angles_help =
 
 // Where the frames are measured: dark levels may change towards the borders.
 std::array<double, 4> dark_levels(
-    polarization::Dark_frame const& dark, std::optional<Region> const& region) {
+    polarization::Dark_frame const& dark, std::optional<polarization::Region> const& region) {
     // Written without sums, which could wrap.
     bool const fits = region && region->height >= 2 && region->width >= 2 && dark.height() >= 2 &&
                       region->row <= dark.height() - 2 && dark.width() >= 2 &&
@@ -92,9 +92,7 @@ polarization::Estimation_options estimation_of(
     options.bit_depth = preparation.bit_depth();
     options.source_degree = line.source_degree;
     options.sensor = line.sensor;
-    if (auto const region = line.samples.region()) {
-        options.region = {region->row, region->column, region->height, region->width};
-    }
+    options.region = line.samples.region();
     if (auto const& dark = preparation.dark()) {
         options.dark_levels = dark_levels(*dark, line.samples.region());
     }
@@ -151,7 +149,7 @@ std::vector<polarization::Series_point> measure_all(
             std::string const name = place.name() + ": ";
             try {
                 series.push_back(measure(place, settings[number]));
-                progress.add(series.back().height * series.back().width);
+                progress.add(series.back().size.width * series.back().size.height);
             } catch (polarization::Argument_error const& error) {
                 bool const names_it = error.argument().find(place.name()) != std::string::npos;
                 failures.add(place, (names_it ? "" : name) + error.what(), error.remedy());

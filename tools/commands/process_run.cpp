@@ -156,8 +156,7 @@ void Process_run::tell(std::string const& line) {
 
 std::string Process_run::line_of(Slot const& slot) const {
     Frame const& frame = slot.fetched.frame;
-    std::string line = slot.fetched.place.name() + ": " + std::to_string(frame.width) + " x " +
-                       std::to_string(frame.height) + ", " +
+    std::string line = slot.fetched.place.name() + ": " + to_string(frame.size()) + ", " +
                        times_of(frame, slot.processor.milliseconds()) + ", wrote";
     for (fs::path const& file : results_.files_of(slot.fetched.place)) {
         if (file.extension() != ".json") {

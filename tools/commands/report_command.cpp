@@ -69,7 +69,7 @@ Frame_place place_of(Command_line const& line) {
 void check_size(Frame const& frame, std::string const& name) {
     if (frame.samples.size() > most_report_pixels) {
         throw File_failure(
-            name, std::to_string(frame.width) + " x " + std::to_string(frame.height) +
+            name, to_string(frame.size()) +
                       " pixels are too many for a page that holds every value; at most " +
                       std::to_string(most_report_pixels) +
                       " are possible, so choose a part with --region");

@@ -10,6 +10,7 @@
 #include "terminal/visible_text.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "veldrane_mrv/polarization/geometry.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 
 #include <algorithm>
@@ -130,7 +131,7 @@ void add_analysers(Staged_files& files, Simulate_options const& options) {
 
 std::string sensor_line(Simulate_options const& options) {
     polarization::Simulation_settings const& settings = options.settings;
-    return std::to_string(settings.width) + " x " + std::to_string(settings.height) + ", phase " +
+    return to_string(polarization::Size{settings.width, settings.height}) + ", phase " +
            std::to_string(settings.phase) + ", bit depth " + std::to_string(settings.bit_depth) +
            ", " + (settings.noise ? "seed " + std::to_string(settings.seed) : "no noise");
 }

@@ -12,14 +12,12 @@
 namespace polarize_tool {
 namespace {
 
+using polarization::Region;
+
 void shift_down(Frame& frame, int bits) {
     for (std::uint16_t& sample : frame.samples) {
         sample = static_cast<std::uint16_t>(sample >> bits);
     }
-}
-
-std::string size_of(std::size_t width, std::size_t height) {
-    return std::to_string(width) + " x " + std::to_string(height);
 }
 
 // In place: every row moves towards the start.
@@ -35,13 +33,9 @@ void cut(Frame& frame, Region const& region) {
 }
 
 void check_fit(Frame const& frame, Region const& region, std::string const& name) {
-    bool const fits = region.column < frame.width && region.width <= frame.width - region.column &&
-                      region.row < frame.height && region.height <= frame.height - region.row;
-    if (!fits) {
+    if (!fits(region, frame.size())) {
         throw File_failure(
-            name, "has " + size_of(frame.width, frame.height) + " pixels; the region of " +
-                      size_of(region.width, region.height) + " at column " +
-                      std::to_string(region.column) + ", row " + std::to_string(region.row) +
+            name, "has " + to_string(frame.size()) + " pixels; the region of " + to_string(region) +
                       " does not fit in; give a smaller --region");
     }
 }
@@ -105,13 +99,12 @@ Sample_warnings Frame_preparation::apply(
     if (shift_ > 0) {
         shift_down(frame, shift_);
     }
-    if (dark_ && (dark_->width() != frame.width || dark_->height() != frame.height)) {
+    if (dark_ && dark_->size() != frame.size()) {
         throw File_failure(
-            name, "has " + size_of(frame.width, frame.height) + " pixels, the dark frame " +
-                      size_of(dark_->width(), dark_->height()) +
-                      "; take dark frames with the same settings");
+            name, "has " + to_string(frame.size()) + " pixels, the dark frame " +
+                      to_string(dark_->size()) + "; take dark frames with the same settings");
     }
-    Region const part = region_.value_or(Region{0, 0, frame.width, frame.height});
+    Region const part = region_.value_or(region_of(frame.size()));
     check_fit(frame, part, name);
     Sample_warnings warnings{depth_warning(frame, part, name), dark_warning(frame, part, name)};
     if (dark_ && level == Dark_level::subtracted) {

@@ -33,7 +33,7 @@ public:
 
     int bit_depth() const { return bit_depth_; }
     int shift() const { return shift_; }
-    std::optional<Region> const& region() const { return region_; }
+    std::optional<polarization::Region> const& region() const { return region_; }
     bool subtracts_dark() const { return dark_.has_value(); }
     /// The files of the dark frames, each once.
     std::vector<std::filesystem::path> const& dark_files() const { return dark_files_; }
@@ -47,13 +47,14 @@ public:
 
 private:
     std::string depth_warning(
-        Frame const& frame, Region const& part, std::string const& name) const;
-    std::string dark_warning(Frame const& frame, Region const& part, std::string const& name) const;
+        Frame const& frame, polarization::Region const& part, std::string const& name) const;
+    std::string dark_warning(
+        Frame const& frame, polarization::Region const& part, std::string const& name) const;
     void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
 
     int bit_depth_;
     int shift_;
-    std::optional<Region> region_;
+    std::optional<polarization::Region> region_;
     std::optional<polarization::Dark_frame> dark_;
     std::vector<std::filesystem::path> dark_files_;
 };

@@ -89,7 +89,7 @@ void add_input_options(CLI::App& command, Input_options& options, Frame_choice c
         ->group(selection);
 }
 
-std::optional<Region> Sample_options::region() const {
+std::optional<polarization::Region> Sample_options::region() const {
     if (region_text.empty()) {
         return std::nullopt;
     }
@@ -109,7 +109,7 @@ std::optional<Region> Sample_options::region() const {
             "--region is " + region_text +
             "; give COLUMN,ROW,WIDTH,HEIGHT in decimal digits, such as 0,512,2448,1024");
     }
-    return Region{numbers[0], numbers[1], numbers[2], numbers[3]};
+    return polarization::Region{numbers[0], numbers[1], numbers[2], numbers[3]};
 }
 
 int Sample_options::depth(std::optional<Raw_layout> const& raw) const {

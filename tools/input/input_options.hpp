@@ -4,6 +4,7 @@
 #pragma once
 
 #include "input/frame_finding.hpp"
+#include "veldrane_mrv/polarization/geometry.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
 
 #include <cstddef>
@@ -46,14 +47,6 @@ void add_input_options(
 /// --pixel-format, in whatever case; `name` gets the one of the convention.
 CLI::Option* add_pixel_format(CLI::App& command, std::string& name, std::string const& help);
 
-/// Part of a frame, in pixels.
-struct Region {
-    std::size_t column;
-    std::size_t row;
-    std::size_t width;
-    std::size_t height;
-};
-
 /// --bit-depth, --shift, --region and --dark.
 struct Sample_options {
     int bit_depth = 0;
@@ -62,7 +55,7 @@ struct Sample_options {
     std::vector<std::string> dark_frames;
 
     /// @throws Usage_error if the text is no region
-    std::optional<Region> region() const;
+    std::optional<veldrane_mrv::polarization::Region> region() const;
     /// The depth that was given, or that of the pixel format.
     /// @throws Usage_error if there is neither
     int depth(std::optional<Raw_layout> const& raw) const;

@@ -9,7 +9,7 @@ Transform_settings transform_settings(
     Mosaic_options const& mosaic, std::filesystem::path const& calibration_file,
     std::optional<unsigned> full_scale, Frame_preparation const& preparation) {
     polarization::Scale const scale(preparation.bit_depth(), full_scale);
-    Region const region = preparation.region().value_or(Region{0, 0, 0, 0});
+    auto const region = preparation.region().value_or(polarization::Region());
     if (calibration_file.empty()) {
         return {
             polarization::ideal_settings(

@@ -1,5 +1,7 @@
 #include "output/calibration_plot.hpp"
 
+#include "veldrane_mrv/polarization/units.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -22,11 +24,6 @@ std::array<cv::Scalar, 4> const position_colours = {
     cv::Scalar(167, 121, 204)};
 
 constexpr double half_turn = 180.0;
-
-double within_half_turn(double angle) {
-    double const rest = std::fmod(angle, half_turn);
-    return rest < 0.0 ? rest + half_turn : rest;
-}
 
 void write_text(
     cv::Mat& picture, std::string const& text, cv::Point place, cv::Scalar const& colour = ink) {
@@ -87,7 +84,7 @@ std::vector<Pair> pairs_of(
     std::vector<Pair> pairs;
     for (polarization::Series_point const& point : series) {
         pairs.push_back(
-            {within_half_turn(point.polariser_angle),
+            {polarization::within_half_turn(point.polariser_angle),
              point.means[position] / point.source_intensity,
              expected_mean(calibration, position, point.polariser_angle, 1.0, source_degree)});
     }

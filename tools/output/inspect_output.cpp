@@ -1,6 +1,7 @@
 #include "output/inspect_output.hpp"
 
 #include "terminal/visible_text.hpp"
+#include "veldrane_mrv/polarization/geometry.hpp"
 
 #include <algorithm>
 #include <cstdio>
@@ -172,8 +173,8 @@ std::vector<std::string> inspection_warnings(polarization::Inspection const& ins
 std::string inspection_text(
     std::string const& name, polarization::Inspection const& inspection,
     std::optional<polarization::Phase_answer> const& answer) {
-    std::string text = name + ": " + std::to_string(inspection.width) + " x " +
-                       std::to_string(inspection.height) + ", " +
+    std::string text = name + ": " +
+                       to_string(polarization::Size{inspection.width, inspection.height}) + ", " +
                        decimal(static_cast<double>(inspection.samples()) * 1e-6, 2) + " Mpixel\n";
     text += labelled(
         "samples", std::to_string(inspection.smallest) + " to " +

@@ -19,7 +19,7 @@ struct Origin {
     int shift = 0;
     /// Whose mean was subtracted.
     std::vector<std::filesystem::path> dark_files{};
-    std::optional<Region> region;
+    std::optional<polarization::Region> region;
     std::filesystem::path calibration_file;
     std::optional<polarization::Calibration> calibration;
 };

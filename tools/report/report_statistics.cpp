@@ -1,5 +1,7 @@
 #include "report/report_statistics.hpp"
 
+#include "veldrane_mrv/polarization/units.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -81,8 +83,8 @@ Angle_statistics angle_statistics(Report_planes const& planes, std::size_t steps
         result.histogram[std::min(step, steps - 1)] += weights[element];
     }
     if (total > 0.0) {
-        double const half_turns = std::atan2(sum_sine, sum_cosine) / (2.0 * std::numbers::pi);
-        result.mean = 180.0 * (half_turns < 0.0 ? half_turns + 1.0 : half_turns);
+        result.mean = veldrane_mrv::polarization::within_half_turn(
+            std::atan2(sum_sine, sum_cosine) * 90.0 / std::numbers::pi);
         result.concentration = std::hypot(sum_cosine, sum_sine) / total;
     }
     return result;

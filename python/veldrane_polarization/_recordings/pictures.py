@@ -7,6 +7,7 @@ from typing import IO, Any
 
 import numpy as np
 
+from .. import _native
 from .._arguments import Array
 
 TIFF, PNG = (".tif", ".tiff"), (".png",)
@@ -96,5 +97,6 @@ def _grey_png(stream: IO[bytes]) -> Array:
     except Image.DecompressionBombError:
         width, height = (int.from_bytes(start[at : at + 4], "big") for at in (16, 20))
         raise Picture_error(
-            f"holds {height} x {width} pixels, more than are read of a PNG file; give a TIFF file"
+            f"holds {_native.size_text(width, height)} pixels, more than are read of a PNG file; "
+            "give a TIFF file"
         ) from None

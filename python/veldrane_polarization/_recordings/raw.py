@@ -120,16 +120,17 @@ def open_raw(
         status.st_size,
         _modified(status),
     )
+    size = _native.size_text(width, height)
     count, rest = divmod(status.st_size - header, opened.bytes_per_frame)
     if count == 0 or rest:
         raise Recording_error(
             f"{path} holds {status.st_size - header} bytes behind its header, not a multiple "
-            f"of {opened.bytes_per_frame}, a frame of {height} x {width} in {pixel_format}; check "
+            f"of {opened.bytes_per_frame}, a frame of {size} in {pixel_format}; check "
             "size, format and header, or cut off an incomplete last frame"
         )
     if count > MOST_FRAMES:
         raise Recording_error(
-            f"{path} holds {count} frames of {height} x {width}; give at most "
+            f"{path} holds {count} frames of {size}; give at most "
             f"{MOST_FRAMES} frames at a time"
         )
     return replace(opened, count=count)

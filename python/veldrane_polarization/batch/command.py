@@ -11,7 +11,7 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Optional
 
-from .. import _arguments
+from .. import _arguments, _native
 from .._native import Calibration
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
 from .._recordings import Recording, open_recording
@@ -190,10 +190,10 @@ def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
             "most 8, or frames of 16 bits"
         )
     height, width = recording.shape
-    if height < 2 or width < 2 or (width < 16 and height != 2):
+    if not _native.can_be_processed(width, height):
         raise Usage_error(
-            f"{path} holds frames of {height} x {width}; give frames of at least 2 rows and 16 "
-            "columns, or of exactly 2 rows and at least 2 columns"
+            f"{path} holds frames of {_native.size_text(width, height)}; give frames of at least 2 "
+            "rows and 16 columns, or of exactly 2 rows and at least 2 columns"
         )
 
 

@@ -68,7 +68,7 @@ CASES = [
         "--calibration: .: cannot be read: it is a folder",
     ),
     (("png", "out", *options()), "--bit-depth is 12, but"),
-    (("narrow.zarr", "out", *options()), "narrow.zarr holds frames of 20 x 8"),
+    (("narrow.zarr", "out", *options()), "narrow.zarr holds frames of 8 x 20"),
     (("flat.zarr", "out", *options()), "holds uint16 in the shape (2, 64)"),
     (("broken.zarr", "out", *options()), "broken.zarr/.zarray cannot be read"),
     (("group.zarr", "out", *options()), "is a zarr group; give one of the arrays"),

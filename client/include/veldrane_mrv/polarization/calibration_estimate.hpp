@@ -44,17 +44,8 @@ struct Series_point {
     double source_intensity = 1;
     /// Indexed by `cell_position`; dark levels are still in them.
     std::array<double, 4> means{};
-    std::size_t height = 0;
-    std::size_t width = 0;
+    Size size{};
     std::string source{};
-};
-
-/// Part of a frame; positions in the cell are counted from the frame's first row and column.
-struct Frame_region {
-    std::size_t row = 0;
-    std::size_t column = 0;
-    std::size_t height = 0;
-    std::size_t width = 0;
 };
 
 enum class Average {
@@ -67,7 +58,7 @@ struct Estimation_options {
     /// Significant bits of the samples; decides which are saturated and which frames too dark.
     int bit_depth = 16;
     /// All of the frame if not given. The middle is wise: lenses darken the corners.
-    std::optional<Frame_region> region;
+    std::optional<Region> region;
     Average average = Average::trimmed_mean;
     /// Degree of polarisation of the light behind the polariser, above 0.
     double source_degree = 1;

@@ -36,6 +36,7 @@ public:
 
     std::size_t height() const { return height_; }
     std::size_t width() const { return width_; }
+    Size size() const { return {width_, height_}; }
     std::span<std::uint16_t const> levels() const { return levels_; }
 
     /// Mean level of each position in the cell.

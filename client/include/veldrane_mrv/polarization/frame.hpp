@@ -16,6 +16,8 @@ struct Frame {
     std::size_t height = 0;
     std::vector<std::uint16_t> samples;
 
+    Size size() const { return {width, height}; }
+
     /// Valid until the samples are changed or die.
     /// @throws Argument_error if an invariant of the view would not hold
     Frame_view view() const { return {samples, height, width}; }

@@ -7,8 +7,14 @@
 
 namespace veldrane_mrv::polarization {
 
+/// Whether the processor takes frames of this size: of two rows and two columns, and of 16 columns
+/// unless there are exactly two rows.
+constexpr bool can_be_processed(Size const& frame) {
+    return frame.height >= 2 && frame.width >= (frame.height == 2 ? 2 : 16);
+}
+
 /// Before anything is written, it checks that
-///   the frame has two rows and two columns, and 16 columns unless it has exactly two rows;
+///   `can_be_processed` holds for the frame's size;
 ///   every plane that is not empty has exactly the elements of the frame, at an aligned address;
 ///   no two buffers overlap, the frame included;
 ///   no weight of the matrices is NaN or absurdly large;

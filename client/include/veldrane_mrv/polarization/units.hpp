@@ -30,6 +30,9 @@ namespace veldrane_mrv::polarization {
 
 enum class Angle_unit { degrees, radians };
 
+/// The angle modulo half a turn: in [0, 180) or [0, pi), never -0; NaN of an infinity or a NaN.
+double within_half_turn(double angle, Angle_unit unit = Angle_unit::degrees);
+
 /// Angle of an element of the azimuth plane, in [0, 180) or [0, pi). Both ends of the plane's
 /// range, 0 and the full scale, are 90 degrees.
 /// @throws Argument_error if `azimuth` is above the full scale

@@ -6,6 +6,7 @@
 /// w is element r * w + c, or elements 2 * (r * w + c) and the one behind it of a plane of two.
 #pragma once
 
+#include "veldrane_mrv/polarization/geometry.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
 
 #include <cstddef>
@@ -33,6 +34,7 @@ public:
     std::uint16_t const* data() const { return samples_; }
     std::size_t height() const { return height_; }
     std::size_t width() const { return width_; }
+    Size size() const { return {width_, height_}; }
     std::size_t pixels() const { return height_ * width_; }
 
     std::span<std::uint16_t const> row(std::size_t row) const {
@@ -76,6 +78,7 @@ public:
 
     std::size_t height() const { return height_; }
     std::size_t width() const { return width_; }
+    Size size() const { return {width_, height_}; }
     Plane_set wanted() const { return wanted_; }
 
     /// Views into this object, valid until it is moved from or dies.
