@@ -1,3 +1,5 @@
+#include "veldrane_mrv/polarization/calibration_json.hpp"
+
 #include "contradiction.hpp"
 #include "json_node.hpp"
 

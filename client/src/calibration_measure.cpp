@@ -1,5 +1,7 @@
+#include "veldrane_mrv/polarization/calibration_measure.hpp"
+
 #include "veldrane_mrv/polarization/argument_error.hpp"
-#include "veldrane_mrv/polarization/calibration_estimate.hpp"
+#include "veldrane_mrv/polarization/mosaic.hpp"
 
 #include <algorithm>
 #include <cmath>

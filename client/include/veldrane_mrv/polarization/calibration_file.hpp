@@ -1,15 +1,9 @@
 /// @file
 /// Calibrations on disk, as JSON that people can read.
-///
-/// The file holds every figure of a `Calibration`; weights and figures come back bit for bit. Its
-/// `schema` names the format and its version, which grows with every change of the keys: version 2
-/// added the common offset and the outlying frames. Version 1 is read too.
-///
-/// Mosaic and weights follow from the analysers, so a file in which they differ has been changed
-/// since it was written: it is refused, since nobody can tell which part is right.
 #pragma once
 
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/calibration_json.hpp"
 #include "veldrane_mrv/polarization/existing_files.hpp"
 
 #include <cstddef>
@@ -18,9 +12,6 @@
 #include <string>
 
 namespace veldrane_mrv::polarization {
-
-inline constexpr char const* calibration_schema_name = "veldrane_mrv.polarization_calibration";
-inline constexpr int calibration_schema_version = 2;
 
 /// Something is wrong with a file. `what` is one line for a user: "FILE, line N: PROBLEM; REMEDY".
 class File_error : public std::runtime_error {
@@ -56,9 +47,5 @@ void save(
 /// @throws File_error if the file cannot be read, is no regular one, is no calibration, is damaged,
 ///        has weights or a mosaic that are not those of its analysers, or comes from a newer schema
 Calibration load_calibration(std::filesystem::path const& file);
-
-/// The same from and to text; `name` stands for the file in messages.
-std::string calibration_to_json(Calibration const& calibration);
-Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name);
 
 } // namespace veldrane_mrv::polarization
