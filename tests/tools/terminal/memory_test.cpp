@@ -2,6 +2,7 @@
 // temporary file stays.
 #include "terminal/memory.hpp"
 
+#include "commands/ending.hpp"
 #include "output/staged_files.hpp"
 #include "process_fixture.hpp"
 
