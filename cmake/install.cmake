@@ -77,6 +77,24 @@ if(TARGET polarization_client)
     COMPONENT development)
 endif()
 
+# Likewise, for libpng and libtiff.
+if(TARGET polarization_recordings)
+  install(TARGETS polarization_recordings EXPORT veldrane_mrv_polarization_recordings
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(
+    DIRECTORY ${PROJECT_SOURCE_DIR}/recordings/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT development
+    FILES_MATCHING
+    PATTERN "*.hpp")
+  install(
+    EXPORT veldrane_mrv_polarization_recordings
+    NAMESPACE veldrane_mrv::
+    FILE veldrane_mrv_polarization-recordings-targets.cmake
+    DESTINATION ${package_dir}
+    COMPONENT development)
+endif()
+
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/veldrane_mrv_polarization-config.cmake.in
   ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization-config.cmake INSTALL_DESTINATION ${package_dir}
@@ -95,6 +113,9 @@ file(RELATIVE_PATH prefix_from_pkgconfig /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 set(pkgconfig_names veldrane_mrv_polarization)
 if(TARGET polarization_client)
   list(APPEND pkgconfig_names veldrane_mrv_polarization_client)
+endif()
+if(TARGET polarization_recordings)
+  list(APPEND pkgconfig_names veldrane_mrv_polarization_recordings)
 endif()
 foreach(name IN LISTS pkgconfig_names)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)

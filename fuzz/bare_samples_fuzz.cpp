@@ -5,22 +5,20 @@
 #include "input_reader.hpp"
 #include "memory_file.hpp"
 
-#include "input/frame_reading.hpp"
-#include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/frame_list.hpp"
 
 namespace {
 
 using fuzz::Input_reader;
 using fuzz::Memory_file;
 using fuzz::require;
-using namespace polarize_tool;
-using polarization::Pixel_format;
+using namespace veldrane_mrv::polarization;
 
 /// Also strides that are shorter than a row, and numbers as large as the options let through.
 std::optional<Raw_layout> draw_layout(Input_reader& input) {
     constexpr unsigned small_limit = 40;
-    auto const format = polarization::all_pixel_formats[input.below(9)];
+    auto const format = all_pixel_formats[input.below(9)];
     bool const is_huge = input.below(16) == 0;
     std::size_t const width = is_huge ? input.next<std::uint32_t>() : 1 + input.below(small_limit);
     std::size_t const height = is_huge ? input.next<std::uint32_t>() : 1 + input.below(small_limit);
@@ -31,7 +29,7 @@ std::optional<Raw_layout> draw_layout(Input_reader& input) {
     }
     try {
         return make_raw_layout(std::string(name_of(format)), width, height, header, stride);
-    } catch (polarization::Argument_error const&) {
+    } catch (Argument_error const&) {
         return std::nullopt;
     }
 }
@@ -89,13 +87,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     file.write(bytes);
     Found_frames const found = find_frames({file.path().string()}, layout);
     require(found.frames.empty() != found.failures.empty(), "a file has neither frames nor faults");
-    Frame_reader reader(layout);
-    Fetched_frame fetched;
-    for (Frame_place const& place : found.frames) {
-        // What was found is whole, so that nothing is refused any more.
-        reader.fetch(place, fetched);
-        reader.decode(fetched);
-        require_samples(fetched.frame, bytes, *layout, place.index);
+    Frame_list source(found, layout);
+    Frame_slot slot;
+    // What was found is whole, so that nothing is refused any more.
+    while (source.read_next(slot)) {
+        require_samples(slot.frame(), bytes, *layout, slot.place().index);
     }
     return 0;
 }

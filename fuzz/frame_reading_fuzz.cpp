@@ -4,8 +4,9 @@
 
 #include "memory_file.hpp"
 
-#include "input/frame_reading.hpp"
-#include "terminal/failure.hpp"
+#include "veldrane_mrv/polarization/frame_source.hpp"
+
+namespace polarization = veldrane_mrv::polarization;
 
 using fuzz::Memory_file;
 using fuzz::require;
@@ -14,10 +15,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     static Memory_file const file;
     file.write({data, size});
     try {
-        polarize_tool::Frame const frame = polarize_tool::read_frame(file.path());
+        polarization::Frame const frame = polarization::read_frame(file.path());
         require(frame.width != 0 && frame.height != 0, "an empty frame was read");
         require(frame.samples.size() == frame.width * frame.height, "samples are missing");
-    } catch (polarize_tool::File_failure const&) {
+    } catch (polarization::File_failure const&) {
         return 0;
     }
     return 0;

@@ -1,20 +1,16 @@
-#include "input/frame_finding.hpp"
+#include "veldrane_mrv/polarization/frame_list.hpp"
 
-#include "input/calibration_mark.hpp"
-#include "input/input_opening.hpp"
-#include "input/tiff_reading.hpp"
-#include "terminal/failure.hpp"
-#include "terminal/interruption.hpp"
-#include "terminal/messages.hpp"
+#include "source_kind.hpp"
+
+#include "veldrane_mrv/polarization/calibration_mark.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 #include <cstring>
 #include <glob.h>
-#include <unistd.h>
+#include <utility>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 namespace {
 
 namespace fs = std::filesystem;
@@ -24,14 +20,15 @@ bool sorts_before(fs::path const& a, fs::path const& b) {
 }
 
 bool has_ending_of_frames(fs::path const& file, bool raw) {
-    constexpr std::array<char const*, 4> images = {".png", ".pgm", ".tif", ".tiff"};
-    constexpr std::array<char const*, 3> recordings = {".raw", ".bin", ".dat"};
     std::string ending = file.extension().string();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char letter) {
         return static_cast<char>(std::tolower(letter));
     });
-    return raw ? std::find(recordings.begin(), recordings.end(), ending) != recordings.end()
-               : std::find(images.begin(), images.end(), ending) != images.end();
+    auto const kinds = recordings::source_kinds();
+    return std::any_of(kinds.begin(), kinds.end(), [&](recordings::Source_kind const* kind) {
+        return kind->needs_layout == raw &&
+               std::find(kind->endings.begin(), kind->endings.end(), ending) != kind->endings.end();
+    });
 }
 
 std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
@@ -96,24 +93,6 @@ Found_files files_of(std::string const& input, bool raw) {
     return {{input}, true};
 }
 
-std::string start_of(regular_files::Input const& input) {
-    std::string start(calibration_mark_reach, '\0');
-    ssize_t const count = pread(input.descriptor.get(), start.data(), start.size(), 0);
-    start.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
-    return start;
-}
-
-// The bytes of a PNG are never samples. Those of a TIFF may be, behind a header that the user
-// knows.
-void refuse_image(fs::path const& file, std::string const& start, Raw_layout const& raw) {
-    bool const is_png = start.starts_with("\x89PNG\r\n\x1a\n");
-    if (is_png || (raw.header_bytes == 0 && begins_like_tiff(start))) {
-        throw Usage_error(
-            "--pixel-format is for bare samples, but " + file.string() + " is a " +
-            (is_png ? "PNG" : "TIFF") + " image; leave the option out");
-    }
-}
-
 void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
     for (std::size_t index = 0; index < count; ++index) {
         found.frames.push_back({file, index, count});
@@ -124,40 +103,25 @@ void add_frames(Found_frames& found, fs::path const& file, std::size_t count) {
 enum class Own_files { pass_over, pass_over_loudly, take };
 
 void look_into(
-    Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& raw,
+    Found_frames& found, fs::path const& file, std::optional<Raw_layout> const& layout,
     Own_files own_files) {
-    regular_files::Input const input = regular_files::open_to_read(file);
+    regular_files::Input input = regular_files::open_to_read(file);
     if (!input.problem.empty()) {
         add_frames(found, file, 1); // reading it says what is wrong
         return;
     }
-    std::string const start = start_of(input);
-    if (own_files != Own_files::take && is_of_calibration(start)) {
+    recordings::Opened_file opened(file, std::move(input), layout);
+    if (own_files != Own_files::take && is_of_calibration(opened.start())) {
         if (own_files == Own_files::pass_over_loudly) {
-            warn(file.string() + ": passed over, since `calibrate` made it; leave it out");
+            found.warnings.push_back(
+                file.string() + ": passed over, since `calibrate` made it; leave it out");
         }
         return;
     }
-    if (raw) {
-        refuse_image(file, start, *raw);
-        auto const size = static_cast<std::uint64_t>(input.status.st_size);
-        std::size_t const count = raw->frames_in(size);
-        if (count == 0) {
-            throw File_failure(file, raw->size_problem(size));
-        }
-        add_frames(found, file, count);
-        return;
-    }
-    if (!begins_like_tiff(start)) {
-        add_frames(found, file, 1);
-        return;
-    }
-    Tiff_file::Pages const pages = Tiff_file(file).pages();
-    add_frames(found, file, std::max<std::size_t>(pages.count, 1));
-    if (!pages.is_complete && pages.count > 0) {
-        throw File_failure(
-            file, "damaged or cut short behind picture " + std::to_string(pages.count) +
-                      "; copy or record it again");
+    auto const source = recordings::open_frames(std::move(opened));
+    add_frames(found, file, source->count().value_or(0));
+    for (std::string& failure : source->failures()) {
+        found.failures.push_back(std::move(failure));
     }
 }
 
@@ -174,36 +138,23 @@ std::vector<Frame_place> selected(
 
 } // namespace
 
-std::string Frame_place::name() const {
-    return is_part() ? file.string() + ", frame " + std::to_string(index) : file.string();
-}
-
-std::string Frame_place::stem() const {
-    std::string const start = file.stem().string();
-    if (!is_part()) {
-        return start;
-    }
-    constexpr std::size_t least_digits = 6;
-    std::string const number = std::to_string(index);
-    return start + "_" + std::string(least_digits - std::min(least_digits, number.size()), '0') +
-           number;
-}
-
 Found_frames find_frames(
-    std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
-    Frame_selection const& selection) {
+    std::vector<std::string> const& inputs, std::optional<Raw_layout> const& layout,
+    Frame_selection const& selection, std::function<void()> const& between_files) {
     Found_frames found;
     for (std::string const& input : inputs) {
         try {
-            Found_files const files = files_of(input, raw.has_value());
+            Found_files const files = files_of(input, layout.has_value());
             Own_files const own_files = !files.are_named    ? Own_files::pass_over
                                         : inputs.size() > 1 ? Own_files::pass_over_loudly
                                                             : Own_files::take;
             std::size_t const before = found.frames.size() + found.failures.size();
             for (fs::path const& file : files.files) {
-                throw_if_interrupted();
+                if (between_files) {
+                    between_files();
+                }
                 try {
-                    look_into(found, file, raw, own_files);
+                    look_into(found, file, layout, own_files);
                 } catch (File_failure const& failure) {
                     found.failures.emplace_back(failure.what());
                 }
@@ -220,10 +171,32 @@ Found_frames find_frames(
     return found;
 }
 
-void require_frames(Found_frames const& found) {
-    if (found.frames.empty() && found.failures.empty()) {
-        throw Usage_error("--start, --stop and --step leave no frame; choose others");
-    }
+Frame_list::Frame_list(std::vector<Frame_place> frames, std::optional<Raw_layout> const& layout)
+    : frames_{std::move(frames)}, layout_{layout} {}
+
+Frame_list::Frame_list(Found_frames found, std::optional<Raw_layout> const& layout)
+    : frames_{std::move(found.frames)}, failures_{std::move(found.failures)}, layout_{layout} {}
+
+std::string Frame_list::name() const {
+    return frames_.empty() ? "no frame" : frames_.front().file.string();
 }
 
-} // namespace polarize_tool
+std::optional<Frame_shape> Frame_list::shape() const {
+    return layout_ ? std::optional(Frame_shape{layout_->width, layout_->height, 16}) : std::nullopt;
+}
+
+void Frame_list::fetch(std::size_t number, Fetched_frame& target) {
+    Frame_place const& wanted = frames_[number];
+    if (open_source_ == nullptr || open_file_ != wanted.file) {
+        open_source_ = nullptr;
+        open_source_ = open_frames(wanted.file, layout_);
+        open_file_ = wanted.file;
+    }
+    if (auto const frames = open_source_->count(); frames && wanted.index >= *frames) {
+        throw File_failure(
+            wanted.name(), "is not there any more; has the file become shorter meanwhile?");
+    }
+    fetch_from(*open_source_, wanted.index, target);
+}
+
+} // namespace veldrane_mrv::polarization

@@ -1,10 +1,8 @@
-#include "input/input_opening.hpp"
-
-#include "terminal/failure.hpp"
+#include "veldrane_mrv/polarization/input_opening.hpp"
 
 #include <cstring>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization {
 
 regular_files::Input open_input(std::filesystem::path const& file, Input_role role) {
     regular_files::Input input = regular_files::open_to_read(file);
@@ -34,4 +32,4 @@ std::string read_table(std::filesystem::path const& file) {
     return text;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

@@ -1,13 +1,11 @@
-#include "input/raw_layout.hpp"
+#include "veldrane_mrv/polarization/raw_layout.hpp"
 
 #include "veldrane_mrv/polarization/geometry.hpp"
 
-namespace polarize_tool {
-
-namespace polarization = veldrane_mrv::polarization;
+namespace veldrane_mrv::polarization {
 
 std::size_t Raw_layout::frame_bytes() const {
-    return polarization::bytes_per_frame(format, height, width, stride);
+    return bytes_per_frame(format, height, width, stride);
 }
 
 std::uint64_t Raw_layout::offset_of(std::size_t frame) const {
@@ -38,20 +36,19 @@ std::string Raw_layout::size_problem(std::uint64_t file_size) const {
     std::string const header =
         header_bytes == 0 ? "" : " behind " + std::to_string(header_bytes) + " bytes of header";
     return "has " + std::to_string(file_size) + " bytes; frames of " +
-           to_string(polarization::Size{width, height}) + " in " + std::string(name_of(format)) +
-           header + " give " + (whole > 0 ? expected(whole) + " or " : "") + expected(whole + 1) +
+           to_string(Size{width, height}) + " in " + std::string(name_of(format)) + header +
+           " give " + (whole > 0 ? expected(whole) + " or " : "") + expected(whole + 1) +
            "; check --width, --height, --pixel-format, --header-bytes and --stride";
 }
 
 Raw_layout make_raw_layout(
     std::string const& pixel_format, std::size_t width, std::size_t height,
     std::uint64_t header_bytes, std::size_t stride) {
-    polarization::Pixel_format const format = polarization::parse_pixel_format(pixel_format);
+    Pixel_format const format = parse_pixel_format(pixel_format);
     Raw_layout const layout{
-        format, width, height, header_bytes,
-        stride == 0 ? polarization::bytes_per_row(format, width) : stride};
+        format, width, height, header_bytes, stride == 0 ? bytes_per_row(format, width) : stride};
     static_cast<void>(layout.frame_bytes()); // refuses a stride shorter than a row
     return layout;
 }
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization

@@ -1,19 +1,27 @@
-#include "input/tiff_reading.hpp"
+// TIFF files, of one picture or many, in strips or tiles. Other readers would turn and invert
+// samples where the file says so.
+#include "source_kind.hpp"
 
-#include "input/input_opening.hpp"
-#include "terminal/failure.hpp"
-#include "terminal/memory.hpp"
+#include "veldrane_mrv/polarization/memory_watch.hpp"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <fcntl.h>
 #include <tiffio.h>
+#include <unistd.h>
+#include <vector>
 
-namespace polarize_tool {
+namespace veldrane_mrv::polarization::recordings {
 namespace {
 
-/// A damaged size is not to be allocated. OpenCV has the same limit.
-constexpr std::size_t largest_frame = std::size_t{1} << 30;
+constexpr std::array<std::string_view, 2> endings = {".tif", ".tiff"};
+
+bool begins_like_tiff(std::string_view bytes) {
+    using namespace std::string_view_literals;
+    return bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv) ||
+           bytes.starts_with("II+\0"sv) || bytes.starts_with("MM\0+"sv);
+}
 
 // libtiff prints its complaints unless told otherwise; the caller's line says all that a user can
 // act on. Whether there was one tells a broken list of pictures from one that ends.
@@ -76,18 +84,14 @@ std::string layout_problem(TIFF* image) {
     if (field<std::uint16_t>(image, TIFFTAG_ORIENTATION) != ORIENTATION_TOPLEFT) {
         return "it is turned or mirrored, and the mosaic with it; save it upright";
     }
-    if (TIFFIsTiled(image) != 0) {
-        return "it is stored in tiles; save it in strips";
-    }
     return compression_problem(field<std::uint16_t>(image, TIFFTAG_COMPRESSION));
 }
 
-bool read_rows(TIFF* image, Frame& frame) {
-    bool const is_8_bit = field<std::uint16_t>(image, TIFFTAG_BITSPERSAMPLE) == 8;
-    std::vector<std::uint8_t> bytes(is_8_bit ? frame.width : 0);
+bool read_rows(TIFF* image, unsigned sample_bits, Frame& frame) {
+    std::vector<std::uint8_t> bytes(sample_bits == 8 ? frame.width : 0);
     for (std::size_t row = 0; row < frame.height; ++row) {
         std::uint16_t* const samples = frame.samples.data() + row * frame.width;
-        void* const target = is_8_bit ? static_cast<void*>(bytes.data()) : samples;
+        void* const target = sample_bits == 8 ? static_cast<void*>(bytes.data()) : samples;
         if (TIFFReadScanline(image, target, static_cast<std::uint32_t>(row)) < 0) {
             return false;
         }
@@ -96,18 +100,83 @@ bool read_rows(TIFF* image, Frame& frame) {
     return true;
 }
 
-std::string read_picture(TIFF* image, Frame& frame) {
+struct Tile {
+    std::size_t width;
+    std::size_t height;
+};
+
+// The last tiles of a row and of a column reach beyond the picture.
+template <class Stored>
+bool read_tiles(TIFF* image, Tile const& tile, Frame& frame) {
+    std::vector<Stored> stored(tile.width * tile.height);
+    for (std::size_t row = 0; row < frame.height; row += tile.height) {
+        for (std::size_t column = 0; column < frame.width; column += tile.width) {
+            if (TIFFReadTile(
+                    image, stored.data(), static_cast<std::uint32_t>(column),
+                    static_cast<std::uint32_t>(row), 0, 0) < 0) {
+                return false;
+            }
+            std::size_t const rows = std::min(tile.height, frame.height - row);
+            std::size_t const columns = std::min(tile.width, frame.width - column);
+            for (std::size_t line = 0; line < rows; ++line) {
+                std::copy_n(
+                    stored.data() + line * tile.width, columns,
+                    frame.samples.data() + (row + line) * frame.width + column);
+            }
+        }
+    }
+    return true;
+}
+
+/// Whether a file of this size can hold so many bytes of samples: a few bytes that promise a huge
+/// picture are no reason to take memory for it. The factors are what the formats allow at most,
+/// rounded up.
+bool can_hold(TIFF* image, std::size_t bytes) {
+    std::uint64_t const file_bytes = TIFFGetSizeProc(image)(TIFFClientdata(image));
+    std::uint64_t ratio = std::uint64_t{1} << 17; // a block of one value in Zstandard
+    switch (field<std::uint16_t>(image, TIFFTAG_COMPRESSION)) {
+    case COMPRESSION_NONE:
+        ratio = 1;
+        break;
+    case COMPRESSION_PACKBITS:
+        ratio = 64;
+        break;
+    case COMPRESSION_LZW:
+    case COMPRESSION_DEFLATE:
+    case COMPRESSION_ADOBE_DEFLATE:
+        ratio = 2048;
+        break;
+    default:
+        break;
+    }
+    return bytes / ratio <= file_bytes;
+}
+
+std::string read_picture(TIFF* image, Frame& frame, unsigned& sample_bits) {
     if (std::string problem = layout_problem(image); !problem.empty()) {
         return problem;
     }
+    sample_bits = field<std::uint16_t>(image, TIFFTAG_BITSPERSAMPLE);
     frame.width = field<std::uint32_t>(image, TIFFTAG_IMAGEWIDTH);
     frame.height = field<std::uint32_t>(image, TIFFTAG_IMAGELENGTH);
-    if (frame.width == 0 || frame.height > largest_frame / frame.width) {
-        return "its size is " + to_string(frame.size()) + ", more than 2^30 pixels; crop it";
+    if (std::string problem = size_problem(frame.width, frame.height); !problem.empty()) {
+        return problem;
     }
-    frame.samples.resize(frame.width * frame.height);
+    bool const is_tiled = TIFFIsTiled(image) != 0;
+    Tile const tile{
+        is_tiled ? field<std::uint32_t>(image, TIFFTAG_TILEWIDTH) : 1,
+        is_tiled ? field<std::uint32_t>(image, TIFFTAG_TILELENGTH) : 1};
+    std::size_t const pixels = frame.width * frame.height;
+    if (!size_problem(tile.width, tile.height).empty() ||
+        !can_hold(image, std::max(pixels, tile.width * tile.height) * (sample_bits / 8))) {
+        return damaged_image;
+    }
+    frame.samples.resize(pixels);
     Memory_watch const memory;
-    if (!read_rows(image, frame)) {
+    bool const is_read = !is_tiled          ? read_rows(image, sample_bits, frame)
+                         : sample_bits == 8 ? read_tiles<std::uint8_t>(image, tile, frame)
+                                            : read_tiles<std::uint16_t>(image, tile, frame);
+    if (!is_read) {
         memory.throw_if_refused();
         return damaged_image;
     }
@@ -162,16 +231,7 @@ struct Memory_stream {
     static toff_t size(thandle_t handle) { return of(handle).bytes.size(); }
 };
 
-} // namespace
-
-bool begins_like_tiff(std::string_view bytes) {
-    using namespace std::string_view_literals;
-    return bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv) ||
-           bytes.starts_with("II+\0"sv) || bytes.starts_with("MM\0+"sv);
-}
-
-std::string read_tiff(std::string_view bytes, Frame& frame) {
-    keep_libtiff_quiet();
+std::string decode_tiff(std::string_view bytes, Frame& frame, unsigned& sample_bits) {
     Memory_stream stream{bytes};
     char const* const without_mapping = "rm";
     Memory_watch const memory;
@@ -185,71 +245,113 @@ std::string read_tiff(std::string_view bytes, Frame& frame) {
         memory.throw_if_refused();
         return damaged_image;
     }
-    return read_picture(image.get(), frame);
+    return read_picture(image.get(), frame, sample_bits);
 }
 
-struct Tiff_file::Handle {
-    Tiff_pointer image;
+/// The only picture of a file is read whole and then decoded; of several each is decoded at once,
+/// from an open file, so that finding the next does not mean a walk through all before it.
+class Tiff : public Frame_source {
+public:
+    explicit Tiff(Opened_file file) : file_{std::move(file)} {
+        if (!reopen()) {
+            throw File_failure(file_.name(), damaged_image);
+        }
+        count_pictures();
+    }
+
+    std::string name() const override { return file_.name().string(); }
+    std::optional<std::size_t> count() const override { return count_; }
+    Frame_place place(std::size_t number) const override { return {file_.name(), number, count_}; }
+    std::vector<std::string> failures() const override { return failures_; }
+
+private:
+    void count_pictures();
+    bool reopen();
+    bool find(std::size_t number);
+    void fetch(std::size_t number, Fetched_frame& target) override;
+
+    Opened_file file_;
+    Tiff_pointer image_{nullptr, &TIFFClose};
+    std::size_t count_ = 1;
+    std::vector<std::string> failures_;
+    std::shared_ptr<Frame_decoder const> decoder_ = picture_decoder(decode_tiff);
 };
 
-Tiff_file::Tiff_file(std::filesystem::path const& file)
-    : file_(file), handle_(std::make_unique<Handle>(Handle{Tiff_pointer(nullptr, &TIFFClose)})) {
-    keep_libtiff_quiet();
-    if (!reopen()) {
-        throw File_failure(file, damaged_image);
-    }
-}
-
-Tiff_file::~Tiff_file() = default;
-
-bool Tiff_file::reopen() {
-    regular_files::Input input = open_input(file_, Input_role::frame);
-    Memory_watch const memory;
-    handle_->image.reset(
-        TIFFFdOpenExt(input.descriptor.get(), file_.c_str(), "r", bounded_options().get()));
-    if (handle_->image != nullptr) {
-        input.descriptor.release();
-    } else {
-        memory.throw_if_refused();
-    }
-    return handle_->image != nullptr;
-}
-
-Tiff_file::Pages Tiff_file::pages() {
-    if (handle_->image == nullptr && !reopen()) {
-        return {0, false};
-    }
+void Tiff::count_pictures() {
     errors = 0;
     Memory_watch const memory;
-    auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(handle_->image.get()));
+    auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(image_.get()));
     if (errors != 0) {
         memory.throw_if_refused();
     }
-    return {count, errors == 0};
+    count_ = std::max<std::size_t>(count, 1);
+    if (errors != 0 && count > 0) {
+        failures_.push_back(File_failure(
+                                file_.name(), "damaged or cut short behind picture " +
+                                                  std::to_string(count) +
+                                                  "; copy or record it again")
+                                .what());
+    }
 }
 
-bool Tiff_file::find(std::size_t page) {
-    if (handle_->image == nullptr && !reopen()) {
+bool Tiff::reopen() {
+    // libtiff closes the descriptor that it is given.
+    regular_files::Descriptor descriptor{fcntl(file_.descriptor().get(), F_DUPFD_CLOEXEC, 0)};
+    if (!descriptor.is_open() || lseek(descriptor.get(), 0, SEEK_SET) != 0) {
         return false;
     }
-    TIFF* const image = handle_->image.get();
+    Memory_watch const memory;
+    image_.reset(
+        TIFFFdOpenExt(descriptor.get(), file_.name().c_str(), "r", bounded_options().get()));
+    if (image_ != nullptr) {
+        descriptor.release();
+    } else {
+        memory.throw_if_refused();
+    }
+    return image_ != nullptr;
+}
+
+bool Tiff::find(std::size_t number) {
+    if (image_ == nullptr && !reopen()) {
+        return false;
+    }
+    TIFF* const image = image_.get();
     Memory_watch const memory;
     // The next picture is found at once, any other by the list from its start.
-    bool const is_current = TIFFCurrentDirectory(image) == page;
-    bool const is_next = std::size_t{TIFFCurrentDirectory(image)} + 1 == page;
+    bool const is_current = TIFFCurrentDirectory(image) == number;
+    bool const is_next = std::size_t{TIFFCurrentDirectory(image)} + 1 == number;
     bool const found =
         is_current || (is_next ? TIFFReadDirectory(image) != 0
-                               : TIFFSetDirectory(image, static_cast<tdir_t>(page)) != 0);
+                               : TIFFSetDirectory(image, static_cast<tdir_t>(number)) != 0);
     if (!found) {
         // libtiff is left between two pictures, and would give one for another.
-        handle_->image.reset();
+        image_.reset();
         memory.throw_if_refused();
     }
     return found;
 }
 
-std::string Tiff_file::read(std::size_t page, Frame& frame) {
-    return find(page) ? read_picture(handle_->image.get(), frame) : damaged_image;
+void Tiff::fetch(std::size_t number, Fetched_frame& target) {
+    if (count_ == 1) {
+        file_.read(0, static_cast<std::size_t>(file_.size()), target.bytes);
+        target.decoder = decoder_;
+        return;
+    }
+    std::string const problem =
+        find(number) ? read_picture(image_.get(), target.frame, target.sample_bits) : damaged_image;
+    if (!problem.empty()) {
+        throw File_failure(place(number).name(), problem);
+    }
 }
 
-} // namespace polarize_tool
+std::unique_ptr<Frame_source> open_tiff(Opened_file file) {
+    keep_libtiff_quiet();
+    return std::make_unique<Tiff>(std::move(file));
+}
+
+} // namespace
+
+extern Source_kind const tiff;
+constinit Source_kind const tiff{endings, false, begins_like_tiff, open_tiff};
+
+} // namespace veldrane_mrv::polarization::recordings

@@ -1,7 +1,6 @@
 // Where frames lie in what the user names: numbers and sizes without the program around them.
-#include "input/frame_finding.hpp"
+#include "veldrane_mrv/polarization/frame_list.hpp"
 
-#include "terminal/progress.hpp"
 #include "test_files.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
@@ -10,7 +9,7 @@
 
 namespace {
 
-using namespace polarize_tool;
+using namespace veldrane_mrv::polarization;
 
 TEST(Raw_layout, every_whole_number_of_frames_and_no_other_size) {
     Raw_layout const layout = make_raw_layout("Mono12p", 10, 4, 7, 20);
@@ -29,7 +28,6 @@ TEST(Raw_layout, every_whole_number_of_frames_and_no_other_size) {
 }
 
 TEST(Raw_layout, numbers_that_do_not_fit_together_are_refused) {
-    using veldrane_mrv::polarization::Argument_error;
     EXPECT_THROW(make_raw_layout("Mono13", 10, 4, 0, 0), Argument_error);
     EXPECT_THROW(make_raw_layout("Mono16", 10, 4, 0, 19), Argument_error);
 }
@@ -67,15 +65,6 @@ TEST(Frame_finding, selection_counts_over_all_inputs) {
     EXPECT_EQ(chosen({9, std::nullopt, 1}), "");
     EXPECT_EQ(chosen({0, 99, 3}), "ad");
     EXPECT_EQ(chosen({2, std::nullopt, std::numeric_limits<std::size_t>::max()}), "c");
-}
-
-TEST(Progress_line, tells_part_rate_and_rest) {
-    EXPECT_EQ(
-        progress_line(5, 20, 10'000'000, 2.0),
-        "[######..................] 5/20 frames, 5 Mpixel/s, 6 s left");
-    EXPECT_EQ(
-        progress_line(20, 20, 10'000'000, 2.0),
-        "[########################] 20/20 frames, 5 Mpixel/s, 0 s left");
 }
 
 } // namespace

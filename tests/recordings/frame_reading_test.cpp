@@ -1,7 +1,6 @@
 // Reading of raw frames: every sample as stored, everything else refused with its reason.
-#include "input/frame_reading.hpp"
+#include "veldrane_mrv/polarization/frame_list.hpp"
 
-#include "terminal/failure.hpp"
 #include "test_files.hpp"
 
 #include <gtest/gtest.h>
@@ -12,7 +11,7 @@
 
 namespace {
 
-using namespace polarize_tool;
+using namespace veldrane_mrv::polarization;
 using test_files::encoded;
 using test_files::Folder;
 using test_files::pattern;
@@ -351,12 +350,12 @@ TEST_F(Frame_reading, a_picture_of_300_million_strips_takes_no_memory) {
     auto const path = file(bytes);
     long const before = most_memory();
     EXPECT_THROW(read_frame(path), File_failure);
-    Frame_reader reader(std::nullopt);
-    Fetched_frame fetched;
+    Frame_list source({{path, 0, 2}}, std::nullopt);
+    Frame_slot slot;
     EXPECT_THROW(
         {
-            reader.fetch({path, 0, 2}, fetched);
-            reader.decode(fetched);
+            source.read(0, slot);
+            slot.frame();
         },
         File_failure);
     long const taken = most_memory() - before;
@@ -367,25 +366,28 @@ TEST_F(Frame_reading, a_picture_of_300_million_strips_takes_no_memory) {
 TEST_F(Frame_reading, a_picture_that_cannot_be_found_puts_no_other_in_its_place) {
     std::vector<std::uint32_t> const widths{3, 4, 0, 6, 0};
     auto const path = file(pages_of(widths));
+    std::vector<Frame_place> places;
+    for (std::size_t page = 0; page < widths.size(); ++page) {
+        places.push_back({path, page, widths.size()});
+    }
     std::size_t reads = 0;
     for (std::vector<std::size_t> const& order : std::vector<std::vector<std::size_t>>{
              {0, 1, 2, 3, 4}, {4, 3, 2, 1, 0}, {2, 2, 1, 2, 3}, {4, 0, 4, 1, 3}, {2, 0, 3, 4, 4}}) {
-        Frame_reader reader(std::nullopt);
-        Fetched_frame fetched;
+        Frame_list source(places, std::nullopt);
+        Frame_slot slot;
         for (std::size_t const page : order) {
             SCOPED_TRACE(page);
-            Frame_place const place{path, page, widths.size()};
             ++reads;
             if (widths[page] == 0) {
-                EXPECT_THROW(reader.fetch(place, fetched), File_failure);
+                EXPECT_THROW(source.read(page, slot), File_failure);
+                EXPECT_THROW(slot.frame(), std::logic_error);
                 continue;
             }
-            ASSERT_NO_THROW(reader.fetch(place, fetched));
-            reader.decode(fetched);
+            ASSERT_NO_THROW(source.read(page, slot));
+            Frame const& frame = slot.frame();
             auto const sample = static_cast<std::uint16_t>(widths[page]);
-            EXPECT_EQ(fetched.frame.width, widths[page]);
-            EXPECT_EQ(
-                fetched.frame.samples, std::vector<std::uint16_t>(2 * std::size_t{sample}, sample));
+            EXPECT_EQ(frame.width, widths[page]);
+            EXPECT_EQ(frame.samples, std::vector<std::uint16_t>(2 * std::size_t{sample}, sample));
         }
     }
     std::cout << reads << " pages in five orders\n";

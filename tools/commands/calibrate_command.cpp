@@ -1,7 +1,6 @@
 #include "commands/calibration_messages.hpp"
 #include "commands/commands.hpp"
 #include "input/angle_list.hpp"
-#include "input/calibration_mark.hpp"
 #include "input/frame_preparation.hpp"
 #include "input/input_files.hpp"
 #include "input/option_values.hpp"
@@ -103,28 +102,26 @@ polarization::Estimation_options estimation_of(
 class Measurement {
 public:
     Measurement(
-        Command_line const& line, Frame_preparation const& preparation,
-        polarization::Estimation_options const& options)
-        : reader_(line.input.raw_layout()), preparation_(preparation), options_(options) {}
+        Command_line const& line, std::vector<Frame_place> const& places,
+        Frame_preparation const& preparation, polarization::Estimation_options const& options)
+        : source_(places, line.input.raw_layout()), preparation_(preparation), options_(options) {}
 
-    polarization::Series_point operator()(
-        Frame_place const& place, Polariser_setting const& setting) {
-        reader_.fetch(place, fetched_);
-        reader_.decode(fetched_);
+    polarization::Series_point operator()(std::size_t number, Polariser_setting const& setting) {
+        source_.read(number, slot_);
+        Frame& frame = slot_.frame();
+        std::string const name = slot_.place().name();
         // The dark level is taken off the means: saturation shows only while it is in the samples.
-        Sample_warnings const warnings =
-            preparation_.apply(fetched_.frame, place.name(), Dark_level::kept);
+        Sample_warnings const warnings = preparation_.apply(frame, name, Dark_level::kept);
         if (!warnings.dark.empty() && !std::exchange(has_warned_of_dark_, true)) {
             warn(warnings.dark);
         }
         return polarization::measure(
-            {fetched_.frame.view(), setting.angle, setting.intensity, utf8(place.name())},
-            options_);
+            {frame.view(), setting.angle, setting.intensity, utf8(name)}, options_);
     }
 
 private:
-    Frame_reader reader_;
-    Fetched_frame fetched_;
+    Frame_list source_;
+    Frame_slot slot_;
     Frame_preparation const& preparation_;
     polarization::Estimation_options const& options_;
     bool has_warned_of_dark_ = false;
@@ -138,7 +135,7 @@ std::vector<polarization::Series_point> measure_all(
     std::vector<Polariser_setting> const settings = line.angles.empty()
                                                         ? settings_from_names(places)
                                                         : settings_from_table(line.angles, places);
-    Measurement measure(line, preparation, options);
+    Measurement measure(line, places, preparation, options);
     std::vector<polarization::Series_point> series;
     Frame_failures failures;
     {
@@ -148,7 +145,7 @@ std::vector<polarization::Series_point> measure_all(
             Frame_place const& place = places[number];
             std::string const name = place.name() + ": ";
             try {
-                series.push_back(measure(place, settings[number]));
+                series.push_back(measure(number, settings[number]));
                 progress.add(series.back().size.width * series.back().size.height);
             } catch (polarization::Argument_error const& error) {
                 bool const names_it = error.argument().find(place.name()) != std::string::npos;
@@ -207,7 +204,7 @@ void run_calibrate(Command_line& line) {
         line.plot = line.output;
         line.plot.replace_extension(".png");
     }
-    Found_frames const found = find_frames(line.input.inputs, raw, line.input.selection);
+    Found_frames const found = look_for_frames(line.input.inputs, raw, line.input.selection);
     require_frames(found);
     refuse_lost_files(line, found.frames, preparation);
     Made_folder const folder(line.output.parent_path());

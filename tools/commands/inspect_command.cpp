@@ -1,5 +1,6 @@
 #include "commands/commands.hpp"
-#include "input/frame_reading.hpp"
+#include "input/frame.hpp"
+#include "input/frame_finding.hpp"
 #include "input/input_options.hpp"
 #include "input/option_values.hpp"
 #include "output/inspect_output.hpp"
@@ -49,20 +50,20 @@ std::string inspected(Frame const& frame, std::string const& name, Command_line 
 
 int run_inspect(Command_line const& line) {
     std::optional<Raw_layout> const raw = line.input.raw_layout();
-    Found_frames found = find_frames(line.input.inputs, raw, line.input.selection);
+    Found_frames found = look_for_frames(line.input.inputs, raw, line.input.selection);
     require_frames(found);
     std::vector<std::string>& failures = found.failures;
-    Frame_reader reader(raw);
-    Fetched_frame fetched;
+    Frame_list source(found.frames, raw);
+    Frame_slot slot;
     bool is_first = true;
-    for (Frame_place const& place : found.frames) {
+    for (std::size_t number = 0; number < found.frames.size(); ++number) {
+        Frame_place const& place = found.frames[number];
         if (interruption_flag()) {
             break;
         }
         try {
-            reader.fetch(place, fetched);
-            reader.decode(fetched);
-            std::string const text = inspected(fetched.frame, place.name(), line);
+            source.read(number, slot);
+            std::string const text = inspected(slot.frame(), place.name(), line);
             say_lines(is_first || line.as_json ? text : "\n" + text);
             is_first = false;
         } catch (Output_exhausted const& failure) {

@@ -42,8 +42,7 @@ std::string times_of(Frame const& frame, std::vector<double> times) {
 
 Process_run::Process_run(
     Process_options const& options, Frame_preparation const& preparation, Results const& results)
-    : options_(options), preparation_(preparation), results_(results),
-      reader_(options.input.raw_layout()) {}
+    : options_(options), preparation_(preparation), results_(results) {}
 
 // Every failure of a frame becomes one line that names it.
 template <class Action>
@@ -98,20 +97,20 @@ std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> c
     return free;
 }
 
-void Process_run::fetch(Frame_place const& place, Slot& slot) {
+void Process_run::fetch(Frame_list& source, std::size_t number, Slot& slot) {
+    Frame_place const place = source.place(number);
     naming(place, [&] {
         for (fs::path const& file : results_.files_of(place)) {
             refuse_existing(file, results_.existing);
         }
-        reader_.fetch(place, slot.fetched);
+        source.read(number, slot.input);
     });
 }
 
 void Process_run::work(Slot& slot) {
-    Frame_place const& place = slot.fetched.place;
+    Frame_place const& place = slot.input.place();
     naming(place, [&] {
-        Frame& frame = slot.fetched.frame;
-        reader_.decode(slot.fetched);
+        Frame& frame = slot.input.frame();
         Sample_warnings const warnings = preparation_.apply(frame, place.name());
         if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warnings.depth);
@@ -130,17 +129,17 @@ void Process_run::work(Slot& slot) {
 
 // One frame stands for all, the first that the transform takes: the same camera and the same
 // options made them.
-void Process_run::warn_of_imbalance(Slot const& slot) const {
-    polarization::Balance const balance = polarization::check_balance(slot.fetched.frame.view());
+void Process_run::warn_of_imbalance(Slot& slot) const {
+    polarization::Balance const balance = polarization::check_balance(slot.input.frame().view());
     if (balance.verdict == polarization::Balance::Verdict::unlikely) {
-        warn(slot.fetched.place.name() + ": " + balance.explanation());
+        warn(slot.input.place().name() + ": " + balance.explanation());
     }
 }
 
 void Process_run::publish(Slot& slot) {
-    naming(slot.fetched.place, [&] { slot.staged.publish(); });
-    pixels_ += slot.fetched.frame.samples.size();
-    if (!options_.is_quiet && !slot.fetched.place.is_part()) {
+    naming(slot.input.place(), [&] { slot.staged.publish(); });
+    pixels_ += slot.input.frame().samples.size();
+    if (!options_.is_quiet && !slot.input.place().is_part()) {
         tell(line_of(slot));
     }
 }
@@ -154,11 +153,11 @@ void Process_run::tell(std::string const& line) {
     }
 }
 
-std::string Process_run::line_of(Slot const& slot) const {
-    Frame const& frame = slot.fetched.frame;
-    std::string line = slot.fetched.place.name() + ": " + to_string(frame.size()) + ", " +
+std::string Process_run::line_of(Slot& slot) const {
+    Frame const& frame = slot.input.frame();
+    std::string line = slot.input.place().name() + ": " + to_string(frame.size()) + ", " +
                        times_of(frame, slot.processor.milliseconds()) + ", wrote";
-    for (fs::path const& file : results_.files_of(slot.fetched.place)) {
+    for (fs::path const& file : results_.files_of(slot.input.place())) {
         if (file.extension() != ".json") {
             line.append(" ").append(file.string());
         }
@@ -178,6 +177,7 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
 
 std::size_t Process_run::run_once(
     std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again) {
+    Frame_list source(frames, options_.input.raw_layout());
     Progress progress(frames.size(), !options_.is_quiet);
     polarization::Pipeline_options pipeline;
     pipeline.threads = jobs;
@@ -198,14 +198,14 @@ std::size_t Process_run::run_once(
         },
         [&](std::size_t index, Slot& slot) {
             if (index < frames.size()) {
-                counting_failure([&] { fetch(frames[index], slot); });
+                counting_failure([&] { fetch(source, index, slot); });
             }
             return index < frames.size();
         },
         [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
         [&](std::size_t, Slot& slot) {
             counting_failure([&] { publish(slot); });
-            progress.add(slot.fetched.frame.samples.size());
+            progress.add(slot.input.frame().samples.size());
         });
     seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
@@ -259,8 +259,8 @@ void Process_run::report(std::size_t done, std::size_t total) {
 }
 
 int Process_run::operator()() {
-    Found_frames found =
-        find_frames(options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
+    Found_frames found = look_for_frames(
+        options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
     require_frames(found);
     failures_ = std::move(found.failures);
     Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);

@@ -34,7 +34,7 @@ public:
 
 private:
     struct Slot {
-        Fetched_frame fetched;
+        Frame_slot input;
         Frame_processor processor;
         Staged_files staged;
     };
@@ -45,11 +45,11 @@ private:
     /// Once through the pipeline. What lacked memory goes into `again`, or fails if there is none.
     std::size_t run_once(
         std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again);
-    void fetch(Frame_place const& place, Slot& slot);
+    void fetch(Frame_list& source, std::size_t number, Slot& slot);
     void work(Slot& slot);
-    void warn_of_imbalance(Slot const& slot) const;
+    void warn_of_imbalance(Slot& slot) const;
     void publish(Slot& slot);
-    std::string line_of(Slot const& slot) const;
+    std::string line_of(Slot& slot) const;
     /// A frame whose files are there is done, whether or not anybody reads the line about it.
     void tell(std::string const& line);
     void report(std::size_t done, std::size_t total);
@@ -60,7 +60,6 @@ private:
     Process_options const& options_;
     Frame_preparation const& preparation_;
     Results const& results_;
-    Frame_reader reader_;
     std::vector<std::string> failures_;
     std::atomic<bool> is_exhausted_ = false;
     std::atomic<bool> has_warned_of_depth_ = false;

@@ -1,6 +1,5 @@
 #include "commands/commands.hpp"
 #include "input/frame_preparation.hpp"
-#include "input/frame_reading.hpp"
 #include "input/input_files.hpp"
 #include "input/option_values.hpp"
 #include "input/transform_settings.hpp"
@@ -54,7 +53,8 @@ Frame_place place_of(Command_line const& line) {
     }
     Frame_selection selection = line.input.selection;
     selection.stop = selection.start + 1;
-    Found_frames const found = find_frames(line.input.inputs, line.input.raw_layout(), selection);
+    Found_frames const found =
+        look_for_frames(line.input.inputs, line.input.raw_layout(), selection);
     if (!found.failures.empty()) {
         throw std::runtime_error(found.failures.front());
     }
@@ -147,11 +147,9 @@ int run_report(Command_line const& line) {
     inputs.refuse(line.file, "--output");
     refuse_existing(line.file, line.overwrites ? Existing_files::replace : Existing_files::keep);
     Made_folder const folder(line.file.parent_path());
-    Frame_reader reader(line.input.raw_layout());
-    Fetched_frame fetched;
-    reader.fetch(place, fetched);
-    reader.decode(fetched);
-    Frame& frame = fetched.frame;
+    Frame_slot slot;
+    Frame_list({place}, line.input.raw_layout()).read(0, slot);
+    Frame& frame = slot.frame();
     polarization::Inspection const inspection = inspected(frame, place.name(), preparation);
     preparation.apply(frame, place.name());
     Frame_processor processor(processing);

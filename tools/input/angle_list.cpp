@@ -1,7 +1,7 @@
 #include "input/angle_list.hpp"
 
-#include "input/input_opening.hpp"
 #include "terminal/failure.hpp"
+#include "veldrane_mrv/polarization/input_opening.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -92,7 +92,8 @@ std::optional<double> number_in_cell(std::string text, char separator) {
 /// A table by the names of its columns.
 class Table {
 public:
-    explicit Table(std::filesystem::path const& file) : file_(file), stream_(read_table(file)) {
+    explicit Table(std::filesystem::path const& file)
+        : file_(file), stream_(polarization::read_table(file)) {
         std::string line;
         std::getline(stream_, line);
         constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";

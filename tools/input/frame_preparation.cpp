@@ -70,23 +70,23 @@ Frame_preparation::Frame_preparation(
 
 void Frame_preparation::read_dark(
     Sample_options const& options, std::optional<Raw_layout> const& raw) {
-    Found_frames const found = find_frames(options.dark_frames, raw);
+    Found_frames const found = look_for_frames(options.dark_frames, raw);
     if (!found.failures.empty()) {
         throw std::runtime_error("dark frame " + found.failures.front());
     }
-    Frame_reader reader(raw);
-    Fetched_frame fetched;
+    Frame_list source(found.frames, raw);
+    Frame_slot slot;
     polarization::Dark_frame_average average;
-    for (Frame_place const& place : found.frames) {
+    while (source.read_next(slot)) {
+        Frame_place const& place = slot.place();
         if (dark_files_.empty() || dark_files_.back() != place.file) {
             dark_files_.push_back(place.file);
         }
-        reader.fetch(place, fetched);
-        reader.decode(fetched);
+        Frame& frame = slot.frame();
         throw_if_interrupted();
-        shift_down(fetched.frame, shift_);
+        shift_down(frame, shift_);
         try {
-            average.add(fetched.frame.view());
+            average.add(frame.view());
         } catch (polarization::Argument_error const& error) {
             throw File_failure(place.name(), std::string("as a dark frame: ") + error.what());
         }

@@ -2,7 +2,8 @@
 /// From samples as stored to samples as the transform takes them.
 #pragma once
 
-#include "input/frame_reading.hpp"
+#include "input/frame.hpp"
+#include "input/frame_finding.hpp"
 #include "input/input_options.hpp"
 #include "veldrane_mrv/polarization/dark_frame.hpp"
 

@@ -37,7 +37,7 @@ std::optional<Raw_layout> Input_options::raw_layout() const {
         throw Usage_error("--pixel-format needs --width and --height");
     }
     try {
-        return make_raw_layout(pixel_format, width, height, header_bytes, stride);
+        return polarization::make_raw_layout(pixel_format, width, height, header_bytes, stride);
     } catch (polarization::Argument_error const& error) {
         throw Usage_error(std::string("raw samples: ") + error.what());
     }

@@ -1,5 +1,6 @@
 #include "output/calibration_plot.hpp"
 
+#include "veldrane_mrv/polarization/calibration_mark.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
 #include <algorithm>
@@ -8,6 +9,8 @@
 #include <cstdio>
 #include <opencv2/imgproc.hpp>
 #include <string>
+#include <string_view>
+#include <zlib.h>
 
 namespace polarize_tool {
 namespace {
@@ -102,6 +105,12 @@ void draw_fit(
     cv::polylines(picture, curve, false, position_colours[position], 1, cv::LINE_AA);
 }
 
+void append_number(std::string& bytes, std::size_t number) {
+    for (int const shift : {24, 16, 8, 0}) {
+        bytes += static_cast<char>((number >> shift) & 0xFFU);
+    }
+}
+
 } // namespace
 
 cv::Mat calibration_plot(
@@ -137,6 +146,19 @@ cv::Mat calibration_plot(
         write_text(picture, label, {90 + static_cast<int>(position) * 215, 24}, colour);
     }
     return picture;
+}
+
+std::vector<std::uint8_t> marked_as_plot(std::vector<std::uint8_t> png) {
+    constexpr std::string_view mark = polarization::calibration_mark;
+    constexpr std::size_t size_of_kind = 4;
+    std::string chunk;
+    append_number(chunk, mark.size() - size_of_kind);
+    chunk += mark;
+    append_number(
+        chunk,
+        crc32(0, reinterpret_cast<Bytef const*>(mark.data()), static_cast<uInt>(mark.size())));
+    png.insert(png.begin() + polarization::place_of_calibration_mark, chunk.begin(), chunk.end());
+    return png;
 }
 
 } // namespace polarize_tool

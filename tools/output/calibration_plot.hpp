@@ -4,8 +4,10 @@
 
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 
+#include <cstdint>
 #include <opencv2/core.hpp>
 #include <span>
+#include <vector>
 
 namespace polarize_tool {
 
@@ -14,5 +16,8 @@ namespace polarize_tool {
 cv::Mat calibration_plot(
     veldrane_mrv::polarization::Calibration const& calibration,
     std::span<veldrane_mrv::polarization::Series_point const> series, double source_degree);
+
+/// A PNG that says that it is a plot of a calibration, by which it is told from frames.
+std::vector<std::uint8_t> marked_as_plot(std::vector<std::uint8_t> png);
 
 } // namespace polarize_tool

@@ -1,6 +1,6 @@
 #include "output/image_writing.hpp"
 
-#include "terminal/memory.hpp"
+#include "veldrane_mrv/polarization/memory_watch.hpp"
 
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
@@ -9,7 +9,7 @@ namespace polarize_tool {
 
 std::vector<std::uint8_t> encode_png(cv::Mat const& picture) {
     std::vector<std::uint8_t> bytes;
-    Memory_watch const memory;
+    veldrane_mrv::polarization::Memory_watch const memory;
     // Level 1: higher ones take several times as long and gain little on noisy frames.
     if (!cv::imencode(".png", picture, bytes, {cv::IMWRITE_PNG_COMPRESSION, 1})) {
         memory.throw_if_refused();

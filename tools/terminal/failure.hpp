@@ -2,19 +2,15 @@
 /// The errors of the tool's parts: something about one file is wrong.
 #pragma once
 
+#include "veldrane_mrv/polarization/file_failure.hpp"
+
 #include <exception>
-#include <filesystem>
 #include <stdexcept>
 #include <string>
 
 namespace polarize_tool {
 
-/// One line for the user: the file, what is wrong with it, and the remedy where there is one.
-class File_failure : public std::runtime_error {
-public:
-    File_failure(std::filesystem::path const& file, std::string const& problem)
-        : std::runtime_error(file.string() + ": " + problem) {}
-};
+using veldrane_mrv::polarization::File_failure;
 
 /// The place of the results takes nothing, or nothing more: every further file would fail for the
 /// same reason.

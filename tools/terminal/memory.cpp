@@ -1,6 +1,5 @@
 #include "terminal/memory.hpp"
 
-#include <cerrno>
 #include <new>
 #include <opencv2/core.hpp>
 #include <stdexcept>
@@ -12,16 +11,6 @@ bool is_lack_of_memory(std::exception const& error) {
     return dynamic_cast<std::bad_alloc const*>(&error) != nullptr ||
            dynamic_cast<std::length_error const*>(&error) != nullptr ||
            (of_opencv != nullptr && of_opencv->code == cv::Error::StsNoMem);
-}
-
-Memory_watch::Memory_watch() {
-    errno = 0;
-}
-
-void Memory_watch::throw_if_refused() const {
-    if (errno == ENOMEM) {
-        throw std::bad_alloc();
-    }
 }
 
 } // namespace polarize_tool

@@ -10,14 +10,4 @@ namespace polarize_tool {
 /// their place.
 bool is_lack_of_memory(std::exception const& error);
 
-/// Libraries in C say that they failed, but not whether the file or the memory was to blame. What
-/// they call to take memory leaves a trace.
-class Memory_watch {
-public:
-    Memory_watch();
-    /// For a failure of what was called since.
-    /// @throws std::bad_alloc if memory was refused meanwhile
-    void throw_if_refused() const;
-};
-
 } // namespace polarize_tool

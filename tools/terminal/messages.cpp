@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <mutex>
 #include <poll.h>
 #include <unistd.h>
@@ -15,22 +14,13 @@
 namespace polarize_tool {
 namespace {
 
-// A descriptor of its own: see Silenced_standard_error, which redirects number 2.
-int error_descriptor() {
-    static int const copy = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
-    return copy >= 0 ? copy : STDERR_FILENO;
-}
-
-// Made before any thread can have redirected standard error.
-[[maybe_unused]] int const opened_at_start = error_descriptor();
-
 std::mutex output_mutex;
 std::string status; // what the terminal's last line shows, guarded by output_mutex
 
 constexpr char const* start_of_line_and_erase = "\r\x1b[K";
 
 void write_error(std::string_view text) {
-    if (write(error_descriptor(), text.data(), text.size()) < 0) {
+    if (write(STDERR_FILENO, text.data(), text.size()) < 0) {
         return; // nobody is left to be told
     }
 }
@@ -73,7 +63,7 @@ void complain_at_once(std::string const& line) {
     // Whoever hangs in a write holds the mutex; `status` may be read only with it.
     std::unique_lock const lock(output_mutex, std::try_to_lock);
     bool const has_bar = lock.owns_lock() && !status.empty();
-    pollfd error_output = {error_descriptor(), POLLOUT, 0};
+    pollfd error_output = {STDERR_FILENO, POLLOUT, 0};
     if (poll(&error_output, 1, 0) == 1 && (error_output.revents & POLLOUT) != 0) {
         write_error((has_bar ? start_of_line_and_erase : "") + message(line));
     }
@@ -98,7 +88,7 @@ void say_lines(std::string const& text) {
 }
 
 bool error_output_is_terminal() {
-    return isatty(error_descriptor()) != 0;
+    return isatty(STDERR_FILENO) != 0;
 }
 
 void show_status(std::string const& line) {

@@ -1,6 +1,6 @@
 // veldrane-polarize process: what it writes, against the planes that the library computes.
-#include "input/frame_reading.hpp"
 #include "process_fixture.hpp"
+#include "veldrane_mrv/polarization/frame_source.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
@@ -56,7 +56,7 @@ TEST_F(Process_results, all_planes_sidecars_pictures_and_one_line) {
 
 TEST_F(Process_results, planes_hold_what_the_transform_computes) {
     ASSERT_EQ(process({good()}).code, 0);
-    polarize_tool::Frame const frame = polarize_tool::read_frame(good());
+    Frame const frame = read_frame(good());
     Planes expected(frame.height, frame.width, Plane_set::all());
     transform(frame.view(), ideal_settings(Mosaic::from_phase(0), Scale(8)), expected.views());
     for (Plane const plane : sixteen_bit_planes) {
@@ -76,7 +76,7 @@ TEST_F(Process_results, planes_hold_what_the_transform_computes) {
 
 TEST_F(Process_results, calibrated_mode_without_a_calibration_uses_ideal_weights) {
     ASSERT_EQ(process({good()}, {"--mode", "calibrated"}).code, 0);
-    polarize_tool::Frame const frame = polarize_tool::read_frame(good());
+    Frame const frame = read_frame(good());
     Planes expected(frame.height, frame.width, Plane_set::all());
     Calibrated_transform(ideal_settings(Mosaic::from_phase(0), Scale(8)))(
         frame.view(), expected.views());
@@ -92,7 +92,7 @@ TEST_F(Process_results, calibrated_mode_without_a_calibration_uses_ideal_weights
 
 TEST_F(Process_results, signed_planes_hold_both_halves) {
     ASSERT_EQ(process({good()}, {"--signed", "--planes", "s1,s2,s0", "--format", "npy"}).code, 0);
-    polarize_tool::Frame const frame = polarize_tool::read_frame(good());
+    Frame const frame = read_frame(good());
     Signed_planes expected(frame.height, frame.width, {Plane::s1, Plane::s2});
     transform_signed(
         frame.view(), ideal_settings(Mosaic::from_phase(0), Scale(8)), Mode::fast, {},
@@ -119,7 +119,7 @@ TEST_F(Process_results, signed_planes_hold_both_halves) {
 
 TEST_F(Process_results, physical_units_are_floats_with_the_angle_from_the_rows) {
     ASSERT_EQ(process({good()}, {"--units", "degrees", "--planes", "s0,azimuth,dolp"}).code, 0);
-    polarize_tool::Frame const frame = polarize_tool::read_frame(good());
+    Frame const frame = read_frame(good());
     Scale const scale(8);
     Planes planes(frame.height, frame.width, {Plane::s0, Plane::azimuth, Plane::dolp});
     transform(frame.view(), ideal_settings(Mosaic::from_phase(0), scale), planes.views());

@@ -1,7 +1,6 @@
 // Pipes, folders, sockets and links that lead nowhere, where a file is meant: as inputs they are
 // refused at once, as results they stay what they are.
-#include "input/frame_reading.hpp"
-#include "input/tiff_reading.hpp"
+#include "input/frame_finding.hpp"
 #include "process_fixture.hpp"
 #include "terminal/failure.hpp"
 
@@ -116,10 +115,11 @@ TEST_F(Irregular_files, what_is_open_decides_and_not_what_was_there_before) {
     };
     std::string const words =
         file.string() + ": cannot be read: it is no regular file but a pipe; name image files";
-    EXPECT_EQ(problem([&] { Tiff_file const tiff(file); }), words);
-    Fetched_frame fetched;
-    EXPECT_EQ(problem([&] { Frame_reader(std::nullopt).fetch({file, 1, 4}, fetched); }), words);
-    EXPECT_EQ(problem([&] { Frame_reader(std::nullopt).fetch({file, 0, 1}, fetched); }), words);
+    EXPECT_EQ(problem([&] { polarization::open_frames(file); }), words);
+    Frame_slot slot;
+    for (Frame_place const& place : {Frame_place{file, 1, 4}, Frame_place{file, 0, 1}}) {
+        EXPECT_EQ(problem([&] { Frame_list({place}, std::nullopt).read(0, slot); }), words);
+    }
     close(both_ends);
 }
 

@@ -1,15 +1,14 @@
 /// @file
-/// Opens files that a run reads.
+/// Opens files that somebody named.
 #pragma once
 
+#include "veldrane_mrv/polarization/file_failure.hpp"
 #include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <filesystem>
 #include <string>
 
-namespace polarize_tool {
-
-namespace regular_files = veldrane_mrv::polarization::regular_files;
+namespace veldrane_mrv::polarization {
 
 /// What the user named it as, for the remedy if it is none.
 enum class Input_role { frame, table };
@@ -21,4 +20,4 @@ regular_files::Input open_input(std::filesystem::path const& file, Input_role ro
 /// @throws File_failure
 std::string read_table(std::filesystem::path const& file);
 
-} // namespace polarize_tool
+} // namespace veldrane_mrv::polarization
