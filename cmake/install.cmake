@@ -60,11 +60,12 @@ install(
 
 # An export of its own: whoever wants the processor alone need not have what this layer depends on.
 if(TARGET polarization_client)
-  install(TARGETS polarization_client polarization_simulation
+  install(TARGETS polarization_client polarization_pictures polarization_simulation
           EXPORT veldrane_mrv_polarization_client
           ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
   install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/ ${PROJECT_SOURCE_DIR}/simulation/include/
+    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/ ${PROJECT_SOURCE_DIR}/pictures/include/
+              ${PROJECT_SOURCE_DIR}/simulation/include/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development
     FILES_MATCHING

@@ -41,6 +41,7 @@ pybind11::class_<Type> bound_class(
 }
 
 void bind_calibration(pybind11::module_& module);
+void bind_pictures(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);
 void bind_plan(pybind11::module_& module);
 void bind_simulation(pybind11::module_& module);

@@ -81,6 +81,7 @@ PYBIND11_MODULE(_native, module) {
     veldrane_python::bind_calibration(module);
     veldrane_python::bind_units(module);
     veldrane_python::bind_plan(module);
+    veldrane_python::bind_pictures(module);
     veldrane_python::bind_pixel_formats(module);
     veldrane_python::bind_simulation(module);
 }

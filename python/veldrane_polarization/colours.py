@@ -11,6 +11,7 @@ from typing import Any
 import numpy as np
 import numpy.typing as npt
 
+from . import _native
 from ._processing import Result
 
 __all__ = ["add_angle_legend", "angle_colours", "angle_degree_picture", "degree_colours", "picture"]
@@ -18,42 +19,7 @@ __all__ = ["add_angle_legend", "angle_colours", "angle_degree_picture", "degree_
 Picture = npt.NDArray[np.uint8]
 Numbers = npt.NDArray[Any]
 
-_HUES = 720
-# Ottosson's OKLab (2020), in which equal steps look equal. At this lightness the chroma is about
-# the largest for which a screen can show every hue.
-_LIGHTNESS, _CHROMA, _FIRST_HUE = 0.75, 0.125, 0.5
-_TO_CONE_ROOTS = np.array(
-    [
-        [1, 0.3963377774, 0.2158037573],
-        [1, -0.1055613458, -0.0638541728],
-        [1, -0.0894841775, -1.2914855480],
-    ]
-)
-_TO_LINEAR_RGB = np.array(
-    [
-        [4.0767416621, -3.3077115913, 0.2309699292],
-        [-1.2684380046, 2.6097574011, -0.3413193965],
-        [-0.0041960863, -0.7034186147, 1.7076147010],
-    ]
-)
-
-
-def _displayed(lab: Numbers) -> npt.NDArray[np.float64]:
-    """Red, green and blue from 0 to 1 of colours in OKLab."""
-    cones = (np.asarray(lab, np.float64) @ _TO_CONE_ROOTS.T) ** 3
-    linear = np.clip(cones @ _TO_LINEAR_RGB.T, 0, 1)
-    encoded = 1.055 * np.maximum(linear, 0.0031308) ** (1 / 2.4) - 0.055
-    return np.where(linear <= 0.0031308, 12.92 * linear, encoded)
-
-
-def _hues(half_turns: Numbers, dim: Numbers) -> npt.NDArray[np.float64]:
-    direction = _FIRST_HUE + 2 * np.pi * half_turns
-    chroma = _CHROMA * dim
-    return _displayed(
-        np.stack(
-            [_LIGHTNESS * dim, chroma * np.cos(direction), chroma * np.sin(direction)], axis=-1
-        )
-    )
+_WHEEL_SIDE = 240
 
 
 def angle_colours() -> Any:
@@ -72,8 +38,7 @@ def angle_colours() -> Any:
     """
     from matplotlib.colors import ListedColormap
 
-    half_turns = np.arange(_HUES) / _HUES
-    colours = ListedColormap(_hues(half_turns, np.ones(_HUES)), name="polarization_angle")
+    colours = ListedColormap(_native.angle_colours(), name="polarization_angle")
     colours.set_bad("black")
     return colours
 
@@ -92,9 +57,9 @@ def degree_colours() -> Any:
     >>> degree_colours()(0.0)[:3]
     (0.001462, 0.000466, 0.013866)
     """
-    from matplotlib import colormaps
+    from matplotlib.colors import ListedColormap
 
-    colours = colormaps["inferno"].copy()
+    colours = ListedColormap(_native.degree_colours(), name="inferno")
     colours.set_bad("0.5")
     return colours
 
@@ -131,15 +96,11 @@ def angle_degree_picture(angle: Numbers, degree: Numbers) -> Picture:
             f"angle has the shape {angles.shape} and degree {degrees.shape}; give one shape"
         )
     undefined = np.isnan(angles) | np.isnan(degrees)
-    half_turns = np.rint(np.where(undefined, 0, angles) / np.pi * _HUES).astype(np.int64) % _HUES
-    levels = np.rint(np.clip(np.where(undefined, 0, degrees), 0, 1) * 255).astype(np.int64)
-    table = _hues(
-        *np.broadcast_arrays(
-            (np.arange(_HUES) / _HUES)[:, None], np.sqrt(np.arange(256) / 255)[None, :]
-        )
-    )
-    colours: Picture = np.rint(255 * table).astype(np.uint8)
-    return np.asarray(colours[half_turns, levels], np.uint8)
+    table = _native.angle_degree_colours()
+    hues, levels = table.shape[:2]
+    hue = np.rint(np.where(undefined, 0, angles) / np.pi * hues).astype(np.int64) % hues
+    level = np.rint(np.clip(np.where(undefined, 0, degrees), 0, 1) * (levels - 1)).astype(np.int64)
+    return np.asarray(table[hue, level], np.uint8)
 
 
 def picture(result: Result) -> Picture:
@@ -203,11 +164,9 @@ def add_angle_legend(axes: Any, size: float = 0.22, label: bool = True) -> Any:
     if not 0 < size <= 1:
         raise ValueError(f"size is {size}; give a part of the plot above 0, to 1")
     wheel = axes.inset_axes([0.98 - size, 0.02, size, size])
-    steps = np.linspace(-1, 1, 241)
-    x, y = np.meshgrid(steps, -steps)
-    degree = np.hypot(x, y)
-    colours = angle_degree_picture(np.arctan2(y, x) % np.pi, np.minimum(degree, 1))
-    opaque = np.where(degree <= 1, 255, 0).astype(np.uint8)
+    colours = _native.colour_wheel(_WHEEL_SIDE)
+    middles = (np.arange(_WHEEL_SIDE) + 0.5) / _WHEEL_SIDE * 2 - 1
+    opaque = np.where(np.hypot(middles[:, None], middles) <= 1, 255, 0).astype(np.uint8)
     wheel.imshow(np.dstack([colours, opaque]), extent=(-1, 1, -1, 1))
     wheel.set_axis_off()
     if label:

@@ -7,75 +7,45 @@ from typing import Any, Optional
 
 import numpy as np
 
-from . import _arguments
+from . import _arguments, _native
 from ._native import plane_table, software_version
 from ._processing import Result
 
 __all__ = ["to_dataset"]
 
-_ZERO = "0 along the rows, counter-clockwise on a picture whose row 0 is at the top"
-_POSITIVE_HALF = "positive half; a negative value is stored as 0"
-_PACKED = (
-    "as the processor packs them; at the pixel's own place only in frames of two rows or fewer "
-    "than 32 columns; NaN where nothing is stored"
-)
+_ZERO = f"0 along the rows, {_native.sense}"
+
+
+def _meaning(result: Result, name: str) -> dict[str, Any]:
+    """What the command line says of the same numbers; None where there is nothing to say."""
+    shape = result[name].shape[: -1 if name == "normalized_stokes" else None]
+    return _native.number_meaning(
+        name, result.scale, result.mode == "calibrated", result.signed, *shape[-2:]
+    )
 
 
 def plane_attributes(result: Result, name: str) -> dict[str, Any]:
     """What the numbers of a stored plane mean: number * scale_factor + add_offset, in units."""
-    about = plane_table[name]
-    attributes: dict[str, Any] = {"long_name": about.title}
-    full_scale = result.scale.full_scale
-    if about.dtype == "float32":
-        attributes |= {"units": about.unit}
-    elif name == "azimuth":
-        attributes |= {"units": "degree", "scale_factor": 180 / full_scale, "add_offset": -90.0}
-        attributes |= {"comment": f"modulo 180 degrees; {_ZERO}", "valid_max": full_scale}
-    elif name == "dolp":
-        attributes |= {"units": "1", "scale_factor": 1 / full_scale, "add_offset": 0.0}
-        attributes["valid_max"] = full_scale
-    else:
-        step = result.scale.sample_units_per_step
-        attributes |= {"units": "count", "scale_factor": step, "add_offset": 0.0}
-        attributes["valid_max"] = full_scale
-        if name != "s0" and result.signed:
-            attributes["valid_min"] = -full_scale
-        elif name != "s0":
-            attributes["comment"] = _POSITIVE_HALF
+    meaning = _meaning(result, name)
+    unit = {"sample": "count"}.get(meaning["unit"], meaning["unit"])
+    attributes: dict[str, Any] = {"long_name": plane_table[name].title, "units": unit}
+    if meaning["full_scale"] is None:
+        return attributes
+    attributes |= {"scale_factor": meaning["step"], "add_offset": 0.0 - meaning["offset"]}
+    attributes["valid_max"] = meaning["full_scale"]
+    if name == "azimuth":
+        attributes["comment"] = f"modulo 180 degrees; {_ZERO}"
+    elif name in ("s1", "s2") and result.signed:
+        attributes["valid_min"] = -meaning["full_scale"]
+    elif name in ("s1", "s2"):
+        attributes["comment"] = meaning["range"]
     return attributes
 
 
 def sidecar_attributes(result: Result, name: str) -> dict[str, Any]:
     """The same in the words of the command line's sidecars; what is null there is left out."""
-    about = plane_table[name]
-    numbers = plane_attributes(result, name)
-    attributes: dict[str, Any] = {"plane": name, "meaning": about.meaning, "unit": about.unit}
-    attributes |= {"step": numbers.get("scale_factor", 1.0), "value": "number * step - offset"}
-    attributes["offset"] = 90.0 if name == "azimuth" else 0.0
-    if about.dtype != "float32":
-        attributes["full_scale"] = result.scale.full_scale
-    if name == "azimuth":
-        attributes[
-            "range"
-        ] = "angle modulo 180 degrees; number 0 and the full scale are the same angle"
-    elif name == "s0":
-        attributes["range"] = "cut off at the full scale"
-    elif name in ("s1", "s2"):
-        attributes["range"] = "signed" if result.signed else _POSITIVE_HALF
-    if about.undefined:
-        attributes["undefined"] = about.undefined
-    is_packed = about.is_packed and result.mode == "fast"
-    attributes["placement"] = _PACKED if is_packed else "row by row, each number at its pixel"
-    height, width = result[name].shape[1:3]
-    if height % 2 == width % 2:
-        attributes["final_pixel"] = "computed with the weights of its position"
-    elif result.mode == "calibrated":
-        attributes["final_pixel"] = "mended: computed once more with the weights of its position"
-    else:
-        attributes[
-            "final_pixel"
-        ] = "computed with the weights of an even row and column, not those of its position"
-    return attributes
+    told = {key: value for key, value in _meaning(result, name).items() if value is not None}
+    return {"plane": name, "meaning": plane_table[name].meaning, **told}
 
 
 def is_at_pixels(name: str, mode: str, height: int, width: int) -> bool:
@@ -175,7 +145,7 @@ def to_dataset(
             variables[name] = (*dims, "component"), pairs, attributes | {"units": about.unit}
         else:
             if name != "s0" and not result.signed:
-                attributes["comment"] = _POSITIVE_HALF
+                attributes["comment"] = _meaning(result, name)["range"]
             variables[name] = dims, result.stokes(name).reshape(frames), attributes
     coordinates: dict[str, Any] = {
         "time": ("time", moments, {"long_name": "frame number" if times is None else "time"}),

@@ -47,6 +47,14 @@ def test_hues_close_the_circle_and_differ_within():
     assert np.abs(255 * table - wanted).max() <= 0.5001
 
 
+def test_the_degree_has_the_colours_of_a_published_palette():
+    import matplotlib
+
+    own, published = colours.degree_colours(), matplotlib.colormaps["inferno"]
+    assert own.N == 256 and own.name == "inferno"
+    np.testing.assert_array_equal(own(np.arange(256)), published(np.arange(256)))
+
+
 def test_nothing_polarised_is_black():
     black = colours.angle_degree_picture(np.array([1.0, np.nan, 2.0]), np.array([0, 1, np.nan]))
     assert black.max() == 0

@@ -165,7 +165,7 @@ int run_process(Command_line& line, CLI::App const& command) {
     results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
                                                                     : Existing_files::keep;
     if (command.count("--pictures") > 0) {
-        results.pictures = line.wants_pictures;
+        results.pictures.are_wanted = line.wants_pictures;
     }
     refuse_unfit_format(results);
     if (line.repetitions > 1) {

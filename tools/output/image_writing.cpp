@@ -2,6 +2,7 @@
 
 #include "veldrane_mrv/polarization/memory_watch.hpp"
 
+#include <algorithm>
 #include <opencv2/imgcodecs.hpp>
 #include <stdexcept>
 
@@ -16,6 +17,19 @@ std::vector<std::uint8_t> encode_png(cv::Mat const& picture) {
         throw std::runtime_error("the picture cannot be encoded as PNG");
     }
     return bytes;
+}
+
+std::vector<std::uint8_t> encode_png(polarization::Colour_picture const& picture) {
+    return encode_png(matrix_of(picture));
+}
+
+cv::Mat matrix_of(polarization::Colour_picture const& picture) {
+    cv::Mat matrix(static_cast<int>(picture.height), static_cast<int>(picture.width), CV_8UC3);
+    std::ranges::transform(
+        picture.pixels, matrix.ptr<cv::Vec3b>(), [](polarization::Colour const& colour) {
+            return cv::Vec3b(colour[2], colour[1], colour[0]);
+        });
+    return matrix;
 }
 
 } // namespace polarize_tool

@@ -5,6 +5,7 @@
 #include "input/frame.hpp"
 #include "output/array_writing.hpp"
 #include "veldrane_mrv/polarization/frame_transform.hpp"
+#include "veldrane_mrv/polarization/number_meaning.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
@@ -14,9 +15,7 @@
 
 namespace polarize_tool {
 
-/// What the numbers in the files count: steps of the full scale, or physical quantities with the
-/// angle in one of two units.
-enum class Units { scaled, degrees, radians };
+using polarization::Units;
 
 /// What all frames of a run have in common.
 struct Processing {

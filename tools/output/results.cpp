@@ -1,7 +1,6 @@
 #include "output/results.hpp"
 
 #include "output/image_writing.hpp"
-#include "output/pictures.hpp"
 
 #include <algorithm>
 #include <string>
@@ -29,7 +28,8 @@ std::filesystem::path Results::plane_file(Frame_place const& place, Plane plane)
 }
 
 bool Results::shows_degree(Frame_place const& place) const {
-    return pictures.value_or(!place.is_part()) && processing.planes.contains(Plane::dolp);
+    return pictures.are_wanted.value_or(!place.is_part()) &&
+           processing.planes.contains(Plane::dolp);
 }
 
 bool Results::shows_angle(Frame_place const& place) const {
@@ -86,13 +86,19 @@ void Results::stage_pictures(
         return;
     }
     Array_view const size = processed.array(Plane::dolp);
-    Picture_source const source{
-        processed.stored(Plane::azimuth), processed.stored(Plane::dolp), size.width(),
-        size.height(), processing.settings.scale.full_scale()};
+    polarization::Picture_source const source{
+        processed.stored(Plane::azimuth),
+        processed.stored(Plane::dolp),
+        size.width(),
+        size.height(),
+        processing.settings.scale.full_scale(),
+        pictures};
     if (shows_angle(place)) {
-        files.add(file_of(place, angle_degree_suffix), encode_png(angle_degree_picture(source)));
+        files.add(
+            file_of(place, angle_degree_suffix),
+            encode_png(polarization::angle_degree_picture(source)));
     }
-    files.add(file_of(place, degree_suffix), encode_png(degree_picture(source)));
+    files.add(file_of(place, degree_suffix), encode_png(polarization::degree_picture(source)));
 }
 
 } // namespace polarize_tool

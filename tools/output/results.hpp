@@ -5,6 +5,7 @@
 #include "output/processing.hpp"
 #include "output/sidecar.hpp"
 #include "output/staged_files.hpp"
+#include "veldrane_mrv/polarization/pictures.hpp"
 
 #include <filesystem>
 #include <optional>
@@ -17,7 +18,7 @@ struct Results {
     std::filesystem::path folder;
     File_format format = File_format::tiff;
     /// Without a choice, frames that are alone in their file get pictures.
-    std::optional<bool> pictures;
+    polarization::Picture_options pictures;
     Existing_files existing = Existing_files::keep;
     Processing processing;
     Origin origin;

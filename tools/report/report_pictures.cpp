@@ -1,8 +1,8 @@
 #include "report/report_pictures.hpp"
 
 #include "output/image_writing.hpp"
-#include "output/pictures.hpp"
 #include "report/report_encoding.hpp"
+#include "veldrane_mrv/polarization/pictures.hpp"
 
 #include <algorithm>
 #include <array>
@@ -16,23 +16,11 @@ namespace polarize_tool {
 namespace {
 
 constexpr std::size_t longest_side = 1400;
-constexpr unsigned fine_scale = 65535;
 constexpr unsigned level_end = 255;
 
 // Above this a PNG of noisy colours takes megabytes; the exact values are in the page anyway.
 constexpr std::size_t most_lossless_pixels = 300'000;
 constexpr int jpeg_quality = 92;
-
-std::uint16_t fine(double fraction) {
-    return static_cast<std::uint16_t>(
-        std::lround(static_cast<double>(fine_scale) * std::clamp(fraction, 0.0, 1.0)));
-}
-
-// Azimuth on the fine scale of an angle in half turns.
-std::uint16_t fine_azimuth(double half_turns) {
-    double const shifted = half_turns + 0.5;
-    return fine(shifted - std::floor(shifted));
-}
 
 // Sums over a square of the frame that becomes one pixel of the pictures.
 struct Square {
@@ -67,7 +55,9 @@ public:
             static_cast<int>(height_), static_cast<int>(width_), CV_8UC1,
             const_cast<std::uint8_t*>(s0_.data()));
     }
-    Picture_source source() const { return {azimuth_, degree_, width_, height_, fine_scale}; }
+    polarization::Picture_source source() const {
+        return {azimuth_, degree_, width_, height_, polarization::fine_scale};
+    }
 
 private:
     Square sum_of(std::size_t first_row, std::size_t first_column) const {
@@ -92,10 +82,11 @@ private:
 
     void store(std::size_t index, Square const& square) {
         // A scene looks as bright as it is.
-        s0_[index] = display_level(square.s0 / square.pixels / scales_.s0_top);
-        degree_[index] =
-            fine(square.degree / square.pixels / planes_.full_scale / scales_.degree_top);
-        azimuth_[index] = fine_azimuth(std::atan2(square.s2, square.s1) / (2.0 * std::numbers::pi));
+        s0_[index] = polarization::display_level(square.s0 / square.pixels / scales_.s0_top);
+        degree_[index] = polarization::fine_degree(
+            square.degree / square.pixels / planes_.full_scale / scales_.degree_top);
+        azimuth_[index] =
+            polarization::fine_azimuth(std::atan2(square.s2, square.s1) / (2.0 * std::numbers::pi));
     }
 
     Report_planes const& planes_;
@@ -122,13 +113,10 @@ Picture encoded(cv::Mat const& image) {
     return {data_uri("image/jpeg", bytes), width, height};
 }
 
-std::vector<std::uint8_t> red_green_blue(cv::Mat const& picture) {
+std::vector<std::uint8_t> red_green_blue(polarization::Colour_picture const& picture) {
     std::vector<std::uint8_t> bytes;
-    for (int row = 0; row < picture.rows; ++row) {
-        for (int column = 0; column < picture.cols; ++column) {
-            auto const& pixel = picture.at<cv::Vec3b>(row, column);
-            bytes.insert(bytes.end(), {pixel[2], pixel[1], pixel[0]});
-        }
+    for (polarization::Colour const& pixel : picture.pixels) {
+        bytes.insert(bytes.end(), pixel.begin(), pixel.end());
     }
     return bytes;
 }
@@ -149,55 +137,48 @@ Report_pictures report_pictures(Report_planes const& planes, Picture_scales cons
     std::size_t const binning = (side + longest_side - 1) / longest_side;
     Binned_planes const binned(planes, scales, binning);
     return {
-        encoded(binned.s0_picture()), encoded(angle_degree_picture(binned.source())),
-        encoded(degree_picture(binned.source())), binning};
+        encoded(binned.s0_picture()),
+        encoded(matrix_of(polarization::angle_degree_picture(binned.source()))),
+        encoded(matrix_of(polarization::degree_picture(binned.source()))), binning};
 }
 
 Colour_tables colour_tables() {
     Colour_tables tables;
     for (unsigned level = 0; level <= level_end; ++level) {
-        tables.s0.insert(tables.s0.end(), 3, display_level(static_cast<double>(level) / level_end));
+        tables.s0.insert(
+            tables.s0.end(), 3,
+            polarization::display_level(static_cast<double>(level) / level_end));
     }
     std::vector<std::uint16_t> azimuth;
     std::vector<std::uint16_t> degree;
     for (std::size_t hue = 0; hue < Colour_tables::hue_count; ++hue) {
         for (std::size_t level = 0; level < Colour_tables::level_count; ++level) {
-            azimuth.push_back(fine_azimuth(static_cast<double>(hue) / Colour_tables::hue_count));
-            degree.push_back(fine(static_cast<double>(level) / (Colour_tables::level_count - 1)));
+            azimuth.push_back(
+                polarization::fine_azimuth(static_cast<double>(hue) / Colour_tables::hue_count));
+            degree.push_back(polarization::fine_degree(
+                static_cast<double>(level) / (Colour_tables::level_count - 1)));
         }
     }
-    tables.angle = red_green_blue(angle_degree_picture(
-        {azimuth, degree, Colour_tables::level_count, Colour_tables::hue_count, fine_scale}));
+    tables.angle = red_green_blue(polarization::angle_degree_picture(
+        {azimuth, degree, Colour_tables::level_count, Colour_tables::hue_count,
+         polarization::fine_scale}));
     std::vector<std::uint16_t> ramp;
     for (unsigned level = 0; level <= level_end; ++level) {
-        ramp.push_back(fine(static_cast<double>(level) / level_end));
+        ramp.push_back(polarization::fine_degree(static_cast<double>(level) / level_end));
     }
-    tables.degree = red_green_blue(degree_picture({{}, ramp, ramp.size(), 1, fine_scale}));
+    tables.degree = red_green_blue(
+        polarization::degree_picture({{}, ramp, ramp.size(), 1, polarization::fine_scale}));
     return tables;
 }
 
 std::string colour_wheel_uri() {
-    constexpr std::size_t side = 240;
-    constexpr double radius = side / 2.0;
-    std::vector<std::uint16_t> azimuth;
-    std::vector<std::uint16_t> degree;
-    for (std::size_t row = 0; row < side; ++row) {
-        for (std::size_t column = 0; column < side; ++column) {
-            double const right = static_cast<double>(column) + 0.5 - radius;
-            double const up = radius - static_cast<double>(row) - 0.5;
-            azimuth.push_back(fine_azimuth(std::atan2(up, right) / std::numbers::pi));
-            degree.push_back(fine(std::hypot(right, up) / radius));
-        }
-    }
-    return data_uri(
-        "image/png", encode_png(angle_degree_picture({azimuth, degree, side, side, fine_scale})));
+    return data_uri("image/png", encode_png(polarization::colour_wheel(240)));
 }
 
 std::string colour_bar_uri(std::vector<std::uint8_t> const& table) {
-    cv::Mat bar(1, static_cast<int>(table.size() / 3), CV_8UC3);
-    for (int column = 0; column < bar.cols; ++column) {
-        std::size_t const start = 3 * static_cast<std::size_t>(column);
-        bar.at<cv::Vec3b>(0, column) = {table[start + 2], table[start + 1], table[start]};
+    polarization::Colour_picture bar{table.size() / 3, 1, {}};
+    for (std::size_t start = 0; start < table.size(); start += 3) {
+        bar.pixels.push_back({table[start], table[start + 1], table[start + 2]});
     }
     return data_uri("image/png", encode_png(bar));
 }

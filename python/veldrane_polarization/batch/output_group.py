@@ -16,7 +16,7 @@ from typing import Any, Optional
 
 import numpy as np
 
-from .. import _arguments, datasets
+from .. import _arguments, _native, datasets
 from .._arguments import Array
 from .._native import processor_identification, software_version
 from .._recordings import Recording, blosc_sizes, text_of_name
@@ -116,9 +116,9 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
         "planes": list(settings.planes),
         "signed": settings.signed,
         "compression": compression,
-        "zero_direction": "along the rows, towards growing columns",
-        "sense": "counter-clockwise on a picture whose row 0 is at the top",
-        "calibration": "ideal analysers",
+        "zero_direction": _native.zero_direction,
+        "sense": _native.sense,
+        "calibration": _native.no_calibration,
         "source": {**recording.description(), "shift": 0, "dark_frame_subtracted": False},
         "software": {
             "name": "veldrane_polarization",
