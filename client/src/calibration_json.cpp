@@ -7,18 +7,11 @@
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
 #include <cmath>
-#include <functional>
 #include <limits>
 #include <sstream>
 
 namespace veldrane_mrv::polarization {
 namespace {
-
-// A calibration has three levels; deeper texts could exhaust the stack.
-constexpr int deepest_level = 16;
-
-// A calibration has fewer than a hundred; an object finds its keys one by one.
-constexpr std::size_t most_keys = 1000;
 
 double finite(double number, std::string const& figure) {
     if (!std::isfinite(number)) {
@@ -231,62 +224,6 @@ Provenance read_provenance(Node const& node) {
     return provenance;
 }
 
-// The parser's own judgement, which tells no place.
-bool is_too_large(std::string_view token) {
-    try {
-        return Json::parse(token).is_discarded(); // never: what is no JSON throws
-    } catch (Json::out_of_range const&) {
-        return true;
-    } catch (Json::exception const&) {
-        return false; // the first character of something longer
-    }
-}
-
-// Why the parser gave up; the way there has to be found anew.
-struct Excess {
-    char const* problem;
-    std::function<bool(Json_value const&)> is_it;
-};
-
-Excess const too_deep{"values are nested too deeply", [](Json_value const& value) {
-                          return value.depth > deepest_level;
-                      }};
-
-Excess const too_many_keys{
-    "there are more than 1000 keys, which no calibration has",
-    [count = std::size_t{0}](Json_value const& value) mutable {
-        count += value.has_key ? 1U : 0U;
-        return count > most_keys;
-    }};
-
-Json parse(std::string const& text, std::filesystem::path const& name) {
-    auto const bounded = [keys =
-                              std::size_t{0}](int depth, Json::parse_event_t event, Json&) mutable {
-        if (depth > deepest_level) {
-            throw too_deep;
-        }
-        keys += event == Json::parse_event_t::key ? 1U : 0U;
-        if (keys > most_keys) {
-            throw too_many_keys;
-        }
-        return true;
-    };
-    try {
-        return Json::parse(text, bounded);
-    } catch (Json::parse_error const& error) {
-        throw File_error(
-            name, line_at(text, error.byte == 0 ? 0 : error.byte - 1), "", "this is no valid JSON",
-            damaged);
-    } catch (Json::out_of_range const&) {
-        Json_place const place = find_json_value(
-            text, [](Json_value const& value) { return is_too_large(value.token); });
-        throw File_error(name, place.line, place.path, "the number is too large", damaged);
-    } catch (Excess const& excess) {
-        Json_place const place = find_json_value(text, excess.is_it);
-        throw File_error(name, place.line, place.path, excess.problem, damaged);
-    }
-}
-
 } // namespace
 
 std::string calibration_to_json(Calibration const& calibration) {
@@ -315,15 +252,8 @@ std::string calibration_to_json(Calibration const& calibration) {
 }
 
 Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name) {
-    Json const json = parse(text, name);
-    Node::Document const document{name, text};
-    Node const root{document, json, ""};
-    Json_place const repeated =
-        find_json_value(text, [](Json_value const& value) { return value.has_repeated_key; });
-    if (repeated.line != 0) {
-        throw File_error(
-            name, repeated.line, repeated.path, "this key stands there twice", damaged);
-    }
+    Json const json = parse_json(text, name);
+    Node const root{name, json, ""};
     std::size_t const version = schema_version(root);
     root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});
     Calibration calibration{
@@ -338,7 +268,7 @@ Calibration calibration_from_json(std::string const& text, std::filesystem::path
         calibration.analysers[position] = read_analyser(analysers[position]);
     }
     if (auto const contradiction = find_contradiction(calibration)) {
-        Node{document, json, contradiction->key}.refuse("this is " + contradiction->problem);
+        Node{name, json, contradiction->key}.refuse("this is " + contradiction->problem);
     }
     if (version > 1) {
         check_offset(root["quality"]["common_offset_degrees"], calibration);

@@ -1,13 +1,11 @@
 /// @file
-/// Values of a JSON file that know where they stand.
+/// Values of a JSON file that know the way to them.
 #pragma once
 
-#include "json_lines.hpp"
+#include "json_parsing.hpp"
 
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/matrices.hpp"
-
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -18,27 +16,15 @@
 
 namespace veldrane_mrv::polarization {
 
-// Keeps the keys in the order in which people want to read them.
-using Json = nlohmann::ordered_json;
-
-inline constexpr char const* damaged = "restore the file, or calibrate again";
-
 // One value of the file with the way to it, so that every complaint can name both.
 class Node {
 public:
-    struct Document {
-        std::filesystem::path const& file;
-        std::string_view text;
-    };
-
-    Node(Document const& document, Json const& value, std::string path)
-        : document_{&document}, value_{&value}, path_{std::move(path)} {}
+    Node(std::filesystem::path const& file, Json const& value, std::string path)
+        : file_{&file}, value_{&value}, path_{std::move(path)} {}
 
     [[noreturn]] void refuse(
         std::string const& problem, std::string const& remedy = damaged) const {
-        Json_place const place = find_json_value(
-            document_->text, [this](Json_value const& value) { return value.path == path_; });
-        throw File_error(document_->file, place.line, path_, problem, remedy);
+        throw File_error(*file_, 0, path_, problem, remedy);
     }
 
     Node operator[](std::string const& key) const {
@@ -46,11 +32,11 @@ public:
         if (member == value_->end()) {
             refuse("the key \"" + key + "\" is missing");
         }
-        return {*document_, *member, path_.empty() ? key : path_ + "/" + key};
+        return {*file_, *member, path_.empty() ? key : path_ + "/" + key};
     }
 
     Node operator[](std::size_t index) const {
-        return {*document_, value_->at(index), path_ + "/" + std::to_string(index)};
+        return {*file_, value_->at(index), path_ + "/" + std::to_string(index)};
     }
 
     void require_object(std::initializer_list<std::string_view> keys) const {
@@ -117,7 +103,7 @@ public:
     }
 
 private:
-    Document const* document_;
+    std::filesystem::path const* file_;
     Json const* value_;
     std::string path_;
 };

@@ -113,7 +113,7 @@ def from_json(text: str) -> Calibration:
     Raises
     ------
     TypeError, ValueError
-        If the text is none; says which line and key.
+        If the text is none; says which key, or the line of what is no JSON.
 
     Examples
     --------

@@ -1,5 +1,6 @@
 // Calibrations as files: every figure comes back bit for bit, writing leaves a whole file or the
-// old one, and damaged, foreign or newer files are refused with line and key.
+// old one, and damaged, foreign or newer files are refused with the key, what is no JSON with the
+// line.
 
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
@@ -269,20 +270,19 @@ TEST_F(Calibration_file, foreign_files_are_refused) {
     std::string const text = calibration_to_json(some_calibration(3));
     Refusal const refusal = refusal_of(changed(text, "polarization_calibration", "other"));
     EXPECT_EQ(refusal.key, "schema/name");
-    EXPECT_EQ(refusal.line, 3U);
 }
 
 TEST_F(Calibration_file, a_newer_version_is_refused_with_the_remedy) {
     std::string const text = calibration_to_json(some_calibration(3));
     Refusal const refusal = refusal_of(changed(text, "\"version\": 2", "\"version\": 3"));
     EXPECT_EQ(
-        refusal.what, "cal.json, line 4, schema/version: version 3 is newer than 2, the newest "
+        refusal.what, "cal.json, schema/version: version 3 is newer than 2, the newest "
                       "known; update this software, or calibrate again with this one");
     EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": 0")).key, "schema/version");
     EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": -1")).key, "schema/version");
 }
 
-TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
+TEST_F(Calibration_file, damage_is_refused_with_its_key) {
     std::string const text = calibration_to_json(some_calibration(3));
     struct Damage {
         std::string from;
@@ -305,7 +305,6 @@ TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
     for (Damage const& damage : damages) {
         Refusal const refusal = refusal_of(changed(text, damage.from, damage.to));
         EXPECT_EQ(refusal.key, damage.key) << refusal.what;
-        EXPECT_EQ(refusal.line, line_of(text, damage.from)) << refusal.what;
     }
     Refusal const missing = refusal_of(changed(text, "\"residual\": 0.0", "\"dark_level\": 0.0"));
     EXPECT_EQ(missing.key, "analysers/0/dark_level");
@@ -318,10 +317,9 @@ TEST_F(Calibration_file, damage_is_refused_with_line_and_key) {
         std::string damaged = text;
         Refusal const refusal = refusal_of(damaged.replace(weight, end - weight, number));
         EXPECT_EQ(refusal.key, "matrices/0/0/0") << refusal.what;
-        EXPECT_EQ(refusal.line, 1 + line_of(text, "\"matrices\"") + 2) << refusal.what;
         ++numbers;
     }
-    EXPECT_NE(refusal_of(changed(text, "36", "NaN")).line, 0U);
+    EXPECT_EQ(refusal_of(changed(text, "36", "NaN")).line, line_of(text, "36"));
     std::cout << damages.size() + numbers + 2 << " damages\n";
 }
 
@@ -351,7 +349,6 @@ TEST_F(Calibration_file, outlying_frames_and_the_common_offset_come_back) {
     std::string const key = "\"common_offset_degrees\": ";
     Refusal const offset = refusal_of(changed(text, key, key + "1"));
     EXPECT_EQ(offset.key, "quality/common_offset_degrees") << offset.what;
-    EXPECT_EQ(offset.line, line_of(text, key));
 }
 
 // Whoever changes one of 48 weights by hand changes one of the digits that tell floats apart.
@@ -377,7 +374,6 @@ TEST_F(Calibration_file, weights_that_are_not_those_of_the_analysers_are_refused
     std::size_t const end = text.find_first_of(",\n", weight);
     Refusal const refusal = refusal_of(std::string{text}.replace(weight, end - weight, "2.0"));
     EXPECT_EQ(refusal.key, "matrices/0/0/0") << refusal.what;
-    EXPECT_EQ(refusal.line, line_of(text, text.substr(weight, end - weight))) << refusal.what;
     EXPECT_NE(refusal.what.find("this is 2, not the "), std::string::npos) << refusal.what;
     EXPECT_NE(refusal.what.find("that the analysers give"), std::string::npos) << refusal.what;
     for (std::string const figure : {"throughput", "diattenuation", "orientation_degrees"}) {
@@ -416,7 +412,7 @@ TEST_F(Calibration_file, analysers_that_no_sensor_of_the_mosaic_has_are_refused)
         std::string const name = mosaic.to_string();
         Refusal const refusal = refusal_of(changed(text, good.mosaic.to_string(), name));
         EXPECT_EQ(
-            refusal.what, "cal.json, line 6, mosaic: this is " + name +
+            refusal.what, "cal.json, mosaic: this is " + name +
                               ", but the orientations of the analysers are those of " +
                               good.mosaic.to_string() + "; restore the file, or calibrate again");
     }
@@ -456,9 +452,8 @@ TEST_F(Calibration_file, analysers_that_no_sensor_of_the_mosaic_has_are_refused)
         "calibration's analysers");
 }
 
-// An object finds its keys one by one, and a refusal needs the path of every value: both are
-// bounded before they could take long or much memory.
-TEST_F(Calibration_file, many_and_long_keys_are_refused_with_line_and_key) {
+// An object finds its keys one by one: they are bounded before that could take long.
+TEST_F(Calibration_file, many_and_long_keys_are_refused_with_the_key) {
     std::string const text = calibration_to_json(some_calibration(3));
     std::string keys = "{";
     for (int key = 0; key < 2000; ++key) {
@@ -467,7 +462,6 @@ TEST_F(Calibration_file, many_and_long_keys_are_refused_with_line_and_key) {
     Refusal const many = refusal_of(changed(text, "\"sensor 7\"", keys + "}"));
     EXPECT_NE(many.what.find("more than 1000 keys"), std::string::npos) << many.what;
     EXPECT_TRUE(many.key.starts_with("provenance/sensor/9")) << many.what;
-    EXPECT_GT(many.line, line_of(text, "\"sensor 7\"") + 900);
     std::string zeros = "[0";
     for (int zero = 0; zero < 200000; ++zero) {
         zeros += ",0";
@@ -475,7 +469,6 @@ TEST_F(Calibration_file, many_and_long_keys_are_refused_with_line_and_key) {
     std::string const key(200000, 'k');
     Refusal const wide = refusal_of("{\"" + key + "\": " + zeros + "]}");
     EXPECT_NE(wide.what.find("no calibration"), std::string::npos);
-    EXPECT_EQ(wide.line, 1U);
 }
 
 TEST_F(Calibration_file, weights_above_the_largest_are_not_written) {
@@ -484,18 +477,16 @@ TEST_F(Calibration_file, weights_above_the_largest_are_not_written) {
     EXPECT_THROW(calibration_to_json(calibration), Argument_error);
 }
 
-TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with_line_and_key) {
+TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with_the_key) {
     std::string const text = calibration_to_json(some_calibration(3));
     Refusal const number = refusal_of(changed(text, "1.5000", "1e999, \"a\": 1.5000"));
     EXPECT_EQ(number.key, "quality/condition_number") << number.what;
-    EXPECT_EQ(number.line, line_of(text, "\"condition_number\"")) << number.what;
     for (std::string const open : {"[", "{\"a\": "}) {
         std::string deep;
         for (int level = 0; level < 100000; ++level) {
             deep += open;
         }
         Refusal const refusal = refusal_of(changed(text, "\"sensor 7\"", deep));
-        EXPECT_EQ(refusal.line, line_of(text, "\"sensor 7\"")) << refusal.what;
         EXPECT_TRUE(refusal.key.starts_with("provenance/sensor/")) << refusal.what;
         EXPECT_NE(refusal.what.find("nested too deeply"), std::string::npos) << refusal.what;
     }
@@ -503,11 +494,11 @@ TEST_F(Calibration_file, numbers_beyond_double_and_deep_nesting_are_refused_with
     std::string const levels = std::string(14, '[') + std::string(14, ']');
     EXPECT_EQ(refusal_of(changed(text, "\"sensor 7\"", levels)).key, "provenance/sensor");
     Refusal const alone = refusal_of("\n\n  -1e999");
-    EXPECT_EQ(alone.line, 3U) << alone.what;
-    EXPECT_EQ(alone.key, "");
+    EXPECT_EQ(
+        alone.what, "cal.json: the number is too large; restore the file, or calibrate again");
 }
 
-TEST_F(Calibration_file, refusals_keep_line_and_key_behind_a_byte_order_mark) {
+TEST_F(Calibration_file, refusals_keep_the_key_behind_a_byte_order_mark) {
     std::string const mark = "\xEF\xBB\xBF";
     Calibration const calibration = some_calibration(3);
     std::string const text = calibration_to_json(calibration);
@@ -515,7 +506,6 @@ TEST_F(Calibration_file, refusals_keep_line_and_key_behind_a_byte_order_mark) {
     for (std::string const number : {"true", "1e999"}) {
         Refusal const refusal = refusal_of(mark + changed(text, "66.1", number));
         EXPECT_EQ(refusal.key, "analysers/1/dark_level") << refusal.what;
-        EXPECT_EQ(refusal.line, line_of(text, "66.1")) << refusal.what;
     }
     Refusal const twice = refusal_of(mark + changed(text, "\"time\"", "\"sensor\""));
     EXPECT_EQ(twice.key, "provenance/sensor") << twice.what;
@@ -529,7 +519,6 @@ TEST_F(Calibration_file, a_key_spelled_with_escapes_is_the_key_that_it_names) {
     EXPECT_EQ(calibration_from_json(escaped, "text"), calibration);
     Refusal const value = refusal_of(changed(escaped, "\"2026-01-31T12:00:00Z\"", "7"));
     EXPECT_EQ(value.key, "provenance/time") << value.what;
-    EXPECT_EQ(value.line, line_of(text, "\"time\"")) << value.what;
     Refusal const twice = refusal_of(changed(escaped, "\"sensor\"", "\"time\""));
     EXPECT_EQ(twice.key, "provenance/time") << twice.what;
     EXPECT_NE(twice.what.find("twice"), std::string::npos) << twice.what;

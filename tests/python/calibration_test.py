@@ -117,9 +117,7 @@ def test_weights_that_are_not_those_of_the_analysers_are_refused(tmp_path):
     text = file.read_text()
     for old, new in (("-1.0", "-1.1"), ("90.0", "92.0"), ("45,90,0,135", "90,45,135,0")):
         file.write_text(text.replace(old, new, 1))
-        with pytest.raises(
-            ValueError, match="sensor.json, line [0-9]+, (matrices|mosaic)"
-        ) as error:
+        with pytest.raises(ValueError, match="sensor.json, (matrices|mosaic)") as error:
             vp.Calibration.load(file)
         assert str(error.value).endswith("restore the file, or calibrate again")
 

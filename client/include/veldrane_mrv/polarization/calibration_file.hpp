@@ -13,10 +13,10 @@
 
 namespace veldrane_mrv::polarization {
 
-/// Something is wrong with a file. `what` is one line for a user: "FILE, line N: PROBLEM; REMEDY".
+/// Something is wrong with a file. `what` is one line for a user: "FILE, KEY: PROBLEM; REMEDY".
 class File_error : public std::runtime_error {
 public:
-    /// @param line counted from 1, or 0 if no line is to blame
+    /// @param line of what is no JSON, counted from 1; otherwise 0
     /// @param key  path of the key to blame, such as "analysers/2/throughput", or empty
     File_error(
         std::filesystem::path const& file, std::size_t line, std::string const& key,
