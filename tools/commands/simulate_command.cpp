@@ -107,7 +107,7 @@ void add_series_options(CLI::App& command, Simulate_options& options, Flags& fla
             ->group(group);
     command
         .add_option(
-            "--polarizer-series", options.polarizer_series,
+            "--polarizer-series", options.polariser_series,
             "A uniform source behind a polariser at the angles A0, A0 + STEP, ... up to A1 degrees "
             "(0 to 360): one frame an angle, FRAME_angle_045.0.png, and FRAME_angles.csv")
         ->type_name("A0:A1:STEP")

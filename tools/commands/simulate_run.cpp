@@ -168,7 +168,7 @@ std::string add_scene(Staged_files& files, Simulate_options const& options) {
 }
 
 std::string add_series(Staged_files& files, Simulate_options const& options) {
-    std::vector<double> const angles = series_angles(options.polarizer_series);
+    std::vector<double> const angles = series_angles(options.polariser_series);
     Frame_writer writer(options, files);
     if (writer.is_raw() || !options.truth_folder.empty()) {
         throw Usage_error("--polarizer-series writes PNG files only, and no --truth planes");
@@ -241,7 +241,7 @@ std::string angle_suffix(double angle, std::vector<double> const& series) {
 }
 
 void run_simulate(Simulate_options const& options) {
-    if (options.frames == 1 && options.polarizer_series.empty()) {
+    if (options.frames == 1 && options.polariser_series.empty()) {
         refuse_existing(options.output, options.existing);
     }
     // Before the files, so that these are removed first if anything fails.
@@ -249,7 +249,7 @@ void run_simulate(Simulate_options const& options) {
     Made_folder const truth_folder(options.truth_folder);
     Staged_files files(options.existing);
     std::string const line =
-        options.polarizer_series.empty() ? add_scene(files, options) : add_series(files, options);
+        options.polariser_series.empty() ? add_scene(files, options) : add_series(files, options);
     add_analysers(files, options);
     throw_if_interrupted();
     files.publish();

@@ -21,7 +21,7 @@ struct Simulate_options {
     std::uint64_t analyser_seed = 1; // for the provenance of imperfect analysers
     std::uint64_t frames = 1;
     std::string pixel_format = "Mono16";
-    std::string polarizer_series;
+    std::string polariser_series;
     Existing_files existing = Existing_files::keep;
     bool is_quiet = false;
 };
