@@ -4,6 +4,7 @@
 #include "reference/reference_transform.hpp"
 #include "support/fault_report.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -36,12 +37,6 @@ std::uint64_t number_from_environment(char const* name, std::uint64_t otherwise)
     return number;
 }
 
-template <typename Element>
-Element* requested(Scene const& scene, Plane plane, std::vector<std::byte>& bytes) {
-    return scene.wanted.has(plane) ? static_cast<Element*>(static_cast<void*>(bytes.data()))
-                                   : nullptr;
-}
-
 } // namespace
 
 Equality_checker::Equality_checker(Transform transform) : transform_{transform} {
@@ -57,24 +52,12 @@ void Equality_checker::compute_expected(Scene const& scene) {
             fill_plane({bytes.data(), bytes_per_pixel(plane) * scene.pixels()}, Fill::plain);
         }
     }
-    Polarization_computation_arguments const arguments{
-        scene.height,
-        scene.width,
-        scene.polar_phase,
-        scene.samples.data(),
-        scene.scale.bit_depth,
-        scene.scale.maximum_input_value,
-        scene.scale.maximum_output_value,
-        scene.scale.maximum_output_value_integer,
-        requested<float>(scene, Plane::normalized_stokes, expected_[0]),
-        requested<std::uint16_t>(scene, Plane::s0, expected_[1]),
-        requested<std::uint16_t>(scene, Plane::s1, expected_[2]),
-        requested<std::uint16_t>(scene, Plane::s2, expected_[3]),
-        requested<std::uint16_t>(scene, Plane::azimuth, expected_[4]),
-        requested<std::uint16_t>(scene, Plane::dolp, expected_[5])};
+    std::array<void*, every_plane.size()> planes{};
+    std::ranges::transform(expected_, planes.begin(), [](auto& plane) { return plane.data(); });
     Calibration_matrices const matrices{
         scene.matrices[0], scene.matrices[1], scene.matrices[2], scene.matrices[3]};
-    static_cast<void>(reference::transform(arguments, matrices));
+    static_cast<void>(
+        reference::transform(arguments_of(scene, scene.samples.data(), planes), matrices));
 }
 
 /// Gives the expected float plane another fill where no store reaches it.

@@ -16,12 +16,6 @@ Type* as(std::byte* address) {
     return static_cast<Type*>(static_cast<void*>(address));
 }
 
-/// Plane pointer for the arguments: null for what the scene does not ask for.
-template <typename Element>
-Element* requested(Scene const& scene, Plane plane, std::span<std::byte> bytes) {
-    return scene.wanted.has(plane) ? as<Element>(bytes.data()) : nullptr;
-}
-
 } // namespace
 
 void fill_plane(std::span<std::byte> plane, Fill fill) {
@@ -92,21 +86,10 @@ void Guarded_frame::load_matrices(Scene const& scene, Edge edge) {
 
 void Guarded_frame::load_arguments(Scene const& scene, Edge edge) {
     constexpr std::size_t bytes = sizeof(Polarization_computation_arguments);
-    new (arguments_pages_.writable(bytes, edge)) Polarization_computation_arguments{
-        scene.height,
-        scene.width,
-        scene.polar_phase,
-        as<std::uint16_t const>(raw_.guarded(2 * scene.pixels(), edge)),
-        scene.scale.bit_depth,
-        scene.scale.maximum_input_value,
-        scene.scale.maximum_output_value,
-        scene.scale.maximum_output_value_integer,
-        requested<float>(scene, Plane::normalized_stokes, loaded_[0]),
-        requested<std::uint16_t>(scene, Plane::s0, loaded_[1]),
-        requested<std::uint16_t>(scene, Plane::s1, loaded_[2]),
-        requested<std::uint16_t>(scene, Plane::s2, loaded_[3]),
-        requested<std::uint16_t>(scene, Plane::azimuth, loaded_[4]),
-        requested<std::uint16_t>(scene, Plane::dolp, loaded_[5])};
+    std::array<void*, every_plane.size()> planes{};
+    std::ranges::transform(loaded_, planes.begin(), [](auto plane) { return plane.data(); });
+    new (arguments_pages_.writable(bytes, edge)) Polarization_computation_arguments(arguments_of(
+        scene, as<std::uint16_t const>(raw_.guarded(2 * scene.pixels(), edge)), planes));
     arguments_ =
         as<Polarization_computation_arguments const>(arguments_pages_.guarded(bytes, edge));
 }

@@ -30,21 +30,10 @@ Plain_planes::Plain_planes(Scene const& scene) {
 
 Polarization_computation_arguments Plain_planes::arguments(
     Scene const& scene, std::uint16_t const* samples) const {
-    return {
-        scene.height,
-        scene.width,
-        scene.polar_phase,
-        samples,
-        scene.scale.bit_depth,
-        scene.scale.maximum_input_value,
-        scene.scale.maximum_output_value,
-        scene.scale.maximum_output_value_integer,
-        normalized_stokes_.get(),
-        integer_planes_[0].get(),
-        integer_planes_[1].get(),
-        integer_planes_[2].get(),
-        integer_planes_[3].get(),
-        integer_planes_[4].get()};
+    return arguments_of(
+        scene, samples,
+        {normalized_stokes_.get(), integer_planes_[0].get(), integer_planes_[1].get(),
+         integer_planes_[2].get(), integer_planes_[3].get(), integer_planes_[4].get()});
 }
 
 std::span<std::byte const> Plain_planes::bytes(Plane plane, std::size_t pixels) const {

@@ -18,6 +18,30 @@ Scene make_scene(
     return scene;
 }
 
+Polarization_computation_arguments arguments_of(
+    Scene const& scene, std::uint16_t const* samples,
+    std::array<void*, every_plane.size()> const& planes) {
+    auto const wanted = [&](Plane plane) {
+        return scene.wanted.has(plane) ? planes[static_cast<std::size_t>(plane)] : nullptr;
+    };
+    auto const integers = [&](Plane plane) { return static_cast<std::uint16_t*>(wanted(plane)); };
+    return {
+        scene.height,
+        scene.width,
+        scene.polar_phase,
+        samples,
+        scene.scale.bit_depth,
+        scene.scale.maximum_input_value,
+        scene.scale.maximum_output_value,
+        scene.scale.maximum_output_value_integer,
+        static_cast<float*>(wanted(Plane::normalized_stokes)),
+        integers(Plane::s0),
+        integers(Plane::s1),
+        integers(Plane::s2),
+        integers(Plane::azimuth),
+        integers(Plane::dolp)};
+}
+
 std::string describe(Scene const& scene) {
     std::ostringstream text;
     text << scene.height << " x " << scene.width << ", phase " << scene.polar_phase

@@ -9,6 +9,7 @@
 
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -54,6 +55,12 @@ struct Scene {
 Scene make_scene(
     std::size_t height, std::size_t width, Sample_kind samples, Matrix_kind matrices,
     std::int32_t polar_phase, std::uint64_t seed);
+
+/// A call on a scene: `samples` are the scene's or a copy, `planes` where the planes would lie.
+/// Those that the scene does not want are null.
+Polarization_computation_arguments arguments_of(
+    Scene const& scene, std::uint16_t const* samples,
+    std::array<void*, every_plane.size()> const& planes);
 
 /// The library's transform, or one that stands in for it.
 using Transform = int (*)(Polarization_computation_arguments const&, Calibration_matrices const&);
