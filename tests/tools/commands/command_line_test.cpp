@@ -13,7 +13,6 @@ namespace {
 
 using process_fixture::Names;
 using process_fixture::Process_command;
-using program_run::line_count;
 using program_run::Outcome;
 using program_run::run;
 using test_files::encoded;
@@ -22,10 +21,8 @@ using test_files::pattern;
 std::vector<std::string> const commands = {"process", "inspect", "report", "simulate", "calibrate"};
 
 void expect_refused(Outcome const& outcome, std::string const& line) {
-    EXPECT_EQ(outcome.code, 2) << outcome.errors;
+    expect_one_line(outcome, 2, line);
     EXPECT_EQ(outcome.output, "");
-    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-    EXPECT_NE(outcome.errors.find(line), std::string::npos) << line << ": " << outcome.errors;
 }
 
 // The options with a value that a command's help shows.

@@ -100,20 +100,16 @@ TEST_F(Inspect_command, json_is_one_object_a_line) {
 TEST_F(Inspect_command, a_frame_that_cannot_be_read_does_not_lose_the_others) {
     test_files::write(folder_ / "noise.png", std::string("no picture"));
     Outcome const outcome = run({"inspect", (folder_ / "noise.png").string(), polarised()});
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(program_run::line_count(outcome.errors), 1U);
-    EXPECT_NE(outcome.errors.find("noise.png"), std::string::npos) << outcome.errors;
+    expect_one_line(outcome, 1, "noise.png");
     EXPECT_NE(outcome.output.find("48 x 32"), std::string::npos);
 }
 
 TEST_F(Inspect_command, a_single_pixel_and_wrong_usage_are_one_line) {
     std::string const pixel = written("pixel.png", cv::Mat(1, 1, CV_8UC1, cv::Scalar(5)));
     Outcome const refused = run({"inspect", pixel});
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_EQ(program_run::line_count(refused.errors), 1U) << refused.errors;
+    expect_one_line(refused, 1);
     Outcome const usage = run({"inspect", polarised(), "--polarizer-angle", "north"});
-    EXPECT_EQ(usage.code, 2);
-    EXPECT_EQ(program_run::line_count(usage.errors), 1U) << usage.errors;
+    expect_one_line(usage, 2);
 }
 
 TEST_F(Inspect_command, a_choice_that_leaves_no_frame_is_refused) {
@@ -125,9 +121,7 @@ TEST_F(Inspect_command, a_choice_that_leaves_no_frame_is_refused) {
 TEST_F(Inspect_command, numbers_that_are_not_finite_or_wrap_are_refused) {
     for (std::string const number : {"nan", "-nan", "inf", "-inf"}) {
         Outcome const outcome = run({"inspect", polarised(), "--polarizer-angle=" + number});
-        EXPECT_EQ(outcome.code, 2) << number << outcome.output;
-        EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find("--polarizer-angle"), std::string::npos) << outcome.errors;
+        expect_one_line(outcome, 2, "--polarizer-angle");
     }
     test_files::write(folder_ / "two.raw", std::string(16, 'x'));
     auto const raw = [this](std::string const& option, std::string const& number) {
@@ -151,12 +145,7 @@ TEST_F(Inspect_command, numbers_that_are_not_finite_or_wrap_are_refused) {
 TEST_F(Inspect_command, a_standard_output_that_takes_nothing_is_one_line) {
     Outcome const outcome = program_run::run_without_room_for_output(
         {POLARIZE_PROGRAM, "inspect", polarised(), polarised()});
-    EXPECT_EQ(outcome.code, 1);
-    EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
-    EXPECT_NE(
-        outcome.errors.find("standard output: cannot be written: No space left on device"),
-        std::string::npos)
-        << outcome.errors;
+    expect_one_line(outcome, 1, "standard output: cannot be written: No space left on device");
 }
 
 TEST_F(Inspect_command, failures_are_listed_even_if_standard_output_takes_nothing) {

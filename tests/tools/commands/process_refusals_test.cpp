@@ -25,13 +25,6 @@ using test_files::pattern;
 
 class Process_refusals : public Process_command {
 protected:
-    void expect_one_line(Outcome const& outcome, int code, std::string const& word) const {
-        EXPECT_EQ(outcome.code, code) << outcome.errors;
-        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_EQ(outcome.errors.find("veldrane-polarize: "), 0U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find(word), std::string::npos) << word << ": " << outcome.errors;
-    }
-
     std::vector<std::uint8_t> half(std::vector<std::uint8_t> bytes) const {
         bytes.resize(bytes.size() / 2);
         return bytes;

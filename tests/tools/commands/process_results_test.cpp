@@ -275,9 +275,7 @@ TEST_F(Process_results, existing_results_stay_unless_overwriting_is_asked_for) {
     ASSERT_EQ(process({good()}, {"--planes", "s0"}).code, 0);
     auto const before = test_files::read(result("good_s0.tif"));
     Outcome const refused = process({good()}, {"--planes", "s0", "--full-scale", "255"});
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_EQ(line_count(refused.errors), 1U);
-    EXPECT_NE(refused.errors.find("--overwrite"), std::string::npos) << refused.errors;
+    expect_one_line(refused, 1, "--overwrite");
     EXPECT_EQ(test_files::read(result("good_s0.tif")), before);
     EXPECT_EQ(process({good()}, {"--planes", "s0", "--full-scale", "255", "--overwrite"}).code, 0);
     EXPECT_NE(test_files::read(result("good_s0.tif")), before);

@@ -10,7 +10,6 @@ namespace {
 
 using process_fixture::Names;
 using process_fixture::Process_command;
-using program_run::line_count;
 using program_run::Outcome;
 
 class Process_resuming : public Process_command {
@@ -89,9 +88,7 @@ TEST_F(Process_resuming, a_run_that_was_killed_goes_on) {
 
 TEST_F(Process_resuming, one_cannot_both_pass_over_and_replace) {
     Outcome const outcome = resumed({"--overwrite"});
-    EXPECT_EQ(outcome.code, 2);
-    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-    EXPECT_NE(outcome.errors.find("--skip-existing"), std::string::npos) << outcome.errors;
+    expect_one_line(outcome, 2, "--skip-existing");
     EXPECT_FALSE(std::filesystem::exists(results()));
 }
 

@@ -41,10 +41,7 @@ TEST(Program, help_and_version_that_cannot_be_written_fail) {
         Names command = {POLARIZE_PROGRAM};
         command.insert(command.end(), options.begin(), options.end());
         Outcome const outcome = program_run::run_without_room_for_output(command);
-        EXPECT_EQ(outcome.code, 1) << options.front();
-        EXPECT_EQ(program_run::line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find("standard output: cannot be written: "), std::string::npos)
-            << outcome.errors;
+        expect_one_line(outcome, 1, "standard output: cannot be written: ");
     }
 }
 

@@ -41,9 +41,7 @@ protected:
 
     // The program fails with one line that holds `words`, and leaves no page.
     void expect_refusal(Outcome const& outcome, int code, std::string const& words) const {
-        EXPECT_EQ(outcome.code, code) << outcome.errors;
-        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find(words), std::string::npos) << outcome.errors;
+        expect_one_line(outcome, code, words);
         for (std::string const& name : test_files::names_in(folder_.path())) {
             EXPECT_EQ(name.find(".html"), std::string::npos) << name;
         }
@@ -87,8 +85,7 @@ TEST_F(Report_command, saturation_is_counted_before_the_dark_frame_is_subtracted
 TEST_F(Report_command, a_page_that_is_there_stays_unless_it_may_be_replaced) {
     test_files::write(folder_ / "page.html", std::string("mine"));
     Outcome const refused = report({"--phase", "0"});
-    EXPECT_EQ(refused.code, 1);
-    EXPECT_EQ(line_count(refused.errors), 1U);
+    expect_one_line(refused, 1);
     EXPECT_EQ(text(), "mine");
     EXPECT_EQ(report({"--phase", "0", "--overwrite"}).code, 0);
     EXPECT_NE(text(), "mine");

@@ -128,9 +128,7 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
         {small(folder / "a.png", {"--orientation-spread", "2"}), "--imperfect"}};
     for (auto const& [arguments, word] : cases) {
         Outcome const outcome = run(arguments);
-        EXPECT_EQ(outcome.code, 2) << outcome.errors;
-        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find(word), std::string::npos) << outcome.errors;
+        expect_one_line(outcome, 2, word);
         EXPECT_EQ(outcome.output, "");
     }
     EXPECT_TRUE(test_files::names_in(folder.path()).empty());
@@ -156,8 +154,7 @@ TEST(Simulate_command, a_place_that_cannot_be_written_is_refused_with_code_1) {
         small(folder / "a.png", {"--truth", (folder / "file" / "truth").string()})};
     for (auto const& arguments : cases) {
         Outcome const outcome = run(arguments);
-        EXPECT_EQ(outcome.code, 1);
-        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+        expect_one_line(outcome, 1);
         EXPECT_EQ(outcome.output, "");
     }
     EXPECT_EQ(test_files::names_in(folder.path()), std::vector<std::string>{"file"});

@@ -37,13 +37,6 @@ protected:
         return program.wait();
     }
 
-    // One line with `words`, and exit code 1.
-    static void expect_refused(Outcome const& outcome, std::string const& words) {
-        EXPECT_EQ(outcome.code, 1) << outcome.errors;
-        EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
-        EXPECT_NE(outcome.errors.find(words), std::string::npos) << words << outcome.errors;
-    }
-
     static Names with(Names arguments, Names const& more) {
         arguments.insert(arguments.end(), more.begin(), more.end());
         return arguments;
@@ -74,7 +67,7 @@ TEST_F(Irregular_files, no_input_is_waited_for) {
               with({"report", file}, to_results),
               with({"report", good(), "--dark", file}, to_results),
               with({"calibrate", good(), "--angles", file}, to_results)}) {
-            expect_refused(run_for_a_minute(arguments), words);
+            expect_one_line(run_for_a_minute(arguments), 1, words);
             ++refused;
         }
     }
@@ -183,7 +176,7 @@ TEST_F(Irregular_files, no_result_takes_their_place) {
         for (Names const& command : commands) {
             for (Names const& more : {Names{}, Names{"--overwrite"}}) {
                 Outcome const outcome = run_for_a_minute(with(command, more));
-                expect_refused(outcome, ": cannot be written: it is " + kind);
+                expect_one_line(outcome, 1, ": cannot be written: it is " + kind);
                 EXPECT_EQ(test_files::names_in(folder_ / "places"), names) << command.front();
                 ++refused;
             }

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -177,6 +178,13 @@ Outcome run_in_terminal(std::vector<std::string> const& command) {
     // `script` hands the line to $SHELL, which need not be one that reads it so.
     return run_command(
         {"/usr/bin/env", "SHELL=/bin/sh", terminal_program, "-qec", line, "/dev/null"});
+}
+
+void expect_one_line(Outcome const& outcome, int code, std::string const& words) {
+    EXPECT_EQ(outcome.code, code) << outcome.errors;
+    EXPECT_EQ(line_count(outcome.errors), 1U) << outcome.errors;
+    EXPECT_EQ(outcome.errors.find("veldrane-polarize: "), 0U) << outcome.errors;
+    EXPECT_NE(outcome.errors.find(words), std::string::npos) << words << ": " << outcome.errors;
 }
 
 std::size_t line_count(std::string const& text) {

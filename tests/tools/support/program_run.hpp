@@ -75,6 +75,9 @@ std::string terminal_problem();
 /// `terminal_problem`.
 Outcome run_in_terminal(std::vector<std::string> const& command);
 
+/// Expects that exit code and one line of the program's on standard error, with `words` in it.
+void expect_one_line(Outcome const& outcome, int code, std::string const& words = {});
+
 /// Lines of a text that ends with a line feed, or is empty.
 std::size_t line_count(std::string const& text);
 
