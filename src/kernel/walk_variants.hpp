@@ -1,8 +1,8 @@
 #pragma once
 
 #include "kernel/walk_definition.hpp"
-#include "module/var_to_template_definition.hpp"
 #include "variants/combinations.hpp"
+#include "variants/var_to_template_definition.hpp"
 
 namespace kernel {
 

@@ -1,5 +1,5 @@
 #include "kernel/walk.hpp"
-#include "module/var_to_template.hpp"
+#include "variants/var_to_template.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"

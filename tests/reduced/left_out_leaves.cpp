@@ -5,8 +5,8 @@
 #include "reduced/left_out.hpp"
 
 #include "kernel/walk.hpp"
-#include "module/var_to_template.hpp"
 #include "variants/combinations.hpp"
+#include "variants/var_to_template.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 
 template <typename Policy, typename... T>

@@ -37,9 +37,9 @@ private:
     }
 };
 
-/// A leaf. Its definition stands in module/var_to_template_definition.hpp and is compiled with the
-/// code that the leaf runs, not with the tree: the tree must run on processors that the kernels do
-/// not.
+/// A leaf. Its definition stands in variants/var_to_template_definition.hpp and is compiled with
+/// the code that the leaf runs, not with the tree: the tree must run on processors that the kernels
+/// do not.
 template <typename Policy, typename... T>
 struct var_to_template<Policy, 0, std::tuple<T...>> {
     template <typename Result, typename... Argument>

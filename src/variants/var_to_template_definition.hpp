@@ -1,6 +1,6 @@
 #pragma once
 
-#include "module/var_to_template.hpp"
+#include "variants/var_to_template.hpp"
 
 template <typename Policy, typename... T>
 template <typename Result, typename... Argument>
