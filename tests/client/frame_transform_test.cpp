@@ -96,6 +96,30 @@ TEST(Frame_transform, leaves_nan_where_fast_mode_stores_nothing) {
     EXPECT_EQ(std::ranges::count(stokes, 7.0F), 0);
 }
 
+// Otherwise what is stored nowhere would be left from the frame before.
+TEST(Frame_transform, needs_memory_filled_once_for_frames_of_a_size) {
+    Size const size{.width = 64, .height = 41};
+    Settings const settings = settings_of(3);
+    Frame_transform filling{settings};
+    Frame_transform keeping{settings, {.fills_normalized_stokes = false}};
+    Planes expected{size.height, size.width, {Plane::normalized_stokes}};
+    Planes planes = expected;
+    for (std::uint16_t const level : std::array<std::uint16_t, 3>{100, 200, 0}) {
+        support::Samples samples(size.height * size.width, level);
+        samples[level] = 4000;
+        Frame_view const frame{samples, size.height, size.width};
+        filling(frame, expected.views());
+        keeping(frame, planes.views());
+        EXPECT_EQ(first_difference(planes.views(), expected).value_or("equal"), "equal");
+    }
+    std::vector<float> stokes(2 * size.width * size.height, 7.0F);
+    Plane_views untouched;
+    untouched.normalized_stokes = stokes;
+    support::Samples const samples(size.width * size.height, 100);
+    keeping({samples, size.height, size.width}, untouched);
+    EXPECT_GT(std::ranges::count(stokes, 7.0F), 0);
+}
+
 TEST(Frame_transform, touches_nothing_when_it_refuses) {
     support::Samples const samples(40 * 64, 100);
     Guarded_planes memory{samples.size()};

@@ -10,6 +10,10 @@ struct Transform_options {
     Mode mode = Mode::fast;
     /// Has a meaning in calibrated mode only.
     Final_pixel final_pixel = Final_pixel::by_position;
+    /// Whether fast mode first puts NaN into all of `normalized_stokes`. It stores in the same
+    /// places in each frame of a size, so memory that was filled once, as that of `Planes` is,
+    /// needs no more.
+    bool fills_normalized_stokes = true;
 };
 
 /// One frame after another, each in one, two or no passes of the processor: what is asked for as a
@@ -21,13 +25,14 @@ public:
 
     Settings const& settings() const { return transform_.settings(); }
 
-    /// Fast mode leaves NaN wherever it stores no normalised Stokes value, whatever the plane held.
+    /// Fast mode leaves NaN wherever it stores no normalised Stokes value, whatever the plane held,
+    /// unless the options say otherwise.
     /// @throws Argument_error as a `Signed_transform` does; nothing has been written then
     void operator()(
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
 
 private:
-    Mode mode_;
+    bool fills_normalized_stokes_;
     Signed_transform transform_;
 };
 
