@@ -140,7 +140,8 @@ std::vector<Frame_place> selected(
 
 Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& layout,
-    Frame_selection const& selection, std::function<void()> const& between_files) {
+    Frame_selection const& selection, std::function<void()> const& between_files,
+    Damaged_files damaged) {
     Found_frames found;
     for (std::string const& input : inputs) {
         try {
@@ -156,7 +157,11 @@ Found_frames find_frames(
                 try {
                     look_into(found, file, layout, own_files);
                 } catch (File_failure const& failure) {
-                    found.failures.emplace_back(failure.what());
+                    if (damaged == Damaged_files::are_frames) {
+                        add_frames(found, file, 1);
+                    } else {
+                        found.failures.emplace_back(failure.what());
+                    }
                 }
             }
             if (!files.are_named && found.frames.size() + found.failures.size() == before) {

@@ -50,6 +50,21 @@ TEST(Frame_finding, names_with_pattern_letters_are_files_first) {
     EXPECT_EQ(find_frames({(folder / "*.png").string()}, std::nullopt).frames.size(), 2U);
 }
 
+TEST(Frame_finding, a_damaged_file_is_a_failure_or_a_frame_between_the_others) {
+    test_files::Folder const folder;
+    test_files::write(folder / "1.png", "x");
+    test_files::write(folder / "2.tif", std::string("II*\0x", 5));
+    test_files::write(folder / "3.png", "x");
+    std::vector<std::string> const inputs = {folder.path().string()};
+    Found_frames const without = find_frames(inputs, std::nullopt);
+    EXPECT_EQ(without.frames.size(), 2U);
+    EXPECT_EQ(without.failures.size(), 1U);
+    Found_frames const with = find_frames(inputs, std::nullopt, {}, {}, Damaged_files::are_frames);
+    ASSERT_EQ(with.frames.size(), 3U);
+    EXPECT_EQ(with.frames[1].file.filename(), "2.tif");
+    EXPECT_TRUE(with.failures.empty());
+}
+
 TEST(Frame_finding, selection_counts_over_all_inputs) {
     std::vector<std::string> const inputs = {"a.png", "b.png", "c.png", "d.png", "e.png"};
     auto const chosen = [&](Frame_selection const& selection) {

@@ -28,6 +28,10 @@ struct Found_frames {
     std::vector<std::string> warnings;
 };
 
+/// What becomes of a file whose frames cannot be counted: a line among the failures, or one frame
+/// that cannot be read, so that the others keep their numbers when the file is mended.
+enum class Damaged_files { are_failures, are_frames };
+
 /// Looks into every input: a file counts itself, a folder the frames in it (names that end like
 /// images or, with `layout`, like recordings; hidden files not), a pattern that is no file's name
 /// the files that it matches. Within one folder or pattern numbers in names count as numbers, so
@@ -36,7 +40,8 @@ struct Found_frames {
 /// @throws Argument_error if `layout` is given for a picture
 Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& layout,
-    Frame_selection const& selection = {}, std::function<void()> const& between_files = {});
+    Frame_selection const& selection = {}, std::function<void()> const& between_files = {},
+    Damaged_files damaged = Damaged_files::are_failures);
 
 /// Frames of any files in any order. Keeps the last file open, since the next frame is mostly of
 /// the same.
