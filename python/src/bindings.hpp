@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <pybind11/pybind11.h>
 #include <string>
+#include <string_view>
 
 namespace veldrane_python {
 
@@ -19,6 +20,9 @@ public:
 private:
     std::chrono::steady_clock::time_point next_look_ = std::chrono::steady_clock::now();
 };
+
+/// Text of any bytes, as Python holds names of files that are no UTF-8.
+pybind11::str text_of_bytes(std::string_view bytes);
 
 /// A whole number from Python, with a message of the package's kind.
 /// @throws pybind11::type_error, pybind11::value_error
@@ -44,6 +48,7 @@ void bind_calibration(pybind11::module_& module);
 void bind_pictures(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);
 void bind_plan(pybind11::module_& module);
+void bind_recordings(pybind11::module_& module);
 void bind_simulation(pybind11::module_& module);
 void bind_units(pybind11::module_& module);
 

@@ -1,8 +1,10 @@
 #include "bindings.hpp"
 
+#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "veldrane_mrv/polarization/file_failure.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
 
 #include <exception>
@@ -14,14 +16,18 @@ namespace {
 
 namespace polarization = veldrane_mrv::polarization;
 
-// `Argument_error` is a std::invalid_argument, which arrives as ValueError without help.
+// What they say may hold the name of a file, which pybind11 takes for UTF-8.
 void translate_error(std::exception_ptr const pending) {
     try {
         if (pending) {
             std::rethrow_exception(pending);
         }
+    } catch (polarization::Argument_error const& error) {
+        PyErr_SetObject(PyExc_ValueError, veldrane_python::text_of_bytes(error.what()).ptr());
     } catch (polarization::File_error const& error) {
-        PyErr_SetString(PyExc_ValueError, error.what());
+        PyErr_SetObject(PyExc_ValueError, veldrane_python::text_of_bytes(error.what()).ptr());
+    } catch (polarization::File_failure const& error) {
+        PyErr_SetObject(PyExc_ValueError, veldrane_python::text_of_bytes(error.what()).ptr());
     } catch (std::bad_alloc const&) {
         PyErr_SetString(
             PyExc_MemoryError,
@@ -44,6 +50,11 @@ void Interruption_check::operator()() {
     if (PyErr_CheckSignals() != 0) {
         throw pybind11::error_already_set{};
     }
+}
+
+pybind11::str text_of_bytes(std::string_view bytes) {
+    return pybind11::reinterpret_steal<pybind11::str>(
+        PyUnicode_DecodeFSDefaultAndSize(bytes.data(), static_cast<Py_ssize_t>(bytes.size())));
 }
 
 long whole_number(char const* name, pybind11::handle value, long lowest, long highest) {
@@ -83,5 +94,6 @@ PYBIND11_MODULE(_native, module) {
     veldrane_python::bind_plan(module);
     veldrane_python::bind_pictures(module);
     veldrane_python::bind_pixel_formats(module);
+    veldrane_python::bind_recordings(module);
     veldrane_python::bind_simulation(module);
 }

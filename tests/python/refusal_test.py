@@ -311,7 +311,7 @@ def without_init(bound):
 
 @pytest.mark.parametrize("name", BOUND)
 def test_an_object_that_was_not_initialised_is_refused_wherever_it_is_used(name):
-    assert set(BOUND) == {"Analyser", "Calibration", "Plan", "Scale", "Series_point"}
+    assert set(BOUND) == {"Analyser", "Calibration", "Frame_file", "Plan", "Scale", "Series_point"}
     uses = 0
     for value in without_init(BOUND[name]):
         for attribute in vars(BOUND[name]):
@@ -322,13 +322,13 @@ def test_an_object_that_was_not_initialised_is_refused_wherever_it_is_used(name)
                     getattr(value, attribute)
                 uses += 1
         calls = [copy.copy, copy.deepcopy, pickle.dumps]
-        calls += [repr] if name != "Series_point" and name != "Plan" else []
+        calls += [repr] if name not in ("Frame_file", "Plan", "Series_point") else []
         calls += [hash] if name == "Scale" else []
         for call in calls:
             with pytest.raises((TypeError, AttributeError, pickle.PicklingError)):
                 call(value)
         del value
-    assert uses >= {"Plan": 0, "Series_point": 2}.get(name, 10)
+    assert uses >= {"Plan": 0, "Frame_file": 1, "Series_point": 2}.get(name, 10)
 
 
 def test_an_object_that_was_not_initialised_is_refused_as_an_argument():

@@ -3,13 +3,13 @@
 from __future__ import annotations
 
 from .common import Recording_changed, Recording_error, text_of_name
-from .folders import Folder_recording
 from .opening import Recording, open_recording
+from .pictures import Picture_recording
 from .raw import Raw_recording
 from .zarr_arrays import Zarr_recording, blosc_sizes
 
 __all__ = [
-    "Folder_recording",
+    "Picture_recording",
     "Raw_recording",
     "Recording",
     "Recording_changed",

@@ -2,16 +2,17 @@
 
 from __future__ import annotations
 
+import os
 from pathlib import Path
 from typing import Optional, Union
 
 from .common import Recording_error, check_regular
-from .folders import Folder_recording, open_folder
-from .pictures import PNG, TIFF
+from .frame_files import count_in
+from .pictures import ENDINGS, Picture_recording, open_pictures
 from .raw import Raw_recording, open_raw
 from .zarr_arrays import Zarr_recording, open_array
 
-Recording = Union[Zarr_recording, Folder_recording, Raw_recording]
+Recording = Union[Zarr_recording, Picture_recording, Raw_recording]
 
 
 def open_recording(
@@ -44,10 +45,20 @@ def _stored(path: Path) -> Recording:
     if (path / "zarr.json").exists():
         raise Recording_error(f"{path} is of zarr's format 3; write it again in format 2")
     if path.is_dir():
-        return open_folder(path)
+        os.scandir(path).close()  # fails where pictures cannot be listed
+        return open_pictures(path)
     check_regular(path)
-    if path.suffix.lower() in TIFF + PNG:
+    if _holds_many(path):
+        return open_pictures(path)
+    if path.suffix.lower() in ENDINGS:
         raise Recording_error(f"{path} is a single picture; give the folder that it is in")
     raise Recording_error(
         f"{path} is a file of bare samples; give --pixel-format, --height and --width, or a folder"
     )
+
+
+def _holds_many(path: Path) -> bool:
+    try:
+        return count_in(str(path)) > 1
+    except ValueError:  # by its name it may be told what it is
+        return False

@@ -3,14 +3,15 @@
 from __future__ import annotations
 
 import os
-from dataclasses import dataclass, replace
+from collections.abc import Sequence
+from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Optional
 
-from .. import _native, _pixel_formats
+from .. import _native
 from .._arguments import Array
 from .common import Recording_changed, Recording_error, check_regular, description_of
-from .pictures import PNG, TIFF
+from .frame_files import Layout, count_in, read_frame
 from .zarr_metadata import LARGEST_SIDE, MOST_FRAMES
 
 
@@ -21,31 +22,22 @@ class Raw_recording:
     path: str
     pixel_format: str
     count: int
-    shape: tuple[int, ...]
+    shape: tuple[int, int]
     header: int
     stride: int
     size: int = 0
     modified: int = 0
     dtype: str = "uint16"
     frames_per_task: int = 1
+    failures: tuple[str, ...] = ()
 
-    @property
-    def bytes_per_frame(self) -> int:
-        if self.stride:
-            return self.stride * self.shape[0]
-        return _native.bytes_per_frame(self.pixel_format, self.shape[0], self.shape[1], 0)
-
-    def read(self, first: int, stop: int) -> Array:
-        size = self.bytes_per_frame
-        with open(self.path, "rb") as file:
-            file.seek(self.header + first * size)
-            data = file.read((stop - first) * size)
+    def read(self, first: int, stop: int) -> Sequence[Array]:
+        layout = Layout(self.pixel_format, *self.shape, self.header, self.stride)
+        try:
+            return [read_frame(self.path, number, layout) for number in range(first, stop)]
+        finally:
             # Behind the read: what was written before it ended shows here.
-            status = os.fstat(file.fileno())
-        self._check_unchanged(status)
-        return _pixel_formats.unpack(
-            data, self.pixel_format, *self.shape, frames=stop - first, stride=self.stride or None
-        )
+            self._check_unchanged(os.stat(self.path))
 
     def _check_unchanged(self, status: os.stat_result) -> None:
         if (status.st_size, _modified(status)) == (self.size, self.modified):
@@ -92,10 +84,6 @@ def open_raw(
     if path.is_dir():
         raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
     check_regular(path)
-    if path.suffix.lower() in TIFF + PNG:
-        raise Recording_error(
-            f"{path} is a picture; leave out --pixel-format and give the folder that it is in"
-        )
     status = path.stat()
     if status.st_size == 0:
         raise Recording_error(f"{path} is empty; record or copy it again")
@@ -110,30 +98,26 @@ def open_raw(
             f"--stride is {stride}; give at least {row}, the bytes of {width} samples in "
             f"{pixel_format}, or leave it out"
         )
-    opened = Raw_recording(
+    layout = Layout(pixel_format, height, width, header, stride or 0)
+    try:
+        count = count_in(str(path), layout)
+    except ValueError as error:
+        raise Recording_error(str(error)) from None
+    if count > MOST_FRAMES:
+        raise Recording_error(
+            f"{path} holds {count} frames of {_native.size_text(width, height)}; give at most "
+            f"{MOST_FRAMES} frames at a time"
+        )
+    return Raw_recording(
         str(path),
         pixel_format,
-        0,
+        count,
         (height, width),
         header,
         stride or 0,
         status.st_size,
         _modified(status),
     )
-    size = _native.size_text(width, height)
-    count, rest = divmod(status.st_size - header, opened.bytes_per_frame)
-    if count == 0 or rest:
-        raise Recording_error(
-            f"{path} holds {status.st_size - header} bytes behind its header, not a multiple "
-            f"of {opened.bytes_per_frame}, a frame of {size} in {pixel_format}; check "
-            "size, format and header, or cut off an incomplete last frame"
-        )
-    if count > MOST_FRAMES:
-        raise Recording_error(
-            f"{path} holds {count} frames of {size}; give at most "
-            f"{MOST_FRAMES} frames at a time"
-        )
-    return replace(opened, count=count)
 
 
 def _modified(status: os.stat_result) -> int:

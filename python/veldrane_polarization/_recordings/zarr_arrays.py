@@ -24,6 +24,7 @@ class Zarr_recording:
     shape: tuple[int, ...]
     dtype: str
     chunks: tuple[int, ...]
+    failures: tuple[str, ...] = ()
 
     @property
     def frames_per_task(self) -> int:

@@ -11,6 +11,6 @@ from .command import main
 if __name__ == "__main__":
     # dask logs what this program reports in lines of its own, some of it when Python ends.
     logging.disable(logging.CRITICAL)
-    # Decoders warn of pictures that are large, and of more that no user can change.
+    # Libraries warn of what no user can change.
     warnings.simplefilter("ignore")
     sys.exit(main())

@@ -24,8 +24,8 @@ ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
 
 _DESCRIPTION = """Turns a recording into a zarr group with one array for each plane, frame by frame.
 
-IN is a zarr array (N, H, W), a folder of grey TIFF or PNG files of one frame each, or a file of
-bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
+IN is a zarr array (N, H, W), a folder of grey PNG, TIFF or PGM files, a TIFF file of many pictures,
+or a file of bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
 skipped. Workers read IN and write OUT themselves, under the same paths."""
 
 _EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed) or could not be
@@ -223,7 +223,7 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     except interruption.Interruption:
         code, problem = INTERRUPTED, f"interrupted; {output_group.GO_ON}"
     is_told = _tell(report, recording, problem, line.quiet)
-    is_whole = is_told and report.done == report.frames
+    is_whole = is_told and report.done == report.frames and not recording.failures
     return code or (ALL_DONE if is_whole else A_FRAME_FAILED)
 
 
@@ -255,7 +255,7 @@ def _tell(report: running.Report, recording: Recording, problem: str, quiet: boo
     lost = "" if quiet else _summarise(report, recording)
     for index, reason in sorted(report.failures.items()):
         _complain(f"{recording.name(index)}: {reason}")
-    for each in filter(None, (problem, lost)):
+    for each in filter(None, (*recording.failures, problem, lost)):
         _complain(each)
     return not lost
 

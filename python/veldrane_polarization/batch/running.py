@@ -13,7 +13,7 @@ from dataclasses import dataclass, field
 from typing import Any, Optional
 
 from .._native import software_version
-from .._recordings import Folder_recording, Recording
+from .._recordings import Picture_recording, Recording
 from .._settings import Settings
 from . import work
 from .arrays import COMPLETE
@@ -217,7 +217,7 @@ class Run:
         if indices is None:
             return
         recording, output, settings = self._work
-        if isinstance(recording, Folder_recording):
+        if isinstance(recording, Picture_recording):
             recording = recording.part(indices[0], indices[-1] + 1)
         try:
             future = self._client.submit(

@@ -11,7 +11,7 @@ from batch_support import Made_up_client, assert_equal, completed, frames_of, op
 from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
-from veldrane_polarization._recordings import folders
+from veldrane_polarization._recordings import pictures
 from veldrane_polarization.batch import output_group, running
 
 # Fixtures.
@@ -155,16 +155,16 @@ def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
     folder.mkdir()
     for number, frame in enumerate(frames):
         tifffile.imwrite(folder / f"f{number}.tif", frame)
-    usual = folders.read_picture
+    usual = pictures.read_frame
 
-    def reading(file):
-        picture = usual(file)
+    def reading(file, number):
+        picture = usual(file, number)
         if file.endswith("f2.tif"):
             touched(file)
         return picture
 
     with monkeypatch.context() as written:
-        written.setattr(folders, "read_picture", reading)
+        written.setattr(pictures, "read_frame", reading)
         assert command_on(Made_up_client(clock), tmp_path, written, "in", *options()) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2

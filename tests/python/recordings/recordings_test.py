@@ -3,8 +3,8 @@
 from __future__ import annotations
 
 import itertools
+import pickle
 import random
-import re
 import struct
 import zlib
 
@@ -13,13 +13,12 @@ import numpy as np
 import pytest
 import tifffile
 import zarr
-from batch_support import frames_of, options, output, run, settings
+from batch_support import assert_equal, frames_of, options, output, run, settings
 from PIL import Image
 
 import veldrane_polarization as vp
 from veldrane_polarization import _recordings
-from veldrane_polarization._recordings.folders import in_order
-from veldrane_polarization._recordings.pictures import read_picture
+from veldrane_polarization._recordings.frame_files import read_frame
 from veldrane_polarization.batch import output_group, work
 
 CODECS = {
@@ -89,29 +88,19 @@ def test_chunks_in_folders_and_with_filters_are_read(tmp_path):
 
 
 def test_files_come_in_the_order_of_their_numbers(tmp_path):
-    wanted = [
-        "f000",
-        "f00",
-        "f01",
-        "f010",
-        "f09",
-        "f0",
-        "f1.tif",
-        "f2.tif",
-        "f10.tif",
-        "f10a",
-        "f100",
-    ]
-    shuffled = wanted.copy()
-    random.Random(1).shuffle(shuffled)
-    assert in_order(shuffled) == wanted
-    frames = frames_of(12)
-    for number, frame in enumerate(frames):
-        tifffile.imwrite(tmp_path / f"f{number}.tif", frame)
+    wanted = ["f000-", "f00-", "f01-", "f010-", "f09-", "f0-", "f1", "f2", "f10", "f10a", "f100"]
+    frames = frames_of(len(wanted))
+    numbered = list(zip(wanted, frames))
+    random.Random(1).shuffle(numbered)
+    for name, frame in numbered:
+        tifffile.imwrite(tmp_path / f"{name}.tif", frame)
     (tmp_path / "g.tif").mkdir()
     (tmp_path / ".hidden.png").write_bytes(b"")
     recording = _recordings.open_recording(tmp_path)
-    assert recording.count == 12 and np.array_equal(recording.read(0, 12), frames)
+    assert [recording.name(index) for index in range(recording.count)] == [
+        str(tmp_path / f"{name}.tif") for name in wanted
+    ]
+    assert np.array_equal(recording.read(0, recording.count), frames)
 
 
 def test_frames_of_two_types_are_not_mixed(tmp_path):
@@ -146,18 +135,21 @@ def large_png(side):
     return data[:12] + header + struct.pack(">I", zlib.crc32(header)) + data[33:]
 
 
+KIND, COLOUR = "samples are not unsigned numbers of 8 or 16 bits", "a colour image"
+
+
 @pytest.mark.parametrize(
     "depth, colour, words",
     [
-        (1, 0, "grey of 1 bits"),
-        (2, 0, "grey of 2 bits"),
-        (4, 0, "grey of 4 bits"),
-        (8, 3, "a palette of 8 bits"),
-        (8, 2, "colour of 8 bits"),
-        (16, 2, "colour of 16 bits"),
-        (8, 4, "grey and alpha"),
-        (16, 4, "grey and alpha"),
-        (8, 6, "colour and alpha"),
+        (1, 0, KIND),
+        (2, 0, KIND),
+        (4, 0, KIND),
+        (8, 3, COLOUR),
+        (8, 2, COLOUR),
+        (16, 2, COLOUR),
+        (8, 4, COLOUR),
+        (16, 4, COLOUR),
+        (8, 6, COLOUR),
     ],
 )
 def test_a_png_of_another_kind_than_grey_of_8_or_16_bits_is_refused(tmp_path, depth, colour, words):
@@ -168,8 +160,8 @@ def test_a_png_of_another_kind_than_grey_of_8_or_16_bits_is_refused(tmp_path, de
     file.write_bytes(data)
     with Image.open(file) as image:  # it is a PNG file
         image.load()
-    with pytest.raises(ValueError, match=f"holds {words}.*give one grey picture of 8 or 16"):
-        read_picture(str(file))
+    with pytest.raises(ValueError, match=f"^{words}"):
+        read_frame(str(file))
 
 
 @pytest.mark.parametrize("dtype", (np.uint8, np.uint16))
@@ -184,48 +176,48 @@ def test_grey_pictures_come_with_every_bit(tmp_path, dtype):
         tmp_path / "tiled.tif", np.tile(frame, (16, 8)), tile=(16, 16), compression="zlib"
     )
     for name in ("f.png", "<.TIFF", ">.TIFF"):
-        picture = read_picture(str(tmp_path / name))
+        picture = read_frame(str(tmp_path / name))
         assert picture.dtype == dtype and picture.dtype.isnative and np.array_equal(picture, frame)
-    assert np.array_equal(read_picture(str(tmp_path / "tiled.tif")), np.tile(frame, (16, 8)))
+    assert np.array_equal(read_frame(str(tmp_path / "tiled.tif")), np.tile(frame, (16, 8)))
 
 
 @pytest.mark.parametrize(
     "shape, dtype, changes, words",
     [
-        ((32, 48), "u2", {"photometric": "miniswhite"}, "as MINISWHITE"),
+        ((32, 48), "u2", {"photometric": "miniswhite"}, "its samples are inverted"),
+        ((32, 48), "u1", {"photometric": "palette", "colormap": np.zeros((3, 256), "u2")}, COLOUR),
+        ((32, 48, 3), "u1", {"photometric": "rgb"}, COLOUR),
+        ((3, 32, 48), "u1", {"photometric": "rgb", "planarconfig": "separate"}, COLOUR),
+        ((32, 48), "i2", {"photometric": "minisblack"}, KIND),
+        ((32, 48), "f4", {"photometric": "minisblack"}, KIND),
+        ((32, 48), "u4", {"photometric": "minisblack"}, KIND),
+        ((32, 48), "?", {"photometric": "minisblack"}, KIND),
         (
             (32, 48),
-            "u1",
-            {"photometric": "palette", "colormap": np.zeros((3, 256), "u2")},
-            "as PALETTE",
+            "u2",
+            {"photometric": "minisblack", "extratags": [(274, 3, 1, 3, True)]},
+            "it is turned or mirrored",
         ),
-        ((32, 48, 3), "u1", {"photometric": "rgb"}, "3 samples a pixel as RGB"),
-        ((32, 48), "i2", {"photometric": "minisblack"}, "16 bits as INT"),
-        ((32, 48), "f4", {"photometric": "minisblack"}, "32 bits as IEEEFP"),
-        ((32, 48), "u4", {"photometric": "minisblack"}, "32 bits as"),
-        ((2, 32, 48), "u2", {"photometric": "minisblack"}, "2 pictures"),
     ],
 )
 def test_a_tiff_that_is_no_frame_is_refused(tmp_path, shape, dtype, changes, words):
     file = tmp_path / "f.tif"
     tifffile.imwrite(file, np.zeros(shape, dtype), **changes)
-    with pytest.raises(
-        ValueError, match=f"holds .*{re.escape(words)}.*grey picture of 8 or 16 bits"
-    ):
-        read_picture(str(file))
+    with pytest.raises(ValueError, match=f"^{words}.*; "):
+        read_frame(str(file))
 
 
 @pytest.mark.parametrize("tag, value", [("StripByteCounts", 0), ("StripOffsets", 1 << 20)])
 def test_a_tiff_with_a_strip_that_is_nowhere_is_refused(tmp_path, tag, value):
     file = tmp_path / "f.tif"
     tifffile.imwrite(file, frames_of(1)[0], compression="zlib", rowsperstrip=8)
-    assert read_picture(str(file)).any()
+    assert read_frame(str(file)).any()
     with tifffile.TiffFile(file, mode="r+b") as tiff:
         numbers = list(tiff.pages[0].tags[tag].value)
         numbers[3] = value
         tiff.pages[0].tags[tag].overwrite(numbers)
-    with pytest.raises(ValueError, match="is cut off"):
-        read_picture(str(file))
+    with pytest.raises(ValueError, match="^damaged or cut short"):
+        read_frame(str(file))
 
 
 def test_pictures_that_are_cut_off_are_refused(tmp_path):
@@ -240,57 +232,112 @@ def test_pictures_that_are_cut_off_are_refused(tmp_path):
         for length in (0, 10, 30, len(data) // 2, len(data) - 40):
             (tmp_path / name).write_bytes(data[:length])
             with pytest.raises(Exception):
-                read_picture(str(tmp_path / name))
+                read_frame(str(tmp_path / name))
             refused += 1
     assert refused == 15
 
 
 @pytest.mark.parametrize(
-    "number, name", [(6, "OJPEG"), (7, "JPEG"), (50001, "WEBP"), (50002, "JPEGXL")]
+    "number, words",
+    [
+        (6, "its samples are compressed as JPEG"),
+        (7, "its samples are compressed as JPEG"),
+        (50001, "its compression, number 50001 in TIFF, is not read"),
+        (50002, "its compression, number 50002 in TIFF, is not read"),
+    ],
 )
-def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, name):
+def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, words):
     file = tmp_path / "f.tif"
     tifffile.imwrite(file, frames_of(1)[0], compression="zlib")
     with tifffile.TiffFile(file, mode="r+b") as tiff:
         tiff.pages[0].tags["Compression"].overwrite(number)
-    with pytest.raises(ValueError, match=f"is compressed by {name}; compress it by deflate or not"):
-        read_picture(str(file))
+    with pytest.raises(ValueError, match=f"^{words}"):
+        read_frame(str(file))
 
 
-@pytest.mark.parametrize("suffix", ("tif", "png"))
-def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, suffix):
-    file = tmp_path / f"f.{suffix}"
-    file.write_bytes(
-        b"no picture at all"
-        if suffix == "tif"
-        else png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx")
-    )
-    with pytest.raises(ValueError, match="^cannot be decoded; copy or record"):
-        read_picture(str(file))
-    with pytest.raises(FileNotFoundError):
-        read_picture(str(tmp_path / f"g.{suffix}"))
-
-
-def test_a_picture_that_is_vast_is_told_so(tmp_path):
+@pytest.mark.parametrize(
+    "data, words",
+    [
+        (b"no picture at all", "not a PNG, TIFF or binary PGM image"),
+        (png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx"), "damaged or cut short"),
+        (large_png(20000), "damaged or cut short"),
+    ],
+)
+def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, data, words):
     file = tmp_path / "f.png"
-    file.write_bytes(large_png(20000))
-    with pytest.raises(
-        ValueError, match="^holds 20000 x 20000 pixels, more than are read of a PNG"
-    ):
-        read_picture(str(file))
+    file.write_bytes(data)
+    with pytest.raises(ValueError, match=f"^{words}"):
+        read_frame(str(file))
+    with pytest.raises(FileNotFoundError):
+        read_frame(str(tmp_path / "g.png"))
 
 
 def test_decoders_do_not_warn_of_large_pictures(tmp_path):
     (tmp_path / "in").mkdir()
     (tmp_path / "in" / "f.png").write_bytes(large_png(10000))
     code, printed, errors = run(tmp_path / "in", tmp_path / "out", *options())
-    assert code == 2 and "cannot be decoded" in errors and errors.count("\n") == 1, errors
+    assert code == 2 and "damaged or cut short" in errors and errors.count("\n") == 1, errors
 
 
-def test_no_other_decoder_sees_what_passes_for_a_png(tmp_path, monkeypatch):
-    seen = []
-    monkeypatch.setattr(Image, "ID", ["SPY", *Image.ID])
-    monkeypatch.setitem(Image.OPEN, "SPY", (None, lambda start: seen.append(start) or False))
-    Image.fromarray(frames_of(1)[0]).save(tmp_path / "f.png")
-    read_picture(str(tmp_path / "f.png"))
-    assert seen == []
+def test_a_file_of_many_pictures_is_a_recording(tmp_path):
+    frames = frames_of(5)
+    tifffile.imwrite(tmp_path / "run.tif", frames, photometric="minisblack", compression="zlib")
+    recording = pickle.loads(pickle.dumps(_recordings.open_recording(tmp_path / "run.tif")))
+    assert recording.count == 5 and recording.name(3) == f"{tmp_path}/run.tif, frame 3"
+    # Whatever the order, and in tasks that know their own frames alone.
+    for index in (3, 0, 4, 1, 2):
+        assert np.array_equal(
+            recording.part(index, index + 1).read(index, index + 1)[0], frames[index]
+        )
+    code, _, errors = run(tmp_path / "run.tif", tmp_path / "out.zarr", *options())
+    assert code == 0 and not errors
+    assert assert_equal(tmp_path / "out.zarr", frames) == 5
+
+
+def test_a_folder_may_hold_pictures_of_all_kinds(tmp_path):
+    frames = frames_of(5, 64, 96)
+    tifffile.imwrite(tmp_path / "f0.tif", frames[:2], photometric="minisblack")
+    Image.fromarray(frames[2]).save(tmp_path / "f1.png")
+    header = b"P5\n# a comment\n96 64\n65535\n"
+    (tmp_path / "f2.pgm").write_bytes(header + frames[3].astype(">u2").tobytes())
+    tifffile.imwrite(tmp_path / "f3.tif", frames[4], tile=(32, 32))
+    assert np.array_equal(_recordings.open_recording(tmp_path).read(0, 5), frames)
+
+
+def test_a_damaged_file_counts_so_that_numbers_stay_when_it_is_mended(tmp_path):
+    frames = frames_of(3)
+    for number, frame in enumerate(frames):
+        tifffile.imwrite(tmp_path / f"f{number}.tif", frame)
+    whole = (tmp_path / "f1.tif").read_bytes()
+    (tmp_path / "f1.tif").write_bytes(whole[:10])
+    recording = _recordings.open_recording(tmp_path)
+    before = recording.description()
+    assert recording.count == 3 and np.array_equal(recording.read(2, 3)[0], frames[2])
+    with pytest.raises(ValueError, match="^damaged or cut short"):
+        recording.read(1, 2)
+    (tmp_path / "f1.tif").write_bytes(whole)
+    assert _recordings.open_recording(tmp_path).description() == before
+    assert np.array_equal(recording.read(1, 2)[0], frames[1])
+
+
+def test_pictures_behind_which_a_file_is_damaged_are_done_and_the_rest_is_told(tmp_path):
+    frames = frames_of(3)
+    file = tmp_path / "run.tif"
+    tifffile.imwrite(file, frames, photometric="minisblack")
+    with tifffile.TiffFile(file) as tiff:
+        last = tiff.pages[2].offset
+    file.write_bytes(file.read_bytes()[: last + 3])
+    code, printed, errors = run(file, tmp_path / "out.zarr", *options())
+    assert code == 1 and "2 frames done, 0 skipped, 0 failed" in printed
+    assert errors.startswith(f"error: {file}: damaged or cut short behind picture 2; ")
+    assert errors.count("\n") == 1
+
+
+@pytest.mark.parametrize("padding", (0, 48))
+def test_the_padding_of_the_last_row_may_be_missing(tmp_path, padding):
+    frames = frames_of(3)
+    rows = np.zeros((3, 64, 240), np.uint8)
+    rows[:, :, :192] = frames.view(np.uint8)
+    (tmp_path / "in.raw").write_bytes(b"head" + rows.tobytes()[: rows.size - padding])
+    recording = _recordings.open_recording(tmp_path / "in.raw", "Mono12", 64, 96, 4, 240)
+    assert recording.count == 3 and np.array_equal(recording.read(0, 3), frames)

@@ -1,0 +1,62 @@
+"""Frames in files, read as the program reads them."""
+
+from __future__ import annotations
+
+import functools
+import os
+from typing import Any, NamedTuple, Optional
+
+from .. import _native
+from .._arguments import Array
+
+
+class Layout(NamedTuple):
+    """Of bare samples; `stride` is 0 where rows adjoin."""
+
+    pixel_format: str
+    height: int
+    width: int
+    header_bytes: int
+    stride: int
+
+
+def count_in(file: str, layout: Optional[Layout] = None) -> int:
+    """Frames, of which none is decoded.
+
+    Raises
+    ------
+    ValueError
+        If the file holds none: its name, what is wrong and the remedy.
+    """
+    return _opened(file, layout).count
+
+
+def read_frame(file: str, number: int = 0, layout: Optional[Layout] = None) -> Array:
+    """(H, W), uint8 or uint16, every sample as it is stored.
+
+    Raises
+    ------
+    ValueError
+        What is wrong and the remedy, without the file's name.
+    OSError
+        If there is no such file.
+    """
+    try:
+        return _opened(file, layout).read(number)
+    except MemoryError:
+        raise ValueError("does not fit into memory; give more of it to the worker") from None
+    except ValueError as error:
+        problem = str(error).removeprefix(f"{file}, frame {number}: ")
+        raise ValueError(problem.removeprefix(f"{file}: ")) from None
+
+
+def _opened(file: str, layout: Optional[Layout]) -> _native.Frame_file:
+    status = os.stat(file)
+    return _kept_open(file, layout, (status.st_ino, status.st_size, status.st_mtime_ns))
+
+
+# The next frame of a process is mostly in the same file, and the way to a picture in a TIFF leads
+# through all before it.
+@functools.lru_cache(maxsize=4)
+def _kept_open(file: str, layout: Optional[Layout], version: Any) -> _native.Frame_file:
+    return _native.Frame_file(file, *(layout or ()))
