@@ -41,7 +41,8 @@ std::vector<std::uint8_t> narrowed(std::vector<std::uint16_t> const& samples) {
     return result;
 }
 
-/// One file of frames. Threads that ask at the same time wait for each other at the disk alone.
+/// One file of frames. Threads that ask at the same time wait for each other at the disk, and where
+/// a TIFF file holds several pictures also while one of them is decoded.
 class Frame_file {
 public:
     Frame_file(
@@ -76,10 +77,17 @@ private:
     std::mutex reading_;
 };
 
+// A slow disk, or a TIFF file whose pictures are counted, holds up no other thread.
+std::unique_ptr<Frame_file> open_file(
+    std::filesystem::path const& file, std::optional<polarization::Raw_layout> const& layout) {
+    py::gil_scoped_release const unlocked;
+    return std::make_unique<Frame_file>(file, layout);
+}
+
 std::unique_ptr<Frame_file> open_bare_samples(
     std::filesystem::path const& file, std::string const& pixel_format, std::size_t height,
     std::size_t width, std::uint64_t header_bytes, std::size_t stride) {
-    return std::make_unique<Frame_file>(
+    return open_file(
         file, polarization::make_raw_layout(pixel_format, width, height, header_bytes, stride));
 }
 
@@ -109,11 +117,12 @@ py::tuple find_pictures(std::filesystem::path const& input) {
 void bind_recordings(py::module_& module) {
     bound_class<Frame_file>(module, "Frame_file")
         .def(
-            py::init([](std::filesystem::path const& file) {
-                return std::make_unique<Frame_file>(file, std::nullopt);
-            }),
+            py::init(
+                [](std::filesystem::path const& file) { return open_file(file, std::nullopt); }),
             py::arg("file"))
-        .def(py::init(&open_bare_samples))
+        .def(
+            py::init(&open_bare_samples), py::arg("file"), py::arg("pixel_format"),
+            py::arg("height"), py::arg("width"), py::arg("header_bytes"), py::arg("stride"))
         .def_property_readonly("count", &Frame_file::count)
         .def("read", &Frame_file::read);
     module.def("find_pictures", &find_pictures);
