@@ -42,6 +42,25 @@ def check_regular(path: Path) -> None:
         raise Recording_error(f"{path} is no regular file; give a zarr array, a folder or a file")
 
 
+def modified_of(status: os.stat_result) -> int:
+    """In microseconds, which all kinds of storage tell alike; some round off finer ones."""
+    return status.st_mtime_ns // 1000
+
+
+def check_as_opened(file: str, size: int, modified: int) -> None:
+    """For a file whose frames belong together: behind a read it shows what was written before."""
+    status = os.stat(file)
+    if (status.st_size, modified_of(status)) == (size, modified):
+        return
+    change = "written to"
+    if status.st_size != size:
+        change = f"changed from {size} to {status.st_size} bytes"
+    raise Recording_changed(
+        f"{file} was {change} while the run read it; give another OUT, once nothing writes "
+        "to it any more"
+    )
+
+
 @contextlib.contextmanager
 def unchanged(file: str) -> Iterator[None]:
     """For a file that is opened by its name, more than once perhaps."""

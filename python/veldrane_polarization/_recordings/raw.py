@@ -2,7 +2,6 @@
 
 from __future__ import annotations
 
-import os
 from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
@@ -10,7 +9,7 @@ from typing import Any, Optional
 
 from .. import _native
 from .._arguments import Array
-from .common import Recording_changed, Recording_error, check_regular, description_of
+from .common import Recording_error, check_as_opened, check_regular, description_of, modified_of
 from .frame_files import Layout, count_in, read_frame
 from .zarr_metadata import LARGEST_SIDE, MOST_FRAMES
 
@@ -36,19 +35,7 @@ class Raw_recording:
         try:
             return [read_frame(self.path, number, layout) for number in range(first, stop)]
         finally:
-            # Behind the read: what was written before it ended shows here.
-            self._check_unchanged(os.stat(self.path))
-
-    def _check_unchanged(self, status: os.stat_result) -> None:
-        if (status.st_size, _modified(status)) == (self.size, self.modified):
-            return
-        change = "written to"
-        if status.st_size != self.size:
-            change = f"changed from {self.size} to {status.st_size} bytes"
-        raise Recording_changed(
-            f"{self.path} was {change} while the run read it; give another OUT, once nothing writes "
-            "to it any more"
-        )
+            check_as_opened(self.path, self.size, self.modified)
 
     def name(self, index: int) -> str:
         return f"{self.path} frame {index}"
@@ -116,10 +103,5 @@ def open_raw(
         header,
         stride or 0,
         status.st_size,
-        _modified(status),
+        modified_of(status),
     )
-
-
-def _modified(status: os.stat_result) -> int:
-    """In microseconds, which all kinds of storage tell alike; some round off finer ones."""
-    return status.st_mtime_ns // 1000

@@ -148,6 +148,34 @@ def test_bare_samples_that_are_written_to_end_the_run(
     assert "was made with source.modified" in capsys.readouterr().err
 
 
+def test_a_file_of_pictures_that_is_written_again_ends_the_run(
+    tmp_path, clock, monkeypatch, capsys
+):
+    file, out = tmp_path / "run.tif", tmp_path / "out.zarr"
+    tifffile.imwrite(file, frames_of(FRAMES), photometric="minisblack")
+    before = os.stat(file)
+    store = output_group.Output.store
+
+    def changing(self, name, index, values):
+        store(self, name, index, values)
+        if name == "complete" and index == 1:
+            tifffile.imwrite(file, frames_of(FRAMES)[::-1], photometric="minisblack")
+            os.utime(file, ns=(before.st_atime_ns, before.st_mtime_ns + 4000))
+
+    with monkeypatch.context() as changed:
+        changed.setattr(output_group.Output, "store", changing)
+        assert command_on(Made_up_client(clock), tmp_path, changed, "run.tif", *options()) == 1
+    printed, errors = capsys.readouterr()
+    assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2
+    assert errors == (
+        f"error: {file} was written to while the run read it; give another OUT, once nothing "
+        "writes to it any more\n"
+    )
+    # Its other frames do not go with those.
+    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "run.tif", *options()) == 2
+    assert "was made with source.modified" in capsys.readouterr().err and completed(out) == 2
+
+
 def test_a_picture_that_is_written_to_while_it_is_read_ends_the_run(
     tmp_path, clock, monkeypatch, capsys
 ):
