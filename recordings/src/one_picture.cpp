@@ -46,7 +46,7 @@ private:
 } // namespace
 
 std::string size_problem(std::size_t width, std::size_t height) {
-    if (width != 0 && height <= largest_frame / width) {
+    if (width != 0 && height != 0 && height <= largest_frame / width) {
         return {};
     }
     return "its size is " + to_string(Size{width, height}) + ", more than 2^30 pixels; crop it";

@@ -19,22 +19,31 @@ Opened_file::Opened_file(
     read(0, calibration_mark_reach, start_);
 }
 
-void Opened_file::read(std::uint64_t offset, std::size_t count, std::string& bytes) const {
-    bytes.resize(count);
+Opened_file::Read_bytes Opened_file::read_into(
+    std::uint64_t offset, char* target, std::size_t count) const noexcept {
     std::size_t done = 0;
     while (done < count) {
         ssize_t const part = pread(
-            input_.descriptor.get(), bytes.data() + done, count - done,
+            input_.descriptor.get(), target + done, count - done,
             static_cast<off_t>(offset + done));
-        if (part < 0 && errno != EINTR) {
-            throw File_failure(name_, std::string("cannot be read: ") + std::strerror(errno));
-        }
         if (part == 0) {
             break;
         }
+        if (part < 0 && errno != EINTR) {
+            return {done, errno};
+        }
         done += part > 0 ? static_cast<std::size_t>(part) : 0;
     }
-    bytes.resize(done);
+    return {done, 0};
+}
+
+void Opened_file::read(std::uint64_t offset, std::size_t count, std::string& bytes) const {
+    bytes.resize(count);
+    Read_bytes const read = read_into(offset, bytes.data(), count);
+    if (read.error != 0) {
+        throw File_failure(name_, std::string("cannot be read: ") + std::strerror(read.error));
+    }
+    bytes.resize(read.count);
 }
 
 } // namespace veldrane_mrv::polarization::recordings

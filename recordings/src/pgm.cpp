@@ -45,11 +45,11 @@ std::string decode_pgm(std::string_view bytes, Frame& frame, unsigned& sample_bi
         return colour_image;
     }
     std::string_view rest = bytes.substr(2);
-    bool const has_blank = !rest.empty() && is_blank(rest.front());
+    bool const ends_magic = !rest.empty() && (is_blank(rest.front()) || rest.front() == '#');
     frame.width = take_number(rest);
     frame.height = take_number(rest);
     std::size_t const maximum = take_number(rest);
-    if (!has_blank || frame.width == 0 || frame.height == 0 || maximum == 0 ||
+    if (!ends_magic || frame.width == 0 || frame.height == 0 || maximum == 0 ||
         maximum > largest_maximum || rest.empty() || !is_blank(rest.front())) {
         return damaged_image;
     }

@@ -42,6 +42,10 @@ struct Reader {
     explicit Reader(std::string_view& bytes) {
         if (info != nullptr) {
             png_set_read_fn(png, &bytes, copy_bytes);
+            // libpng's own limit is a million rows or columns.
+            png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
+            // Texts and profiles would be unpacked and kept, megabytes of a few bytes.
+            png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, nullptr, -1);
         }
     }
     Reader(Reader const&) = delete;

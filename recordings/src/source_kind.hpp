@@ -46,6 +46,12 @@ public:
     /// When it was opened.
     std::uint64_t size() const { return static_cast<std::uint64_t>(input_.status.st_size); }
 
+    struct Read_bytes {
+        std::size_t count; // fewer than wanted at the end, or if there is an error
+        int error;         // its number, or 0
+    };
+    Read_bytes read_into(std::uint64_t offset, char* target, std::size_t count) const noexcept;
+
     /// As many bytes as there are, at most `count`.
     /// @throws File_failure
     void read(std::uint64_t offset, std::size_t count, std::string& bytes) const;

@@ -7,9 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
-#include <fcntl.h>
 #include <tiffio.h>
-#include <unistd.h>
 #include <vector>
 
 namespace veldrane_mrv::polarization::recordings {
@@ -21,23 +19,6 @@ bool begins_like_tiff(std::string_view bytes) {
     using namespace std::string_view_literals;
     return bytes.starts_with("II*\0"sv) || bytes.starts_with("MM\0*"sv) ||
            bytes.starts_with("II+\0"sv) || bytes.starts_with("MM\0+"sv);
-}
-
-// libtiff prints its complaints unless told otherwise; the caller's line says all that a user can
-// act on. Whether there was one tells a broken list of pictures from one that ends.
-thread_local unsigned errors = 0;
-
-void count_error(char const*, char const*, va_list) {
-    ++errors;
-}
-
-void keep_libtiff_quiet() {
-    static bool const done = [] {
-        TIFFSetErrorHandler(count_error);
-        TIFFSetWarningHandler(nullptr);
-        return true;
-    }();
-    static_cast<void>(done);
 }
 
 template <typename Value>
@@ -184,68 +165,123 @@ std::string read_picture(TIFF* image, Frame& frame, unsigned& sample_bits) {
 }
 
 using Tiff_pointer = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
-using Tiff_options = std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)>;
 
-// A few bytes can name strips by the hundred million, for whose places libtiff makes room before
-// anybody sees the size of the picture. The largest frame's samples in one strip have to fit.
-Tiff_options bounded_options() {
-    constexpr tmsize_t room_for_other_things = 1 << 20;
-    Tiff_options options(TIFFOpenOptionsAlloc(), &TIFFOpenOptionsFree);
-    TIFFOpenOptionsSetMaxSingleMemAlloc(
-        options.get(), tmsize_t{2 * largest_frame} + room_for_other_things);
-    return options;
+// libtiff prints its complaints unless told otherwise; the caller's line says all that a user can
+// act on. Whether there was one tells a broken list of pictures from one that ends. Told for each
+// file: the application may have handlers of its own.
+int count_error(TIFF*, void* count, char const*, char const*, va_list) {
+    ++*static_cast<unsigned*>(count);
+    return 1; // no other handler is asked
 }
 
-/// A file in memory, as libtiff asks for it.
-struct Memory_stream {
-    std::string_view bytes;
-    std::size_t at = 0;
+int pass_over(TIFF*, void*, char const*, char const*, va_list) {
+    return 1;
+}
 
-    static Memory_stream& of(thandle_t handle) { return *static_cast<Memory_stream*>(handle); }
+/// What libtiff reads, and its place in it.
+class Stream {
+public:
+    virtual ~Stream() = default;
 
-    static tmsize_t read(thandle_t handle, void* target, tmsize_t size) {
-        Memory_stream& stream = of(handle);
-        std::size_t const left = stream.bytes.size() - std::min(stream.at, stream.bytes.size());
-        std::size_t const count = std::min(left, static_cast<std::size_t>(size));
-        if (count != 0) {
-            std::memcpy(target, stream.bytes.data() + stream.at, count);
-            stream.at += count;
-        }
-        return static_cast<tmsize_t>(count);
-    }
+    /// @param errors counts what libtiff complains of, as long as the file is open
+    /// @throws std::bad_alloc
+    Tiff_pointer open(char const* name, unsigned& errors);
 
+private:
+    /// @return fewer bytes at the end, or where the disk fails
+    virtual std::size_t read_at(
+        std::uint64_t offset, void* target, std::size_t count) const noexcept = 0;
+    virtual std::uint64_t size() const noexcept = 0;
+
+    static Stream& of(thandle_t handle) { return *static_cast<Stream*>(handle); }
+    static tmsize_t read(thandle_t handle, void* target, tmsize_t count);
     static tmsize_t write(thandle_t, void*, tmsize_t) { return -1; }
-
-    static toff_t seek(thandle_t handle, toff_t offset, int from) {
-        Memory_stream& stream = of(handle);
-        toff_t const base = from == SEEK_CUR   ? stream.at
-                            : from == SEEK_END ? stream.bytes.size()
-                                               : 0;
-        // Offsets back wrap around, as libtiff means them.
-        stream.at = base + offset;
-        return stream.at;
-    }
-
+    static toff_t seek(thandle_t handle, toff_t offset, int from);
     static int close(thandle_t) { return 0; }
+    static toff_t size_of(thandle_t handle) { return of(handle).size(); }
 
-    static toff_t size(thandle_t handle) { return of(handle).bytes.size(); }
+    std::uint64_t at_ = 0;
+};
+
+tmsize_t Stream::read(thandle_t handle, void* target, tmsize_t count) {
+    Stream& stream = of(handle);
+    std::size_t const done = stream.read_at(stream.at_, target, static_cast<std::size_t>(count));
+    stream.at_ += done;
+    return static_cast<tmsize_t>(done);
+}
+
+toff_t Stream::seek(thandle_t handle, toff_t offset, int from) {
+    Stream& stream = of(handle);
+    std::uint64_t const base = from == SEEK_CUR ? stream.at_ : from == SEEK_END ? stream.size() : 0;
+    // Offsets back wrap around, as libtiff means them.
+    stream.at_ = base + offset;
+    return stream.at_;
+}
+
+Tiff_pointer Stream::open(char const* name, unsigned& errors) {
+    constexpr tmsize_t room_for_other_things = 1 << 20;
+    // A mapped file that becomes shorter would end the program by a signal.
+    char const* const without_mapping = "rm";
+    std::unique_ptr<TIFFOpenOptions, decltype(&TIFFOpenOptionsFree)> const options(
+        TIFFOpenOptionsAlloc(), &TIFFOpenOptionsFree);
+    // A few bytes can name strips by the hundred million, for whose places libtiff makes room
+    // before anybody sees the size of the picture. The largest frame's samples in one strip have to
+    // fit.
+    TIFFOpenOptionsSetMaxSingleMemAlloc(
+        options.get(), tmsize_t{2 * largest_frame} + room_for_other_things);
+    TIFFOpenOptionsSetErrorHandlerExtR(options.get(), count_error, &errors);
+    TIFFOpenOptionsSetWarningHandlerExtR(options.get(), pass_over, nullptr);
+    at_ = 0;
+    Memory_watch const memory;
+    Tiff_pointer image(
+        TIFFClientOpenExt(
+            name, without_mapping, this, &Stream::read, &Stream::write, &Stream::seek,
+            &Stream::close, &Stream::size_of, nullptr, nullptr, options.get()),
+        &TIFFClose);
+    if (image == nullptr) {
+        memory.throw_if_refused();
+    }
+    return image;
+}
+
+class Memory_stream : public Stream {
+public:
+    explicit Memory_stream(std::string_view bytes) : bytes_{bytes} {}
+
+private:
+    std::size_t read_at(
+        std::uint64_t offset, void* target, std::size_t count) const noexcept override {
+        std::size_t const start = std::min<std::uint64_t>(offset, bytes_.size());
+        std::size_t const done = std::min(count, bytes_.size() - start);
+        if (done != 0) {
+            std::memcpy(target, bytes_.data() + start, done);
+        }
+        return done;
+    }
+    std::uint64_t size() const noexcept override { return bytes_.size(); }
+
+    std::string_view bytes_;
+};
+
+class File_stream : public Stream {
+public:
+    explicit File_stream(Opened_file const& file) : file_{file} {}
+
+private:
+    std::size_t read_at(
+        std::uint64_t offset, void* target, std::size_t count) const noexcept override {
+        return file_.read_into(offset, static_cast<char*>(target), count).count;
+    }
+    std::uint64_t size() const noexcept override { return file_.size(); }
+
+    Opened_file const& file_;
 };
 
 std::string decode_tiff(std::string_view bytes, Frame& frame, unsigned& sample_bits) {
     Memory_stream stream{bytes};
-    char const* const without_mapping = "rm";
-    Memory_watch const memory;
-    Tiff_pointer const image(
-        TIFFClientOpenExt(
-            "memory", without_mapping, &stream, &Memory_stream::read, &Memory_stream::write,
-            &Memory_stream::seek, &Memory_stream::close, &Memory_stream::size, nullptr, nullptr,
-            bounded_options().get()),
-        &TIFFClose);
-    if (image == nullptr) {
-        memory.throw_if_refused();
-        return damaged_image;
-    }
-    return read_picture(image.get(), frame, sample_bits);
+    unsigned errors = 0;
+    Tiff_pointer const image = stream.open("memory", errors);
+    return image == nullptr ? damaged_image : read_picture(image.get(), frame, sample_bits);
 }
 
 /// The only picture of a file is read whole and then decoded; of several each is decoded at once,
@@ -253,7 +289,8 @@ std::string decode_tiff(std::string_view bytes, Frame& frame, unsigned& sample_b
 class Tiff : public Frame_source {
 public:
     explicit Tiff(Opened_file file) : file_{std::move(file)} {
-        if (!reopen()) {
+        image_ = stream_.open(file_.name().c_str(), errors_);
+        if (image_ == nullptr) {
             throw File_failure(file_.name(), damaged_image);
         }
         count_pictures();
@@ -266,11 +303,12 @@ public:
 
 private:
     void count_pictures();
-    bool reopen();
     bool find(std::size_t number);
     void fetch(std::size_t number, Fetched_frame& target) override;
 
     Opened_file file_;
+    File_stream stream_{file_};
+    unsigned errors_ = 0;
     Tiff_pointer image_{nullptr, &TIFFClose};
     std::size_t count_ = 1;
     std::vector<std::string> failures_;
@@ -278,14 +316,14 @@ private:
 };
 
 void Tiff::count_pictures() {
-    errors = 0;
+    errors_ = 0;
     Memory_watch const memory;
     auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(image_.get()));
-    if (errors != 0) {
+    if (errors_ != 0) {
         memory.throw_if_refused();
     }
     count_ = std::max<std::size_t>(count, 1);
-    if (errors != 0 && count > 0) {
+    if (errors_ != 0 && count > 0) {
         failures_.push_back(File_failure(
                                 file_.name(), "damaged or cut short behind picture " +
                                                   std::to_string(count) +
@@ -294,25 +332,11 @@ void Tiff::count_pictures() {
     }
 }
 
-bool Tiff::reopen() {
-    // libtiff closes the descriptor that it is given.
-    regular_files::Descriptor descriptor{fcntl(file_.descriptor().get(), F_DUPFD_CLOEXEC, 0)};
-    if (!descriptor.is_open() || lseek(descriptor.get(), 0, SEEK_SET) != 0) {
-        return false;
-    }
-    Memory_watch const memory;
-    image_.reset(
-        TIFFFdOpenExt(descriptor.get(), file_.name().c_str(), "r", bounded_options().get()));
-    if (image_ != nullptr) {
-        descriptor.release();
-    } else {
-        memory.throw_if_refused();
-    }
-    return image_ != nullptr;
-}
-
 bool Tiff::find(std::size_t number) {
-    if (image_ == nullptr && !reopen()) {
+    if (image_ == nullptr) {
+        image_ = stream_.open(file_.name().c_str(), errors_);
+    }
+    if (image_ == nullptr) {
         return false;
     }
     TIFF* const image = image_.get();
@@ -345,7 +369,6 @@ void Tiff::fetch(std::size_t number, Fetched_frame& target) {
 }
 
 std::unique_ptr<Frame_source> open_tiff(Opened_file file) {
-    keep_libtiff_quiet();
     return std::make_unique<Tiff>(std::move(file));
 }
 

@@ -52,6 +52,7 @@ void write_png(
     png_infop info = png_create_info_struct(png);
     std::size_t const row_bytes = bytes.size() / 3;
     png_init_io(png, stream.get());
+    png_set_user_limits(png, PNG_UINT_31_MAX, PNG_UINT_31_MAX);
     png_set_IHDR(
         png, info, static_cast<png_uint_32>(width), 3, depth, colour, interlace,
         PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
@@ -201,6 +202,96 @@ TEST_F(Frame_sources, a_size_that_no_such_file_can_hold_takes_no_memory) {
     long const taken = most_megabytes() - before;
     std::cout << taken << " MB taken\n";
     EXPECT_LT(taken, 100);
+}
+
+std::string big_endian(std::size_t number) {
+    std::string bytes;
+    for (int const shift : {24, 16, 8, 0}) {
+        bytes += static_cast<char>((number >> shift) & 0xFFU);
+    }
+    return bytes;
+}
+
+// Each unpacks to almost the 8 MB that libpng lets a chunk have.
+TEST_F(Frame_sources, texts_in_a_png_take_no_memory) {
+    long const before = most_megabytes();
+    write_png(
+        file_, 16, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE, std::vector<std::uint8_t>(3 * 16));
+    std::vector<std::uint8_t> png = test_files::read(file_);
+    std::string chunk = "zTXtword";
+    chunk += std::string(2, '\0'); // the word's end, the kind of compression
+    uLongf length = compressBound(7'900'000);
+    std::vector<Bytef> packed(length);
+    std::vector<Bytef> const text(7'900'000, 'a');
+    ASSERT_EQ(compress(packed.data(), &length, text.data(), text.size()), Z_OK);
+    chunk.append(reinterpret_cast<char const*>(packed.data()), length);
+    std::uint32_t const check = static_cast<std::uint32_t>(
+        crc32(0, reinterpret_cast<Bytef const*>(chunk.data()), static_cast<uInt>(chunk.size())));
+    std::string const whole = big_endian(chunk.size() - 4) + chunk + big_endian(check);
+    for (int count = 0; count < 30; ++count) {
+        png.insert(png.begin() + 33, whole.begin(), whole.end());
+    }
+    test_files::write(file_, png);
+    EXPECT_EQ(read_frame(file_).samples.size(), 3U * 16);
+    long const taken = most_megabytes() - before;
+    std::cout << taken << " MB taken\n";
+    EXPECT_LT(taken, 100);
+}
+
+TEST_F(Frame_sources, a_png_of_more_than_a_million_columns_is_read) {
+    constexpr std::size_t width = 1'000'002;
+    write_png(
+        file_, width, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+        std::vector<std::uint8_t>(3 * width, 7));
+    EXPECT_EQ(read_frame(file_).samples, Samples(3 * width, 7));
+}
+
+TEST_F(Frame_sources, a_comment_may_follow_the_letters_of_a_pgm) {
+    std::string const pgm = "P5#made by hand\n2 1\n255\n\x05\x06";
+    test_files::write(file_, pgm);
+    EXPECT_EQ(read_frame(file_).samples, (Samples{5, 6}));
+}
+
+void write_pictures(std::filesystem::path const& file, std::size_t count) {
+    std::unique_ptr<TIFF, decltype(&TIFFClose)> const tiff(TIFFOpen(file.c_str(), "w"), &TIFFClose);
+    for (std::size_t picture = 0; picture < count; ++picture) {
+        Samples const row(512, static_cast<std::uint16_t>(picture + 1));
+        TIFFSetField(tiff.get(), TIFFTAG_IMAGEWIDTH, 512);
+        TIFFSetField(tiff.get(), TIFFTAG_IMAGELENGTH, 64);
+        TIFFSetField(tiff.get(), TIFFTAG_BITSPERSAMPLE, 16);
+        TIFFSetField(tiff.get(), TIFFTAG_SAMPLESPERPIXEL, 1);
+        TIFFSetField(tiff.get(), TIFFTAG_PHOTOMETRIC, PHOTOMETRIC_MINISBLACK);
+        for (std::uint32_t line = 0; line < 64; ++line) {
+            Samples written = row;
+            TIFFWriteScanline(tiff.get(), written.data(), line, 0);
+        }
+        TIFFWriteDirectory(tiff.get());
+    }
+}
+
+// Were it mapped, the process would end by a signal.
+TEST_F(Frame_sources, a_file_that_becomes_shorter_fails_its_frames) {
+    write_pictures(file_, 4);
+    std::unique_ptr<Frame_source> const source = open_frames(file_);
+    ASSERT_EQ(source->count(), 4U);
+    Frame_slot slot;
+    source->read(1, slot);
+    EXPECT_EQ(slot.frame().samples, Samples(64 * 512, 2));
+    std::filesystem::resize_file(file_, 5000);
+    EXPECT_THROW(source->read(2, slot), File_failure);
+}
+
+unsigned calls_of_the_application = 0;
+
+TEST_F(Frame_sources, an_application_keeps_its_own_handler_of_libtiff) {
+    write_pictures(file_, 3);
+    auto const own = [](char const*, char const*, va_list) { ++calls_of_the_application; };
+    TIFFErrorHandler const before = TIFFSetErrorHandler(own);
+    std::filesystem::resize_file(file_, std::filesystem::file_size(file_) - 100);
+    std::unique_ptr<Frame_source> const source = open_frames(file_);
+    EXPECT_EQ(source->failures().size(), 1U);
+    EXPECT_EQ(TIFFSetErrorHandler(before), static_cast<TIFFErrorHandler>(own));
+    EXPECT_EQ(calls_of_the_application, 0U);
 }
 
 TEST_F(Frame_sources, bare_samples_tell_their_shape_and_may_lack_the_last_padding) {
