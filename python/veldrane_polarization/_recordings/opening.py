@@ -6,6 +6,7 @@ import os
 from pathlib import Path
 from typing import Optional, Union
 
+from .. import _native
 from .common import Recording_error, check_regular
 from .frame_files import count_in
 from .pictures import ENDINGS, Picture_recording, open_pictures
@@ -23,13 +24,20 @@ def open_recording(
     header: int = 0,
     stride: Optional[int] = None,
 ) -> Recording:
-    """Find out what a path holds; reads no more than a frame."""
+    """Find out what a path holds.
+
+    Every file of a folder is opened, and pictures are decoded up to the first that can be.
+    """
     try:
         if not path.exists():
             raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
         if pixel_format is not None:
             return open_raw(path, pixel_format, height, width, header, stride)
         return _stored(path)
+    except MemoryError:
+        raise Recording_error(
+            f"{path} is too large for the memory of this machine; give another IN, or more memory"
+        ) from None
     except OSError as error:
         raise Recording_error(
             f"{path} cannot be read ({error.strerror or error}); make it readable, or give "
@@ -59,6 +67,11 @@ def _stored(path: Path) -> Recording:
 
 def _holds_many(path: Path) -> bool:
     try:
-        return count_in(str(path)) > 1
-    except ValueError:  # by its name it may be told what it is
-        return False
+        if count_in(str(path)) > 1:
+            return True
+    except ValueError as error:
+        if path.suffix.lower() in ENDINGS:
+            raise Recording_error(str(error)) from None
+        return False  # bare samples perhaps
+    # Behind the only one that can be read a file may be damaged.
+    return bool(_native.find_pictures(str(path))[1])

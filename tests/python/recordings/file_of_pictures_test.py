@@ -12,6 +12,7 @@ import tifffile
 from batch_support import frames_of
 
 from veldrane_polarization import _native, _recordings
+from veldrane_polarization._recordings import opening
 
 COUNT = 5
 
@@ -39,6 +40,35 @@ def test_it_is_described_by_its_size_and_time(tmp_path):
     assert described["bytes"] == status.st_size
     assert described["modified"] == status.st_mtime_ns // 1000
     assert _recordings.open_recording(tmp_path).description()["kind"] == "folder"
+
+
+def test_a_damaged_file_is_not_told_to_be_a_single_picture(tmp_path):
+    (tmp_path / "run.tif").write_bytes(b"II*\0abcdef")
+    with pytest.raises(_recordings.Recording_error, match="run.tif: damaged or cut short"):
+        _recordings.open_recording(tmp_path / "run.tif")
+
+
+def test_a_file_that_is_damaged_behind_its_first_picture_is_told(tmp_path):
+    file, frames = tmp_path / "run.tif", frames_of(2)
+    written(file, frames)
+    with tifffile.TiffFile(file) as tiff:
+        second = tiff.pages[1].offset
+    file.write_bytes(file.read_bytes()[: second + 3])
+    recording = _recordings.open_recording(file)
+    assert np.array_equal(recording.read(0, 1), frames[:1])
+    assert len(recording.failures) == 1 and "damaged or cut short" in recording.failures[0]
+
+
+def test_what_is_too_large_is_one_line(tmp_path, monkeypatch):
+    def without_memory(file):
+        raise MemoryError
+
+    written(tmp_path / "run.tif", frames_of(COUNT))
+    for module, name in ((opening, "count_in"), (_native, "find_pictures")):
+        with monkeypatch.context() as little:
+            little.setattr(module, name, without_memory)
+            with pytest.raises(_recordings.Recording_error, match="run.tif is too large for the"):
+                _recordings.open_recording(tmp_path / "run.tif")
 
 
 def test_other_threads_go_on_while_it_is_opened(tmp_path):
