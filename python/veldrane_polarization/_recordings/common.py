@@ -63,17 +63,21 @@ def check_as_opened(file: str, size: int, modified: int) -> None:
 
 @contextlib.contextmanager
 def unchanged(file: str) -> Iterator[None]:
-    """For a file that is opened by its name, more than once perhaps."""
-    before = os.stat(file)
+    """For a file that is opened by its name, more than once perhaps.
+
+    Where there is none, reading it says so.
+    """
+    before = _version_of(file) if os.path.exists(file) else None
     try:
         yield
     finally:
-        now = os.stat(file)
-        if any(
-            getattr(before, key) != getattr(now, key)
-            for key in ("st_size", "st_mtime_ns", "st_ino")
-        ):
+        if before is not None and _version_of(file) != before:
             raise Recording_changed(
                 f"{file} was written to while the run read it; the same command goes on once "
                 "nothing writes to it any more"
             )
+
+
+def _version_of(file: str) -> tuple[int, int, int]:
+    status = os.stat(file)
+    return status.st_size, status.st_mtime_ns, status.st_ino

@@ -39,7 +39,7 @@ def read_frame(file: str, number: int = 0, layout: Optional[Layout] = None) -> A
     ValueError
         What is wrong and the remedy, without the file's name.
     OSError
-        If there is no such file.
+        If there is no such file. A link that leads nowhere is a ValueError.
     """
     try:
         return _opened(file, layout).read(number)
@@ -51,7 +51,12 @@ def read_frame(file: str, number: int = 0, layout: Optional[Layout] = None) -> A
 
 
 def _opened(file: str, layout: Optional[Layout]) -> _native.Frame_file:
-    status = os.stat(file)
+    try:
+        status = os.stat(file)
+    except OSError:
+        if not os.path.islink(file):
+            raise
+        return _native.Frame_file(file)  # tells where the link leads
     return _kept_open(file, layout, (status.st_ino, status.st_size, status.st_mtime_ns))
 
 

@@ -59,6 +59,8 @@ REFUSED = {
     "jpeg.png": png("L", "JPEG"),
     "empty.png": data(b""),
     "text.png": data(b"no picture"),
+    "link.png": lambda file: file.symlink_to("nowhere.png"),
+    "circle.png": lambda file: file.symlink_to("circle.png"),
 }
 
 
