@@ -100,6 +100,9 @@ def open_pictures(path: Path) -> Picture_recording:
     # Before anything is read: a change since then shows.
     status = None if path.is_dir() else path.stat()
     places, failures = _native.find_pictures(str(path))
+    names = [] if status else os.listdir(path)
+    if failures and not places and any(name.lower().endswith(ENDINGS) for name in names):
+        raise Recording_error(failures[0])
     problem = "holds no PNG, TIFF or PGM files"
     for place in places:
         file, number, _ = place

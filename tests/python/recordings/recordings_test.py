@@ -279,6 +279,16 @@ def test_decoders_do_not_warn_of_large_pictures(tmp_path):
     assert code == 2 and "damaged or cut short" in errors and errors.count("\n") == 1, errors
 
 
+def test_a_folder_of_nothing_but_a_calibration_is_told_so(tmp_path):
+    vp.Calibration.ideal((90, 45, 135, 0)).save(tmp_path / "c.json")
+    (tmp_path / "c.json").rename(tmp_path / "c.png")
+    with pytest.raises(_recordings.Recording_error) as refusal:
+        _recordings.open_recording(tmp_path)
+    assert str(refusal.value) == (
+        f"{tmp_path}: holds no frame, only what `calibrate` made; name the frames"
+    )
+
+
 def test_a_file_of_many_pictures_is_a_recording(tmp_path):
     frames = frames_of(5)
     tifffile.imwrite(tmp_path / "run.tif", frames, photometric="minisblack", compression="zlib")
