@@ -89,7 +89,7 @@ def _parser() -> Line_parser:
         "--tls-ca-file",
         kind=Text("a file"),
         metavar="FILE",
-        help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's " "configuration",
+        help="of a scheduler with TLS, as for dask-scheduler; in place of Dask's configuration",
     )
     where.add_argument(
         "--tls-cert", kind=Text("a file"), metavar="FILE", help="this program's certificate there"

@@ -272,7 +272,7 @@ def test_what_no_decoder_understands_is_told_in_our_words(tmp_path, data, words)
         read_frame(str(tmp_path / "g.png"))
 
 
-def test_decoders_do_not_warn_of_large_pictures(tmp_path):
+def test_a_large_picture_without_its_samples_is_one_line(tmp_path):
     (tmp_path / "in").mkdir()
     (tmp_path / "in" / "f.png").write_bytes(large_png(10000))
     code, printed, errors = run(tmp_path / "in", tmp_path / "out", *options())
