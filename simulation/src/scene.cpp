@@ -117,10 +117,10 @@ Fresnel_reflectances fresnel_reflectances(double cosine, double index) {
 }
 
 Scene::Scene(std::size_t width, std::size_t height)
-    : centre_column_((static_cast<double>(width) - 1.0) / 2.0),
-      centre_row_((static_cast<double>(height) - 1.0) / 2.0),
-      picture_radius_(static_cast<double>(std::min(width, height)) / 2.0),
-      edge_width_(std::max(0.012, 3.0 / (picture_radius_ * ball_radius))) {}
+    : centre_column_{(static_cast<double>(width) - 1.0) / 2.0},
+      centre_row_{(static_cast<double>(height) - 1.0) / 2.0},
+      picture_radius_{static_cast<double>(std::min(width, height)) / 2.0},
+      edge_width_{std::max(0.012, 3.0 / (picture_radius_ * ball_radius))} {}
 
 Stokes Scene::at(std::size_t row, std::size_t column) const {
     double const x = (static_cast<double>(column) - centre_column_) / picture_radius_;

@@ -104,7 +104,7 @@ public:
     Measurement(
         Command_line const& line, std::vector<Frame_place> const& places,
         Frame_preparation const& preparation, polarization::Estimation_options const& options)
-        : source_(places, line.input.raw_layout()), preparation_(preparation), options_(options) {}
+        : source_{places, line.input.raw_layout()}, preparation_{preparation}, options_{options} {}
 
     polarization::Series_point operator()(std::size_t number, Polariser_setting const& setting) {
         source_.read(number, slot_);

@@ -76,7 +76,7 @@ std::vector<CLI::App const*> all_commands(CLI::App const& program) {
 class Word_check {
 public:
     Word_check(CLI::App const& command, std::vector<std::string> words)
-        : command_(command), words_(std::move(words)), plain_({command.get_name()}) {}
+        : command_{command}, words_{std::move(words)}, plain_{command.get_name()} {}
 
     std::vector<std::string> operator()() {
         while (place_ < words_.size() && help_.empty()) {

@@ -42,7 +42,7 @@ std::string times_of(Frame const& frame, std::vector<double> times) {
 
 Process_run::Process_run(
     Process_options const& options, Frame_preparation const& preparation, Results const& results)
-    : options_(options), preparation_(preparation), results_(results) {}
+    : options_{options}, preparation_{preparation}, results_{results} {}
 
 // Every failure of a frame becomes one line that names it.
 template <class Action>

@@ -59,8 +59,8 @@ polarization::Pixel_format checked_format(Simulate_options const& options) {
 class Frame_writer {
 public:
     Frame_writer(Simulate_options const& options, Staged_files& files)
-        : options_(options), files_(files), is_raw_(options.output.extension() == ".raw"),
-          format_(checked_format(options)) {}
+        : options_{options}, files_{files}, is_raw_{options.output.extension() == ".raw"},
+          format_{checked_format(options)} {}
 
     bool is_raw() const { return is_raw_; }
 

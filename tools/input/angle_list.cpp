@@ -93,7 +93,7 @@ std::optional<double> number_in_cell(std::string text, char separator) {
 class Table {
 public:
     explicit Table(std::filesystem::path const& file)
-        : file_(file), stream_(polarization::read_table(file)) {
+        : file_{file}, stream_{polarization::read_table(file)} {
         std::string line;
         std::getline(stream_, line);
         constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";

@@ -59,7 +59,7 @@ double mean_of(std::span<std::uint16_t const> samples, std::size_t width, Region
 
 Frame_preparation::Frame_preparation(
     Sample_options const& options, std::optional<Raw_layout> const& raw)
-    : bit_depth_(options.depth(raw)), shift_(options.shift), region_(options.region()) {
+    : bit_depth_{options.depth(raw)}, shift_{options.shift}, region_{options.region()} {
     if (bit_depth_ < 1) {
         throw Usage_error("--shift " + std::to_string(shift_) + " leaves nothing of the samples");
     }

@@ -50,8 +50,8 @@ private:
     Array_view(
         std::span<std::byte const> bytes, polarization::Element_type kind, std::size_t width,
         std::size_t height, std::size_t channels)
-        : bytes_(reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size()), kind_(kind),
-          width_(width), height_(height), channels_(channels) {}
+        : bytes_{reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size()}, kind_{kind},
+          width_{width}, height_{height}, channels_{channels} {}
 
     std::span<std::uint8_t const> bytes_;
     polarization::Element_type kind_;

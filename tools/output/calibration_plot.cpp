@@ -37,7 +37,7 @@ void write_text(
 class Axes {
 public:
     Axes(cv::Mat& picture, cv::Rect field, double low, double high, std::string const& title)
-        : picture_(picture), field_(field), low_(low), high_(high) {
+        : picture_{picture}, field_{field}, low_{low}, high_{high} {
         for (int angle = 0; angle <= 180; angle += 30) {
             cv::Point const foot = at(angle, low);
             cv::line(picture, foot, at(angle, high), grid);

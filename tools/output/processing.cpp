@@ -51,9 +51,9 @@ Element_type Processing::kind_of(Plane plane) const {
 }
 
 Frame_processor::Frame_processor(Processing const& processing)
-    : processing_(processing), computed_(computed_planes(processing)),
+    : processing_{processing}, computed_{computed_planes(processing)},
       // Planes begin as NaN.
-      transform_(processing.settings, {.mode = processing.mode, .fills_normalized_stokes = false}) {
+      transform_{processing.settings, {.mode = processing.mode, .fills_normalized_stokes = false}} {
 }
 
 void Frame_processor::take_memory(std::size_t height, std::size_t width) {

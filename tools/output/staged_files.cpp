@@ -166,7 +166,7 @@ void refuse_existing(fs::path const& file, Existing_files existing) {
 }
 
 Staged_files::Staged_files(Staged_files&& other) noexcept
-    : existing_(other.existing_), files_(std::exchange(other.files_, {})) {}
+    : existing_{other.existing_}, files_{std::exchange(other.files_, {})} {}
 
 Staged_files& Staged_files::operator=(Staged_files&& other) noexcept {
     std::swap(existing_, other.existing_);

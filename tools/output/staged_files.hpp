@@ -47,7 +47,7 @@ public:
     using Bytes = std::span<std::uint8_t const>;
 
     explicit Staged_files(Existing_files existing = Existing_files::replace)
-        : existing_(existing) {}
+        : existing_{existing} {}
     ~Staged_files();
     Staged_files(Staged_files&& other) noexcept;
     /// Exchanges the two.

@@ -34,9 +34,9 @@ struct Square {
 class Binned_planes {
 public:
     Binned_planes(Report_planes const& planes, Picture_scales const& scales, std::size_t binning)
-        : planes_(planes), scales_(scales), binning_(binning),
-          width_((planes.width + binning - 1) / binning),
-          height_((planes.height + binning - 1) / binning), s0_(width_ * height_),
+        : planes_{planes}, scales_{scales}, binning_{binning},
+          width_{(planes.width + binning - 1) / binning},
+          height_{(planes.height + binning - 1) / binning}, s0_(width_ * height_),
           azimuth_(width_ * height_), degree_(width_ * height_) {
         for (std::size_t element = 0; element <= planes.full_scale; ++element) {
             double const direction =

@@ -9,7 +9,7 @@
 namespace polarize_tool {
 
 Element_counts::Element_counts(std::span<std::uint16_t const> plane)
-    : counts_(65536, 0), total_(plane.size()) {
+    : counts_(65536, 0), total_{plane.size()} {
     for (std::uint16_t const element : plane) {
         ++counts_[element];
     }

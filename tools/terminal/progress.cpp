@@ -23,7 +23,7 @@ std::string progress_line(
 }
 
 Progress::Progress(std::size_t total, bool wanted)
-    : is_shown_(wanted && total > 1 && error_output_is_terminal()), total_(total) {}
+    : is_shown_{wanted && total > 1 && error_output_is_terminal()}, total_{total} {}
 
 Progress::~Progress() {
     if (is_shown_) {
