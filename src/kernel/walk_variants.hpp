@@ -1,7 +1,7 @@
 #pragma once
 
+#include "kernel/leaf.hpp"
 #include "kernel/walk_definition.hpp"
-#include "variants/combinations.hpp"
 #include "variants/var_to_template_definition.hpp"
 
 namespace kernel {
@@ -13,11 +13,7 @@ consteval bool instantiate_walks() {
     variants::for_each_combination<variants::kernel_flags, Indices>(
         []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
             if constexpr (requests_a_plane<Flag...>) {
-                using Kernel = var_to_template<
-                    Polarization_process_vector_avx2_callback, 0, std::tuple<Indices, Flag...>>;
-                variants::instantiate(&Kernel::template impl<
-                                      int, Polarization_computation_arguments const&,
-                                      Calibration_matrices const&>);
+                instantiate_leaf<Indices, Flag...>();
             }
         });
     return true;

@@ -1,5 +1,4 @@
-#include "kernel/walk.hpp"
-#include "variants/combinations.hpp"
+#include "kernel/leaf.hpp"
 #include "variants/var_to_template_definition.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 
@@ -14,11 +13,7 @@ consteval bool instantiate_empty_variants() {
     variants::for_each_combination<variants::kernel_flags>(
         []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
             if constexpr (!requests_a_plane<Flag...>) {
-                using Leaf = var_to_template<
-                    Polarization_process_vector_avx2_callback, 0, std::tuple<Indices, Flag...>>;
-                variants::instantiate(&Leaf::template impl<
-                                      int, Polarization_computation_arguments const&,
-                                      Calibration_matrices const&>);
+                kernel::instantiate_leaf<Indices, Flag...>();
             }
         });
     return true;

@@ -4,8 +4,7 @@
 
 #include "reduced/left_out.hpp"
 
-#include "kernel/walk.hpp"
-#include "variants/combinations.hpp"
+#include "kernel/leaf.hpp"
 #include "variants/var_to_template.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 
@@ -22,11 +21,7 @@ consteval bool instantiate_left_out_leaves() {
     variants::for_each_combination<variants::kernel_flags>(
         []<typename... Flag>(std::type_identity<std::tuple<Flag...>>) {
             if constexpr (reduced::is_left_out({phase, Flag::value...})) {
-                using Leaf = var_to_template<
-                    Polarization_process_vector_avx2_callback, 0, std::tuple<Indices, Flag...>>;
-                variants::instantiate(&Leaf::template impl<
-                                      int, Polarization_computation_arguments const&,
-                                      Calibration_matrices const&>);
+                kernel::instantiate_leaf<Indices, Flag...>();
             }
         });
     return true;
