@@ -87,12 +87,8 @@ void Results::stage_pictures(
     }
     Array_view const size = processed.array(Plane::dolp);
     polarization::Picture_source const source{
-        processed.stored(Plane::azimuth),
-        processed.stored(Plane::dolp),
-        size.width(),
-        size.height(),
-        processing.settings.scale.full_scale(),
-        pictures};
+        processed.stored(Plane::azimuth), processed.stored(Plane::dolp), size.width(),
+        size.height(), processing.settings.scale.full_scale()};
     if (shows_angle(place)) {
         files.add(
             file_of(place, angle_degree_suffix),

@@ -8,8 +8,7 @@
 
 namespace polarize_tool {
 
-/// One line on standard error, behind the program's name. From any thread; libraries that are being
-/// silenced do not keep it back.
+/// One line on standard error, behind the program's name. From any thread.
 void complain(std::string const& line);
 void warn(std::string const& line);
 

@@ -41,8 +41,7 @@ std::vector<Colour> const& angle_degree_colours();
 /// Of degrees from 0 (black) to 1 (pale yellow), perceptually uniform.
 std::array<Fine_colour, level_count> const& degree_colours();
 
-/// What a user chooses of the pictures; carried whole from the command line to where they are
-/// drawn.
+/// What a user chooses of the pictures of a frame.
 struct Picture_options {
     /// Without a choice it depends on the frame.
     std::optional<bool> are_wanted{};
@@ -55,7 +54,6 @@ struct Picture_source {
     std::size_t width;
     std::size_t height;
     unsigned full_scale;
-    Picture_options options{};
 };
 
 /// For pictures that no frame gives: numbers on the scale 0 to `fine_scale`.
