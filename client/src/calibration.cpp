@@ -4,6 +4,7 @@
 
 #include <Eigen/Dense>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
@@ -92,6 +93,23 @@ std::string_view explanation_of(Quality_flag flag) {
         "The four orientations are off by 2 degrees or more in common, so all calibrated angles "
         "will be turned by as much; check the polariser's zero."};
     return explanations.at(static_cast<std::size_t>(flag));
+}
+
+Calibration_model parse_calibration_model(std::string_view name) {
+    auto const found = std::ranges::find(
+        all_calibration_models, name, [](Calibration_model model) { return name_of(model); });
+    if (found == all_calibration_models.end()) {
+        throw Argument_error(
+            "calibration model", std::string{name}, "give position, gain or pixel");
+    }
+    return *found;
+}
+
+bool Calibration::operator==(Calibration const& other) const {
+    bool const has_equal_maps = maps == other.maps || (maps && other.maps && *maps == *other.maps);
+    return has_equal_maps && model == other.model && mosaic == other.mosaic &&
+           matrices == other.matrices && analysers == other.analysers && quality == other.quality &&
+           provenance == other.provenance && noise == other.noise;
 }
 
 Calibration ideal_calibration(Mosaic const& mosaic) {

@@ -3,6 +3,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <cmath>
+#include <numbers>
 #include <string>
 
 namespace veldrane_mrv::polarization {
@@ -46,6 +47,27 @@ Matrices negated_rows_1_and_2(Matrices const& matrices) {
         }
     }
     return negated;
+}
+
+Matrices turned(Matrices const& matrices, double zero_direction) {
+    if (!std::isfinite(zero_direction)) {
+        throw Argument_error{
+            "the direction of zero", std::to_string(zero_direction),
+            "give degrees, a finite number"};
+    }
+    double const twice = std::remainder(zero_direction, 180) * std::numbers::pi / 90;
+    double const cosine = std::cos(twice);
+    double const sine = std::sin(twice);
+    Matrices result = matrices;
+    for (std::array<float, 16>& weights : result.by_position) {
+        for (std::size_t sample = 4; sample < 8; ++sample) {
+            double const s1 = static_cast<double>(weights[sample]);
+            double const s2 = static_cast<double>(weights[sample + 4]);
+            weights[sample] = static_cast<float>(s1 * cosine + s2 * sine);
+            weights[sample + 4] = static_cast<float>(s2 * cosine - s1 * sine);
+        }
+    }
+    return result;
 }
 
 void check(Matrices const& matrices) {

@@ -15,11 +15,14 @@
 /// polarimeters", Optics Express 21, 21039 (2013).
 #pragma once
 
+#include "veldrane_mrv/polarization/calibration_maps.hpp"
 #include "veldrane_mrv/polarization/matrices.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
+#include "veldrane_mrv/polarization/noise_model.hpp"
 
 #include <array>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -129,8 +132,14 @@ struct Calibration {
     std::array<Analyser, 4> analysers;
     Calibration_quality quality;
     Provenance provenance;
+    Calibration_model model = Calibration_model::position;
+    /// Null for the model `position`. Shared, since they are large and nobody changes them.
+    std::shared_ptr<Calibration_maps const> maps{};
+    /// If it was measured.
+    std::optional<Noise_model> noise{};
 
-    bool operator==(Calibration const&) const = default;
+    /// Maps are equal if their numbers are.
+    bool operator==(Calibration const& other) const;
 };
 
 /// Throughputs are relative to their mean of 1, so one of four is at most 4; a position that gets a

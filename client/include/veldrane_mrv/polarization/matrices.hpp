@@ -35,6 +35,12 @@ Matrices ideal_matrices(Mosaic const& mosaic);
 /// The same matrices with S1 and S2 negated.
 Matrices negated_rows_1_and_2(Matrices const& matrices);
 
+/// The same matrices with S1 and S2 turned, so that angles count from the axis at `zero_direction`
+/// degrees, counter-clockwise from the rows: S1' = S1 cos 2z + S2 sin 2z, S2' = S2 cos 2z - S1 sin
+/// 2z.
+/// @throws Argument_error if `zero_direction` is infinite or NaN
+Matrices turned(Matrices const& matrices, double zero_direction);
+
 /// Far above the weights of any sensor, far below what could overflow on the way to a plane.
 inline constexpr float largest_weight = 65536;
 

@@ -4,15 +4,26 @@
 
 #include "veldrane_mrv/polarization/matrices.hpp"
 #include "veldrane_mrv/polarization/mosaic.hpp"
+#include "veldrane_mrv/polarization/noise_model.hpp"
 #include "veldrane_mrv/polarization/scale.hpp"
 
+#include <memory>
+#include <optional>
+
 namespace veldrane_mrv::polarization {
+
+class Sensor_tables;
 
 /// All that frames of one recording have in common.
 struct Settings {
     Mosaic mosaic;
     Scale scale;
     Matrices matrices;
+    /// What differs from pixel to pixel, for calibrated mode; null if nothing does. Frames then
+    /// have the size and the bit depth of the tables, and `matrices` are theirs.
+    std::shared_ptr<Sensor_tables const> tables{};
+    /// What `uncertainty` and the weak light of `validity` are judged by.
+    std::optional<Noise_model> noise{};
 };
 
 /// With the weights of an ideal sensor.

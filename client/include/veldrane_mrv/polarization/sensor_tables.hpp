@@ -1,0 +1,73 @@
+/// @file
+/// Calibration maps in the form in which a transform reads them.
+#pragma once
+
+#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/geometry.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace veldrane_mrv::polarization {
+
+/// What the transform of frames of one size needs to know of every pixel. Immutable, shared by all
+/// threads.
+///
+/// Samples are first corrected, in integers and so exactly: with f = 16 - bit depth fraction bits,
+///
+///   corrected = min(65535, (max(0, min(sample, largest sample) * 2^f - dark) * gain + 2^14) >> 15)
+///
+/// where dark has f fraction bits and gain 15, both rounded to 16 bits. A pixel whose gain is 2 or
+/// more cannot be corrected; it is a bad one. Model `pixel` has gains of 1 and, for each pixel, a
+/// matrix of its own: the pseudo-inverse for the four analysers of its quartet.
+class Sensor_tables {
+public:
+    /// @param calibration with maps
+    /// @param region of the sensor that the frames show
+    /// @param zero_direction as for `turned`
+    /// @throws Argument_error if the calibration has no maps, or they do not cover the region
+    Sensor_tables(Calibration const& calibration, Region const& region, double zero_direction = 0);
+
+    Size size() const { return size_; }
+    int bit_depth() const { return bit_depth_; }
+    /// Of corrected samples.
+    int fraction_bits() const { return 16 - bit_depth_; }
+    Calibration_model model() const {
+        return weights_.empty() ? Calibration_model::gain : Calibration_model::pixel;
+    }
+
+    /// A sample after the correction, with `fraction_bits`.
+    std::uint16_t corrected(std::size_t row, std::size_t column, std::uint16_t sample) const;
+    /// Whether the dark level is above the sample.
+    bool is_below_dark(std::size_t row, std::size_t column, std::uint16_t sample) const;
+    bool is_bad(std::size_t row, std::size_t column) const;
+
+    /// The weights of a pixel, to the last bit as the transform applies them to samples without
+    /// fraction bits. Model `gain`: `position_matrices` by position.
+    std::array<float, 16> matrix(std::size_t row, std::size_t column) const;
+    Matrices const& position_matrices() const { return matrices_; }
+
+    /// Dark levels and gains of 16 columns after 16 columns: 16 dark levels, 16 gains; rows are
+    /// padded to whole groups.
+    std::span<std::uint16_t const> corrections() const { return corrections_; }
+    /// Model `pixel`: of 16 columns after 16 columns, steps of `weight_step` from the position's
+    /// weight; 12 weights of the 8 even columns, each of 8 numbers, then those of the 8 odd ones.
+    std::span<std::int16_t const> weights() const { return weights_; }
+    static constexpr float weight_step = 1.0F / 32768;
+
+    std::size_t groups_per_row() const { return (size_.width + 15) / 16; }
+
+private:
+    Size size_;
+    int bit_depth_;
+    Matrices matrices_;
+    std::vector<std::uint16_t> corrections_;
+    std::vector<std::int16_t> weights_;
+    std::vector<bool> bad_;
+};
+
+} // namespace veldrane_mrv::polarization
