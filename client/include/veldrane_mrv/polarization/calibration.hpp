@@ -95,6 +95,21 @@ struct Outlying_frame {
     bool operator==(Outlying_frame const&) const = default;
 };
 
+/// What a model makes of a frame of the series that its figures were fitted without.
+struct Model_quality {
+    Calibration_model model = Calibration_model::position;
+    /// Root mean square over all pixels whose four samples are good of the degree of polarisation,
+    /// by the model's weights, less that of the source.
+    double rms_degree_error = 0;
+    /// The same of the angle of polarisation less the polariser's, in degrees.
+    double rms_angle_error_degrees = 0;
+    /// Root mean square over all good pixels of measured less predicted samples, as a fraction of
+    /// the mean signal. The frame's noise is in all three.
+    double rms_sample_residual = 0;
+
+    bool operator==(Model_quality const&) const = default;
+};
+
 struct Calibration_quality {
     /// Root mean square over all positions and frames of measured minus fitted means, as a fraction
     /// of the mean signal; divided by the degrees of freedom, 0 if there are none.
@@ -110,6 +125,10 @@ struct Calibration_quality {
     /// Those with a residual above 1 %, the largest first: at most one in four and at most 16,
     /// since many that do not go together tell no wrong one from a right one.
     std::vector<Outlying_frame> outlying_frames{};
+    /// In the order of `all_calibration_models`; empty if no frame was held out.
+    std::vector<Model_quality> models{};
+    /// Name of that frame.
+    std::string held_out_frame{};
 
     bool operator==(Calibration_quality const&) const = default;
 };
