@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/simulation.hpp"
 
+#include "random_numbers.hpp"
+#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
 #include <algorithm>
@@ -12,9 +14,7 @@ namespace {
 
 constexpr double exposure = 0.8;              // brightest sample, as part of the full scale
 constexpr double full_well_electrons = 10500; // electrons of a sample at the full scale
-constexpr double read_noise_electrons = 2.4;
 constexpr std::size_t pixels_between_checks = 4096;
-constexpr std::uint64_t golden_step = 0x9E3779B97F4A7C15U;
 
 void call(Stop_check const& check_stop) {
     if (check_stop) {
@@ -22,16 +22,8 @@ void call(Stop_check const& check_stop) {
     }
 }
 
-// Steele, Lea & Flood, "Fast splittable pseudorandom number generators", OOPSLA 2014.
-std::uint64_t scramble(std::uint64_t x) {
-    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9U;
-    x = (x ^ (x >> 27)) * 0x94D049BB133111EBU;
-    return x ^ (x >> 31);
-}
-
-double sum_of_four_parts(std::uint64_t word) {
-    return static_cast<double>(
-        (word & 0xFFFFU) + ((word >> 16) & 0xFFFFU) + ((word >> 32) & 0xFFFFU) + (word >> 48));
+double full_scale_of(Simulation_settings const& settings) {
+    return static_cast<double>((1U << settings.bit_depth) - 1U);
 }
 
 // What a pixel's analyser makes of light: t / 2 (S0 + c S1 + s S2), with c = D cos 2 phi and
@@ -73,10 +65,57 @@ std::array<Response, 4> responses(Simulation_settings const& settings) {
 
 // Shot noise is a Poisson count. At hundreds to thousands of electrons a normal deviate of the
 // same variance is as good; read noise adds to the variance.
-double with_noise(double sample, double full_scale, double deviate) {
-    double const electrons = sample / full_scale * full_well_electrons;
-    double const variance = electrons + read_noise_electrons * read_noise_electrons;
-    return (electrons + std::sqrt(variance) * deviate) / full_well_electrons * full_scale;
+class Noise {
+public:
+    explicit Noise(Simulation_settings const& settings)
+        : full_scale_{full_scale_of(settings)},
+          full_well_{
+              settings.electrons_per_count ? *settings.electrons_per_count * full_scale_
+                                           : full_well_electrons},
+          read_variance_{settings.read_noise * settings.read_noise} {}
+
+    double added_to(double signal, double deviate) const {
+        double const electrons = signal / full_scale_ * full_well_;
+        double const variance = electrons + read_variance_;
+        return (electrons + std::sqrt(variance) * deviate) / full_well_ * full_scale_;
+    }
+
+private:
+    double full_scale_;
+    double full_well_; // electrons at the full scale
+    double read_variance_;
+};
+
+/// Without noise.
+struct Clean_sample {
+    double signal;
+    double dark_level;
+};
+
+template <class Clean_samples>
+Frame record_samples(
+    Simulation_settings const& settings, std::uint64_t number, Stop_check const& check_stop,
+    Clean_samples const& clean) {
+    double const largest = full_scale_of(settings) - 1.0;
+    Noise const noise(settings);
+    std::size_t const pixels = settings.width * settings.height;
+    Frame frame{settings.width, settings.height, {}};
+    frame.samples.reserve(pixels);
+    for (std::size_t row = 0; row < settings.height; ++row) {
+        call(check_stop);
+        for (std::size_t column = 0; column < settings.width; ++column) {
+            std::size_t const index = row * settings.width + column;
+            auto const [signal, dark_level] = clean(row, column, index);
+            double sample = signal;
+            if (settings.noise) {
+                sample =
+                    noise.added_to(signal, normal_deviate(settings.seed, number * pixels + index));
+            }
+            sample = std::clamp(sample + dark_level, 0.0, largest);
+            frame.samples.push_back(static_cast<std::uint16_t>(sample + 0.5));
+        }
+    }
+    return frame;
 }
 
 // Brings the brightest sample that any polariser could pass to the exposure.
@@ -99,29 +138,7 @@ float angle_in_degrees(Stokes const& light) {
     return wrapped < 180.0F ? wrapped : 0.0F;
 }
 
-double full_scale_of(Simulation_settings const& settings) {
-    return static_cast<double>((1U << settings.bit_depth) - 1U);
-}
-
-// Between 0 and 1, evenly distributed.
-double uniform_number(std::uint64_t seed, std::uint64_t draw) {
-    constexpr double step = 1.0 / 9007199254740992.0; // 2^-53
-    return static_cast<double>(scramble(scramble(seed) + golden_step * (draw + 1)) >> 11) * step;
-}
-
 } // namespace
-
-double normal_deviate(std::uint64_t seed, std::uint64_t draw) {
-    // The sum of twelve uniform numbers has variance 1 and is normal to well below the quantisation
-    // of a sample; it needs no logarithm or sine, whose last bits differ between libraries.
-    constexpr double uniform_step = 1.0 / 65536.0;
-    std::uint64_t const start = scramble(seed + golden_step) + 3 * draw * golden_step;
-    double sum = 0.0;
-    for (std::uint64_t word = 1; word <= 3; ++word) {
-        sum += sum_of_four_parts(scramble(start + word * golden_step));
-    }
-    return (sum + 6.0) * uniform_step - 6.0;
-}
 
 Light scene_light(Simulation_settings const& settings, Stop_check const& check_stop) {
     Scene const scene(settings.width, settings.height);
@@ -145,27 +162,32 @@ Light uniform_light(Simulation_settings const& settings, double angle) {
         {level, level * std::cos(doubled), level * std::sin(doubled)});
 }
 
+Light flat_light(Simulation_settings const& settings, double level) {
+    return Light(
+        settings.width * settings.height, {2.0 * level * full_scale_of(settings), 0.0, 0.0});
+}
+
 Frame record(
     Light const& light, Simulation_settings const& settings, std::uint64_t number,
     Stop_check const& check_stop) {
-    double const limit = full_scale_of(settings);
-    std::array<Response, 4> const response = responses(settings);
-    Frame frame{settings.width, settings.height, {}};
-    frame.samples.reserve(light.size());
-    std::uint64_t draw = number * light.size();
-    for (std::size_t row = 0; row < settings.height; ++row) {
-        call(check_stop);
-        for (std::size_t column = 0; column < settings.width; ++column, ++draw) {
-            double sample =
-                response[cell_position(row, column)](light[row * settings.width + column]);
-            if (settings.noise) {
-                sample = with_noise(sample, limit, normal_deviate(settings.seed, draw));
-            }
-            frame.samples.push_back(
-                static_cast<std::uint16_t>(std::clamp(sample, 0.0, limit - 1.0) + 0.5));
+    if (settings.pixels != nullptr) {
+        Sensor_pixels const& pixels = *settings.pixels;
+        Size const size{settings.width, settings.height};
+        if (pixels.size() != size) {
+            throw Argument_error(
+                "the sensor's size", to_string(pixels.size()), "give maps of " + to_string(size));
         }
+        return record_samples(
+            settings, number, check_stop, [&](std::size_t, std::size_t, std::size_t index) {
+                return Clean_sample{pixels.signal(index, light[index]), pixels.dark_level(index)};
+            });
     }
-    return frame;
+    return record_samples(
+        settings, number, check_stop,
+        [&,
+         response = responses(settings)](std::size_t row, std::size_t column, std::size_t index) {
+            return Clean_sample{response[cell_position(row, column)](light[index]), 0.0};
+        });
 }
 
 Truth truth_of(Light const& light, Stop_check const& check_stop) {
@@ -190,6 +212,11 @@ Truth truth_of(Light const& light, Stop_check const& check_stop) {
 Simulation simulate(Simulation_settings const& settings) {
     Light const light = scene_light(settings);
     return {record(light, settings), truth_of(light)};
+}
+
+Noise_model noise_of(Simulation_settings const& settings) {
+    double const preset = full_well_electrons / full_scale_of(settings);
+    return {settings.electrons_per_count.value_or(preset), settings.read_noise};
 }
 
 Analysers imperfect_analysers(int phase, Analyser_spread const& spread) {

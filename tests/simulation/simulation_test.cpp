@@ -1,6 +1,7 @@
 // The simulated frame: physics of the scene, statistics of the noise, sampling, determinism.
 #include "veldrane_mrv/polarization/simulation.hpp"
 
+#include "veldrane_mrv/polarization/imperfect_pixels.hpp"
 #include "veldrane_mrv/polarization/scene.hpp"
 
 #include <algorithm>
@@ -213,6 +214,51 @@ TEST(Simulation, noise_has_the_variance_of_counted_electrons_and_of_reading) {
         sums[0] / counts[0], counts[0], sums[1] / counts[1], counts[1]);
     EXPECT_NEAR(sums[0] / counts[0], 1.0, 0.008);
     EXPECT_NEAR(sums[1] / counts[1], 1.0, 0.008);
+}
+
+// Of FNV-1a over the samples: what users have simulated is simulated again, to the bit.
+TEST(Simulation, frames_are_the_same_everywhere) {
+    Simulation_settings settings;
+    settings.width = 64;
+    settings.height = 48;
+    std::uint64_t hash = 0xCBF29CE484222325U;
+    for (std::uint16_t const sample : simulate(settings).frame.samples) {
+        hash = (hash ^ sample) * 0x100000001B3U;
+    }
+    EXPECT_EQ(hash, 0xA3D91442618B803EU);
+}
+
+// The photon transfer curve, from dark to bright; the rounding adds a twelfth.
+TEST(Simulation, flat_frames_scatter_by_the_noise_model) {
+    Simulation_settings settings;
+    settings.width = 300;
+    settings.height = 200;
+    Pixel_spread spread;
+    spread.dark_spread = 0.0;
+    spread.dark_level = 40.0;
+    settings.electrons_per_count = 0.7;
+    settings.read_noise = 3.5;
+    Calibration const sensor = imperfect_pixels(settings, spread);
+    EXPECT_EQ(sensor.noise, (Noise_model{0.7, 3.5}));
+    settings.pixels = std::make_shared<Sensor_pixels const>(sensor);
+    for (double const level : {0.0, 0.05, 0.4, 0.8}) {
+        Light const light = flat_light(settings, level);
+        auto const first = record(light, settings, 0).samples;
+        auto const second = record(light, settings, 1).samples;
+        double mean = 0.0;
+        double variance = 0.0;
+        auto const count = static_cast<double>(first.size());
+        for (std::size_t index = 0; index < first.size(); ++index) {
+            double const apart = first[index] - second[index];
+            mean += (first[index] + second[index]) / 2.0 / count;
+            variance += apart * apart / 2.0 / count;
+        }
+        double const expected = (mean - 40.0) / 0.7 + 3.5 * 3.5 / 0.7 / 0.7 + 1.0 / 12.0;
+        std::printf(
+            "level %.2f: mean %.1f, variance %.2f of %.2f\n", level, mean, variance, expected);
+        EXPECT_NEAR(mean, 40.0 + level * 4095.0, 0.1 + 0.001 * level * 4095.0);
+        EXPECT_NEAR(variance, expected, 0.025 * expected);
+    }
 }
 
 TEST(Simulation, frames_of_a_run_differ_by_their_noise_alone) {

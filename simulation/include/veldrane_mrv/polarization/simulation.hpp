@@ -4,12 +4,15 @@
 
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/frame.hpp"
+#include "veldrane_mrv/polarization/noise_model.hpp"
 #include "veldrane_mrv/polarization/scene.hpp"
+#include "veldrane_mrv/polarization/sensor_pixels.hpp"
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -27,6 +30,12 @@ struct Simulation_settings {
     bool noise = true;
     /// Ideal ones if not given.
     std::optional<Analysers> analysers{};
+    /// What differs from pixel to pixel, in place of `analysers`; of the frame's size.
+    std::shared_ptr<Sensor_pixels const> pixels{};
+    /// Above 0; 10500 electrons at the full scale if not given.
+    std::optional<double> electrons_per_count{};
+    /// Standard deviation in electrons.
+    double read_noise = 2.4;
 };
 
 /// The noise-free light at every pixel, row by row, in sample units: S0 is half the sum of the four
@@ -58,11 +67,19 @@ Light scene_light(Simulation_settings const& settings, Stop_check const& check_s
 /// passes 80 per cent of the full scale.
 Light uniform_light(Simulation_settings const& settings, double angle);
 
+/// Unpolarised, the same everywhere: an ideal analyser passes `level` of the full scale. Of level 0
+/// dark frames are made.
+Light flat_light(Simulation_settings const& settings, double level);
+
 /// What the sensor records of it. Noise never brings a sample to the full scale. Frames of other
 /// numbers differ by their noise.
+/// @throws Argument_error if `pixels` are not of the settings' size
 Frame record(
     Light const& light, Simulation_settings const& settings, std::uint64_t number = 0,
     Stop_check const& check_stop = nullptr);
+
+/// By which `record` scatters samples, but for the rounding.
+Noise_model noise_of(Simulation_settings const& settings);
 
 Truth truth_of(Light const& light, Stop_check const& check_stop = nullptr);
 
