@@ -16,8 +16,6 @@
 namespace veldrane_mrv::polarization {
 namespace {
 
-constexpr double least_distinct_degrees = 1;
-constexpr double largest_gap = 120;
 constexpr double least_diattenuation = 0.05;
 
 constexpr std::size_t frames_for_good_residuals = 6;
@@ -42,19 +40,10 @@ double axis_difference(double left, double right) {
     return within_half_turn(left - right + 90) - 90;
 }
 
-// Gaps between neighbours on the circle of 180 degrees, which sum to 180.
-std::vector<double> gaps_of(std::span<Series_point const> series) {
+std::vector<double> angles_of(std::span<Series_point const> series) {
     std::vector<double> angles;
-    std::ranges::transform(series, std::back_inserter(angles), [](Series_point const& point) {
-        return within_half_turn(point.polariser_angle);
-    });
-    std::ranges::sort(angles);
-    std::vector<double> gaps;
-    for (std::size_t next = 0; next < angles.size(); ++next) {
-        gaps.push_back(
-            next == 0 ? angles.front() + 180 - angles.back() : angles[next] - angles[next - 1]);
-    }
-    return gaps;
+    std::ranges::transform(series, std::back_inserter(angles), &Series_point::polariser_angle);
+    return angles;
 }
 
 void check_numbers(Series_point const& point, std::size_t index) {
@@ -95,18 +84,8 @@ void check_series(std::span<Series_point const> series, Estimation_options const
                 "give frames of the size of the first one, " + to_string(first.size));
         }
     }
-    std::vector<double> const gaps = gaps_of(series);
-    // Groups of neighbours closer than a degree count as one angle, and a full circle of small
-    // steps has as many gaps of a degree as there are degrees between them.
-    double travelled = 0;
-    std::size_t distinct = 0;
-    for (double const gap : gaps) {
-        travelled += gap;
-        if (travelled >= least_distinct_degrees) {
-            ++distinct;
-            travelled = 0;
-        }
-    }
+    std::vector<double> const gaps = gaps_of(angles_of(series));
+    std::size_t const distinct = distinct_angles(gaps);
     if (distinct < parameters_per_position) {
         throw Argument_error(
             "number of different polariser angles", std::to_string(distinct),
@@ -255,7 +234,7 @@ Calibration estimate_calibration(
     quality.rms_residual = relative_rms(squared_residuals, 4 * freedom);
     quality.condition_number = condition_number(analysers);
     quality.frame_count = series.size();
-    quality.worst_angle_gap = std::ranges::max(gaps_of(series));
+    quality.worst_angle_gap = std::ranges::max(gaps_of(angles_of(series)));
     quality.flags = flags_of(quality, analysers, mosaic);
     quality.outlying_frames = find_outlying_frames(series, equations);
 

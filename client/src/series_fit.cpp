@@ -1,5 +1,7 @@
 #include "series_fit.hpp"
 
+#include "veldrane_mrv/polarization/units.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -8,6 +10,8 @@
 
 namespace veldrane_mrv::polarization {
 namespace {
+
+constexpr double least_distinct_degrees = 1;
 
 constexpr std::size_t most_outlying_frames = 16;
 
@@ -46,6 +50,38 @@ Worst worst_of(Series_equations const& equations, std::vector<Eigen::Index> cons
 }
 
 } // namespace
+
+std::vector<double> gaps_of(std::vector<double> angles) {
+    std::ranges::transform(
+        angles, angles.begin(), [](double angle) { return within_half_turn(angle); });
+    std::ranges::sort(angles);
+    std::vector<double> gaps;
+    for (std::size_t next = 0; next < angles.size(); ++next) {
+        gaps.push_back(
+            next == 0 ? angles.front() + 180 - angles.back() : angles[next] - angles[next - 1]);
+    }
+    return gaps;
+}
+
+std::size_t distinct_angles(std::span<double const> gaps) {
+    // A full circle of small steps has as many gaps of a degree as there are degrees between them.
+    double travelled = 0;
+    std::size_t distinct = 0;
+    for (double const gap : gaps) {
+        travelled += gap;
+        if (travelled >= least_distinct_degrees) {
+            ++distinct;
+            travelled = 0;
+        }
+    }
+    return distinct;
+}
+
+bool tell_analysers(std::span<double const> angles) {
+    std::vector<double> const gaps = gaps_of({angles.begin(), angles.end()});
+    return distinct_angles(gaps) >= parameters_per_position &&
+           std::ranges::max(gaps) <= largest_gap;
+}
 
 Series_equations equations_of(
     std::span<Series_point const> series, Estimation_options const& options) {

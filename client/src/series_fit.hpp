@@ -6,6 +6,7 @@
 
 #include <Eigen/Dense>
 
+#include <span>
 #include <vector>
 
 namespace veldrane_mrv::polarization {
@@ -14,6 +15,18 @@ inline constexpr std::size_t parameters_per_position = 3;
 
 /// Above it a residual is worth a word; a degree of the polariser's angle makes 2.5 %.
 inline constexpr double large_residual = 0.01;
+
+/// In degrees; with more between neighbouring angles the fit says little about those between.
+inline constexpr double largest_gap = 120;
+
+/// Gaps in degrees between neighbours on the circle of 180 degrees, which sum to 180.
+std::vector<double> gaps_of(std::vector<double> angles);
+
+/// Neighbours closer than a degree count as one.
+std::size_t distinct_angles(std::span<double const> gaps);
+
+/// Whether a series of these angles is enough for a fit.
+bool tell_analysers(std::span<double const> angles);
 
 /// Rows are frames.
 struct Series_equations {
