@@ -16,12 +16,15 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <memory>
 #include <utility>
 
 namespace polarize_tool {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr double brightest_flat_level = 0.8; // of the full scale
 
 cv::Mat as_picture(polarization::Frame const& frame, int bit_depth) {
     cv::Mat const samples(
@@ -133,7 +136,24 @@ std::string sensor_line(Simulate_options const& options) {
     polarization::Simulation_settings const& settings = options.settings;
     return to_string(polarization::Size{settings.width, settings.height}) + ", phase " +
            std::to_string(settings.phase) + ", bit depth " + std::to_string(settings.bit_depth) +
-           ", " + (settings.noise ? "seed " + std::to_string(settings.seed) : "no noise");
+           ", " + (settings.noise ? "seed " + std::to_string(settings.seed) : "no noise") +
+           (options.pixel_spread ? ", pixel seed " + std::to_string(options.pixel_spread->seed)
+                                 : "");
+}
+
+void draw_pixels(Simulate_options& options) {
+    if (options.pixel_spread) {
+        options.settings.pixels =
+            std::make_shared<polarization::Sensor_pixels const>(polarization::imperfect_pixels(
+                options.settings, *options.pixel_spread, throw_if_interrupted));
+    }
+}
+
+// As a number with leading zeros.
+std::string numbered(std::string const& front, std::uint64_t number, int digits) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%0*llu", digits, static_cast<unsigned long long>(number));
+    return front + text;
 }
 
 // @return what to say
@@ -143,12 +163,11 @@ std::string add_scene(Staged_files& files, Simulate_options const& options) {
     Frame_writer writer(options, files);
     Progress progress(options.frames, !options.is_quiet);
     for (std::uint64_t number = 0; number < options.frames; ++number) {
-        char suffix[32];
-        std::snprintf(
-            suffix, sizeof suffix, "_%06llu.png", static_cast<unsigned long long>(number));
-        fs::path const file =
-            options.frames == 1 ? options.output
-                                : with_suffix(options.output.parent_path(), options.output, suffix);
+        fs::path const file = options.frames == 1
+                                  ? options.output
+                                  : with_suffix(
+                                        options.output.parent_path(), options.output,
+                                        numbered("_", number, 6) + ".png");
         writer.write(
             polarization::record(light, options.settings, number, throw_if_interrupted), file);
         progress.add(light.size());
@@ -192,6 +211,43 @@ std::string add_series(Staged_files& files, Simulate_options const& options) {
     files.add(list, table);
     return visible(list.string()) + ": " + std::to_string(angles.size()) + " angles, frames of " +
            sensor_line(options);
+}
+
+// Dark and flat frames beside the others.
+// @return what to say
+std::string add_frames_beside(Staged_files& files, Simulate_options const& options) {
+    Frame_writer writer(options, files);
+    if (writer.is_raw() && options.dark_frames + options.flat_frames > 0) {
+        throw Usage_error("--dark-frames and --flat-frames write PNG files only");
+    }
+    auto const add = [&](double level, std::string const& name, std::uint64_t first_number,
+                         std::uint64_t count) {
+        auto const light = polarization::flat_light(options.settings, level);
+        for (std::uint64_t number = 0; number < count; ++number) {
+            writer.write(
+                polarization::record(
+                    light, options.settings, first_number + number, throw_if_interrupted),
+                with_suffix(
+                    options.output.parent_path(), options.output,
+                    numbered(name + "_", number, 3) + ".png"));
+        }
+    };
+    add(0.0, "_dark", first_dark_frame, options.dark_frames);
+    auto const digits = static_cast<int>(std::to_string(options.flat_levels).size());
+    for (std::uint64_t level = 1; level <= options.flat_levels; ++level) {
+        auto const part = static_cast<double>(level) / static_cast<double>(options.flat_levels);
+        add(brightest_flat_level * part, numbered("_flat_", level, digits),
+            first_flat_frame + level * options.flat_frames, options.flat_frames);
+    }
+    std::string line;
+    if (options.dark_frames > 0) {
+        line += "\n  " + std::to_string(options.dark_frames) + " dark frames";
+    }
+    if (options.flat_frames > 0) {
+        line += "\n  " + std::to_string(options.flat_frames) + " flat frames at each of " +
+                std::to_string(options.flat_levels) + " levels";
+    }
+    return line;
 }
 
 } // namespace
@@ -240,16 +296,18 @@ std::string angle_suffix(double angle, std::vector<double> const& series) {
     return text;
 }
 
-void run_simulate(Simulate_options const& options) {
+void run_simulate(Simulate_options options) {
     if (options.frames == 1 && options.polariser_series.empty()) {
         refuse_existing(options.output, options.existing);
     }
+    draw_pixels(options);
     // Before the files, so that these are removed first if anything fails.
     Made_folder const folder(options.output.parent_path());
     Made_folder const truth_folder(options.truth_folder);
     Staged_files files(options.existing);
-    std::string const line =
-        options.polariser_series.empty() ? add_scene(files, options) : add_series(files, options);
+    std::string const line = (options.polariser_series.empty() ? add_scene(files, options)
+                                                               : add_series(files, options)) +
+                             add_frames_beside(files, options);
     add_analysers(files, options);
     throw_if_interrupted();
     files.publish();

@@ -125,7 +125,17 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
          "no finite number"},
         {small(folder / "a.png", {"--imperfect", "--lowest-diattenuation", "nan"}), "no finite"},
         {small(folder / "a.png", {"--imperfect", "--highest-diattenuation", "nan"}), "no finite"},
-        {small(folder / "a.png", {"--orientation-spread", "2"}), "--imperfect"}};
+        {small(folder / "a.png", {"--orientation-spread", "2"}), "--imperfect"},
+        {small(folder / "a.png", {"--pixel-orientation-spread", "2"}), "--pixel-spread"},
+        {small(folder / "a.png", {"--dark-level", "2"}), "--pixel-spread"},
+        {small(folder / "a.png", {"--pixel-spread", "--pixel-gain-spread", "0.3"}), "--pixel-gain"},
+        {small(folder / "a.png", {"--pixel-spread", "--dark-level", "1024"}), "0 to 1023"},
+        {small(folder / "a.png", {"--pixel-spread", "--bit-depth", "8", "--dark-spread", "64"}),
+         "--dark-spread is 64; give 0 to 63 at a depth of 8 bits"},
+        {small(folder / "a.png", {"--no-noise", "--read-noise", "2"}), "--no-noise"},
+        {small(folder / "a.png", {"--electrons-per-count", "0"}), "--electrons-per-count"},
+        {small(folder / "a.png", {"--flat-levels", "2"}), "--flat-frames"},
+        {small(folder / "a.raw", {"--dark-frames", "2"}), "PNG files only"}};
     for (auto const& [arguments, word] : cases) {
         Outcome const outcome = run(arguments);
         expect_one_line(outcome, 2, word);

@@ -94,6 +94,45 @@ TEST(Simulate_series, the_analysers_drawn_are_written_as_a_calibration) {
     EXPECT_NE(truth.provenance.sensor.find("seed 9"), std::string::npos);
 }
 
+std::vector<std::uint16_t> samples_in(std::filesystem::path const& file) {
+    cv::Mat const image = cv::imread(file.string(), cv::IMREAD_UNCHANGED);
+    return {image.begin<std::uint16_t>(), image.end<std::uint16_t>()};
+}
+
+TEST(Simulate_series, dark_and_flat_frames_lie_beside_a_series_of_the_same_pixels) {
+    Folder const folder;
+    Outcome const outcome = simulate_small(
+        folder / "s.png",
+        {"--polarizer-series", "30:30:1", "--dark-frames", "2", "--flat-frames", "2",
+         "--flat-levels", "10", "--pixel-spread", "--pixel-seed", "5", "--dark-level", "100",
+         "--hot-pixels", "0.01", "--electrons-per-count", "2", "--read-noise", "3"});
+    ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_EQ(program_run::line_count(outcome.output), 3U) << outcome.output;
+    EXPECT_NE(outcome.output.find("pixel seed 5"), std::string::npos);
+    EXPECT_EQ(test_files::names_in(folder.path()).size(), 2U + 2U + 20U);
+    polarization::Simulation_settings settings = small_settings();
+    settings.electrons_per_count = 2.0;
+    settings.read_noise = 3.0;
+    polarization::Pixel_spread spread;
+    spread.seed = 5;
+    spread.dark_level = 100.0;
+    spread.hot_pixels = 0.01;
+    settings.pixels = std::make_shared<polarization::Sensor_pixels const>(
+        polarization::imperfect_pixels(settings, spread));
+    auto const recorded = [&](polarization::Light const& light, std::uint64_t number) {
+        return polarization::record(light, settings, number).samples;
+    };
+    EXPECT_EQ(
+        samples_in(folder / "s_angle_030.0.png"),
+        recorded(polarization::uniform_light(settings, 30.0), 0));
+    auto const dark = polarization::flat_light(settings, 0.0);
+    EXPECT_EQ(samples_in(folder / "s_dark_000.png"), recorded(dark, first_dark_frame));
+    EXPECT_EQ(samples_in(folder / "s_dark_001.png"), recorded(dark, first_dark_frame + 1));
+    auto const flat = polarization::flat_light(settings, 0.8 * 3.0 / 10.0);
+    EXPECT_EQ(samples_in(folder / "s_flat_03_000.png"), recorded(flat, first_flat_frame + 6));
+    EXPECT_NE(samples_in(folder / "s_flat_03_001.png"), samples_in(folder / "s_flat_03_000.png"));
+}
+
 TEST(Simulate_series, angles_include_the_last_and_tell_themselves_in_names) {
     EXPECT_EQ(series_angles("0:1:0.1").size(), 11U);
     EXPECT_EQ(series_angles("10:10:5"), std::vector<double>{10.0});
