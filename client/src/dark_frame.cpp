@@ -108,10 +108,24 @@ void Dark_frame_average::add(Frame_view const& frame) {
     ++frame_count_;
 }
 
-Dark_frame Dark_frame_average::result() const {
+void Dark_frame_average::require_frames() const {
     if (frame_count_ == 0) {
         throw Argument_error("number of dark frames", "0", "give at least one");
     }
+}
+
+std::vector<float> Dark_frame_average::means() const {
+    require_frames();
+    std::vector<float> means(sums_.size());
+    auto const count = static_cast<double>(frame_count_);
+    std::ranges::transform(sums_, means.begin(), [count](std::uint32_t sum) {
+        return static_cast<float>(static_cast<double>(sum) / count);
+    });
+    return means;
+}
+
+Dark_frame Dark_frame_average::result() const {
+    require_frames();
     std::vector<std::uint16_t> levels(sums_.size());
     std::uint64_t const count = frame_count_;
     std::transform(sums_.begin(), sums_.end(), levels.begin(), [count](std::uint32_t sum) {

@@ -55,6 +55,18 @@ TEST(Dark_frame, of_65537_bright_frames_does_not_wrap_and_one_more_is_refused) {
     EXPECT_EQ(levels_of(average.result()), bright);
 }
 
+TEST(Dark_frame, the_mean_of_every_pixel_can_be_had_without_rounding) {
+    Samples const first = {10, 0, 65535, 3};
+    Samples const second = {11, 0, 65535, 6};
+    Dark_frame_average average;
+    EXPECT_THROW(average.means(), Argument_error);
+    average.add({first, 2, 2});
+    average.add({first, 2, 2});
+    average.add({first, 2, 2});
+    average.add({second, 2, 2});
+    EXPECT_EQ(average.means(), (std::vector<float>{10.25F, 0, 65535, 3.75F}));
+}
+
 TEST(Dark_frame, of_positions_repeats_their_levels) {
     Dark_frame const dark{3, 5, {10.4, 20.5, 30, 0}};
     EXPECT_EQ(levels_of(dark), (Samples{10, 21, 10, 21, 10, 30, 0, 30, 0, 30, 10, 21, 10, 21, 10}));

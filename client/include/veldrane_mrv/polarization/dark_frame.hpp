@@ -63,7 +63,13 @@ public:
     /// @throws Argument_error if there is no frame
     Dark_frame result() const;
 
+    /// The mean of every pixel, not rounded, as a calibration of single pixels takes it.
+    /// @throws Argument_error if there is no frame
+    std::vector<float> means() const;
+
 private:
+    void require_frames() const;
+
     std::size_t height_ = 0;
     std::size_t width_ = 0;
     std::size_t frame_count_ = 0;
