@@ -16,15 +16,16 @@ struct Stokes {
     typename Lanes::Vector s0, s1, s2;
 };
 
-/// One row of a matrix applied to a quartet: a rounded product of the second sample, then fused
-/// additions of the first, third and fourth. The order decides the last bits.
-template <typename Lanes>
+/// One row of a matrix applied to a quartet, `weight(j)` being that of sample j: a rounded product
+/// of the second sample, then fused additions of the first, third and fourth. The order decides the
+/// last bits.
+template <typename Lanes, typename Weight>
 [[gnu::always_inline]] inline typename Lanes::Vector weighted_sum(
-    Samples<Lanes> const& samples, float const* weights) {
-    auto sum = Lanes::multiply(samples.horizontal, Lanes::load(weights + 1));
-    sum = Lanes::fused_multiply_add(samples.own, Lanes::load(weights + 0), sum);
-    sum = Lanes::fused_multiply_add(samples.vertical, Lanes::load(weights + 2), sum);
-    return Lanes::fused_multiply_add(samples.diagonal, Lanes::load(weights + 3), sum);
+    Samples<Lanes> const& samples, Weight weight) {
+    auto sum = Lanes::multiply(samples.horizontal, weight(1));
+    sum = Lanes::fused_multiply_add(samples.own, weight(0), sum);
+    sum = Lanes::fused_multiply_add(samples.vertical, weight(2), sum);
+    return Lanes::fused_multiply_add(samples.diagonal, weight(3), sum);
 }
 
 /// S0, S1 and S2 from rows 0, 1 and 2; a row that no output needs is not read. The halving of S0 is
@@ -32,16 +33,20 @@ template <typename Lanes>
 template <typename Set, typename Lanes>
 [[gnu::always_inline]] inline Stokes<Lanes> estimate(
     Samples<Lanes> const& samples, float const* matrix) {
+    auto const row = [&](float const* weights) __attribute__((always_inline)) {
+        return weighted_sum<Lanes>(
+            samples, [weights](unsigned sample)
+                         __attribute__((always_inline)) { return Lanes::load(weights + sample); });
+    };
     Stokes<Lanes> stokes{};
     if constexpr (Set::needs_s0) {
-        stokes.s0 =
-            Lanes::multiply(Lanes::constant(constants::s0_factor), weighted_sum(samples, matrix));
+        stokes.s0 = Lanes::multiply(Lanes::constant(constants::s0_factor), row(matrix));
     }
     if constexpr (Set::needs_s1) {
-        stokes.s1 = weighted_sum(samples, matrix + 4);
+        stokes.s1 = row(matrix + 4);
     }
     if constexpr (Set::needs_s2) {
-        stokes.s2 = weighted_sum(samples, matrix + 8);
+        stokes.s2 = row(matrix + 8);
     }
     return stokes;
 }
