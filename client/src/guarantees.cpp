@@ -4,6 +4,7 @@
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
+#include "veldrane_mrv/polarization/sensor_tables.hpp"
 
 #include <string>
 
@@ -24,6 +25,23 @@ void check_frame_size(Frame_view const& frame) {
         "give a frame of at least 16 columns, or of at least 2 if it has exactly 2 rows"};
 }
 
+// Tables speak of every pixel, so only frames of their own size and depth have them.
+void check_tables(Frame_view const& frame, Settings const& settings) {
+    if (!settings.tables) {
+        return;
+    }
+    if (frame.size() != settings.tables->size()) {
+        throw Argument_error{
+            "the size of the frame", to_string(frame.size()),
+            "give frames of the calibrated size, " + to_string(settings.tables->size())};
+    }
+    if (settings.scale.bit_depth() != settings.tables->bit_depth()) {
+        throw Argument_error{
+            "the bit depth", std::to_string(settings.scale.bit_depth()),
+            "give that of the calibration, " + std::to_string(settings.tables->bit_depth())};
+    }
+}
+
 } // namespace
 
 void check_call(Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
@@ -35,6 +53,7 @@ void check_call(Frame_view const& frame, Settings const& settings, Plane_views c
         planes);
     check_overlap(buffers_of(frame, planes));
     check(settings.matrices);
+    check_tables(frame, settings);
     check(processor_features());
 }
 

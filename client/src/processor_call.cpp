@@ -2,10 +2,11 @@
 
 namespace veldrane_mrv::polarization {
 
-void call_processor(Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
+Polarization_computation_arguments processor_arguments(
+    Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
     // An empty span may have an address, which the processor would take for a request.
     auto const request = [](auto plane) { return plane.empty() ? nullptr : plane.data(); };
-    Polarization_computation_arguments const arguments{
+    return {
         .height = frame.height(),
         .width = frame.width(),
         .polar_phase = settings.mosaic.phase(),
@@ -21,6 +22,10 @@ void call_processor(Frame_view const& frame, Settings const& settings, Plane_vie
         .azimuth_image = request(planes.azimuth),
         .dolp_image = request(planes.dolp),
     };
+}
+
+void call_processor(Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
+    auto const arguments = processor_arguments(frame, settings, planes);
     qn_polarization_processor_transform_vector_avx2(arguments, settings.matrices.references());
 }
 

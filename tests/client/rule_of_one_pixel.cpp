@@ -1,12 +1,52 @@
 #include "rule_of_one_pixel.hpp"
 
+#include "veldrane_mrv/polarization/sensor_tables.hpp"
+
+#include <algorithm>
+#include <cmath>
+
 namespace client_test {
 
 using namespace polarization;
 
+namespace {
+
+// Of a corrected sample, in units of 2^-f; by division where the transform shifts.
+std::uint16_t corrected(
+    Sensor_tables const& tables, std::size_t row, std::size_t column, std::uint16_t sample) {
+    unsigned const units = 1U << tables.fraction_bits();
+    unsigned const largest = 65536 / units - 1;
+    std::size_t const place = row * tables.padded_width() + column;
+    int const rest =
+        static_cast<int>(std::min<unsigned>(sample, largest) * units) - tables.dark_levels()[place];
+    double const gain = tables.gains().empty() ? 1.0 : tables.gains()[place] / 32768.0;
+    return static_cast<std::uint16_t>(
+        std::min(std::floor(std::max(rest, 0) * gain + 0.5), 65535.0));
+}
+
+reference::Stokes stokes_with_tables(
+    Frame_view const& frame, Sensor_tables const& tables, std::size_t row, std::size_t column) {
+    std::size_t const other_row = row + 1 == frame.height() ? row - 1 : row + 1;
+    std::size_t const other_column = column + 1 == frame.width() ? column - 1 : column + 1;
+    auto const sample = [&](std::size_t r, std::size_t c) {
+        return corrected(tables, r, c, frame(r, c));
+    };
+    auto const [s0, s1, s2] = reference::stokes_weighted(
+        {sample(row, column), sample(row, other_column), sample(other_row, column),
+         sample(other_row, other_column)},
+        tables.matrix(row, column));
+    int const bits = tables.fraction_bits();
+    return {std::ldexp(s0, -bits), std::ldexp(s1, -bits), std::ldexp(s2, -bits)};
+}
+
+} // namespace
+
 reference::Stokes stokes_at(
     Frame_view const& frame, Settings const& settings, Final_pixel final_pixel, std::size_t row,
     std::size_t column) {
+    if (settings.tables) {
+        return stokes_with_tables(frame, *settings.tables, row, column);
+    }
     bool const last_row = row + 1 == frame.height();
     bool const last_column = column + 1 == frame.width();
     std::size_t const other_row = last_row ? row - 1 : row + 1;

@@ -1,10 +1,11 @@
-// Signed S1 and S2 in both modes, against sums of samples made here and against the rule of one
-// pixel, and why both of the second pass's changes are needed.
+// Signed S1 and S2 in both modes, against sums of samples made here, against the rule of one pixel
+// and against two passes of the processor, and why both of the second pass's changes are needed.
 
 #include "rule_of_one_pixel.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
+#include "support/guarded_pages.hpp"
 #include "support/matrices.hpp"
 #include "support/samples.hpp"
 
@@ -14,6 +15,8 @@
 #include <array>
 #include <cfenv>
 #include <iostream>
+#include <iterator>
+#include <span>
 #include <vector>
 
 namespace client_test {
@@ -106,6 +109,64 @@ TEST(Signed_transform, follows_the_rule_of_one_pixel_in_calibrated_mode) {
         }
     }
     std::cout << compared << " pixels compared with the rule of one pixel\n";
+}
+
+/// What two calls of the processor give: the second takes the opposite phase and negated rows.
+std::vector<std::int32_t> difference_of_passes(
+    Frame_view const& frame, Settings const& settings, Plane plane) {
+    Planes plus{frame.height(), frame.width(), {plane}};
+    Planes minus{frame.height(), frame.width(), {plane}};
+    transform(frame, settings, plus.views());
+    transform(
+        frame,
+        {settings.mosaic.opposite(), settings.scale, negated_rows_1_and_2(settings.matrices)},
+        minus.views());
+    std::vector<std::int32_t> difference;
+    std::ranges::transform(
+        plus.integer_plane(plane), minus.integer_plane(plane), std::back_inserter(difference),
+        [](int positive, int negative) { return positive - negative; });
+    return difference;
+}
+
+// Every end of a row of blocks, both parities of both sizes, in memory that faults beyond its ends.
+TEST(Signed_transform, is_the_difference_of_two_passes_in_fast_mode) {
+    constexpr std::size_t most_pixels = 120 * 9;
+    using support::Guarded_pages;
+    Guarded_pages const raw{2 * most_pixels, Guarded_pages::Access::read_write};
+    std::array<Guarded_pages, 2> const memory{
+        Guarded_pages{4 * most_pixels, Guarded_pages::Access::read_write},
+        Guarded_pages{4 * most_pixels, Guarded_pages::Access::read_write}};
+    std::array const scales{Scale{12}, Scale{12, 4095}, Scale{12, 100}, Scale::in_sample_units(16)};
+    std::size_t frames = 0;
+    for (std::size_t const rows : {2U, 3U, 4U, 5U, 8U, 9U}) {
+        for (std::size_t columns = rows == 2 ? 2 : 16; columns <= 120; ++columns, ++frames) {
+            auto const edge = support::both_edges[frames % 2];
+            std::size_t const pixels = rows * columns;
+            support::Samples const samples =
+                support::make_samples(support::Sample_kind::random_12_bit, rows, columns, frames);
+            auto* const place = reinterpret_cast<std::uint16_t*>(raw.writable(2 * pixels, edge));
+            std::ranges::copy(samples, place);
+            Frame_view const frame{place, rows, columns};
+            int const phase = static_cast<int>(frames % 4);
+            Settings const settings{
+                Mosaic::from_phase(phase),
+                scales[frames / 4 % scales.size()],
+                {support::make_matrices(support::Matrix_kind::random, phase, frames)}};
+            auto const view = [&](std::size_t plane) {
+                auto* const first = memory[plane].writable(4 * pixels, edge);
+                return std::span{reinterpret_cast<std::int32_t*>(first), pixels};
+            };
+            Signed_views const views{view(0), view(1)};
+            transform_signed(frame, settings, Mode::fast, {}, views);
+            ASSERT_TRUE(
+                std::ranges::equal(views.s1, difference_of_passes(frame, settings, Plane::s1)))
+                << columns << " x " << rows;
+            ASSERT_TRUE(
+                std::ranges::equal(views.s2, difference_of_passes(frame, settings, Plane::s2)))
+                << columns << " x " << rows;
+        }
+    }
+    std::cout << frames << " frames compared with two passes\n";
 }
 
 /// Pixels in which S1 is positive in both of two fast passes.

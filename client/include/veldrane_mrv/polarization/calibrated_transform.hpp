@@ -1,21 +1,20 @@
 /// @file
-/// Calibrated mode: every pixel through the matrix of its position, every plane at pixel positions.
+/// Calibrated mode: every pixel through a matrix, every plane at pixel positions.
 #pragma once
 
 #include "veldrane_mrv/polarization/settings.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
 
-#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace veldrane_mrv::polarization {
 
-/// Calibrated mode. The processor applies the matrices in frames of up to 31 columns throughout, so
-/// wider frames go through it in upright strips that overlap by the column whose neighbours are
-/// turned; the results are joined, bit for bit what the processor's arithmetic of one pixel gives.
-/// Keeps its workspace from frame to frame: 62 bytes for each row of the tallest frame so far, and
-/// as many for every plane, 248 for one of two floats.
+/// Calibrated mode: every pixel is, bit for bit, what the processor's arithmetic of a weighted
+/// pixel gives with the matrix of its position or, if the settings have tables, for the corrected
+/// samples and with the pixel's own matrix. A pixel depends on nothing but its quartet and its
+/// matrix. Keeps its workspace from frame to frame: none without tables, two rows of samples with
+/// them.
 class Calibrated_transform {
 public:
     explicit Calibrated_transform(
@@ -25,25 +24,16 @@ public:
     Final_pixel final_pixel() const { return final_pixel_; }
 
     /// Nothing happens if no plane is wanted.
-    /// @throws Argument_error if a check fails; nothing has been written then
-    void operator()(Frame_view const& frame, Plane_views const& planes);
+    /// @throws Argument_error if a check fails, as `check_signed_call` does; nothing has been
+    /// written
+    ///         then
+    void operator()(
+        Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
 
 private:
-    /// Dense memory of one strip.
-    struct Strip {
-        std::vector<std::uint16_t> samples;
-        Per_plane<std::vector> planes;
-
-        void reserve(std::size_t pixels, Plane_set const& wanted);
-        Plane_views views(std::size_t pixels, Plane_set const& wanted);
-    };
-
-    void process_in_strips(Frame_view const& frame, Plane_views const& planes);
-    void mend_final_pixel(Frame_view const& frame, Plane_views const& planes) const;
-
     Settings settings_;
     Final_pixel final_pixel_;
-    Strip strip_;
+    std::vector<std::uint16_t> workspace_;
 };
 
 } // namespace veldrane_mrv::polarization

@@ -18,6 +18,7 @@ constexpr bool can_be_processed(Size const& frame) {
 ///   every plane that is not empty has exactly the elements of the frame, at an aligned address;
 ///   no two buffers overlap, the frame included;
 ///   no weight of the matrices is NaN or absurdly large;
+///   size and bit depth are those of the settings' tables, if there are any;
 ///   the processor has AVX2 and FMA.
 /// Full scales are checked by `Scale`, null and absurd sizes by `Frame_view`.
 /// @throws Argument_error for the first violation

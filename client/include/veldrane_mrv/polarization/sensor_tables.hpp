@@ -8,7 +8,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <span>
 #include <vector>
 
@@ -23,7 +22,9 @@ namespace veldrane_mrv::polarization {
 ///
 /// where dark has f fraction bits and gain 15, both rounded to 16 bits. A pixel whose gain is 2 or
 /// more cannot be corrected; it is a bad one. Model `pixel` has gains of 1 and, for each pixel, a
-/// matrix of its own: the pseudo-inverse for the four analysers of its quartet.
+/// matrix of its own: the pseudo-inverse for the four analysers of its quartet. Where a weight
+/// differs from the position's by 1 or more, or there is none, the pixel is a bad one too and has
+/// its position's weights.
 class Sensor_tables {
 public:
     /// @param calibration with maps
@@ -42,32 +43,42 @@ public:
 
     /// A sample after the correction, with `fraction_bits`.
     std::uint16_t corrected(std::size_t row, std::size_t column, std::uint16_t sample) const;
-    /// Whether the dark level is above the sample.
+    /// Whether the dark level, rounded as it is taken off, is above the sample.
     bool is_below_dark(std::size_t row, std::size_t column, std::uint16_t sample) const;
     bool is_bad(std::size_t row, std::size_t column) const;
 
-    /// The weights of a pixel, to the last bit as the transform applies them to samples without
-    /// fraction bits. Model `gain`: `position_matrices` by position.
+    /// The weights of a pixel, to the last bit as the transform applies them; corrected samples
+    /// count in units of 2^-f for it. Model `gain`: `position_matrices` by position.
     std::array<float, 16> matrix(std::size_t row, std::size_t column) const;
     Matrices const& position_matrices() const { return matrices_; }
 
-    /// Dark levels and gains of 16 columns after 16 columns: 16 dark levels, 16 gains; rows are
-    /// padded to whole groups.
-    std::span<std::uint16_t const> corrections() const { return corrections_; }
-    /// Model `pixel`: of 16 columns after 16 columns, steps of `weight_step` from the position's
-    /// weight; 12 weights of the 8 even columns, each of 8 numbers, then those of the 8 odd ones.
+    /// Row by row, each padded to `padded_width` numbers, which is a multiple of 16.
+    std::span<std::uint16_t const> dark_levels() const { return dark_levels_; }
+    /// The same; empty for model `pixel`.
+    std::span<std::uint16_t const> gains() const { return gains_; }
+    /// Model `pixel`, else empty: of 16 columns after 16 columns of a padded row the steps of
+    /// `weight_step` from the position's weights; 12 weights of the 8 even columns, each of 8
+    /// numbers, then those of the 8 odd ones. A step is 1 / 32768, so a weight is off by 1.5e-5 at
+    /// most.
     std::span<std::int16_t const> weights() const { return weights_; }
     static constexpr float weight_step = 1.0F / 32768;
 
-    std::size_t groups_per_row() const { return (size_.width + 15) / 16; }
+    std::size_t padded_width() const { return (size_.width + 15) / 16 * 16; }
 
 private:
+    std::size_t index(std::size_t row, std::size_t column) const {
+        return row * padded_width() + column;
+    }
+    void take_corrections(Calibration_maps const& maps, Region const& part);
+    void take_weights(Calibration_maps const& maps, Region const& part, double zero_direction);
+
     Size size_;
     int bit_depth_;
     Matrices matrices_;
-    std::vector<std::uint16_t> corrections_;
+    std::vector<std::uint16_t> dark_levels_;
+    std::vector<std::uint16_t> gains_;
     std::vector<std::int16_t> weights_;
-    std::vector<bool> bad_;
+    std::vector<std::uint8_t> is_bad_;
 };
 
 } // namespace veldrane_mrv::polarization

@@ -1,5 +1,5 @@
 /// @file
-/// S1 and S2 with their signs, by two passes of either mode.
+/// S1 and S2 with their signs, in either mode.
 #pragma once
 
 #include "veldrane_mrv/polarization/calibrated_transform.hpp"
@@ -11,12 +11,6 @@
 #include <vector>
 
 namespace veldrane_mrv::polarization {
-
-/// Where signed S1 and S2 go; an empty span says that one is not wanted.
-struct Signed_views {
-    std::span<std::int32_t> s1{};
-    std::span<std::int32_t> s2{};
-};
 
 /// Memory for signed planes: -full_scale to full_scale in the units of the 16-bit planes, which is
 /// more than 16 bits with a sign can hold.
@@ -37,19 +31,19 @@ void check_signed_call(
     Frame_view const& frame, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes);
 
-/// Signed S1 and S2, with any other planes of the first pass.
+/// Signed S1 and S2, with any other planes.
 ///
-/// The processor stores only the positive half of S1 and S2. A second pass with the opposite mosaic
-/// and with rows 1 and 2 of all matrices negated gives the other half; it takes both, since a
-/// mosaic's phase reaches only the pixels of vector blocks and matrices only the others. The
-/// negation is exact in rounding to nearest, so no pixel is positive in both.
+/// The processor stores only the positive half of S1 and S2. The other half is what it would store
+/// for the opposite mosaic and for matrices with rows 1 and 2 negated; the difference of both,
+/// which this layer computes without the detour, is the signed number. Negation is exact in
+/// rounding to nearest, so no pixel is positive in both halves.
 class Signed_transform {
 public:
     explicit Signed_transform(
         Settings const& settings, Mode mode = Mode::fast,
         Final_pixel final_pixel = Final_pixel::by_position);
 
-    Settings const& settings() const { return positive_pass_.settings(); }
+    Settings const& settings() const { return calibrated_.settings(); }
 
     /// `Final_pixel` has a meaning in calibrated mode only. `planes` may hold S1 and S2 too: the
     /// positive halves.
@@ -59,15 +53,8 @@ public:
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes);
 
 private:
-    void run_pass(
-        Calibrated_transform& pass, Frame_view const& frame, Plane_views const& planes) const;
-
     Mode mode_;
-    Calibrated_transform positive_pass_;
-    Calibrated_transform negative_pass_;
-    /// Halves of S1 and of S2 that the caller has no plane for.
-    std::array<std::vector<std::uint16_t>, 2> positive_;
-    std::array<std::vector<std::uint16_t>, 2> negative_;
+    Calibrated_transform calibrated_;
 };
 
 /// One frame through a `Signed_transform` of its own.

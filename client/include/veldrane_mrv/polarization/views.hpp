@@ -69,6 +69,14 @@ struct Plane_views {
     Plane_set wanted() const;
 };
 
+/// Where signed S1 and S2 go; an empty span says that one is not wanted.
+struct Signed_views {
+    std::span<std::int32_t> s1{};
+    std::span<std::int32_t> s2{};
+
+    bool empty() const { return s1.empty() && s2.empty(); }
+};
+
 /// Memory for a chosen set of planes of one frame. Can be used for one frame after another.
 class Planes {
 public:

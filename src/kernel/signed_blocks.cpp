@@ -1,0 +1,106 @@
+#include "kernel/signed_blocks.hpp"
+
+#include "kernel/block.hpp"
+#include "quartet/group.hpp"
+#include "variants/vector_data_indices_avx2.hpp"
+
+namespace kernel {
+namespace {
+
+/// Limits and factors, broadcast to all lanes.
+struct Signed_constants {
+    __m256i largest;
+    block::Constants rescaling;
+};
+
+/// The opposite of a number is stored as the number is: rounding to nearest has no preferred sign.
+template <bool rescale>
+[[gnu::always_inline]] inline __m256i signed_pixels(
+    __m256i difference, Signed_constants const& constants) {
+    if constexpr (rescale) {
+        __m256 const value =
+            block::stokes_plane_value<true>(_mm256_cvtepi32_ps(difference), constants.rescaling);
+        __m256 const limit = constants.rescaling.maximum_output_value;
+        __m256 const lowest = _mm256_xor_ps(limit, _mm256_set1_ps(-0.0F));
+        return _mm256_cvtps_epi32(_mm256_max_ps(_mm256_min_ps(value, limit), lowest));
+    } else {
+        __m256i const lowest = _mm256_sub_epi32(_mm256_setzero_si256(), constants.largest);
+        return _mm256_max_epi32(_mm256_min_epi32(difference, constants.largest), lowest);
+    }
+}
+
+/// One row of one plane. @tparam index `Indices::s1_operand` or `Indices::s2_operand`
+template <typename Indices, auto index, unsigned row, bool rescale>
+void compute_row(
+    Polarization_computation_arguments const& arguments, std::size_t first_row, std::size_t columns,
+    std::int32_t* plane, Signed_constants const& constants) {
+    std::size_t const width = arguments.width;
+    std::uint16_t const* const first = arguments.raw_image + first_row * width;
+    std::int32_t* const target = plane + (first_row + row) * width;
+    for (std::size_t column = 0; column != columns; column += block::columns) {
+        block::Arranged_rows const samples = block::load_block(first + column, width);
+        auto const of = [&]<block::Pixels pixels>() __attribute__((always_inline)) {
+            auto const [minuend, subtrahend] =
+                block::difference_operands<Indices, index, row, pixels>(samples);
+            return signed_pixels<rescale>(_mm256_sub_epi32(minuend, subtrahend), constants);
+        };
+        quartet::store_16_wide_pixels(
+            target + column, of.template operator()<block::Pixels::even>(),
+            of.template operator()<block::Pixels::odd>());
+    }
+}
+
+// Row by row both planes, so that the first-level cache still has the samples for the second one.
+template <typename Indices, bool rescale>
+void compute_rows(
+    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2,
+    Signed_constants const& constants) {
+    auto const [rows, columns] = blocked_pixels(arguments.height, arguments.width);
+    auto const compute = [&]<unsigned row>(std::size_t first_row) {
+        if (s1 != nullptr) {
+            compute_row<Indices, Indices::s1_operand, row, rescale>(
+                arguments, first_row, columns, s1, constants);
+        }
+        if (s2 != nullptr) {
+            compute_row<Indices, Indices::s2_operand, row, rescale>(
+                arguments, first_row, columns, s2, constants);
+        }
+    };
+    for (std::size_t row = 0; row < rows; row += 2) {
+        compute.template operator()<0>(row);
+        compute.template operator()<1>(row);
+    }
+}
+
+template <typename Indices>
+void compute_in_units(
+    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2) {
+    __m256 const limit = _mm256_set1_ps(arguments.maximum_output_value);
+    Signed_constants constants{_mm256_cvtps_epi32(limit), {}};
+    constants.rescaling.maximum_output_value = limit;
+    if (arguments.maximum_output_value_integer == (1 << arguments.bit_depth) - 1) {
+        compute_rows<Indices, false>(arguments, s1, s2, constants);
+    } else {
+        constants.rescaling.input_reciprocal =
+            _mm256_rcp_ps(_mm256_set1_ps(arguments.maximum_input_value));
+        compute_rows<Indices, true>(arguments, s1, s2, constants);
+    }
+}
+
+} // namespace
+
+void compute_signed_blocks(
+    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2) {
+    switch (arguments.polar_phase) {
+    case 1:
+        return compute_in_units<Phase_1_indices>(arguments, s1, s2);
+    case 2:
+        return compute_in_units<Phase_2_indices>(arguments, s1, s2);
+    case 3:
+        return compute_in_units<Phase_3_indices>(arguments, s1, s2);
+    default:
+        return compute_in_units<Phase_0_indices>(arguments, s1, s2);
+    }
+}
+
+} // namespace kernel
