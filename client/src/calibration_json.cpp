@@ -1,25 +1,23 @@
 #include "veldrane_mrv/polarization/calibration_json.hpp"
 
+#include "array_file.hpp"
+#include "calibration_text.hpp"
 #include "contradiction.hpp"
 #include "json_node.hpp"
+#include "map_faults.hpp"
+#include "maps_json.hpp"
+#include "quality_json.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <sstream>
 
 namespace veldrane_mrv::polarization {
 namespace {
-
-double finite(double number, std::string const& figure) {
-    if (!std::isfinite(number)) {
-        throw Argument_error(
-            figure, std::isnan(number) ? "NaN" : "infinite", "give a finite number");
-    }
-    return number;
-}
 
 Json matrices_json(Matrices const& matrices) {
     Json all = Json::array();
@@ -58,34 +56,6 @@ Json analysers_json(std::array<Analyser, 4> const& analysers) {
         all.push_back(one);
     }
     return all;
-}
-
-Json outlying_json(std::vector<Outlying_frame> const& frames) {
-    Json all = Json::array();
-    for (Outlying_frame const& frame : frames) {
-        all.push_back(
-            {{"source", frame.source},
-             {"angle_degrees", finite(frame.polariser_angle, "polariser angle")},
-             {"residual", finite(frame.residual, "residual")}});
-    }
-    return all;
-}
-
-Json quality_json(Calibration const& calibration) {
-    Calibration_quality const& quality = calibration.quality;
-    Json flags = Json::array();
-    for (Quality_flag const flag : quality.flags) {
-        flags.push_back(name_of(flag));
-    }
-    return {
-        {"rms_residual", finite(quality.rms_residual, "rms residual")},
-        {"condition_number", finite(quality.condition_number, "condition number")},
-        {"frame_count", quality.frame_count},
-        {"worst_angle_gap_degrees", finite(quality.worst_angle_gap, "worst angle gap")},
-        {"source_level", finite(quality.source_level, "source level")},
-        {"common_offset_degrees", common_offset(calibration.analysers, calibration.mosaic)},
-        {"flags", flags},
-        {"outlying_frames", outlying_json(quality.outlying_frames)}};
 }
 
 std::size_t schema_version(Node const& root) {
@@ -152,53 +122,6 @@ Analyser read_analyser(Node const& node) {
     return analyser;
 }
 
-Quality_flag read_flag(Node const& node) {
-    std::string const name = node.text();
-    for (Quality_flag const flag : all_quality_flags) {
-        if (name_of(flag) == name) {
-            return flag;
-        }
-    }
-    node.refuse("there is no flag \"" + name + "\"");
-}
-
-std::vector<Outlying_frame> read_outlying_frames(Node const& node) {
-    std::vector<Outlying_frame> frames;
-    for (std::size_t index = 0; index < node.array_size(); ++index) {
-        Node const frame = node[index];
-        frame.require_object({"source", "angle_degrees", "residual"});
-        frames.push_back(
-            {frame["source"].text(), frame["angle_degrees"].number(), frame["residual"].number(0)});
-    }
-    return frames;
-}
-
-Calibration_quality read_quality(Node const& node, std::size_t version) {
-    if (version == 1) {
-        node.require_object(
-            {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
-             "source_level", "flags"});
-    } else {
-        node.require_object(
-            {"rms_residual", "condition_number", "frame_count", "worst_angle_gap_degrees",
-             "source_level", "common_offset_degrees", "flags", "outlying_frames"});
-    }
-    Calibration_quality quality;
-    quality.rms_residual = node["rms_residual"].number(0);
-    quality.condition_number = node["condition_number"].number(0);
-    quality.frame_count = node["frame_count"].count();
-    quality.worst_angle_gap = node["worst_angle_gap_degrees"].number(0);
-    quality.source_level = node["source_level"].number(0);
-    Node const flags = node["flags"];
-    for (std::size_t index = 0; index < flags.array_size(); ++index) {
-        quality.flags.push_back(read_flag(flags[index]));
-    }
-    if (version > 1) {
-        quality.outlying_frames = read_outlying_frames(node["outlying_frames"]);
-    }
-    return quality;
-}
-
 // A region exchanges the analysers, and their sum is rounded in another order.
 void check_offset(Node const& node, Calibration const& calibration) {
     constexpr double tolerance = 1e-9;
@@ -224,38 +147,109 @@ Provenance read_provenance(Node const& node) {
     return provenance;
 }
 
-} // namespace
+Json noise_json(Noise_model const& noise) {
+    return {
+        {"electrons_per_count", finite(noise.electrons_per_count, "electrons per count")},
+        {"read_noise_electrons", finite(noise.read_noise, "read noise")}};
+}
 
-std::string calibration_to_json(Calibration const& calibration) {
+Noise_model read_noise(Node const& node) {
+    node.require_object({"electrons_per_count", "read_noise_electrons"});
+    return {
+        node["electrons_per_count"].number(std::numeric_limits<double>::min()),
+        node["read_noise_electrons"].number(0)};
+}
+
+void check_parts(Calibration const& calibration) {
+    auto const refuse = [](Contradiction const& contradiction, std::string const& remedy) {
+        throw Argument_error("calibration's " + contradiction.key, contradiction.problem, remedy);
+    };
     if (auto const contradiction = find_contradiction(calibration)) {
-        throw Argument_error(
-            "calibration's " + contradiction->key, contradiction->problem,
-            "give a mosaic and weights that follow from the analysers");
+        refuse(*contradiction, "give a mosaic and weights that follow from the analysers");
     }
-    Provenance const& provenance = calibration.provenance;
-    Json const json = {
-        {"schema", {{"name", calibration_schema_name}, {"version", calibration_schema_version}}},
-        {"mosaic", calibration.mosaic.to_string()},
-        {"matrices", matrices_json(calibration.matrices)},
-        {"analysers", analysers_json(calibration.analysers)},
-        {"quality", quality_json(calibration)},
-        {"provenance",
-         {{"software_version", provenance.software_version},
-          {"time", provenance.time},
-          {"sensor", provenance.sensor},
-          {"sources", Json(provenance.sources)}}}};
-    try {
-        return json.dump(2) + "\n";
-    } catch (Json::type_error const&) {
-        throw Argument_error("provenance", "not UTF-8", "give names of valid UTF-8");
+    bool const needs_maps = calibration.model != Calibration_model::position;
+    if (needs_maps != (calibration.maps != nullptr)) {
+        refuse(
+            {"model", std::string{name_of(calibration.model)} +
+                          (needs_maps ? " without maps" : " with maps")},
+            "give maps for the models gain and pixel only");
+    }
+    if (auto const& noise = calibration.noise;
+        noise && !(noise->electrons_per_count > 0 && noise->read_noise >= 0)) {
+        refuse(
+            {"noise", std::to_string(noise->electrons_per_count) + " electrons per count and " +
+                          std::to_string(noise->read_noise) + " electrons of read noise"},
+            "give one above 0, and one of at least 0");
+    }
+    if (!needs_maps) {
+        return;
+    }
+    std::string const remedy = "give maps as Calibration_maps describes them";
+    if (auto const fault = find_description_fault(*calibration.maps)) {
+        refuse(*fault, remedy);
+    }
+    if (auto fault = find_number_fault(calibration.model, *calibration.maps)) {
+        refuse({"maps/" + fault->key, fault->problem}, remedy);
     }
 }
 
-Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name) {
+// What older programs read stays as it was.
+int version_of(Calibration const& calibration) {
+    bool const is_plain = calibration.model == Calibration_model::position && !calibration.noise &&
+                          calibration.quality.models.empty();
+    return is_plain ? 2 : 3;
+}
+
+std::string dumped(Json const& json, std::string const& what) {
+    try {
+        return json.dump(2);
+    } catch (Json::type_error const&) {
+        throw Argument_error(what, "not UTF-8", "give names of valid UTF-8");
+    }
+}
+
+} // namespace
+
+std::string calibration_to_json(Calibration const& calibration, std::string const& array_stem) {
+    check_parts(calibration);
+    int const version = version_of(calibration);
+    Provenance const& provenance = calibration.provenance;
+    Json json = {
+        {"schema", {{"name", calibration_schema_name}, {"version", version}}},
+        {"mosaic", calibration.mosaic.to_string()}};
+    if (version > 2) {
+        json["model"] = name_of(calibration.model);
+    }
+    json["matrices"] = matrices_json(calibration.matrices);
+    json["analysers"] = analysers_json(calibration.analysers);
+    if (calibration.maps) {
+        dumped(array_stem, "name of the array file");
+        json["maps"] = maps_json(calibration.model, *calibration.maps, array_stem);
+    }
+    if (calibration.noise) {
+        json["noise"] = noise_json(*calibration.noise);
+    }
+    json["quality"] = quality_json(calibration, version);
+    json["provenance"] = {
+        {"software_version", provenance.software_version},
+        {"time", provenance.time},
+        {"sensor", provenance.sensor},
+        {"sources", Json(provenance.sources)}};
+    std::string const text = dumped(json, "provenance") + "\n";
+    return calibration.maps ? with_bad_pixels(text, *calibration.maps) : text;
+}
+
+Calibration_text parse_calibration(std::string const& text, std::filesystem::path const& name) {
     Json const json = parse_json(text, name);
     Node const root{name, json, ""};
     std::size_t const version = schema_version(root);
-    root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});
+    if (version > 2) {
+        root.require_object(
+            {"schema", "mosaic", "matrices", "analysers", "quality", "provenance", "model", "noise",
+             "maps"});
+    } else {
+        root.require_object({"schema", "mosaic", "matrices", "analysers", "quality", "provenance"});
+    }
     Calibration calibration{
         read_mosaic(root["mosaic"]),
         read_matrices(root["matrices"]),
@@ -273,7 +267,54 @@ Calibration calibration_from_json(std::string const& text, std::filesystem::path
     if (version > 1) {
         check_offset(root["quality"]["common_offset_degrees"], calibration);
     }
-    return calibration;
+    if (version > 2) {
+        calibration.model = read_model(root["model"]);
+        if (root.has("noise")) {
+            calibration.noise = read_noise(root["noise"]);
+        }
+    }
+    if (calibration.model == Calibration_model::position) {
+        if (root.has("maps")) {
+            root["maps"].refuse("the model position has none");
+        }
+        return {calibration, std::nullopt};
+    }
+    Maps_text const maps = read_maps(root["maps"], calibration.model);
+    if (auto const fault = find_description_fault(maps.maps)) {
+        Node{name, json, fault->key}.refuse("this is " + fault->problem);
+    }
+    return {calibration, maps};
+}
+
+Calibration calibration_from_json(std::string const& text, std::filesystem::path const& name) {
+    Calibration_text const parsed = parse_calibration(text, name);
+    if (parsed.maps) {
+        throw File_error(
+            name, 0, "maps", "their numbers are in an array file, not in the text",
+            "load the calibration from its two files");
+    }
+    return parsed.calibration;
+}
+
+Calibration calibration_from_json(
+    std::string const& text, std::filesystem::path const& name,
+    std::span<std::span<float const> const> maps) {
+    Calibration_text parsed = parse_calibration(text, name);
+    auto const planes = maps_of(parsed.calibration.model);
+    if (maps.size() != planes.size()) {
+        throw File_error(
+            name, 0, "maps",
+            std::to_string(planes.size()) + " are expected, not " + std::to_string(maps.size()),
+            "give those of the model");
+    }
+    if (!parsed.maps) {
+        return parsed.calibration;
+    }
+    auto const copied = std::make_shared<Calibration_maps>(parsed.maps->maps);
+    for (std::size_t index = 0; index < planes.size(); ++index) {
+        ((*copied).*planes[index].numbers).assign(maps[index].begin(), maps[index].end());
+    }
+    return complete(parsed, copied, name);
 }
 
 } // namespace veldrane_mrv::polarization

@@ -27,6 +27,8 @@ public:
         throw File_error(*file_, 0, path_, problem, remedy);
     }
 
+    bool has(std::string const& key) const { return value_->contains(key); }
+
     Node operator[](std::string const& key) const {
         auto const member = value_->find(key);
         if (member == value_->end()) {

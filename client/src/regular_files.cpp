@@ -82,6 +82,20 @@ int read_all(Descriptor const& descriptor, std::size_t limit, std::string& text)
     return 0;
 }
 
+int read_exactly(Descriptor const& descriptor, std::span<std::byte> bytes) {
+    while (!bytes.empty()) {
+        ssize_t const count = ::read(descriptor.get(), bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count <= 0) {
+            return count < 0 ? errno : EIO;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(count));
+    }
+    return 0;
+}
+
 std::optional<Obstacle> obstacle_at(
     fs::path const& file, Existing_files existing, std::string const& permission) {
     struct stat status = {};

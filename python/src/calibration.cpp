@@ -137,7 +137,8 @@ void bind_calibration(py::module_& module) {
                 return polarization::calibration_from_json(text, "the text");
             })
         .def(
-            "to_json", &polarization::calibration_to_json,
+            "to_json",
+            [](polarization::Calibration const& c) { return polarization::calibration_to_json(c); },
             "The text of the file that `save` writes.\n\nReturns\n-------\nstr\n\n"
             "Examples\n--------\n>>> Calibration.ideal(0).to_json()[0]\n'{'\n")
         .def(

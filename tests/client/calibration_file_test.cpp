@@ -274,9 +274,9 @@ TEST_F(Calibration_file, foreign_files_are_refused) {
 
 TEST_F(Calibration_file, a_newer_version_is_refused_with_the_remedy) {
     std::string const text = calibration_to_json(some_calibration(3));
-    Refusal const refusal = refusal_of(changed(text, "\"version\": 2", "\"version\": 3"));
+    Refusal const refusal = refusal_of(changed(text, "\"version\": 2", "\"version\": 4"));
     EXPECT_EQ(
-        refusal.what, "cal.json, schema/version: version 3 is newer than 2, the newest "
+        refusal.what, "cal.json, schema/version: version 4 is newer than 3, the newest "
                       "known; update this software, or calibrate again with this one");
     EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": 0")).key, "schema/version");
     EXPECT_EQ(refusal_of(changed(text, "\"version\": 2", "\"version\": -1")).key, "schema/version");

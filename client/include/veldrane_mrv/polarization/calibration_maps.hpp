@@ -19,6 +19,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
@@ -63,5 +64,33 @@ struct Calibration_maps {
 
     bool operator==(Calibration_maps const&) const = default;
 };
+
+/// One of the maps.
+struct Map_description {
+    std::string_view name;
+    std::vector<float> Calibration_maps::*numbers;
+};
+
+inline constexpr std::array<Map_description, 2> maps_of_gain{
+    {{"dark_level", &Calibration_maps::dark_level}, {"gain", &Calibration_maps::gain}}};
+
+inline constexpr std::array<Map_description, 4> maps_of_pixel{
+    {{"dark_level", &Calibration_maps::dark_level},
+     {"throughput", &Calibration_maps::throughput},
+     {"diattenuation", &Calibration_maps::diattenuation},
+     {"orientation", &Calibration_maps::orientation}}};
+
+/// Those of a model, in the order in which files hold them; none for `position`.
+constexpr std::span<Map_description const> maps_of(Calibration_model model) {
+    switch (model) {
+    case Calibration_model::position:
+        return {};
+    case Calibration_model::gain:
+        return maps_of_gain;
+    case Calibration_model::pixel:
+        break;
+    }
+    return maps_of_pixel;
+}
 
 } // namespace veldrane_mrv::polarization

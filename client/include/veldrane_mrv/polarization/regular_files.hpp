@@ -57,6 +57,10 @@ Input open_to_read(std::filesystem::path const& file);
 /// @return 0, or the error's number
 int read_all(Descriptor const& descriptor, std::size_t limit, std::string& text);
 
+/// Fills `bytes` from where the file is read next.
+/// @return 0, or the error's number; EIO if the file ends before
+int read_exactly(Descriptor const& descriptor, std::span<std::byte> bytes);
+
 /// What keeps a result from its place.
 struct Obstacle {
     std::string problem;
