@@ -169,6 +169,30 @@ TEST(Signed_transform, is_the_difference_of_two_passes_in_fast_mode) {
     std::cout << frames << " frames compared with two passes\n";
 }
 
+// Large planes are stored past the caches where their rows are aligned to it, others are not.
+TEST(Signed_transform, is_the_difference_of_two_passes_in_large_frames) {
+    for (std::size_t const columns : {1040U, 1042U}) {
+        for (std::size_t const offset : {0U, 1U}) {
+            support::Samples const samples = support::make_samples(
+                support::Sample_kind::random_12_bit, 1024, columns, columns + offset);
+            Frame_view const frame{samples, 1024, columns};
+            Scale const scale = offset == 0 ? Scale{12} : Scale::in_sample_units(12);
+            Settings const settings = ideal_settings(Mosaic::from_phase(0), scale);
+            std::array<std::vector<std::int32_t>, 2> memory{
+                std::vector<std::int32_t>(frame.pixels() + 1),
+                std::vector<std::int32_t>(frame.pixels() + 1)};
+            Signed_views const views{
+                std::span{memory[0]}.subspan(offset, frame.pixels()),
+                std::span{memory[1]}.subspan(offset, frame.pixels())};
+            transform_signed(frame, settings, Mode::fast, {}, views);
+            EXPECT_TRUE(
+                std::ranges::equal(views.s1, difference_of_passes(frame, settings, Plane::s1)));
+            EXPECT_TRUE(
+                std::ranges::equal(views.s2, difference_of_passes(frame, settings, Plane::s2)));
+        }
+    }
+}
+
 /// Pixels in which S1 is positive in both of two fast passes.
 std::size_t positive_in_both(
     Frame_view const& frame, Settings const& first, Settings const& second) {
