@@ -44,7 +44,7 @@ bool has_usual_analyser(Eigen::Vector3d const& pixel, Eigen::Vector3d const& pos
     double const ratio =
         pixel.tail<2>().norm() / pixel(0) / (position.tail<2>().norm() / position(0));
     return ratio >= least_diattenuation_ratio && ratio <= largest_diattenuation_ratio &&
-           std::abs(std::atan2(sine, cosine)) <= farthest_orientation * std::numbers::pi / 90;
+           std::abs(sine) <= std::tan(farthest_orientation * std::numbers::pi / 90) * cosine;
 }
 
 } // namespace

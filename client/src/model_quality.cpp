@@ -30,9 +30,7 @@ public:
     Judge(Fitted_models const& models, Held_out_frame const& frame, double source_degree)
         : models_{models}, frame_{frame}, positions_{rows_of(models.positions.analysers)},
           height_{frame.samples.size() / frame.width}, degree_{source_degree},
-          light_{
-              models.positions.quality.source_level *
-              design_row(frame.polariser_angle, frame.source_intensity, source_degree)} {
+          light_{models.positions.quality.source_level * frame.design} {
         for (std::size_t position = 0; position < positions_.size(); ++position) {
             Instrument_matrix matrix;
             for (std::size_t sample = 0; sample < positions_.size(); ++sample) {

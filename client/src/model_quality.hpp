@@ -18,7 +18,8 @@ struct Held_out_frame {
     std::vector<std::uint16_t> samples;
     std::size_t width = 0;
     double polariser_angle = 0;
-    double source_intensity = 1;
+    /// Its row of the fit.
+    Eigen::Vector3d design;
 };
 
 /// All without the frame; positions are those of the frame.

@@ -4,6 +4,7 @@
 #include "model_quality.hpp"
 #include "pixel_fit.hpp"
 #include "series_fit.hpp"
+#include "watched_pixels.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
@@ -12,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numeric>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -47,7 +49,7 @@ void check_dark_levels(Pixel_calibration_options const& options) {
     }
 }
 
-void check_options(Pixel_calibration_options const& options) {
+Pixel_calibration_options checked(Pixel_calibration_options options) {
     Region const& region = options.region;
     if (!fits(region, options.sensor) || region.height < 2 || region.width < 2) {
         throw Argument_error(
@@ -67,6 +69,7 @@ void check_options(Pixel_calibration_options const& options) {
                     to_string(region.size()));
         }
     }
+    return options;
 }
 
 // Mean by position over the part of the frames in which the four positions are measured.
@@ -121,10 +124,9 @@ std::optional<std::size_t> frame_to_hold_out(std::span<double const> polariser_a
 class Pixel_calibration::State {
 public:
     State(Mosaic const& mosaic, Pixel_calibration_options options)
-        : options_{(check_options(options), std::move(options))}, mosaic_{mosaic.of_region(
-                                                                      options_.region.row,
-                                                                      options_.region.column)},
-          marks_(pixels(), Pixel_mark::none), sums_{pixels()} {
+        : options_{checked(std::move(options))}, mosaic_{mosaic.of_region(
+                                                     options_.region.row, options_.region.column)},
+          marks_(pixels(), Pixel_mark::none), sums_{pixels()}, watched_{pixels()} {
         if (options_.dark_levels.empty()) {
             options_.dark_levels.assign(pixels(), 0.0F);
         } else if (!options_.estimation.dark_levels) {
@@ -136,10 +138,7 @@ public:
     }
 
     Series_point const& add(Uniform_frame const& frame) {
-        check_and_note(frame);
-        sums_.add(
-            frame.frame.samples(), options_.dark_levels,
-            design_row(frame.polariser_angle, frame.source_intensity, source_degree()));
+        sums_.add(frame.frame.samples(), options_.dark_levels, check_and_note(frame));
         return series_.back();
     }
 
@@ -150,13 +149,10 @@ public:
                 "hold out one");
         }
         auto const samples = frame.frame.samples();
-        Held_out_frame copy{
-            {samples.begin(), samples.end()},
-            frame.frame.width(),
-            frame.polariser_angle,
-            frame.source_intensity};
-        check_and_note(frame);
-        held_out_ = std::move(copy);
+        std::vector<std::uint16_t> copy(samples.begin(), samples.end());
+        Eigen::Vector3d const design = check_and_note(frame);
+        held_out_ =
+            Held_out_frame{std::move(copy), frame.frame.width(), frame.polariser_angle, design};
         held_out_index_ = series_.size() - 1;
         return series_.back();
     }
@@ -165,13 +161,13 @@ public:
 
     Measured_calibration finish(Calibration_model model) {
         Calibration calibration = estimate_calibration(series_, mosaic_, options_.estimation);
+        if (model != Calibration_model::position) {
+            refuse_odd_frame();
+        }
         if (held_out_) {
             calibration.quality.models = judged_models();
             calibration.quality.held_out_frame = series_[held_out_index_].source;
-            sums_.add(
-                held_out_->samples, options_.dark_levels,
-                design_row(
-                    held_out_->polariser_angle, held_out_->source_intensity, source_degree()));
+            sums_.add(held_out_->samples, options_.dark_levels, held_out_->design);
             held_out_.reset();
         }
         double const level = calibration.quality.source_level;
@@ -195,7 +191,8 @@ private:
     std::size_t pixels() const { return options_.region.width * options_.region.height; }
     double source_degree() const { return options_.estimation.source_degree; }
 
-    void check_and_note(Uniform_frame const& frame) {
+    // Gives the frame's row of the fit.
+    Eigen::Vector3d check_and_note(Uniform_frame const& frame) {
         std::string const of_frame = frame.source.empty() ? "" : " of " + frame.source;
         if (frame.frame.size() != options_.region.size()) {
             throw Argument_error(
@@ -219,6 +216,30 @@ private:
                     marks_[pixel] = Pixel_mark::saturated;
                 }
             }
+        }
+        Eigen::Vector3d const design =
+            design_row(frame.polariser_angle, frame.source_intensity, source_degree());
+        watched_.add(samples, options_.dark_levels, design);
+        return design;
+    }
+
+    // The means of four positions can bear one, a pixel's own samples cannot.
+    void refuse_odd_frame() const {
+        if (auto const odd = watched_.odd_frame()) {
+            std::string const& source = series_[odd->index].source;
+            auto const percent = [](double fraction) {
+                std::ostringstream text;
+                text.precision(2);
+                text << 100 * fraction << " %";
+                return text.str();
+            };
+            throw Argument_error(
+                "distance of " + (source.empty() ? "frame " + std::to_string(odd->index) : source) +
+                    " from the other frames",
+                percent(odd->distance) + " of the mean signal where " +
+                    percent(odd->usual_distance) + " is usual",
+                "leave it out or correct its angle; neither camera, light nor exposure may change "
+                "within a series");
         }
     }
 
@@ -283,6 +304,7 @@ private:
     Mosaic mosaic_;
     std::vector<Pixel_mark> marks_;
     Pixel_sums sums_;
+    Watched_pixels watched_;
     std::vector<Series_point> series_;
     std::optional<Held_out_frame> held_out_;
     std::size_t held_out_index_ = 0;

@@ -18,9 +18,6 @@ constexpr std::size_t most_outlying_frames = 16;
 // With one frame more than parameters every frame has the same share of the misfit.
 constexpr std::size_t least_frames_that_tell = parameters_per_position + 2;
 
-// A frame that hardly any other frame speaks for or against.
-constexpr double least_freedom = 0.05;
-
 struct Worst {
     std::size_t index;
     double residual;

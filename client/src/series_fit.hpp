@@ -16,6 +16,9 @@ inline constexpr std::size_t parameters_per_position = 3;
 /// Above it a residual is worth a word; a degree of the polariser's angle makes 2.5 %.
 inline constexpr double large_residual = 0.01;
 
+/// Of a frame that hardly any other frame speaks for or against.
+inline constexpr double least_freedom = 0.05;
+
 /// In degrees; with more between neighbouring angles the fit says little about those between.
 inline constexpr double largest_gap = 120;
 

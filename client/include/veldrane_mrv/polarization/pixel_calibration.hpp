@@ -70,8 +70,8 @@ struct Measured_calibration {
 /// it whose leaving out leaves angles enough. None if there is no such frame.
 std::optional<std::size_t> frame_to_hold_out(std::span<double const> polariser_angles);
 
-/// Takes the frames of a series one by one. Memory: 41 bytes a pixel and two frames, however many
-/// are added; `finish` takes as much again.
+/// Takes the frames of a series one by one. Memory: 37 bytes a pixel, the frame held out, and 4 kB
+/// of each frame; `finish` takes about as much again.
 class Pixel_calibration {
 public:
     /// @param mosaic of the whole sensor, as is that of the calibration
@@ -97,8 +97,11 @@ public:
 
     /// The calibration from all frames, the one held out included, after its models were judged by
     /// it. To be called once, at the end.
-    /// @throws Argument_error as `estimate_calibration` does, or if the frames without the one held
-    ///         out do not tell the analysers
+    /// @throws Argument_error as `estimate_calibration` does; if the frames without the one held
+    /// out
+    ///         do not tell the analysers; for a model with maps if, of seven frames or more, one is
+    ///         2.5 times as far from the fits of pixels as is usual and by more than 1 % of the
+    ///         mean signal: the camera was moved, the light changed, or its angle is wrong
     Measured_calibration finish(Calibration_model model);
 
 private:
