@@ -4,7 +4,7 @@
 add_library(exact_arithmetic INTERFACE)
 target_compile_options(exact_arithmetic INTERFACE -ffp-contract=off -frounding-math)
 
-# The instruction set of the pixel code: src/kernel, src/quartet and src/border alone.
+# The instruction set of the pixel code: src/kernel, src/quartet, src/border and client/pixels alone.
 add_library(avx2_pixel_code INTERFACE)
 target_compile_options(avx2_pixel_code INTERFACE -mavx2 -mfma)
 # g++ schedules after the allocation of registers only, and leaves the chains of an angle one behind

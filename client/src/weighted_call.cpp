@@ -2,9 +2,9 @@
 
 #include "processor_call.hpp"
 
-#include "kernel/signed_blocks.hpp"
+#include "pixels/rows.hpp"
+#include "pixels/signed_blocks.hpp"
 #include "veldrane_mrv/polarization/sensor_tables.hpp"
-#include "weighted/rows.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -77,8 +77,8 @@ void compute_signed(
     job.signed_s1 = memory_of(signed_planes.s1);
     job.signed_s2 = memory_of(signed_planes.s2);
     job.matrices = settings.matrices.by_position.data();
-    kernel::compute_signed_blocks(job.arguments, job.signed_s1, job.signed_s2);
-    auto const [rows, columns] = kernel::blocked_pixels(frame.height(), frame.width());
+    fixed::compute_signed_blocks(job.arguments, job.signed_s1, job.signed_s2);
+    auto const [rows, columns] = fixed::blocked_pixels(frame.height(), frame.width());
     weighted::compute_rows(job, 0, rows, columns);
     weighted::compute_rows(job, rows, frame.height());
     mend_final_pixel(job);

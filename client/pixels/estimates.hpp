@@ -1,10 +1,10 @@
 #pragma once
 
+#include "pixels/rows.hpp"
 #include "quartet/constants.hpp"
 #include "quartet/group.hpp"
 #include "quartet/lanes.hpp"
 #include "quartet/stokes.hpp"
-#include "weighted/rows.hpp"
 
 #include <cstddef>
 #include <cstdint>

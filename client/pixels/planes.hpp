@@ -1,10 +1,10 @@
 #pragma once
 
+#include "pixels/estimates.hpp"
 #include "quartet/arctangent.hpp"
 #include "quartet/degree_of_polarization.hpp"
 #include "quartet/group.hpp"
 #include "quartet/stokes.hpp"
-#include "weighted/estimates.hpp"
 
 #include <cstddef>
 #include <cstdint>

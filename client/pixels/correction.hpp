@@ -1,7 +1,7 @@
 #pragma once
 
+#include "pixels/rows.hpp"
 #include "quartet/arranged_row.hpp"
-#include "weighted/rows.hpp"
 
 #include <cstddef>
 #include <cstdint>

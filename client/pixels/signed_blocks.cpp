@@ -1,10 +1,10 @@
-#include "kernel/signed_blocks.hpp"
+#include "pixels/signed_blocks.hpp"
 
 #include "kernel/block.hpp"
 #include "quartet/group.hpp"
 #include "variants/vector_data_indices_avx2.hpp"
 
-namespace kernel {
+namespace fixed {
 namespace {
 
 /// Limits and factors, broadcast to all lanes.
@@ -151,4 +151,4 @@ void compute_signed_blocks(
     }
 }
 
-} // namespace kernel
+} // namespace fixed

@@ -1,8 +1,8 @@
-#include "weighted/rows.hpp"
+#include "pixels/rows.hpp"
 
-#include "weighted/correction.hpp"
-#include "weighted/estimates.hpp"
-#include "weighted/planes.hpp"
+#include "pixels/correction.hpp"
+#include "pixels/estimates.hpp"
+#include "pixels/planes.hpp"
 
 #include <algorithm>
 

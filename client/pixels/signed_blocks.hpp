@@ -7,7 +7,7 @@
 
 /// S1 and S2 with their signs, of the pixels that are fixed in the processor's vector blocks. For
 /// layers around the processor, which stores the positive halves alone.
-namespace kernel {
+namespace fixed {
 
 /// The pixels of a frame that lie in blocks: those of `rows` rows from the first one on, each from
 /// the first column to `columns` - 1.
@@ -29,4 +29,4 @@ constexpr Blocked_pixels blocked_pixels(std::size_t height, std::size_t width) {
 void compute_signed_blocks(
     Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2);
 
-} // namespace kernel
+} // namespace fixed
