@@ -2,15 +2,18 @@
 #include "raw_frames.hpp"
 
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/imperfect_pixels.hpp"
 #include "veldrane_mrv/polarization/inspection.hpp"
 #include "veldrane_mrv/polarization/simulation.hpp"
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace veldrane_python {
@@ -20,15 +23,10 @@ namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 
 polarization::Simulation_settings settings_of(
-    std::size_t height, std::size_t width, int phase, int bit_depth, std::uint64_t seed, bool noise,
+    std::size_t height, std::size_t width, int phase, int bit_depth,
     polarization::Calibration const* sensor) {
     polarization::Simulation_settings settings{
-        .width = width,
-        .height = height,
-        .phase = phase,
-        .bit_depth = bit_depth,
-        .seed = seed,
-        .noise = noise};
+        .width = width, .height = height, .phase = phase, .bit_depth = bit_depth};
     if (sensor != nullptr) {
         settings.analysers = sensor->analysers;
     }
@@ -41,12 +39,29 @@ py::array_t<float> plane_of(std::vector<float> const& values, std::size_t height
     return result;
 }
 
-// Frames (N, H, W) and, for the scene, its truth.
+// Whether there is any, its seed, electrons per count and read noise.
+using Noise_arguments = std::tuple<bool, std::uint64_t, std::optional<double>, double>;
+
+polarization::Light light_of(
+    polarization::Simulation_settings const& settings, std::optional<double> polariser_angle,
+    std::optional<double> flat_level, polarization::Stop_check const& check_stop) {
+    if (polariser_angle) {
+        return polarization::uniform_light(settings, *polariser_angle);
+    }
+    if (flat_level) {
+        return polarization::flat_light(settings, *flat_level);
+    }
+    return polarization::scene_light(settings, check_stop);
+}
+
+// Frames (N, H, W) and their light.
 py::tuple simulate(
-    std::size_t count, std::size_t height, std::size_t width, int phase, int bit_depth,
-    std::uint64_t seed, bool noise, polarization::Calibration const* sensor,
-    std::optional<double> polariser_angle) {
-    auto const settings = settings_of(height, width, phase, bit_depth, seed, noise, sensor);
+    std::uint64_t first_frame, std::size_t count, std::size_t height, std::size_t width, int phase,
+    int bit_depth, Noise_arguments const& noise, polarization::Calibration const* sensor,
+    std::optional<double> polariser_angle, std::optional<double> flat_level) {
+    auto settings = settings_of(height, width, phase, bit_depth, sensor);
+    std::tie(settings.noise, settings.seed, settings.electrons_per_count, settings.read_noise) =
+        noise;
     py::array_t<std::uint16_t> frames{std::vector<std::size_t>{count, height, width}};
     std::uint16_t* target = frames.mutable_data();
     polarization::Truth truth;
@@ -54,9 +69,11 @@ py::tuple simulate(
         py::gil_scoped_release const unlocked;
         Interruption_check check;
         polarization::Stop_check const check_stop = std::ref(check);
-        auto const light = polariser_angle ? polarization::uniform_light(settings, *polariser_angle)
-                                           : polarization::scene_light(settings, check_stop);
-        for (std::size_t number = 0; number < count; ++number) {
+        if (sensor != nullptr && sensor->maps != nullptr) {
+            settings.pixels = std::make_shared<polarization::Sensor_pixels const>(*sensor);
+        }
+        auto const light = light_of(settings, polariser_angle, flat_level, check_stop);
+        for (std::uint64_t number = first_frame; number < first_frame + count; ++number) {
             auto const frame = polarization::record(light, settings, number, check_stop);
             target = std::copy(frame.samples.begin(), frame.samples.end(), target);
         }
@@ -80,6 +97,25 @@ polarization::Calibration imperfect_sensor(int phase, std::uint64_t seed) {
     calibration.matrices = polarization::matrices_of(calibration.analysers);
     calibration.quality.condition_number = polarization::condition_number(calibration.analysers);
     return calibration;
+}
+
+polarization::Calibration imperfect_pixels(
+    std::size_t height, std::size_t width, int phase, int bit_depth,
+    polarization::Calibration const* sensor, py::dict const& figures, std::uint64_t seed) {
+    auto settings = settings_of(height, width, phase, bit_depth, sensor);
+    settings.noise = false; // that of frames is not known yet
+    polarization::Pixel_spread spread;
+    spread.seed = seed;
+    spread.gain_spread = figures["gain_spread"].cast<double>();
+    spread.orientation_spread = figures["orientation_spread"].cast<double>();
+    spread.diattenuation_spread = figures["diattenuation_spread"].cast<double>();
+    spread.dark_level = figures["dark_level"].cast<double>();
+    spread.dark_spread = figures["dark_spread"].cast<double>();
+    spread.hot_pixels = figures["hot_pixels"].cast<double>();
+    spread.dead_pixels = figures["dead_pixels"].cast<double>();
+    py::gil_scoped_release const unlocked;
+    Interruption_check check;
+    return polarization::imperfect_pixels(settings, spread, std::ref(check));
 }
 
 py::dict inspect(
@@ -120,6 +156,7 @@ py::dict inspect(
 void bind_simulation(py::module_& module) {
     module.def("simulate", &simulate);
     module.def("imperfect_sensor", &imperfect_sensor);
+    module.def("imperfect_pixels", &imperfect_pixels);
     module.def("inspect", &inspect);
 }
 

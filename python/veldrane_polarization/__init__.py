@@ -12,7 +12,14 @@ from ._calibrating import calibrate
 from ._native import Analyser, Calibration, Scale
 from ._pixel_formats import PIXEL_FORMATS, bit_depth_of, pack, unpack
 from ._processing import Result, process
-from ._simulating import Inspection, Simulation, imperfect_sensor, inspect, simulate
+from ._simulating import (
+    Inspection,
+    Simulation,
+    imperfect_pixels,
+    imperfect_sensor,
+    inspect,
+    simulate,
+)
 
 __version__ = _native.software_version()
 
@@ -27,6 +34,7 @@ __all__ = [
     "Simulation",
     "bit_depth_of",
     "calibrate",
+    "imperfect_pixels",
     "imperfect_sensor",
     "inspect",
     "pack",

@@ -77,6 +77,13 @@ def finite_number(name: str, value: Any) -> float:
     return number
 
 
+def number_within(name: str, value: Any, least: float, most: float) -> float:
+    number = finite_number(name, value)
+    if not least <= number <= most:
+        raise ValueError(f"{name} is {number:g}; give {least:g} to {most:g}")
+    return number
+
+
 def truth(name: str, value: Any) -> bool:
     if not isinstance(value, (bool, np.bool_)):
         raise TypeError(f"{name} is {value!r}; give True or False")

@@ -184,16 +184,26 @@ def unpack(
 ) -> npt.NDArray[np.uint16]: ...
 def pack(samples: npt.NDArray[np.uint16], format_name: str) -> npt.NDArray[np.uint8]: ...
 def simulate(
+    first_frame: int,
     count: int,
     height: int,
     width: int,
     phase: int,
     bit_depth: int,
-    seed: int,
-    noise: bool,
+    noise: tuple[bool, int, Optional[float], float],
     sensor: Optional[Calibration],
     polariser_angle: Optional[float],
+    flat_level: Optional[float],
 ) -> tuple[npt.NDArray[np.uint16], dict[str, npt.NDArray[np.float32]]]: ...
+def imperfect_pixels(
+    height: int,
+    width: int,
+    phase: int,
+    bit_depth: int,
+    sensor: Optional[Calibration],
+    figures: dict[str, float],
+    seed: int,
+) -> Calibration: ...
 def imperfect_sensor(phase: int, seed: int) -> Calibration: ...
 def inspect(
     raw: npt.NDArray[Any], bit_depth: Optional[int], polariser_angle: Optional[float]

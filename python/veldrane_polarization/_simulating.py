@@ -85,10 +85,14 @@ def simulate(
     frames: int = 1,
     seed: int = 1,
     noise: bool = True,
+    electrons_per_count: Optional[float] = None,
+    read_noise: float = 2.4,
+    first_frame: int = 0,
     sensor: Optional[_native.Calibration] = None,
     polariser_angle: Optional[float] = None,
+    flat_level: Optional[float] = None,
 ) -> Simulation:
-    """Simulate frames of a glossy ball under a clear sky, or of a source behind a polariser.
+    """Simulate frames of a glossy ball under a clear sky, or of a uniform source.
 
     The same arguments give the same frames, bit for bit those of ``veldrane-polarize simulate``.
 
@@ -106,10 +110,20 @@ def simulate(
         Start of the noise.
     noise : bool
         Shot noise and read noise.
+    electrons_per_count : float, optional
+        Conversion gain, 0.01 to 1000; if not given 10500 electrons are the full scale.
+    read_noise : float
+        Standard deviation in electrons, 0 to 1000.
+    first_frame : int
+        Number of the first frame, which decides its noise: frames of one number and seed share it.
     sensor : Calibration, optional
-        Whose analysers to simulate, such as from `imperfect_sensor`; ideal ones if not given.
+        Whose analysers to simulate, such as from `imperfect_sensor`, or whose pixels, such as from
+        `imperfect_pixels`; ideal ones if not given.
     polariser_angle : float, optional
         In degrees: instead of the scene a uniform source behind a polariser.
+    flat_level : float, optional
+        Instead of the scene unpolarised uniform light of which an ideal analyser passes this part of
+        the full scale, 0 to 1. Frames of level 0 are dark frames.
 
     Returns
     -------
@@ -118,7 +132,7 @@ def simulate(
     Raises
     ------
     TypeError, ValueError
-        For a number that is none or out of its range.
+        For a number that is none or out of its range, or a sensor with pixels of another size.
 
     Examples
     --------
@@ -126,19 +140,45 @@ def simulate(
     >>> made.frames.shape, made.frames.dtype, made.degree.shape
     ((2, 48, 64), dtype('uint16'), (48, 64))
     """
+    if polariser_angle is not None and flat_level is not None:
+        raise ValueError(f"flat_level is {flat_level}; leave it out beside polariser_angle")
     phase, sensor = _arguments.phase_and_calibration(layout, sensor, "sensor")
     made, truth = _native.simulate(
+        _arguments.whole_number("first_frame", first_frame, 0, 2**32),
         _arguments.whole_number("frames", frames, 1, 1_000_000),
+        *_size_and_depth(height, width, phase, bit_depth),
+        (
+            _arguments.truth("noise", noise),
+            _seed_of(seed),
+            _number_or_none("electrons_per_count", electrons_per_count, 0.01, 1000),
+            _arguments.number_within("read_noise", read_noise, 0, 1000),
+        ),
+        sensor,
+        _angle_of(polariser_angle),
+        _number_or_none("flat_level", flat_level, 0, 1),
+    )
+    return Simulation(made, **truth)
+
+
+def _size_and_depth(
+    height: int, width: int, phase: int, bit_depth: int
+) -> tuple[int, int, int, int]:
+    return (
         _arguments.whole_number("height", height, 2, 16384),
         _arguments.whole_number("width", width, 2, 16384),
         phase,
         _arguments.whole_number("bit_depth", bit_depth, 8, 16),
-        _arguments.whole_number("seed", seed, 0, 2**63 - 1),
-        _arguments.truth("noise", noise),
-        sensor,
-        _angle_of(polariser_angle),
     )
-    return Simulation(made, **truth)
+
+
+def _seed_of(seed: int) -> int:
+    return _arguments.whole_number("seed", seed, 0, 2**63 - 1)
+
+
+def _number_or_none(
+    name: str, value: Optional[float], least: float, most: float
+) -> Optional[float]:
+    return None if value is None else _arguments.number_within(name, value, least, most)
 
 
 def _angle_of(polariser_angle: Optional[float]) -> Optional[float]:
@@ -174,8 +214,85 @@ def imperfect_sensor(layout: Layout, seed: int = 1) -> _native.Calibration:
     >>> all(0.85 <= analyser.diattenuation <= 0.99 for analyser in camera.analysers)
     True
     """
-    return _native.imperfect_sensor(
-        _arguments.phase_of(layout), _arguments.whole_number("seed", seed, 0, 2**63 - 1)
+    return _native.imperfect_sensor(_arguments.phase_of(layout), _seed_of(seed))
+
+
+def imperfect_pixels(
+    height: int,
+    width: int,
+    *,
+    layout: Layout,
+    bit_depth: int = 12,
+    seed: int = 1,
+    sensor: Optional[_native.Calibration] = None,
+    gain_spread: float = 0.02,
+    orientation_spread: float = 1,
+    diattenuation_spread: float = 0.03,
+    dark_level: float = 16,
+    dark_spread: float = 2,
+    hot_pixels: float = 0,
+    dead_pixels: float = 0,
+) -> _native.Calibration:
+    """A sensor of which no two pixels are alike, drawn at random: what is true of it.
+
+    Spreads are standard deviations of normally distributed figures.
+
+    Parameters
+    ----------
+    height, width : int
+        2 to 16384 each.
+    layout : int, str or sequence of int
+        As in `process`.
+    bit_depth : int
+        8 to 16.
+    seed : int
+        Each gives another sensor, the same one always.
+    sensor : Calibration, optional
+        Whose four analysers the pixels lie around, such as from `imperfect_sensor`; if not given
+        diattenuations lie around 0.95.
+    gain_spread : float
+        Part of the gain, 0 to 0.2.
+    orientation_spread : float
+        In degrees, 0 to 5.
+    diattenuation_spread : float
+        0 to 0.2; diattenuations are cut off at 1.
+    dark_level, dark_spread : float
+        Mean and spread of samples without light, 0 to a quarter of the full scale.
+    hot_pixels, dead_pixels : float
+        Shares of pixels that are near the full scale without light, and that see no light: 0 to 0.1.
+
+    Returns
+    -------
+    Calibration
+        Of the model ``'pixel'``, for `simulate`.
+
+    Raises
+    ------
+    TypeError, ValueError
+        For a number that is none or out of its range.
+
+    Examples
+    --------
+    >>> camera = imperfect_pixels(48, 64, layout=(90, 45, 135, 0), dark_level=20)
+    >>> dark = simulate(48, 64, layout=2, sensor=camera, flat_level=0, frames=4).frames
+    >>> bool(19 < dark.mean() < 21)
+    True
+    """
+    phase, sensor = _arguments.phase_and_calibration(layout, sensor, "sensor")
+    figures = {
+        "gain_spread": gain_spread,
+        "orientation_spread": orientation_spread,
+        "diattenuation_spread": diattenuation_spread,
+        "dark_level": dark_level,
+        "dark_spread": dark_spread,
+        "hot_pixels": hot_pixels,
+        "dead_pixels": dead_pixels,
+    }
+    return _native.imperfect_pixels(
+        *_size_and_depth(height, width, phase, bit_depth),
+        sensor,
+        {name: _arguments.finite_number(name, value) for name, value in figures.items()},
+        _seed_of(seed),
     )
 
 

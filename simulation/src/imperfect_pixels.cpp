@@ -33,9 +33,9 @@ void check(char const* name, double value, double least, double most) {
 }
 
 void check(Pixel_spread const& spread, double full_scale) {
-    check("gain", spread.gain, 0.0, 0.2);
-    check("orientation", spread.orientation, 0.0, 5.0);
-    check("diattenuation", spread.diattenuation, 0.0, 0.2);
+    check("gain_spread", spread.gain_spread, 0.0, 0.2);
+    check("orientation_spread", spread.orientation_spread, 0.0, 5.0);
+    check("diattenuation_spread", spread.diattenuation_spread, 0.0, 0.2);
     check("mean_diattenuation", spread.mean_diattenuation, least_diattenuation, 1.0);
     check("dark_level", spread.dark_level, 0.0, full_scale / 4.0);
     check("dark_spread", spread.dark_spread, 0.0, full_scale / 4.0);
@@ -67,14 +67,14 @@ public:
         auto const spread = [&](Purpose purpose, double deviation) {
             return deviation * normal_deviate(seeds_[purpose], place);
         };
-        double const throughput = mean.throughput * (1.0 + spread(gain, spread_.gain));
+        double const throughput = mean.throughput * (1.0 + spread(gain, spread_.gain_spread));
         maps_.throughput.push_back(
             static_cast<float>(std::max(throughput, least_throughput_of_pixel)));
         maps_.diattenuation.push_back(static_cast<float>(std::clamp(
-            mean.diattenuation + spread(diattenuation, spread_.diattenuation), least_diattenuation,
-            1.0)));
-        maps_.orientation.push_back(
-            orientation_in_range(mean.orientation + spread(orientation, spread_.orientation)));
+            mean.diattenuation + spread(diattenuation, spread_.diattenuation_spread),
+            least_diattenuation, 1.0)));
+        maps_.orientation.push_back(orientation_in_range(
+            mean.orientation + spread(orientation, spread_.orientation_spread)));
         double const dark = spread_.dark_level + spread(dark_level, spread_.dark_spread);
         add_dark_level(place, std::max(dark, 0.0));
     }

@@ -147,6 +147,30 @@ def test_simulated_frames_differ_by_noise_alone():
     assert np.array_equal(quiet.frames[0], quiet.frames[1])
 
 
+def test_frames_of_a_number_are_the_same_wherever_they_stand():
+    made = vp.simulate(40, 50, layout=1, frames=5)
+    later = vp.simulate(40, 50, layout=1, frames=2, first_frame=3)
+    assert np.array_equal(later.frames, made.frames[3:])
+
+
+def test_flat_frames_show_pixels_and_noise():
+    camera = vp.imperfect_pixels(200, 300, layout=3, dark_level=50, hot_pixels=0.01)
+    same = {"layout": 3, "sensor": camera}
+    dark = vp.simulate(200, 300, flat_level=0, noise=False, **same).frames[0]
+    assert 0.005 < np.mean(dark == 4094) < 0.015
+    assert abs(np.median(dark) - 50) <= 1
+    flat = vp.simulate(200, 300, flat_level=0.5, noise=False, **same)
+    assert np.all(flat.s0 == 4095) and not flat.degree.any()
+    good = dark < 4094
+    gains = (flat.frames[0].astype(float) - dark)[good] / (0.5 * 4095)
+    assert abs(gains.mean() - 1) < 0.002 and abs(gains.std() - 0.02) < 0.001
+    pair = vp.simulate(
+        200, 300, flat_level=0.5, frames=2, electrons_per_count=0.5, read_noise=0, **same
+    ).frames.astype(float)
+    variance = np.mean((pair[0] - pair[1])[good] ** 2) / 2
+    assert abs(variance / (0.5 * 4095 / 0.5) - 1) < 0.03
+
+
 @given(
     st.sampled_from(vp.PIXEL_FORMATS),
     st.integers(1, 5),

@@ -219,6 +219,21 @@ def test_a_plane_that_was_not_asked_for_is_named():
             "the sensor is for",
         ),
         (lambda: vp.simulate(64, 64, layout=0, sensor=5), TypeError, "sensor is a int"),
+        (
+            lambda: vp.simulate(64, 64, layout=0, sensor=vp.imperfect_pixels(64, 62, layout=0)),
+            ValueError,
+            "size is 62 x 64; give maps of 64 x 64",
+        ),
+        (
+            lambda: vp.simulate(64, 64, layout=0, polariser_angle=1, flat_level=1),
+            ValueError,
+            "flat_level is 1; leave it out",
+        ),
+        (
+            lambda: vp.imperfect_pixels(64, 64, layout=0, dark_level=1024),
+            ValueError,
+            "dark_level is 1024; give 0 to 1023.75",
+        ),
         (lambda: vp.simulate(64, 64, layout=0, noise=1), TypeError, "noise is 1"),
         (lambda: vp.simulate(64, 64, layout=0, polariser_angle=np.nan), ValueError, "angle is nan"),
         (lambda: vp.simulate(64, 64, layout=0, polariser_angle="x"), TypeError, "angle is 'x'"),

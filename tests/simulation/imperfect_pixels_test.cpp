@@ -92,9 +92,9 @@ TEST(Imperfect_pixels, maps_have_the_spread_asked_for) {
 
 TEST(Imperfect_pixels, figures_stay_in_their_ranges_however_wide_the_spread) {
     Pixel_spread spread;
-    spread.gain = 0.2;
-    spread.orientation = 5.0;
-    spread.diattenuation = 0.2;
+    spread.gain_spread = 0.2;
+    spread.orientation_spread = 5.0;
+    spread.diattenuation_spread = 0.2;
     spread.dark_spread = 200.0;
     Calibration_maps const maps = *imperfect_pixels(settings_of(300, 200), spread).maps;
     for (std::size_t index = 0; index < maps.throughput.size(); ++index) {
@@ -161,9 +161,9 @@ TEST(Imperfect_pixels, hot_and_dead_pixels_are_as_many_as_asked_for) {
 TEST(Imperfect_pixels, spreads_out_of_range_are_refused_by_name) {
     double const nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<std::pair<double Pixel_spread::*, char const*>> const figures = {
-        {&Pixel_spread::gain, "gain is"},
-        {&Pixel_spread::orientation, "orientation is"},
-        {&Pixel_spread::diattenuation, "diattenuation is"},
+        {&Pixel_spread::gain_spread, "gain_spread is"},
+        {&Pixel_spread::orientation_spread, "orientation_spread is"},
+        {&Pixel_spread::diattenuation_spread, "diattenuation_spread is"},
         {&Pixel_spread::mean_diattenuation, "mean_diattenuation is"},
         {&Pixel_spread::dark_level, "dark_level is"},
         {&Pixel_spread::dark_spread, "dark_spread is"},

@@ -138,10 +138,10 @@ void add_pixel_options(CLI::App& command, Flags& flags) {
             ->group(group);
     polarization::Pixel_spread& spread = flags.pixel_spread;
     Numbers_of_flag const numbers{command, differ, group};
-    numbers.add("--pixel-gain-spread", spread.gain, {0.0, 0.2}, "Part of the gain");
-    numbers.add("--pixel-orientation-spread", spread.orientation, {0.0, 5.0}, "In degrees");
+    numbers.add("--pixel-gain-spread", spread.gain_spread, {0.0, 0.2}, "Part of the gain");
+    numbers.add("--pixel-orientation-spread", spread.orientation_spread, {0.0, 5.0}, "In degrees");
     numbers.add(
-        "--pixel-diattenuation-spread", spread.diattenuation, {0.0, 0.2},
+        "--pixel-diattenuation-spread", spread.diattenuation_spread, {0.0, 0.2},
         "Diattenuations are cut off at 1");
     numbers.add(
         "--dark-level", spread.dark_level, {0.0, 16383.0},

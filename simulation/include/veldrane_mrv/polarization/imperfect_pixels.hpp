@@ -13,11 +13,11 @@ namespace veldrane_mrv::polarization {
 /// about what sensors with polarisers on the chip are like.
 struct Pixel_spread {
     /// Relative to the throughput of the pixel's position, 0 to 0.2.
-    double gain = 0.02;
+    double gain_spread = 0.02;
     /// Degrees from the orientation of the pixel's position, 0 to 5.
-    double orientation = 1;
+    double orientation_spread = 1;
     /// 0 to 0.2; diattenuations are cut off at 0.1 and 1.
-    double diattenuation = 0.03;
+    double diattenuation_spread = 0.03;
     /// Above 0.1 to 1; the mean of all positions, unless the settings have analysers.
     double mean_diattenuation = 0.95;
     /// Mean and spread of samples without light, 0 to a quarter of the full scale; levels below 0
