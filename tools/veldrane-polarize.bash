@@ -18,6 +18,7 @@ _veldrane_polarize() {
         --layout) values='0,135,45,90 45,90,0,135 90,45,135,0 135,0,90,45' ;;
         --format) values='tiff png raw npy' ;;
         --mode) values='fast calibrated' ;;
+        --model) values='position gain pixel' ;;
         --units) values='scaled degrees radians' ;;
         --planes) values='all s0 s1 s2 azimuth dolp normalized_stokes azimuth,dolp' ;;
         --bit-depth) values='8 10 12 14 16' ;;

@@ -1,54 +1,25 @@
-#include "commands/calibration_messages.hpp"
+#include "commands/calibrate_run.hpp"
 #include "commands/commands.hpp"
-#include "input/angle_list.hpp"
-#include "input/frame_preparation.hpp"
-#include "input/input_files.hpp"
 #include "input/option_values.hpp"
-#include "output/calibration_plot.hpp"
-#include "output/calibration_table.hpp"
-#include "output/image_writing.hpp"
-#include "output/staged_files.hpp"
-#include "terminal/failure.hpp"
-#include "terminal/interruption.hpp"
-#include "terminal/messages.hpp"
-#include "terminal/progress.hpp"
-#include "terminal/visible_text.hpp"
-#include "veldrane_mrv/polarization/argument_error.hpp"
-#include "veldrane_mrv/polarization/calibration_estimate.hpp"
-#include "veldrane_mrv/polarization/calibration_file.hpp"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
-#include <array>
-#include <filesystem>
 #include <memory>
-#include <optional>
-#include <utility>
+#include <string>
+#include <vector>
 
 namespace polarize_tool {
 namespace {
-
-namespace fs = std::filesystem;
-
-struct Command_line {
-    Input_options input;
-    Sample_options samples;
-    Mosaic_options mosaic;
-    fs::path angles;
-    fs::path output;
-    fs::path plot;
-    std::string sensor;
-    double source_degree = 1.0;
-    bool overwrites = false;
-    bool is_quiet = false;
-};
 
 constexpr char const* example =
     "Example:\n"
     "  veldrane-polarize calibrate 'series/*.png' -o sensor.json --phase 2 --bit-depth 12 \\\n"
     "      --angles series/cal_angles.csv\n"
     "Without --angles the angle is the number behind `angle_` in the name, as in\n"
-    "cal_angle_045.0.png. `simulate --polarizer-series` makes such frames.";
+    "cal_angle_045.0.png. `simulate --polarizer-series` makes such frames.\n"
+    "  veldrane-polarize calibrate 'series/cal_angle_*.png' -o sensor.json --model pixel --phase 2 "
+    "\\\n"
+    "      --bit-depth 12 --dark 'series/cal_dark_*.png' --noise 'series/cal_flat_*.png'\n"
+    "measures every pixel and how samples scatter.";
 
 constexpr char const* angles_help =
     "Table of the polariser's angles in degrees, counted as those of the mosaic: a line "
@@ -57,194 +28,43 @@ constexpr char const* angles_help =
     "spreadsheets save CSV: columns may be separated by semicolons or tabs instead, and numbers "
     "may then have a decimal comma; each file is named once";
 
-// Where the frames are measured: dark levels may change towards the borders.
-std::array<double, 4> dark_levels(
-    polarization::Dark_frame const& dark, std::optional<polarization::Region> const& region) {
-    // Written without sums, which could wrap.
-    bool const fits = region && region->height >= 2 && region->width >= 2 && dark.height() >= 2 &&
-                      region->row <= dark.height() - 2 && dark.width() >= 2 &&
-                      region->column <= dark.width() - 2;
-    if (!fits) {
-        return dark.means(); // a region that fits no frame is refused when the first is measured
+void add_model_options(CLI::App& command, Calibrate_options& options) {
+    std::vector<std::pair<std::string, polarization::Calibration_model>> models;
+    for (polarization::Calibration_model const model : polarization::all_calibration_models) {
+        models.emplace_back(name_of(model), model);
     }
-    std::size_t const end_row = region->row + std::min(region->height, dark.height() - region->row);
-    std::size_t const end_column =
-        region->column + std::min(region->width, dark.width() - region->column);
-    std::array<double, 4> sums{};
-    std::array<double, 4> counts{};
-    for (std::size_t row = region->row; row < end_row; ++row) {
-        for (std::size_t column = region->column; column < end_column; ++column) {
-            std::size_t const position = polarization::cell_position(row, column);
-            sums[position] += dark.levels()[row * dark.width() + column];
-            counts[position] += 1.0;
-        }
-    }
-    for (std::size_t position = 0; position < sums.size(); ++position) {
-        sums[position] /= counts[position];
-    }
-    return sums;
-}
-
-polarization::Estimation_options estimation_of(
-    Command_line const& line, Frame_preparation const& preparation) {
-    polarization::Estimation_options options;
-    options.bit_depth = preparation.bit_depth();
-    options.source_degree = line.source_degree;
-    options.sensor = line.sensor;
-    options.region = line.samples.region();
-    if (auto const& dark = preparation.dark()) {
-        options.dark_levels = dark_levels(*dark, line.samples.region());
-    }
-    return options;
-}
-
-/// Reads the frames of a series one by one.
-class Measurement {
-public:
-    Measurement(
-        Command_line const& line, std::vector<Frame_place> const& places,
-        Frame_preparation const& preparation, polarization::Estimation_options const& options)
-        : source_{places, line.input.raw_layout()}, preparation_{preparation}, options_{options} {}
-
-    polarization::Series_point operator()(std::size_t number, Polariser_setting const& setting) {
-        source_.read(number, slot_);
-        Frame& frame = slot_.frame();
-        std::string const name = slot_.place().name();
-        // The dark level is taken off the means: saturation shows only while it is in the samples.
-        Sample_warnings const warnings = preparation_.apply(frame, name, Dark_level::kept);
-        if (!warnings.dark.empty() && !std::exchange(has_warned_of_dark_, true)) {
-            warn(warnings.dark);
-        }
-        return polarization::measure(
-            {frame.view(), setting.angle, setting.intensity, utf8(name)}, options_);
-    }
-
-private:
-    Frame_list source_;
-    Frame_slot slot_;
-    Frame_preparation const& preparation_;
-    polarization::Estimation_options const& options_;
-    bool has_warned_of_dark_ = false;
-};
-
-/// Every frame that cannot be used is named, and then there is no calibration: one that silently
-/// left out frames would not be what was asked for.
-std::vector<polarization::Series_point> measure_all(
-    Command_line const& line, std::vector<Frame_place> const& places,
-    Frame_preparation const& preparation, polarization::Estimation_options const& options) {
-    std::vector<Polariser_setting> const settings = line.angles.empty()
-                                                        ? settings_from_names(places)
-                                                        : settings_from_table(line.angles, places);
-    Measurement measure(line, places, preparation, options);
-    std::vector<polarization::Series_point> series;
-    Frame_failures failures;
-    {
-        Progress progress(places.size(), !line.is_quiet);
-        for (std::size_t number = 0; number < places.size(); ++number) {
-            throw_if_interrupted();
-            Frame_place const& place = places[number];
-            std::string const name = place.name() + ": ";
-            try {
-                series.push_back(measure(number, settings[number]));
-                progress.add(series.back().size.width * series.back().size.height);
-            } catch (polarization::Argument_error const& error) {
-                bool const names_it = error.argument().find(place.name()) != std::string::npos;
-                failures.add(place, (names_it ? "" : name) + error.what(), error.remedy());
-            } catch (File_failure const& failure) {
-                std::string const message = failure.what();
-                failures.add(
-                    place, message,
-                    message.starts_with(name) ? message.substr(name.size()) : message);
-            } catch (std::exception const& error) {
-                failures.add(place, name + reason_of(error), reason_of(error));
-            }
-        }
-    }
-    for (std::string const& failure : failures.lines()) {
-        complain(failure);
-    }
-    if (failures.count() > 0) {
-        throw File_failure(
-            line.output, "not written, since " + std::to_string(failures.count()) + " of " +
-                             std::to_string(places.size()) +
-                             " frames cannot be used; correct or leave them out");
-    }
-    return series;
-}
-
-// --overwrite means an older calibration and its plot, whose name the user may not even have given.
-void refuse_lost_files(
-    Command_line const& line, std::vector<Frame_place> const& frames,
-    Frame_preparation const& preparation) {
-    std::error_code ignored;
-    if (fs::weakly_canonical(line.plot, ignored) == fs::weakly_canonical(line.output, ignored)) {
-        throw Usage_error(
-            "--plot and --output are both " + line.output.string() +
-            "; give the calibration a name that ends in .json, or choose another --plot");
-    }
-    Input_files inputs(frames, preparation);
-    inputs.add(line.angles);
-    inputs.refuse(line.output, "--output");
-    inputs.refuse(line.plot, "--plot");
-}
-
-void run_calibrate(Command_line& line) {
-    if (!is_utf8(line.sensor)) {
-        throw Usage_error(
-            "--sensor is " + line.sensor + ", which is not UTF-8; give a name in UTF-8");
-    }
-    auto const raw = line.input.raw_layout();
-    polarization::Mosaic const mosaic = line.mosaic.required();
-    // The whole frame is kept, since the mosaic is that of the whole frame.
-    Sample_options uncut = line.samples;
-    uncut.region_text.clear();
-    Frame_preparation const preparation(uncut, raw);
-    polarization::Estimation_options const options = estimation_of(line, preparation);
-    if (line.plot.empty()) {
-        line.plot = line.output;
-        line.plot.replace_extension(".png");
-    }
-    Found_frames const found = look_for_frames(line.input.inputs, raw, line.input.selection);
-    require_frames(found);
-    refuse_lost_files(line, found.frames, preparation);
-    Made_folder const folder(line.output.parent_path());
-    Existing_files const existing =
-        line.overwrites ? Existing_files::replace : Existing_files::keep;
-    Staged_files files(existing);
-    files.add(line.output, std::string()); // found out now if it cannot be written
-    refuse_existing(line.plot, existing);
-    if (found.failures.size() == 1) {
-        throw std::runtime_error(
-            found.failures.front() + " (" + line.output.string() + " is not written)");
-    }
-    if (!found.failures.empty()) {
-        for (std::string const& failure : found.failures) {
-            complain(failure);
-        }
-        throw File_failure(line.output, "not written, since some inputs hold no frame");
-    }
-    auto const series = measure_all(line, found.frames, preparation, options);
-    polarization::Calibration const calibration =
-        polarization::estimate_calibration(series, mosaic, options);
-    std::string const json = polarization::calibration_to_json(calibration);
-    files.append({reinterpret_cast<std::uint8_t const*>(json.data()), json.size()});
-    cv::Mat const plot = calibration_plot(calibration, series, line.source_degree);
-    files.add(line.plot, marked_as_plot(encode_png(plot)));
-    throw_if_interrupted();
-    files.publish();
-    for (std::string const& warning : quality_warnings(calibration)) {
-        warn(warning);
-    }
-    if (!line.is_quiet) {
-        say_lines(calibration_table(calibration));
-        say("wrote " + line.output.string() + " " + line.plot.string());
-    }
+    add_choice(
+        command, "--model", options.model, models,
+        "What is measured: the analysers of the four positions of the cell; with them dark level "
+        "and gain of every pixel; or dark level and analyser of every pixel")
+        ->default_str("position");
+    std::string const group = "Models gain and pixel";
+    command
+        .add_option(
+            "--bad-pixels", options.bad_pixels,
+            "Pixels that tell nothing, a line `column,row` each, counted from 0 over the whole "
+            "sensor. Others are found")
+        ->type_name("LIST")
+        ->group(group);
+    command
+        .add_option(
+            "--hold-out", options.held_out,
+            "The frame that the models are judged by before it is used as the others are: its "
+            "number from 0 on, its name, or none; if not given, one in the middle of the angles")
+        ->type_name("NAME|N|none")
+        ->group(group);
+    add_words(
+        command, "--noise", options.flat_frames,
+        "Pairs of frames of the same unpolarised light, two after another, at three levels or "
+        "more, as frames, folders or patterns; may be given again. They tell electrons per count "
+        "and read noise")
+        ->type_name("FRAME");
 }
 
 } // namespace
 
 void add_calibrate_command(CLI::App& program, int& /*exit_code*/) {
-    auto const line = std::make_shared<Command_line>();
+    auto const line = std::make_shared<Calibrate_options>();
     CLI::App& command = *program.add_subcommand(
         "calibrate",
         "Measures a sensor's analysers from frames of a uniform source behind a linear polariser "
@@ -255,6 +75,7 @@ void add_calibrate_command(CLI::App& program, int& /*exit_code*/) {
     command.add_option("-o,--output", line->output, "The calibration")
         ->required()
         ->type_name("FILE.json");
+    add_model_options(command, *line);
     command.add_option("--angles", line->angles, angles_help)->type_name("TABLE.csv");
     command
         .add_option(

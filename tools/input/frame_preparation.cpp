@@ -20,18 +20,6 @@ void shift_down(Frame& frame, int bits) {
     }
 }
 
-// In place: every row moves towards the start.
-void cut(Frame& frame, Region const& region) {
-    for (std::size_t row = 0; row < region.height; ++row) {
-        std::uint16_t const* const from =
-            frame.samples.data() + (region.row + row) * frame.width + region.column;
-        std::copy(from, from + region.width, frame.samples.data() + row * region.width);
-    }
-    frame.width = region.width;
-    frame.height = region.height;
-    frame.samples.resize(region.width * region.height);
-}
-
 void check_fit(Frame const& frame, Region const& region, std::string const& name) {
     if (!fits(region, frame.size())) {
         throw File_failure(
@@ -56,6 +44,18 @@ double mean_of(std::span<std::uint16_t const> samples, std::size_t width, Region
 }
 
 } // namespace
+
+void cut(Frame& frame, Region const& region) {
+    // Every row moves towards the start, so none is overwritten before it has moved.
+    for (std::size_t row = 0; row < region.height; ++row) {
+        std::uint16_t const* const from =
+            frame.samples.data() + (region.row + row) * frame.width + region.column;
+        std::copy(from, from + region.width, frame.samples.data() + row * region.width);
+    }
+    frame.width = region.width;
+    frame.height = region.height;
+    frame.samples.resize(region.width * region.height);
+}
 
 Frame_preparation::Frame_preparation(
     Sample_options const& options, std::optional<Raw_layout> const& raw)
@@ -92,6 +92,7 @@ void Frame_preparation::read_dark(
         }
     }
     dark_ = average.result();
+    dark_means_ = average.means();
 }
 
 Sample_warnings Frame_preparation::apply(

@@ -24,6 +24,9 @@ struct Sample_warnings {
     std::string dark;
 };
 
+/// Leaves of a frame the region alone, in its own memory.
+void cut(Frame& frame, polarization::Region const& region);
+
 /// Moves samples down, subtracts the dark frame, and cuts out the region, in this order. Constant
 /// after construction, so that any number of threads may use it.
 class Frame_preparation {
@@ -40,6 +43,8 @@ public:
     std::vector<std::filesystem::path> const& dark_files() const { return dark_files_; }
     /// Of the whole frame, at the four positions of a cell.
     std::optional<polarization::Dark_frame> const& dark() const { return dark_; }
+    /// The same levels before they were rounded; empty without dark frames.
+    std::vector<float> const& dark_means() const { return dark_means_; }
 
     /// Saturation shows only while the dark level is kept. The dark frame has to fit even then.
     /// @throws File_failure if frame, dark frame and region do not fit together
@@ -57,6 +62,7 @@ private:
     int shift_;
     std::optional<polarization::Region> region_;
     std::optional<polarization::Dark_frame> dark_;
+    std::vector<float> dark_means_;
     std::vector<std::filesystem::path> dark_files_;
 };
 

@@ -1,5 +1,6 @@
 #include "output/calibration_plot.hpp"
 
+#include "output/drawing.hpp"
 #include "veldrane_mrv/polarization/calibration_mark.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
 
@@ -17,21 +18,12 @@ namespace {
 
 namespace polarization = veldrane_mrv::polarization;
 
-cv::Scalar const ink(60, 50, 45);
-cv::Scalar const grid(228, 224, 222);
-cv::Scalar const paper(255, 255, 255);
-
 // Okabe and Ito's colours, which people with any kind of colour vision tell apart.
 std::array<cv::Scalar, 4> const position_colours = {
     cv::Scalar(178, 114, 0), cv::Scalar(0, 94, 213), cv::Scalar(115, 158, 0),
     cv::Scalar(167, 121, 204)};
 
 constexpr double half_turn = 180.0;
-
-void write_text(
-    cv::Mat& picture, std::string const& text, cv::Point place, cv::Scalar const& colour = ink) {
-    cv::putText(picture, text, place, cv::FONT_HERSHEY_SIMPLEX, 0.5, colour, 1, cv::LINE_AA);
-}
 
 /// A field with its axes: x from 0 to 180 degrees, y between two limits.
 class Axes {
