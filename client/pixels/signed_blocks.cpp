@@ -79,18 +79,18 @@ template <typename Indices, bool rescale, Store how>
 void compute_rows(
     Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2,
     Signed_constants const& constants) {
-    auto const [rows, columns] = blocked_pixels(arguments.height, arguments.width);
+    Blocked_pixels const blocked = blocked_pixels(arguments.height, arguments.width);
     auto const compute = [&]<unsigned row>(std::size_t first_row) {
         if (s1 != nullptr) {
             compute_row<Indices, Indices::s1_operand, row, rescale, how>(
-                arguments, first_row, columns, {s1}, constants);
+                arguments, first_row, blocked.columns, {s1}, constants);
         }
         if (s2 != nullptr) {
             compute_row<Indices, Indices::s2_operand, row, rescale, how>(
-                arguments, first_row, columns, {s2}, constants);
+                arguments, first_row, blocked.columns, {s2}, constants);
         }
     };
-    for (std::size_t row = 0; row < rows; row += 2) {
+    for (std::size_t row = 0; row < blocked.rows; row += 2) {
         compute.template operator()<0>(row);
         compute.template operator()<1>(row);
     }

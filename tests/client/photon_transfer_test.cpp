@@ -21,7 +21,6 @@ using namespace veldrane_mrv::polarization;
 
 constexpr std::size_t height = 160;
 constexpr std::size_t width = 200;
-constexpr double dark_level = 24;
 constexpr Photon_transfer_options options_of_12_bits{12, {23, 24, 24, 25}, {}};
 
 // Uneven light, a fixed pattern and dark levels by position in both frames of a pair.

@@ -1,7 +1,5 @@
 #include "rule_of_one_pixel.hpp"
 
-#include "veldrane_mrv/polarization/sensor_tables.hpp"
-
 #include <algorithm>
 #include <cmath>
 
@@ -9,9 +7,6 @@ namespace client_test {
 
 using namespace polarization;
 
-namespace {
-
-// Of a corrected sample, in units of 2^-f; by division where the transform shifts.
 std::uint16_t corrected(
     Sensor_tables const& tables, std::size_t row, std::size_t column, std::uint16_t sample) {
     unsigned const units = 1U << tables.fraction_bits();
@@ -23,6 +18,8 @@ std::uint16_t corrected(
     return static_cast<std::uint16_t>(
         std::min(std::floor(std::max(rest, 0) * gain + 0.5), 65535.0));
 }
+
+namespace {
 
 reference::Stokes stokes_with_tables(
     Frame_view const& frame, Sensor_tables const& tables, std::size_t row, std::size_t column) {

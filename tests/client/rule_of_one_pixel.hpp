@@ -3,6 +3,7 @@
 /// reference arithmetic and without any notion of blocks or strips.
 #pragma once
 
+#include "veldrane_mrv/polarization/sensor_tables.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
 
 #include "reference/weighted_pixel.hpp"
@@ -13,6 +14,11 @@
 namespace client_test {
 
 namespace polarization = veldrane_mrv::polarization;
+
+/// A sample after the correction, in units of 2^-f; by division where the transform shifts.
+std::uint16_t corrected(
+    polarization::Sensor_tables const& tables, std::size_t row, std::size_t column,
+    std::uint16_t sample);
 
 /// S0, S1 and S2 of a pixel: neighbours to the right and below, in the last column to the left, in
 /// the last row above.

@@ -100,6 +100,35 @@ TEST(Sensor_tables, transform_is_the_rule_of_one_pixel_with_the_pixels_own_matri
     std::cout << pixels << " pixels compared with the rule of one pixel\n";
 }
 
+// Every sample of 16 bits; gains that bring those of the upper half to where rounding up meets the
+// largest number, and gains at random.
+TEST(Sensor_tables, corrections_end_at_the_largest_number) {
+    Size const size{256, 256};
+    Calibration calibration = calibration_of(Calibration_model::gain, size, 0, 16);
+    auto maps = std::make_shared<Calibration_maps>(*calibration.maps);
+    support::Samples samples(65536);
+    for (std::size_t sample = 0; sample < samples.size(); ++sample) {
+        samples[sample] = static_cast<std::uint16_t>(sample);
+        maps->dark_level[sample] = sample % 2 == 0 ? 0.0F : 300.0F;
+        double const rest = static_cast<double>(sample) - (sample % 2 == 0 ? 0 : 300);
+        if (rest > 33000) {
+            maps->gain[sample] = static_cast<float>(std::round(65535.75 / rest * 32768) / 32768);
+        }
+    }
+    calibration.maps = maps;
+    Settings const settings = settings_of(calibration, region_of(size), Scale::in_sample_units(16));
+    Frame_view const frame{samples, 256, 256};
+    Planes planes{256, 256, Plane_set::all()};
+    Calibrated_transform{settings}(frame, planes.views());
+    Planes expected = expected_planes(frame, settings, Final_pixel::by_position);
+    EXPECT_EQ(first_difference(planes.views(), expected).value_or("equal"), "equal");
+    for (std::size_t sample = 0; sample < samples.size(); ++sample) {
+        ASSERT_EQ(
+            settings.tables->corrected(sample / 256, sample % 256, samples[sample]),
+            corrected(*settings.tables, sample / 256, sample % 256, samples[sample]));
+    }
+}
+
 /// S0, S1 and S2 by a matrix of light that the maps' analysers let through.
 std::array<double, 3> measured(
     Calibration_maps const& maps, std::array<float, 16> const& matrix, std::size_t row,

@@ -79,7 +79,7 @@ TEST_F(Watched, a_frame_of_a_moved_sensor_is_named) {
     auto const moved = [this](double angle) {
         auto samples = frame(angle);
         if (angle == 60) {
-            std::ranges::rotate(samples, samples.begin() + 2);
+            std::rotate(samples.begin(), samples.begin() + 2, samples.end());
         }
         return samples;
     };
