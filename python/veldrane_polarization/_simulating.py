@@ -259,7 +259,7 @@ def imperfect_pixels(
     dark_level, dark_spread : float
         Mean and spread of samples without light, 0 to a quarter of the full scale.
     hot_pixels, dead_pixels : float
-        Shares of pixels that are near the full scale without light, and that see no light: 0 to 0.1.
+        Shares of pixels that are at the full scale without light, and that see no light: 0 to 0.1.
 
     Returns
     -------

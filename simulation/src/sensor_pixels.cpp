@@ -26,8 +26,10 @@ Analyser analyser_of(Calibration const& sensor, std::size_t index) {
     if (sensor.model == Calibration_model::pixel) {
         return {number(maps.throughput), number(maps.diattenuation), number(maps.orientation), {}};
     }
-    std::size_t const width = maps.region.width;
-    Analyser analyser = sensor.analysers[cell_position(index / width, index % width)];
+    // Positions count from the corner of the whole sensor.
+    std::size_t const row = maps.region.row + index / maps.region.width;
+    std::size_t const column = maps.region.column + index % maps.region.width;
+    Analyser analyser = sensor.analysers[cell_position(row, column)];
     analyser.throughput /= number(maps.gain);
     return analyser;
 }

@@ -96,7 +96,7 @@ template <class Clean_samples>
 Frame record_samples(
     Simulation_settings const& settings, std::uint64_t number, Stop_check const& check_stop,
     Clean_samples const& clean) {
-    double const largest = full_scale_of(settings) - 1.0;
+    double const full_scale = full_scale_of(settings);
     Noise const noise(settings);
     std::size_t const pixels = settings.width * settings.height;
     Frame frame{settings.width, settings.height, {}};
@@ -111,7 +111,9 @@ Frame record_samples(
                 sample =
                     noise.added_to(signal, normal_deviate(settings.seed, number * pixels + index));
             }
-            sample = std::clamp(sample + dark_level, 0.0, largest);
+            sample = dark_level < full_scale
+                         ? std::clamp(sample + dark_level, 0.0, full_scale - 1.0)
+                         : full_scale;
             frame.samples.push_back(static_cast<std::uint16_t>(sample + 0.5));
         }
     }

@@ -84,7 +84,7 @@ TEST(Sensor_pixels, bad_pixels_do_not_see_light) {
         }
     }
     EXPECT_EQ(unmoved, sensor.maps->bad_pixels);
-    EXPECT_EQ(*std::max_element(dark.begin(), dark.end()), 65534);
+    EXPECT_EQ(*std::max_element(dark.begin(), dark.end()), 65535);
     std::printf("%zu bad pixels\n", unmoved.size());
 }
 

@@ -134,7 +134,9 @@ void add_pixel_options(CLI::App& command, Flags& flags) {
             .add_flag(
                 "--pixel-spread", flags.pixels_differ,
                 "Draw every pixel at random, around the analysers that --imperfect draws or around "
-                "diattenuations of 0.95. Spreads are standard deviations")
+                "diattenuations of 0.95, and write what was drawn to FRAME_analysers.json, with "
+                "its "
+                "maps beside it. Spreads are standard deviations")
             ->group(group);
     polarization::Pixel_spread& spread = flags.pixel_spread;
     Numbers_of_flag const numbers{command, differ, group};
@@ -149,7 +151,7 @@ void add_pixel_options(CLI::App& command, Flags& flags) {
     numbers.add("--dark-spread", spread.dark_spread, {0.0, 16383.0}, "Of the dark level");
     numbers.add(
         "--hot-pixels", spread.hot_pixels, {0.0, 0.1},
-        "Share of pixels that are near the full scale without light");
+        "Share of pixels that are at the full scale without light");
     numbers.add(
         "--dead-pixels", spread.dead_pixels, {0.0, 0.1}, "Share of pixels that see no light");
     numbers.add_seed("--pixel-seed", spread.seed);

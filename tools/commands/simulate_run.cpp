@@ -17,6 +17,8 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <optional>
+#include <span>
 #include <utility>
 
 namespace polarize_tool {
@@ -112,24 +114,51 @@ std::string add_truth(
     return names;
 }
 
-// As a calibration file, so that it can be compared with a measured one and used in its place.
-void add_analysers(Staged_files& files, Simulate_options const& options) {
-    if (!options.settings.analysers) {
-        return;
+// Puts the pixels into the settings.
+// @return what is true of the sensor, if anything was drawn
+std::optional<polarization::Calibration> drawn_sensor(Simulate_options& options) {
+    polarization::Simulation_settings& settings = options.settings;
+    std::string description = "simulated";
+    std::optional<polarization::Calibration> sensor;
+    if (settings.analysers) {
+        sensor = polarization::ideal_calibration(polarization::Mosaic::from_phase(settings.phase));
+        sensor->analysers = *settings.analysers;
+        sensor->matrices = polarization::matrices_of(sensor->analysers);
+        sensor->quality.condition_number = polarization::condition_number(sensor->analysers);
+        description += ", analyser seed " + std::to_string(options.analyser_seed);
     }
-    auto calibration =
-        polarization::ideal_calibration(polarization::Mosaic::from_phase(options.settings.phase));
-    calibration.analysers = *options.settings.analysers;
-    calibration.matrices = polarization::matrices_of(calibration.analysers);
-    calibration.quality.condition_number = polarization::condition_number(calibration.analysers);
-    calibration.provenance = {
-        std::string(polarization::software_version()),
-        polarization::current_time(),
-        {},
-        "simulated, analyser seed " + std::to_string(options.analyser_seed)};
-    files.add(
-        with_suffix(options.output.parent_path(), options.output, "_analysers.json"),
-        polarization::calibration_to_json(calibration));
+    if (options.pixel_spread) {
+        sensor =
+            polarization::imperfect_pixels(settings, *options.pixel_spread, throw_if_interrupted);
+        settings.pixels = std::make_shared<polarization::Sensor_pixels const>(*sensor);
+        description += ", pixel seed " + std::to_string(options.pixel_spread->seed);
+    }
+    if (sensor) {
+        sensor->provenance = {
+            std::string(polarization::software_version()),
+            polarization::current_time(),
+            {},
+            description};
+    }
+    return sensor;
+}
+
+// As a calibration, so that it can be compared with a measured one and used in its place.
+void add_truth_of_sensor(
+    Staged_files& files, polarization::Calibration const& sensor, fs::path const& output) {
+    auto const made = polarization::files_of(
+        sensor, with_suffix(output.parent_path(), output, "_analysers.json"));
+    bool is_open = false;
+    for (std::span<std::byte const> const part : made.array_parts()) {
+        Staged_files::Bytes const bytes{
+            reinterpret_cast<std::uint8_t const*>(part.data()), part.size()};
+        if (std::exchange(is_open, true)) {
+            files.append(bytes);
+        } else {
+            files.add(made.array_file, bytes);
+        }
+    }
+    files.add(with_suffix(output.parent_path(), output, "_analysers.json"), made.json);
 }
 
 std::string sensor_line(Simulate_options const& options) {
@@ -139,14 +168,6 @@ std::string sensor_line(Simulate_options const& options) {
            ", " + (settings.noise ? "seed " + std::to_string(settings.seed) : "no noise") +
            (options.pixel_spread ? ", pixel seed " + std::to_string(options.pixel_spread->seed)
                                  : "");
-}
-
-void draw_pixels(Simulate_options& options) {
-    if (options.pixel_spread) {
-        options.settings.pixels =
-            std::make_shared<polarization::Sensor_pixels const>(polarization::imperfect_pixels(
-                options.settings, *options.pixel_spread, throw_if_interrupted));
-    }
 }
 
 // As a number with leading zeros.
@@ -300,7 +321,7 @@ void run_simulate(Simulate_options options) {
     if (options.frames == 1 && options.polariser_series.empty()) {
         refuse_existing(options.output, options.existing);
     }
-    draw_pixels(options);
+    auto const sensor = drawn_sensor(options);
     // Before the files, so that these are removed first if anything fails.
     Made_folder const folder(options.output.parent_path());
     Made_folder const truth_folder(options.truth_folder);
@@ -308,7 +329,9 @@ void run_simulate(Simulate_options options) {
     std::string const line = (options.polariser_series.empty() ? add_scene(files, options)
                                                                : add_series(files, options)) +
                              add_frames_beside(files, options);
-    add_analysers(files, options);
+    if (sensor) {
+        add_truth_of_sensor(files, *sensor, options.output);
+    }
     throw_if_interrupted();
     files.publish();
     if (!options.is_quiet) {

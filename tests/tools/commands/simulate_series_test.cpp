@@ -109,7 +109,7 @@ TEST(Simulate_series, dark_and_flat_frames_lie_beside_a_series_of_the_same_pixel
     ASSERT_EQ(outcome.code, 0) << outcome.errors;
     EXPECT_EQ(program_run::line_count(outcome.output), 3U) << outcome.output;
     EXPECT_NE(outcome.output.find("pixel seed 5"), std::string::npos);
-    EXPECT_EQ(test_files::names_in(folder.path()).size(), 2U + 2U + 20U);
+    EXPECT_EQ(test_files::names_in(folder.path()).size(), 2U + 2U + 20U + 2U);
     polarization::Simulation_settings settings = small_settings();
     settings.electrons_per_count = 2.0;
     settings.read_noise = 3.0;
@@ -119,6 +119,11 @@ TEST(Simulate_series, dark_and_flat_frames_lie_beside_a_series_of_the_same_pixel
     spread.hot_pixels = 0.01;
     settings.pixels = std::make_shared<polarization::Sensor_pixels const>(
         polarization::imperfect_pixels(settings, spread));
+    auto const truth = polarization::load_calibration(folder / "s_analysers.json");
+    EXPECT_EQ(truth.model, polarization::Calibration_model::pixel);
+    EXPECT_EQ(*truth.maps, *polarization::imperfect_pixels(settings, spread).maps);
+    EXPECT_EQ(truth.noise, polarization::noise_of(settings));
+    EXPECT_NE(truth.provenance.sensor.find("pixel seed 5"), std::string::npos);
     auto const recorded = [&](polarization::Light const& light, std::uint64_t number) {
         return polarization::record(light, settings, number).samples;
     };

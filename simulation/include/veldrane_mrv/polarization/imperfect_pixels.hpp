@@ -24,7 +24,7 @@ struct Pixel_spread {
     /// are 0.
     double dark_level = 16;
     double dark_spread = 2;
-    /// Shares of pixels that give nearly the full scale, or their dark level, whatever the light;
+    /// Shares of pixels that give the full scale, or their dark level, whatever the light;
     /// 0 to 0.1.
     double hot_pixels = 0;
     double dead_pixels = 0;

@@ -71,8 +71,8 @@ Light uniform_light(Simulation_settings const& settings, double angle);
 /// dark frames are made.
 Light flat_light(Simulation_settings const& settings, double level);
 
-/// What the sensor records of it. Noise never brings a sample to the full scale. Frames of other
-/// numbers differ by their noise.
+/// What the sensor records of it. Only hot pixels reach the full scale. Frames of other numbers
+/// differ by their noise.
 /// @throws Argument_error if `pixels` are not of the settings' size
 Frame record(
     Light const& light, Simulation_settings const& settings, std::uint64_t number = 0,
