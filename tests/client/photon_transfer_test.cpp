@@ -119,6 +119,16 @@ TEST(Photon_transfer, a_line_without_noise_is_found_exactly) {
     EXPECT_NEAR(found.largest_deviation, 0, 1e-12);
 }
 
+TEST(Photon_transfer, few_pixels_may_be_farther_from_the_line) {
+    std::vector<Photon_transfer_point> points;
+    for (double const level : {0.0, 100.0, 700.0, 3000.0}) {
+        points.push_back(point(level, level / 4 + 1));
+        points.back().standard_error *= 10;
+    }
+    points[1].variance *= 1.3;
+    EXPECT_GT(fit_photon_transfer(points).largest_deviation, 0.1);
+}
+
 TEST(Photon_transfer, read_noise_is_never_below_0) {
     std::vector<Photon_transfer_point> points;
     for (double const level : {100.0, 700.0, 3000.0}) {

@@ -72,6 +72,27 @@ TEST_F(Watched, good_series_are_not_refused_wherever_their_angles_are) {
     EXPECT_EQ(refusal_of(sensor_, every(10), plain), "");
     EXPECT_EQ(refusal_of(sensor_, {0, 1, 2, 3, 4, 5, 60, 120}, plain), "");
     EXPECT_EQ(refusal_of(sensor_, every(25), plain), "");
+    // Frames on which the fit hangs almost alone.
+    EXPECT_EQ(refusal_of(sensor_, {0, 10, 20, 30, 40, 50, 60, 120}, plain), "");
+}
+
+TEST_F(Watched, what_is_small_against_the_light_is_not_refused_however_small_the_noise) {
+    Pixel_sensor const still{Mosaic::from_phase(2), size, 12};
+    auto const frame_of = [&](double angle) {
+        return still.frame(angle == 60 ? 1.005 * level : level, angle);
+    };
+    EXPECT_EQ(refusal_of(still, every(15), frame_of), "");
+}
+
+TEST_F(Watched, pixels_are_watched_all_over_the_frame) {
+    auto const moved_below = [this](double angle) {
+        auto samples = frame(angle);
+        if (angle == 60) {
+            std::rotate(samples.begin() + 12 * size.width, samples.end() - 2, samples.end());
+        }
+        return samples;
+    };
+    EXPECT_TRUE(refusal_of(sensor_, every(15), moved_below).starts_with("distance of at 60 from"));
 }
 
 TEST_F(Watched, a_frame_of_a_moved_sensor_is_named) {
