@@ -169,8 +169,8 @@ void add_frames_beside(CLI::App& command, Simulate_options& options, std::string
                                   ->group(group);
     add_whole_number(
         command, "--flat-levels", options.flat_levels, {1, 100},
-        "So many levels of it in equal steps up to 80 % of the full scale; photon transfer takes "
-        "pairs of frames at several")
+        "So many levels of it, level K of N at 80 % * (K / N)^2 of the full scale; photon transfer "
+        "takes pairs of frames at several")
         ->default_str(std::to_string(options.flat_levels))
         ->needs(flat)
         ->group(group);

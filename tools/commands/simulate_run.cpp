@@ -257,7 +257,8 @@ std::string add_frames_beside(Staged_files& files, Simulate_options const& optio
     auto const digits = static_cast<int>(std::to_string(options.flat_levels).size());
     for (std::uint64_t level = 1; level <= options.flat_levels; ++level) {
         auto const part = static_cast<double>(level) / static_cast<double>(options.flat_levels);
-        add(brightest_flat_level * part, numbered("_flat_", level, digits),
+        // By squares, since read noise shows at low levels.
+        add(brightest_flat_level * part * part, numbered("_flat_", level, digits),
             first_flat_frame + level * options.flat_frames, options.flat_frames);
     }
     std::string line;

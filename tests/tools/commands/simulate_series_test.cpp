@@ -133,7 +133,7 @@ TEST(Simulate_series, dark_and_flat_frames_lie_beside_a_series_of_the_same_pixel
     auto const dark = polarization::flat_light(settings, 0.0);
     EXPECT_EQ(samples_in(folder / "s_dark_000.png"), recorded(dark, first_dark_frame));
     EXPECT_EQ(samples_in(folder / "s_dark_001.png"), recorded(dark, first_dark_frame + 1));
-    auto const flat = polarization::flat_light(settings, 0.8 * 3.0 / 10.0);
+    auto const flat = polarization::flat_light(settings, 0.8 * 0.3 * 0.3);
     EXPECT_EQ(samples_in(folder / "s_flat_03_000.png"), recorded(flat, first_flat_frame + 6));
     EXPECT_NE(samples_in(folder / "s_flat_03_001.png"), samples_in(folder / "s_flat_03_000.png"));
 }
