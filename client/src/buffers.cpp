@@ -38,6 +38,7 @@ void check_plane(std::string_view name, std::span<Element> plane, std::size_t el
 template void check_plane(std::string_view, std::span<std::uint16_t>, std::size_t);
 template void check_plane(std::string_view, std::span<std::int32_t>, std::size_t);
 template void check_plane(std::string_view, std::span<float>, std::size_t);
+template void check_plane(std::string_view, std::span<std::uint8_t>, std::size_t);
 
 std::vector<Buffer> buffers_of(Frame_view const& frame, Plane_views const& planes) {
     std::vector<Buffer> buffers{{"", frame.samples()}};

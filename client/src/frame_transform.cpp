@@ -7,16 +7,35 @@ namespace veldrane_mrv::polarization {
 
 Frame_transform::Frame_transform(Settings const& settings, Transform_options const& options)
     : fills_normalized_stokes_{options.fills_normalized_stokes && options.mode == Mode::fast},
-      transform_{settings, options.mode, options.final_pixel} {}
+      transform_{settings, options.mode, options.final_pixel}, validity_{settings, options.mode} {
+    if (settings.noise) {
+        uncertainty_.emplace(settings, options.mode);
+    }
+}
 
 void Frame_transform::operator()(
     Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes) {
-    if (fills_normalized_stokes_ && !planes.normalized_stokes.empty()) {
+    bool const fills = fills_normalized_stokes_ && !planes.normalized_stokes.empty();
+    if (fills || !planes.validity.empty() || !planes.uncertainty.empty()) {
         // Before anything is written, so that a refusal leaves all planes as they were.
         check_signed_call(frame, settings(), planes, signed_planes);
+    }
+    if (!planes.uncertainty.empty() && !uncertainty_) {
+        static_cast<void>(noise_of(settings()));
+    }
+    if (fills) {
         std::ranges::fill(planes.normalized_stokes, std::numeric_limits<float>::quiet_NaN());
     }
-    transform_(frame, planes, signed_planes);
+    Plane_views stored = planes;
+    stored.validity = {};
+    stored.uncertainty = {};
+    transform_(frame, stored, signed_planes);
+    if (!planes.validity.empty()) {
+        validity_(frame, planes.validity);
+    }
+    if (!planes.uncertainty.empty()) {
+        (*uncertainty_)(frame, planes.uncertainty);
+    }
 }
 
 } // namespace veldrane_mrv::polarization

@@ -8,9 +8,13 @@ namespace veldrane_mrv::polarization {
 namespace {
 
 [[noreturn]] void refuse(std::string_view list) {
+    Plane_set every;
+    for (Plane const plane : every_plane) {
+        every.insert(plane);
+    }
     throw Argument_error{
         "the list of planes", "\"" + std::string{list} + "\"",
-        "name some of " + to_string(Plane_set::all()) + " with commas between them, or all"};
+        "name some of " + to_string(every) + " with commas between them, or all"};
 }
 
 } // namespace

@@ -10,10 +10,10 @@
 namespace veldrane_mrv::polarization {
 namespace {
 
-// Two floats a pixel is the most that any buffer takes; differences of pointers have to fit as
+// Three floats a pixel is the most that any buffer takes; differences of pointers have to fit as
 // well.
 constexpr std::size_t most_pixels =
-    static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / (2 * sizeof(float));
+    static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / (3 * sizeof(float));
 
 void check_size(std::size_t height, std::size_t width) {
     if (height == 0) {

@@ -26,6 +26,8 @@ void tell_figures(Number_meaning& meaning, Plane plane, Stored_as const& stored)
         meaning.full_scale = is_scaled ? full_scale : 1.0;
         break;
     case Plane::normalized_stokes:
+    case Plane::validity:
+    case Plane::uncertainty:
         break;
     default: {
         double const step = stored.scale.sample_units_per_step();
@@ -44,6 +46,10 @@ std::string_view range_of(Plane plane, Stored_as const& stored) {
         return stored.is_signed ? "signed" : "positive half; a negative value is stored as 0";
     case Plane::s0:
         return "cut off at the full scale";
+    case Plane::validity:
+        return "sum of 1 saturated, 2 below dark, 4 bad pixel, 8 weak; 0 is valid";
+    case Plane::uncertainty:
+        return "S0 in sample units, degree as a fraction, angle in degrees";
     default:
         return {};
     }
@@ -68,8 +74,8 @@ std::string_view placement_of(Plane plane, Mode mode) {
 
 // In frames whose height and width differ in parity the processor takes the last pixel for one in
 // an even row and column.
-std::string_view final_pixel_of(Stored_as const& stored) {
-    if (stored.size.height % 2 == stored.size.width % 2) {
+std::string_view final_pixel_of(Plane plane, Stored_as const& stored) {
+    if (stored.size.height % 2 == stored.size.width % 2 || !Plane_set::all().contains(plane)) {
         return "computed with the weights of its position";
     }
     return stored.mode == Mode::calibrated
@@ -88,7 +94,7 @@ Number_meaning meaning_of(Plane plane, Stored_as const& stored) {
         .range = range_of(plane, stored),
         .undefined = undefined_of(plane, stored),
         .placement = placement_of(plane, stored.mode),
-        .final_pixel = final_pixel_of(stored)};
+        .final_pixel = final_pixel_of(plane, stored)};
     tell_figures(meaning, plane, stored);
     return meaning;
 }

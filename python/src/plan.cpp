@@ -31,6 +31,8 @@ int type_number_of(polarization::Element_type type) {
         return npy_api::NPY_UINT16_;
     case polarization::Element_type::int32:
         return npy_api::NPY_INT32_;
+    case polarization::Element_type::uint8:
+        return npy_api::NPY_UINT8_;
     case polarization::Element_type::float32:
         break;
     }
@@ -245,6 +247,11 @@ py::dict plane_table() {
 
 void bind_plan(py::module_& module) {
     module.attr("plane_table") = plane_table();
+    py::list stored;
+    for (polarization::Plane const plane : polarization::Plane_set::all().list()) {
+        stored.append(name_of(plane));
+    }
+    module.attr("all_planes") = py::tuple{stored};
     module.def("can_be_processed", [](std::size_t width, std::size_t height) {
         return polarization::can_be_processed({width, height});
     });

@@ -12,7 +12,9 @@ import numpy.typing as npt
 
 from . import _native
 
-PLANES = tuple(_native.plane_table)
+# Those that the processor stores; the table has more.
+PLANES = _native.all_planes
+_NAMES = tuple(_native.plane_table)
 
 Layout = Union[int, str, Iterable[int]]
 Array = npt.NDArray[Any]
@@ -54,10 +56,10 @@ def planes_of(planes: Union[str, Iterable[str]]) -> tuple[str, ...]:
             f"planes is {planes!r}; give the names of planes, such as ('s0', 'dolp')"
         ) from None
     if not names:
-        raise ValueError(f"planes is empty; name some of {', '.join(PLANES)}, or 'all'")
+        raise ValueError(f"planes is empty; name some of {', '.join(_NAMES)}, or 'all'")
     for name in names:
-        if name not in PLANES:
-            raise ValueError(f"planes holds {name!r}; name some of {', '.join(PLANES)}, or 'all'")
+        if name not in _NAMES:
+            raise ValueError(f"planes holds {name!r}; name some of {', '.join(_NAMES)}, or 'all'")
     return names
 
 

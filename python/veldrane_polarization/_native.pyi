@@ -7,6 +7,7 @@ import numpy.typing as npt
 from ._arguments import Layout
 
 plane_table: dict[str, Plane_description]
+all_planes: tuple[str, ...]
 zero_direction: str
 sense: str
 no_calibration: str

@@ -75,7 +75,7 @@ TEST(Transform, is_one_plain_call_of_the_processor) {
 TEST(Transform, touches_no_plane_that_is_not_wanted) {
     support::Samples const samples(8 * 40, 9);
     Guarded_planes memory{8 * 40};
-    for (Plane const plane : every_plane) {
+    for (Plane const plane : Plane_set::all().list()) {
         Plane_views const all = memory.lay(8 * 40, Plane_set::all(), support::Edge::end);
         Plane_views one;
         if (plane == Plane::normalized_stokes) {
@@ -86,7 +86,7 @@ TEST(Transform, touches_no_plane_that_is_not_wanted) {
             one.integer_plane(plane) = all.integer_plane(plane);
         }
         transform({samples, 8, 40}, ideal_settings(Mosaic::from_phase(3), Scale{12, 4095}), one);
-        for (Plane const other : every_plane) {
+        for (Plane const other : Plane_set::all().list()) {
             EXPECT_EQ(
                 support::is_untouched(Guarded_planes::bytes_of(all, other), support::Fill::plain),
                 other != plane)

@@ -68,7 +68,13 @@ public:
 
 private:
     static std::size_t bytes_per_pixel(polarization::Plane plane) {
-        return plane == polarization::Plane::normalized_stokes ? 8 : 2;
+        return polarization::visit_plane(
+            plane,
+            [](auto constant, auto elements) {
+                return polarization::elements_per_pixel(constant) *
+                       sizeof(typename decltype(elements)::value_type);
+            },
+            polarization::Plane_views{});
     }
     std::optional<support::Guarded_pages>& pages(polarization::Plane plane) {
         return pages_[static_cast<std::size_t>(plane)];

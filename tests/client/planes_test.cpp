@@ -26,10 +26,12 @@ TEST(Plane_table, tells_the_members_that_planes_are_visited_with) {
             EXPECT_EQ(static_cast<std::size_t>(Plane{plane}), visited++);
         },
         vectors);
-    EXPECT_EQ(visited, 6);
+    EXPECT_EQ(visited, 8);
     EXPECT_EQ(vectors.s0.size() + vectors.s1.size() + vectors.s2.size(), 3);
     EXPECT_EQ(vectors.azimuth.size() + vectors.dolp.size(), 2);
     EXPECT_EQ(vectors.normalized_stokes.size(), 2);
+    EXPECT_EQ(vectors.validity.size(), 1);
+    EXPECT_EQ(vectors.uncertainty.size(), 3);
 }
 
 TEST(Plane_set, holds_what_was_inserted) {
@@ -42,10 +44,12 @@ TEST(Plane_set, holds_what_was_inserted) {
     EXPECT_EQ(set, Plane_set{Plane::dolp});
     EXPECT_TRUE(Plane_set{}.empty());
     EXPECT_EQ(Plane_set::all().list().size(), 6);
+    EXPECT_FALSE(Plane_set::all().contains(Plane::validity));
+    EXPECT_FALSE(Plane_set::all().contains(Plane::uncertainty));
 }
 
 TEST(Plane_set, is_read_from_every_list_that_it_writes) {
-    for (unsigned bits = 1; bits < 64; ++bits) {
+    for (unsigned bits = 1; bits < 256; ++bits) {
         Plane_set set;
         for (Plane const plane : every_plane) {
             if ((bits >> static_cast<unsigned>(plane) & 1) != 0) {
@@ -65,7 +69,8 @@ TEST(Plane_set, refuses_names_that_are_none_and_says_which_there_are) {
             FAIL() << list;
         } catch (Argument_error const& error) {
             EXPECT_NE(
-                error.remedy().find("s0,s1,s2,azimuth,dolp,normalized_stokes"), std::string::npos);
+                error.remedy().find("s0,s1,s2,azimuth,dolp,normalized_stokes,validity,uncertainty"),
+                std::string::npos);
             EXPECT_NE(error.value().find(list), std::string::npos);
         }
     }

@@ -75,7 +75,7 @@ TEST(Planes, are_reached_through_their_views) {
     Planes planes{3, 5, Plane_set::all()};
     Plane_views const views = planes.views();
     EXPECT_EQ(views.wanted(), Plane_set::all());
-    for (Plane const plane : every_plane) {
+    for (Plane const plane : Plane_set::all().list()) {
         if (plane == Plane::normalized_stokes) {
             EXPECT_EQ(views.normalized_stokes.data(), planes.normalized_stokes().data());
             EXPECT_THROW(planes.integer_plane(plane), Argument_error);
@@ -87,6 +87,18 @@ TEST(Planes, are_reached_through_their_views) {
     }
     EXPECT_EQ(views.s0.data(), planes.integer_plane(Plane::s0).data());
     EXPECT_EQ(views.dolp.data(), planes.integer_plane(Plane::dolp).data());
+}
+
+TEST(Planes, hold_what_is_known_of_pixels) {
+    Planes planes{3, 5, {Plane::validity, Plane::uncertainty}};
+    Plane_views const views = planes.views();
+    EXPECT_EQ(std::ranges::count(views.validity, 0), 15);
+    EXPECT_EQ(views.uncertainty.size(), 45);
+    EXPECT_TRUE(std::isnan(views.uncertainty[44]));
+    for (Plane const plane : {Plane::validity, Plane::uncertainty}) {
+        EXPECT_THROW(views.integer_plane(plane), Argument_error);
+        EXPECT_EQ(planes.visit(plane, [](auto elements) { return elements.empty(); }), false);
+    }
 }
 
 TEST(Planes, refuse_sizes_without_pixels_or_beyond_memory) {

@@ -30,7 +30,12 @@ TEST(Number_meaning, steps_of_the_scale_become_values) {
         EXPECT_EQ(meaning.offset, wanted.offset);
         EXPECT_EQ(meaning.full_scale, 1000.0);
     }
-    EXPECT_FALSE(meaning_of(Plane::normalized_stokes, stored(Units::scaled)).full_scale);
+    for (Plane const plane : {Plane::normalized_stokes, Plane::validity, Plane::uncertainty}) {
+        EXPECT_FALSE(meaning_of(plane, stored(Units::scaled)).full_scale);
+        EXPECT_EQ(meaning_of(plane, stored(Units::scaled)).step, 1.0);
+    }
+    EXPECT_TRUE(
+        meaning_of(Plane::validity, stored(Units::scaled)).range.starts_with("sum of 1 sat"));
 }
 
 TEST(Number_meaning, physical_values_are_their_own_numbers) {

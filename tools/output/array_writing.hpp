@@ -39,6 +39,11 @@ public:
         : Array_view(
               std::as_bytes(samples), polarization::Element_type::float32, width, height,
               channels) {}
+    Array_view(
+        std::span<std::uint8_t const> samples, std::size_t width, std::size_t height,
+        std::size_t channels = 1)
+        : Array_view(
+              std::as_bytes(samples), polarization::Element_type::uint8, width, height, channels) {}
 
     std::span<std::uint8_t const> bytes() const { return bytes_; }
     polarization::Element_type kind() const { return kind_; }
@@ -67,7 +72,7 @@ struct Encoded_array {
     bool samples_follow;
 };
 
-/// PNG holds single 16-bit samples only.
+/// PNG holds single samples of 8 or 16 bits only.
 /// @throws std::runtime_error if the array is no PNG, or above 4 GiB for a TIFF
 Encoded_array encode(Array_view const& array, File_format format);
 

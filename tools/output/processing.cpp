@@ -40,7 +40,7 @@ bool Processing::holds_sign(Plane plane) const {
 }
 
 bool Processing::is_converted(Plane plane) const {
-    return units != Units::scaled && description_of(plane).element != Element_type::float32;
+    return units != Units::scaled && description_of(plane).element == Element_type::uint16;
 }
 
 Element_type Processing::kind_of(Plane plane) const {

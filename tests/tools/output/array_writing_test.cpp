@@ -43,9 +43,38 @@ TEST(Array_writing, tiff_of_two_float_channels_keeps_pairs_together) {
     EXPECT_EQ(tiff.samples, (std::vector<double>{1, -2, 3, -4}));
 }
 
+TEST(Array_writing, tiff_of_three_float_channels_keeps_them_together) {
+    Folder const folder;
+    std::vector<float> const samples = {1.0F, -2.0F, 3.0F, -4.0F, 5.5F, 6.0F};
+    test_files::write(folder / "threes.tif", test_files::tool_tiff(samples, 1, 2, 3));
+    test_files::Tiff const tiff = test_files::read_tiff(folder / "threes.tif");
+    EXPECT_EQ(tiff.height, 2U);
+    EXPECT_EQ(tiff.channels, 3U);
+    EXPECT_EQ(tiff.samples, (std::vector<double>{1, -2, 3, -4, 5.5, 6}));
+}
+
+TEST(Array_writing, numbers_of_8_bits) {
+    std::vector<std::uint8_t> const samples = {0, 1, 2, 255, 8, 15};
+    Array_view const array(std::span<std::uint8_t const>(samples), 3, 2);
+    for (File_format const format : {File_format::tiff, File_format::png}) {
+        Encoded_array const encoded = encode(array, format);
+        auto bytes = encoded.head;
+        if (encoded.samples_follow) {
+            bytes.insert(bytes.end(), samples.begin(), samples.end());
+        }
+        cv::Mat const image = cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
+        ASSERT_EQ(image.type(), CV_8UC1);
+        EXPECT_EQ(
+            std::vector<std::uint8_t>(image.begin<std::uint8_t>(), image.end<std::uint8_t>()),
+            samples);
+    }
+    auto const head = encode(array, File_format::npy).head;
+    EXPECT_NE(std::string(head.begin(), head.end()).find("'|u1'"), std::string::npos);
+}
+
 TEST(Array_writing, fields_of_a_tiff_stand_in_ascending_order) {
-    for (std::size_t const channels : {1U, 2U}) {
-        auto const bytes = test_files::tool_tiff(std::vector<float>(4), 4 / channels, 1, channels);
+    for (std::size_t const channels : {1U, 2U, 3U}) {
+        auto const bytes = test_files::tool_tiff(std::vector<float>(6), 6 / channels, 1, channels);
         unsigned previous = 0;
         for (std::size_t entry = 0; entry < bytes[8]; ++entry) {
             std::size_t const place = 10 + 12 * entry;

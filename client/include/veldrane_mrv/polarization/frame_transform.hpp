@@ -3,6 +3,10 @@
 #pragma once
 
 #include "veldrane_mrv/polarization/signed_transform.hpp"
+#include "veldrane_mrv/polarization/uncertainty.hpp"
+#include "veldrane_mrv/polarization/validity.hpp"
+
+#include <optional>
 
 namespace veldrane_mrv::polarization {
 
@@ -17,23 +21,28 @@ struct Transform_options {
 };
 
 /// One frame after another, each in one, two or no passes of the processor: what is asked for as a
-/// plane and as a signed plane decides. Keeps its workspace from frame to frame. Can be moved; for
-/// one thread at a time.
+/// plane and as a signed plane decides; `validity` and `uncertainty` are computed beside it. Keeps
+/// its workspace from frame to frame. Can be moved; for one thread at a time.
 class Frame_transform {
 public:
+    /// @throws Argument_error for a noise model that is none
     explicit Frame_transform(Settings const& settings, Transform_options const& options = {});
 
     Settings const& settings() const { return transform_.settings(); }
 
     /// Fast mode leaves NaN wherever it stores no normalised Stokes value, whatever the plane held,
     /// unless the options say otherwise.
-    /// @throws Argument_error as a `Signed_transform` does; nothing has been written then
+    /// @throws Argument_error as a `Signed_transform` does, and if `uncertainty` is wanted without
+    /// a
+    ///         noise model; nothing has been written then
     void operator()(
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
 
 private:
     bool fills_normalized_stokes_;
     Signed_transform transform_;
+    Validity_marker validity_;
+    std::optional<Uncertainty_estimator> uncertainty_;
 };
 
 } // namespace veldrane_mrv::polarization

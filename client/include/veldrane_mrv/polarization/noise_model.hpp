@@ -19,4 +19,8 @@ struct Noise_model {
     bool operator==(Noise_model const&) const = default;
 };
 
+/// @throws Argument_error unless electrons per count are above 0, read noise at least 0, and both
+///         finite
+void check(Noise_model const& noise);
+
 } // namespace veldrane_mrv::polarization

@@ -1,5 +1,5 @@
 /// @file
-/// The six planes that a frame can be turned into, and sets of them.
+/// The planes that a frame can be turned into, and sets of them.
 #pragma once
 
 #include <algorithm>
@@ -14,13 +14,13 @@
 
 namespace veldrane_mrv::polarization {
 
-enum class Plane : unsigned { s0, s1, s2, azimuth, dolp, normalized_stokes };
+enum class Plane : unsigned { s0, s1, s2, azimuth, dolp, normalized_stokes, validity, uncertainty };
 
-enum class Element_type { uint16, int32, float32 };
+enum class Element_type { uint16, int32, float32, uint8 };
 
-/// "uint16", "int32" or "float32", as NumPy has it.
+/// "uint16", "int32", "float32" or "uint8", as NumPy has it.
 constexpr std::string_view name_of(Element_type type) {
-    constexpr std::array<std::string_view, 3> names{"uint16", "int32", "float32"};
+    constexpr std::array<std::string_view, 4> names{"uint16", "int32", "float32", "uint8"};
     return names[static_cast<unsigned>(type)];
 }
 
@@ -30,8 +30,10 @@ template <>
 inline constexpr Element_type element_type_of<std::int32_t> = Element_type::int32;
 template <>
 inline constexpr Element_type element_type_of<float> = Element_type::float32;
+template <>
+inline constexpr Element_type element_type_of<std::uint8_t> = Element_type::uint8;
 
-/// What a plane is, as stored. In physical units every plane is of float32.
+/// What a plane is, as stored. In physical units the 16-bit planes are of float32.
 struct Plane_description {
     Plane plane;
     /// As `parse_planes` takes it.
@@ -53,7 +55,7 @@ struct Plane_description {
 };
 
 /// The only place that says so. In the order of the enumerators.
-inline constexpr std::array<Plane_description, 6> plane_table{{
+inline constexpr std::array<Plane_description, 8> plane_table{{
     {Plane::s0, "s0", Element_type::uint16, Element_type::uint16, 1, false, "sample",
      "total intensity", "total intensity, half the sum of the four samples of a cell", ""},
     {Plane::s1, "s1", Element_type::uint16, Element_type::int32, 1, false, "sample",
@@ -68,6 +70,13 @@ inline constexpr std::array<Plane_description, 6> plane_table{{
     {Plane::normalized_stokes, "normalized_stokes", Element_type::float32, Element_type::float32, 2,
      true, "1", "S1 / S0 and S2 / S0", "S1 / S0 and S2 / S0, two numbers a pixel",
      "NaN where a Stokes quantity of 0 is divided by an S0 of 0, an infinity where another one is"},
+    {Plane::validity, "validity", Element_type::uint8, Element_type::uint8, 1, false, "1",
+     "validity", "sum of 1 saturated, 2 below dark, 4 bad pixel, 8 weak; 0 is valid", ""},
+    {Plane::uncertainty, "uncertainty", Element_type::float32, Element_type::float32, 3, false, "1",
+     "standard deviations of S0, degree and angle",
+     "standard deviations of S0 in samples, of the degree and of the angle in degrees, three "
+     "numbers a pixel",
+     "that of the degree is NaN where S0 is not above 0"},
 }};
 
 inline constexpr std::array every_plane = [] {
@@ -97,6 +106,8 @@ struct Per_plane {
     Of<std::uint16_t> azimuth;
     Of<std::uint16_t> dolp;
     Of<float> normalized_stokes;
+    Of<std::uint8_t> validity;
+    Of<float> uncertainty;
 };
 
 /// Calls `action(constant, members...)` with the plane as a constant and with the member of its
@@ -115,10 +126,14 @@ constexpr decltype(auto) visit_plane(Plane plane, Action&& action, Sets&&... set
     case Plane::dolp:
         return action(std::integral_constant<Plane, Plane::dolp>{}, sets.dolp...);
     case Plane::normalized_stokes:
+        return action(
+            std::integral_constant<Plane, Plane::normalized_stokes>{}, sets.normalized_stokes...);
+    case Plane::validity:
+        return action(std::integral_constant<Plane, Plane::validity>{}, sets.validity...);
+    case Plane::uncertainty:
         break;
     }
-    return action(
-        std::integral_constant<Plane, Plane::normalized_stokes>{}, sets.normalized_stokes...);
+    return action(std::integral_constant<Plane, Plane::uncertainty>{}, sets.uncertainty...);
 }
 
 template <class Action, class... Sets>
@@ -137,10 +152,10 @@ public:
         }
     }
 
+    /// The six that the processor stores.
     static constexpr Plane_set all() {
-        Plane_set set;
-        set.bits_ = (1U << every_plane.size()) - 1;
-        return set;
+        return {Plane::s0,      Plane::s1,   Plane::s2,
+                Plane::azimuth, Plane::dolp, Plane::normalized_stokes};
     }
 
     constexpr bool contains(Plane plane) const { return (bits_ & bit(plane)) != 0; }
@@ -159,7 +174,8 @@ private:
     unsigned bits_ = 0;
 };
 
-/// Reads a list such as "azimuth,dolp"; "all" stands for the six. A plane may be named twice.
+/// Reads a list such as "azimuth,dolp"; "all" stands for the six that the processor stores. A plane
+/// may be named twice.
 /// @throws Argument_error for an empty list and for a name that is none, with the names that are
 Plane_set parse_planes(std::string_view list);
 

@@ -56,6 +56,8 @@ public:
     std::span<std::uint16_t const> dark_levels() const { return dark_levels_; }
     /// The same; empty for model `pixel`.
     std::span<std::uint16_t const> gains() const { return gains_; }
+    /// 1 for a bad pixel; row by row without padding.
+    std::span<std::uint8_t const> bad_marks() const { return is_bad_; }
     /// Model `pixel`, else empty: of 16 columns after 16 columns of a padded row the steps of
     /// `weight_step` from the position's weights; 12 weights of the 8 even columns, each of 8
     /// numbers, then those of the 8 odd ones. A step is 1 / 32768, so a weight is off by 1.5e-5 at

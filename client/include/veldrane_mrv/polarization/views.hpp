@@ -3,7 +3,7 @@
 /// their memory.
 ///
 /// Everything is row-major and densely packed: the pixel in row r and column c of a frame of width
-/// w is element r * w + c, or elements 2 * (r * w + c) and the one behind it of a plane of two.
+/// w is element r * w + c, or begins at element n * (r * w + c) of a plane of n numbers a pixel.
 #pragma once
 
 #include "veldrane_mrv/polarization/geometry.hpp"
@@ -59,9 +59,11 @@ struct Plane_views {
     std::span<std::uint16_t> azimuth{};
     std::span<std::uint16_t> dolp{};
     std::span<float> normalized_stokes{};
+    std::span<std::uint8_t> validity{};
+    std::span<float> uncertainty{};
 
     /// Any of the five 16-bit planes.
-    /// @throws Argument_error for the one of floats
+    /// @throws Argument_error for another one
     std::span<std::uint16_t>& integer_plane(Plane plane);
     std::span<std::uint16_t> integer_plane(Plane plane) const;
 
@@ -80,7 +82,7 @@ struct Signed_views {
 /// Memory for a chosen set of planes of one frame. Can be used for one frame after another.
 class Planes {
 public:
-    /// 16-bit planes start as zeros, planes of floats as NaNs.
+    /// Planes of integers start as zeros, planes of floats as NaNs.
     /// @throws Argument_error if height or width is 0 or the planes do not fit the address space
     Planes(std::size_t height, std::size_t width, Plane_set wanted);
 
@@ -93,7 +95,7 @@ public:
     Plane_views views();
 
     /// One of the five 16-bit planes, empty if it was not chosen.
-    /// @throws Argument_error for the one of floats
+    /// @throws Argument_error for another one
     std::span<std::uint16_t const> integer_plane(Plane plane) const;
     /// `action` with the elements of any plane as a span of constants, empty if it was not chosen.
     template <class Action>
