@@ -20,7 +20,7 @@ _veldrane_polarize() {
         --mode) values='fast calibrated' ;;
         --model) values='position gain pixel' ;;
         --units) values='scaled degrees radians' ;;
-        --planes) values='all s0 s1 s2 azimuth dolp normalized_stokes azimuth,dolp' ;;
+        --planes) values='all s0 s1 s2 azimuth dolp normalized_stokes azimuth,dolp validity uncertainty' ;;
         --bit-depth) values='8 10 12 14 16' ;;
         --pixel-format)
             values='Mono8 Mono10 Mono12 Mono14 Mono16 Mono10p Mono12p Mono10Packed Mono12Packed'

@@ -53,6 +53,14 @@ unsigned scaled(std::uint16_t value, unsigned full_scale, unsigned steps) {
     return (limited * steps + full_scale / 2) / full_scale;
 }
 
+void mask(Colour_picture& picture, std::span<std::uint8_t const> validity) {
+    for (std::size_t index = 0; index < validity.size(); ++index) {
+        if (validity[index] != 0) {
+            picture.pixels[index] = invalid_colour;
+        }
+    }
+}
+
 } // namespace
 
 std::uint8_t display_level(double linear) {
@@ -95,6 +103,7 @@ Colour_picture angle_degree_picture(Picture_source const& source) {
         unsigned const level = scaled(source.degree[index], source.full_scale, level_count - 1);
         picture.pixels.push_back(colours[hue * level_count + level]);
     }
+    mask(picture, source.validity);
     return picture;
 }
 
@@ -106,6 +115,7 @@ Colour_picture degree_picture(Picture_source const& source) {
     for (std::uint16_t const degree : source.degree) {
         picture.pixels.push_back(colours[scaled(degree, source.full_scale, level_count - 1)]);
     }
+    mask(picture, source.validity);
     return picture;
 }
 

@@ -116,4 +116,20 @@ TEST(Pictures, the_wheel_shows_an_angle_in_its_direction_both_ways) {
     }
 }
 
+TEST(Pictures, invalid_pixels_are_grey_and_no_other_is) {
+    std::vector<std::uint16_t> azimuth;
+    std::vector<std::uint16_t> degree;
+    for (unsigned element = 0; element < 65536; element += 7) {
+        azimuth.push_back(static_cast<std::uint16_t>(element));
+        degree.push_back(static_cast<std::uint16_t>(element * 31 % 65536));
+    }
+    std::vector<std::uint8_t> validity(azimuth.size());
+    validity[100] = 8;
+    Picture_source const source{azimuth, degree, azimuth.size(), 1, full_scale, validity};
+    for (Colour_picture const& picture : {angle_degree_picture(source), degree_picture(source)}) {
+        EXPECT_EQ(std::ranges::count(picture.pixels, invalid_colour), 1);
+        EXPECT_EQ(picture.pixels[100], invalid_colour);
+    }
+}
+
 } // namespace

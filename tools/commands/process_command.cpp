@@ -31,6 +31,9 @@ struct Command_line {
     Units units = Units::scaled;
     bool is_signed = false;
     bool wants_pictures = true;
+    bool is_masked = true;
+    std::optional<double> electrons_per_count;
+    std::optional<double> read_noise;
     bool overwrites = false;
     unsigned repetitions = 1;
 };
@@ -38,7 +41,10 @@ struct Command_line {
 constexpr char const* planes_help =
     "Planes to compute, separated by commas: s0, s1, s2, azimuth, dolp (16 bits a number unless "
     "--signed or --units say otherwise), normalized_stokes (32-bit floats, S1/S0 and S2/S0), or "
-    "all. In fast mode normalized_stokes lies as the processor packs it: at the pixel's own place "
+    "all for these six; and, only if named, validity (8 bits: 1 saturated, 2 below dark, 4 bad "
+    "pixel, 8 weak) and uncertainty (three 32-bit floats: standard deviations of S0, degree and "
+    "angle; needs --electrons-per-count or a calibration with noise). In fast mode "
+    "normalized_stokes lies as the processor packs it: at the pixel's own place "
     "only in frames of two rows or fewer than 32 columns, NaN where it stores nothing";
 
 constexpr char const* full_scale_help =
@@ -66,6 +72,18 @@ constexpr char const* pictures_help =
     "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
     "for frames that are alone in their file. Pictures are for the eye and have no JSON file "
     "beside them";
+
+constexpr char const* electrons_help =
+    "Conversion gain of the camera in electrons for one unit of a sample, 0.001 to 1000000: the "
+    "noise that "
+    "uncertainty and the weak light of validity are judged by, in place of the calibration's";
+
+constexpr char const* read_noise_help =
+    "Read noise in electrons, 0 to 1000000; goes with --electrons-per-count, 0 if not given";
+
+constexpr char const* mask_help =
+    "Grey in the pictures where a pixel is not valid, as the plane validity has it: saturated, and "
+    "below dark, bad or weak as far as calibration and noise are known; or colours everywhere";
 
 constexpr char const* skip_help =
     "Pass over frames whose files are all there, none of them empty, and count them, so that a run "
@@ -96,9 +114,11 @@ Plane_set planes_of(std::string const& list) {
 void refuse_unfit_format(Results const& results) {
     for (Plane const plane : results.processing.planes.list()) {
         if (results.format == File_format::png &&
-            results.processing.kind_of(plane) != polarization::Element_type::uint16) {
+            results.processing.kind_of(plane) != polarization::Element_type::uint16 &&
+            results.processing.kind_of(plane) != polarization::Element_type::uint8) {
             throw Usage_error(
-                "--format png holds 16-bit numbers only, and " + std::string(name_of(plane)) +
+                "--format png holds numbers of 8 and 16 bits only, and " +
+                std::string(name_of(plane)) +
                 " is none here; use --format tiff or npy, or other --planes");
         }
     }
@@ -137,11 +157,24 @@ void refuse_options_without_effect(Command_line const& line, CLI::App const& com
     if (line.full_scale && !has_integers) {
         refuse("--full-scale", "s0, s1, s2, azimuth and dolp");
     }
+    if (line.read_noise && !line.electrons_per_count) {
+        throw Usage_error(
+            "--read-noise is in electrons, but --electrons-per-count is not given; add it");
+    }
     if (line.repetitions > 1 && line.run.jobs > 1) {
         throw Usage_error(
             "--repeat measures one frame at a time, but --jobs is " +
             std::to_string(line.run.jobs) + "; leave one of them out");
     }
+}
+
+// Of the command line, else of the calibration.
+std::optional<polarization::Noise_model> noise_of(
+    Command_line const& line, std::optional<polarization::Calibration> const& calibration) {
+    if (!line.electrons_per_count) {
+        return calibration ? calibration->noise : std::nullopt;
+    }
+    return polarization::Noise_model{*line.electrons_per_count, line.read_noise.value_or(0.0)};
 }
 
 int run_process(Command_line& line, CLI::App const& command) {
@@ -151,8 +184,14 @@ int run_process(Command_line& line, CLI::App const& command) {
     Plane_set const planes = planes_of(line.planes);
     check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, raw);
-    auto const [settings, calibration] =
+    auto [settings, calibration] =
         transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    settings.noise = noise_of(line, calibration);
+    if (planes.contains(Plane::uncertainty) && !settings.noise) {
+        throw Usage_error(
+            "--planes has uncertainty, but no noise is known; give --electrons-per-count and "
+            "--read-noise, or a calibration that measured them");
+    }
     Results& results = line.results;
     results.processing = {
         settings,   line.mode.value_or(calibration ? Mode::calibrated : Mode::fast),
@@ -167,6 +206,7 @@ int run_process(Command_line& line, CLI::App const& command) {
     if (command.count("--pictures") > 0) {
         results.pictures.are_wanted = line.wants_pictures;
     }
+    results.pictures.are_masked = line.is_masked;
     refuse_unfit_format(results);
     if (line.repetitions > 1) {
         line.run.jobs = 1; // another thread would disturb the times
@@ -200,6 +240,13 @@ void add_plane_options(CLI::App& command, Command_line& line) {
         ->group(group);
     add_whole_number(command, "--full-scale", line.full_scale, {1, 65535}, full_scale_help)
         ->group(group);
+    add_number(
+        command, "--electrons-per-count", {1e-3, 1e6}, electrons_help,
+        [&line](double number) { line.electrons_per_count = number; })
+        ->group(group);
+    add_number(command, "--read-noise", {0, 1e6}, read_noise_help, [&line](double number) {
+        line.read_noise = number;
+    })->group(group);
 }
 
 void add_output_options(CLI::App& command, Command_line& line) {
@@ -215,9 +262,11 @@ void add_output_options(CLI::App& command, Command_line& line) {
          {"png", File_format::png},
          {"raw", File_format::raw},
          {"npy", File_format::npy}},
-        "tiff (uncompressed), png (16-bit planes only), npy (NumPy), or raw: the numbers alone")
+        "tiff (uncompressed), png (8- and 16-bit planes only), npy (NumPy), or raw: the numbers "
+        "alone")
         ->group(group);
     command.add_flag("--pictures,!--no-pictures", line.wants_pictures, pictures_help)->group(group);
+    command.add_flag("--mask,!--no-mask", line.is_masked, mask_help)->group(group);
     CLI::Option* const overwrite =
         command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
             ->group(group);

@@ -123,7 +123,10 @@ void Process_run::work(Slot& slot) {
         if (!has_checked_balance_.exchange(true)) {
             warn_of_imbalance(slot);
         }
-        slot.staged = results_.stage(place, slot.processor);
+        std::span<std::uint8_t const> const validity = results_.masks_pictures(place)
+                                                           ? slot.processor.validity(frame)
+                                                           : std::span<std::uint8_t const>();
+        slot.staged = results_.stage(place, slot.processor, validity);
     });
 }
 

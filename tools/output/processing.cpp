@@ -53,8 +53,8 @@ Element_type Processing::kind_of(Plane plane) const {
 Frame_processor::Frame_processor(Processing const& processing)
     : processing_{processing}, computed_{computed_planes(processing)},
       // Planes begin as NaN.
-      transform_{processing.settings, {.mode = processing.mode, .fills_normalized_stokes = false}} {
-}
+      transform_{processing.settings, {.mode = processing.mode, .fills_normalized_stokes = false}},
+      marker_{processing.settings, processing.mode} {}
 
 void Frame_processor::take_memory(std::size_t height, std::size_t width) {
     if (planes_ && planes_->height() == height && planes_->width() == width) {
@@ -89,6 +89,15 @@ void Frame_processor::run(Frame const& frame) {
             convert(plane, result);
         }
     }
+}
+
+std::span<std::uint8_t const> Frame_processor::validity(Frame const& frame) {
+    if (computed_.contains(Plane::validity)) {
+        return planes_->views().validity;
+    }
+    marks_.resize(frame.samples.size());
+    marker_(frame.view(), marks_);
+    return marks_;
 }
 
 void Frame_processor::convert(Plane plane, std::vector<float>& result) {

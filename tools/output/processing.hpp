@@ -43,6 +43,8 @@ public:
 
     /// @throws polarization::Argument_error if the frame cannot be transformed
     void run(Frame const& frame);
+    /// Of the same frame, whether `validity` is among the planes or not.
+    std::span<std::uint8_t const> validity(Frame const& frame);
 
     /// Of the last frame: a plane as it goes into a file, valid until the next run.
     Array_view array(polarization::Plane plane) const;
@@ -61,6 +63,8 @@ private:
     std::optional<polarization::Planes> planes_;
     std::optional<polarization::Signed_planes> signed_planes_;
     polarization::Frame_transform transform_;
+    polarization::Validity_marker marker_;
+    std::vector<std::uint8_t> marks_;
     std::array<std::vector<float>, polarization::every_plane.size()> converted_;
     std::vector<double> milliseconds_;
 };

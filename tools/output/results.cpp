@@ -60,7 +60,13 @@ bool Results::has_files_of(Frame_place const& place) const {
     });
 }
 
-Staged_files Results::stage(Frame_place const& place, Frame_processor const& processed) const {
+bool Results::masks_pictures(Frame_place const& place) const {
+    return shows_degree(place) && pictures.are_masked;
+}
+
+Staged_files Results::stage(
+    Frame_place const& place, Frame_processor const& processed,
+    std::span<std::uint8_t const> validity) const {
     Staged_files files(existing);
     for (Plane const plane : processing.planes.list()) {
         std::filesystem::path const file = plane_file(place, plane);
@@ -76,19 +82,24 @@ Staged_files Results::stage(Frame_place const& place, Frame_processor const& pro
             beside.replace_extension(sidecar_ending),
             sidecar(plane, file, array, place, processing, origin));
     }
-    stage_pictures(place, processed, files);
+    stage_pictures(place, processed, validity, files);
     return files;
 }
 
 void Results::stage_pictures(
-    Frame_place const& place, Frame_processor const& processed, Staged_files& files) const {
+    Frame_place const& place, Frame_processor const& processed,
+    std::span<std::uint8_t const> validity, Staged_files& files) const {
     if (!shows_degree(place)) {
         return;
     }
     Array_view const size = processed.array(Plane::dolp);
     polarization::Picture_source const source{
-        processed.stored(Plane::azimuth), processed.stored(Plane::dolp), size.width(),
-        size.height(), processing.settings.scale.full_scale()};
+        processed.stored(Plane::azimuth),
+        processed.stored(Plane::dolp),
+        size.width(),
+        size.height(),
+        processing.settings.scale.full_scale(),
+        validity};
     if (shows_angle(place)) {
         files.add(
             file_of(place, angle_degree_suffix),

@@ -31,7 +31,13 @@ struct Results {
 
     /// Writes them, except that nothing has appeared yet: that takes `publish` of what it returns.
     /// @throws File_failure
-    Staged_files stage(Frame_place const& place, Frame_processor const& processed) const;
+    /// @param validity for the pictures; empty if they are not masked
+    Staged_files stage(
+        Frame_place const& place, Frame_processor const& processed,
+        std::span<std::uint8_t const> validity) const;
+
+    /// Whether pictures are made of the frame and invalid pixels are grey in them.
+    bool masks_pictures(Frame_place const& place) const;
 
 private:
     std::filesystem::path file_of(Frame_place const& place, std::string const& ending) const;
@@ -39,7 +45,8 @@ private:
     bool shows_degree(Frame_place const& place) const;
     bool shows_angle(Frame_place const& place) const;
     void stage_pictures(
-        Frame_place const& place, Frame_processor const& processed, Staged_files& files) const;
+        Frame_place const& place, Frame_processor const& processed,
+        std::span<std::uint8_t const> validity, Staged_files& files) const;
 };
 
 } // namespace polarize_tool

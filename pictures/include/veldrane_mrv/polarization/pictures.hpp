@@ -45,6 +45,8 @@ std::array<Fine_colour, level_count> const& degree_colours();
 struct Picture_options {
     /// Without a choice it depends on the frame.
     std::optional<bool> are_wanted{};
+    /// Whether pixels that are not valid are grey.
+    bool are_masked = true;
 };
 
 /// Two planes of one frame on the scale 0 to `full_scale`.
@@ -54,7 +56,12 @@ struct Picture_source {
     std::size_t width;
     std::size_t height;
     unsigned full_scale;
+    /// One element a pixel, or none; where it is not 0 the pictures are grey.
+    std::span<std::uint8_t const> validity{};
 };
+
+/// Of pixels that are not valid. No colour of the angles and degrees is a grey of this brightness.
+inline constexpr Colour invalid_colour{128, 128, 128};
 
 /// For pictures that no frame gives: numbers on the scale 0 to `fine_scale`.
 inline constexpr unsigned fine_scale = 65535;
