@@ -6,6 +6,7 @@
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
+#include "veldrane_mrv/polarization/uncertainty.hpp"
 
 #include <algorithm>
 #include <array>
@@ -13,9 +14,11 @@
 #include <cstdint>
 #include <optional>
 #include <pybind11/numpy.h>
+#include <pybind11/stl.h>
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace veldrane_python {
@@ -128,14 +131,23 @@ class Plan {
 public:
     Plan(
         py::tuple const& planes, int phase, polarization::Scale const& scale,
-        polarization::Calibration const* calibration, bool is_calibrated_mode, bool is_signed)
+        polarization::Calibration const* calibration, bool is_calibrated_mode, bool is_signed,
+        std::optional<std::pair<double, double>> const& noise)
         : settings_{polarization::ideal_settings(polarization::Mosaic::from_phase(phase), scale)},
           mode_{is_calibrated_mode ? polarization::Mode::calibrated : polarization::Mode::fast} {
         if (calibration != nullptr) {
             settings_.matrices = calibration->matrices;
         }
+        if (noise) {
+            settings_.noise = {.electrons_per_count = noise->first, .read_noise = noise->second};
+        } else if (calibration != nullptr) {
+            settings_.noise = calibration->noise;
+        }
         for (py::handle const name : planes) {
             planes_.emplace_back(name, is_signed);
+            if (planes_.back().plane == polarization::Plane::uncertainty) {
+                static_cast<void>(noise_of(settings_));
+            }
         }
     }
 
@@ -262,9 +274,10 @@ void bind_plan(py::module_& module) {
         .def(
             py::init<
                 py::tuple const&, int, polarization::Scale const&, polarization::Calibration const*,
-                bool, bool>(),
+                bool, bool, std::optional<std::pair<double, double>> const&>(),
             py::arg("planes"), py::arg("phase"), py::arg("scale"),
-            py::arg("calibration").none(true), py::arg("is_calibrated_mode"), py::arg("is_signed"))
+            py::arg("calibration").none(true), py::arg("is_calibrated_mode"), py::arg("is_signed"),
+            py::arg("noise") = py::none())
         .def(
             "process_if_plain", &Plan::process_if_plain, py::arg("raw"), py::arg("out"),
             py::arg("threads"))

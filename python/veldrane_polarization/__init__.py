@@ -20,6 +20,7 @@ from ._simulating import (
     inspect,
     simulate,
 )
+from ._trust import Noise, Validity
 
 __version__ = _native.software_version()
 
@@ -29,9 +30,11 @@ __all__ = [
     "Analyser",
     "Calibration",
     "Inspection",
+    "Noise",
     "Result",
     "Scale",
     "Simulation",
+    "Validity",
     "bit_depth_of",
     "calibrate",
     "imperfect_pixels",

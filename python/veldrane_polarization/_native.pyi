@@ -128,6 +128,7 @@ class Plan:
         calibration: Optional[Calibration],
         is_calibrated_mode: bool,
         is_signed: bool,
+        noise: Optional[tuple[float, float]] = None,
     ) -> None: ...
     def process_if_plain(
         self, raw: object, out: object, threads: int

@@ -9,7 +9,7 @@ from typing import Callable, NamedTuple, Optional, Union
 import numpy as np
 import numpy.typing as npt
 
-from . import _arguments, _native
+from . import _arguments, _native, _trust
 from ._arguments import Array, Layout
 
 Floats = npt.NDArray[np.float32]
@@ -27,6 +27,11 @@ class Result:
         (H, W) or (N, H, W), uint16; `s1` and `s2` int32 if signed.
     normalized_stokes : numpy.ndarray
         (H, W, 2) or (N, H, W, 2), float32: S1 / S0 and S2 / S0.
+    validity : numpy.ndarray
+        (H, W) or (N, H, W), uint8: bits of `Validity`, 0 for a valid pixel.
+    uncertainty : numpy.ndarray
+        (H, W, 3) or (N, H, W, 3), float32: standard deviations of S0 in sample units, of the degree
+        (NaN where S0 is not above 0), and of the angle in degrees.
     planes : tuple of str
         Names of the planes that there are.
     scale : Scale
@@ -115,6 +120,14 @@ class Result:
     @property
     def normalized_stokes(self) -> Array:
         return self._plane("normalized_stokes")
+
+    @property
+    def validity(self) -> Array:
+        return self._plane("validity")
+
+    @property
+    def uncertainty(self) -> Array:
+        return self._plane("uncertainty")
 
     def angle(self, unit: str = "radians") -> Floats:
         """Angle of polarisation in physical units.
@@ -222,9 +235,10 @@ def choices_of(
     mode: str,
     calibration: Optional[_native.Calibration],
     signed: bool,
+    noise: Optional[_trust.Noise] = None,
 ) -> Choices:
     """Of options that have been checked. A scale is more than the two numbers it was made of."""
-    plan = _native.Plan(names, phase, scale, calibration, mode == "calibrated", signed)
+    plan = _native.Plan(names, phase, scale, calibration, mode == "calibrated", signed, noise)
     return Choices(plan, names, scale, phase, mode, signed)
 
 
@@ -236,12 +250,15 @@ def _checked(
     calibration: Optional[_native.Calibration],
     full_scale: Optional[int],
     signed: bool,
+    noise: Optional[_trust.Noise],
 ) -> Choices:
     scale = _arguments.scale_of(bit_depth, full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
     mode = _arguments.mode_of(mode, calibration)
     names = _arguments.planes_of(planes)
-    return choices_of(scale, phase, names, mode, known, _arguments.truth("signed", signed))
+    is_signed = _arguments.truth("signed", signed)
+    noise = None if noise is None else _trust.checked(noise)
+    return choices_of(scale, phase, names, mode, known, is_signed, noise)
 
 
 _UNCHANGING = (int, str, tuple, type(None))
@@ -259,6 +276,7 @@ def process(
     calibration: Optional[_native.Calibration] = None,
     full_scale: Optional[int] = None,
     signed: bool = False,
+    noise: Optional[_trust.Noise] = None,
     out: Optional[Mapping[str, Array]] = None,
     threads: Optional[int] = None,
 ) -> Result:
@@ -277,7 +295,8 @@ def process(
     bit_depth : int
         Significant bits of a sample, 1 to 16, low-aligned. Samples above it enter as they stand.
     planes : iterable of str or str
-        Some of s0, s1, s2, azimuth, dolp, normalized_stokes, or ``'all'``.
+        Some of s0, s1, s2, azimuth, dolp, normalized_stokes, or ``'all'`` for these six; and
+        validity and uncertainty, which have to be named.
     mode : {'fast', 'calibrated'}, optional
         Fast: every plane as the processor writes it. Calibrated: every pixel through the weights of
         its position. Fast without a calibration, calibrated with one, if not given.
@@ -289,6 +308,9 @@ def process(
     signed : bool
         `s1` and `s2` with their signs, as int32, by two passes, rounding to nearest. Otherwise a
         negative number is stored as 0.
+    noise : Noise, optional
+        How samples scatter, for `uncertainty` and the weak light of `validity`; that of the
+        calibration if not given.
     out : mapping of str to numpy.ndarray, optional
         A C-contiguous array for each plane, of its dtype and shape. `normalized_stokes` is filled
         with NaN first, since fast mode stores only part of it.
@@ -330,9 +352,9 @@ def process(
         planes = _arguments.planes_of(planes)
     if type(layout) not in _UNCHANGING:
         layout = _arguments.phase_of(layout)  # type: ignore[arg-type]
-    options = layout, bit_depth, planes, mode, calibration, full_scale, signed
+    options = layout, bit_depth, planes, mode, calibration, full_scale, signed, noise
     try:
-        choices = _remembered(*options) if calibration is None else None
+        choices = _remembered(*options) if calibration is None and noise is None else None
     except TypeError:  # something unhashable in a tuple, which is refused below
         choices = None
     return process_as(choices or _checked(*options), raw, out, threads)

@@ -10,6 +10,7 @@ import numpy as np
 from . import _arguments, _native
 from ._native import plane_table, software_version
 from ._processing import Result
+from ._trust import Validity
 
 __all__ = ["to_dataset"]
 
@@ -18,7 +19,7 @@ _ZERO = f"0 along the rows, {_native.sense}"
 
 def _meaning(result: Result, name: str) -> dict[str, Any]:
     """What the command line says of the same numbers; None where there is nothing to say."""
-    shape = result[name].shape[: -1 if name == "normalized_stokes" else None]
+    shape = result[name].shape[: -1 if plane_table[name].elements_per_pixel > 1 else None]
     return _native.number_meaning(
         name, result.scale, result.mode == "calibrated", result.signed, *shape[-2:]
     )
@@ -90,7 +91,8 @@ def to_dataset(
     xarray.Dataset
         Variables ``s0``, ``s1``, ``s2`` (counts), ``angle`` (``unit``), ``degree`` (1), all float32
         with the dimensions (time, y, x), and ``normalized_stokes`` with the dimension ``component``
-        besides: those whose planes the result has. One frame gives one time.
+        besides: those whose planes the result has; ``validity`` as it is, and ``uncertainty`` with
+        the dimension ``deviation_of``. One frame gives one time.
 
     Raises
     ------
@@ -141,8 +143,16 @@ def to_dataset(
                 attributes | {"units": about.unit},
             )
         elif about.elements_per_pixel > 1:
-            pairs = result[name].reshape(*frames, about.elements_per_pixel)
-            variables[name] = (*dims, "component"), pairs, attributes | {"units": about.unit}
+            numbers = result[name].reshape(*frames, about.elements_per_pixel)
+            components = "component" if name == "normalized_stokes" else "deviation_of"
+            variables[name] = (*dims, components), numbers, attributes | {"units": about.unit}
+        elif name == "validity":
+            flags = {
+                "units": "1",
+                "flag_masks": np.array(list(Validity), np.uint8),
+                "flag_meanings": " ".join(str(bit.name).lower() for bit in Validity),
+            }
+            variables[name] = dims, result[name].reshape(frames), attributes | flags
         else:
             if name != "s0" and not result.signed:
                 attributes["comment"] = _meaning(result, name)["range"]
@@ -154,4 +164,6 @@ def to_dataset(
     }
     if "normalized_stokes" in result:
         coordinates["component"] = "component", ["S1 / S0", "S2 / S0"]
+    if "uncertainty" in result:
+        coordinates["deviation_of"] = "deviation_of", ["S0", "degree", "angle in degrees"]
     return xarray.Dataset(variables, coordinates, common_attributes(result))
