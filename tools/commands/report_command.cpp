@@ -35,6 +35,7 @@ struct Command_line {
     fs::path calibration_file;
     std::optional<unsigned> full_scale;
     bool overwrites = false;
+    bool is_masked = true;
 };
 
 constexpr char const* example =
@@ -126,10 +127,13 @@ Rows settings_rows(
 }
 
 Processing processing_of(Command_line const& line, Frame_preparation const& preparation) {
+    auto [settings, calibration] =
+        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    if (calibration) {
+        settings.noise = calibration->noise;
+    }
     return {
-        .settings =
-            transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation)
-                .settings,
+        .settings = settings,
         .mode = line.calibration_file.empty() ? Mode::fast : Mode::calibrated,
         .planes = {Plane::s0, Plane::azimuth, Plane::dolp}};
 }
@@ -164,7 +168,8 @@ int run_report(Command_line const& line) {
          .planes =
              {processor.stored(Plane::s0), processor.stored(Plane::azimuth),
               processor.stored(Plane::dolp), frame.width, frame.height,
-              processing.settings.scale.full_scale()},
+              processing.settings.scale.full_scale(),
+              line.is_masked ? processor.validity(frame) : std::span<std::uint8_t const>()},
          .mosaic = processing.settings.mosaic,
          .scale = processing.settings.scale,
          .mode = processing.mode,
@@ -200,6 +205,11 @@ void add_report_command(CLI::App& program, int& exit_code) {
         command, "--full-scale", line->full_scale, {1, 65535},
         "Full scale of the planes in the page, as for `process`; 65535 without this option");
     command.add_option("-o,--output", line->file, "The page")->required()->type_name("PAGE.html");
+    command.add_flag(
+        "--mask,!--no-mask", line->is_masked,
+        "Grey in the pictures where a pixel is not valid: saturated, and below dark, bad or weak "
+        "as "
+        "far as the calibration tells; or colours everywhere");
     command.add_flag("--overwrite", line->overwrites, "Replace a page that is there");
     command.footer(example);
     command.callback([line, &exit_code] { exit_code = run_report(*line); });

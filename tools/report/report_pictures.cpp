@@ -29,6 +29,7 @@ struct Square {
     double s1 = 0.0;
     double s2 = 0.0;
     double pixels = 0.0;
+    double valid_pixels = 0.0;
 };
 
 class Binned_planes {
@@ -37,7 +38,7 @@ public:
         : planes_{planes}, scales_{scales}, binning_{binning},
           width_{(planes.width + binning - 1) / binning},
           height_{(planes.height + binning - 1) / binning}, s0_(width_ * height_),
-          azimuth_(width_ * height_), degree_(width_ * height_) {
+          azimuth_(width_ * height_), degree_(width_ * height_), validity_(width_ * height_) {
         for (std::size_t element = 0; element <= planes.full_scale; ++element) {
             double const direction =
                 2.0 * std::numbers::pi * (static_cast<double>(element) / planes.full_scale + 0.5);
@@ -56,7 +57,7 @@ public:
             const_cast<std::uint8_t*>(s0_.data()));
     }
     polarization::Picture_source source() const {
-        return {azimuth_, degree_, width_, height_, polarization::fine_scale};
+        return {azimuth_, degree_, width_, height_, polarization::fine_scale, validity_};
     }
 
 private:
@@ -68,13 +69,17 @@ private:
             for (std::size_t column = first_column; column < column_end; ++column) {
                 std::size_t const index = row * planes_.width + column;
                 double const s0 = planes_.s0[index];
+                square.s0 += s0;
+                square.pixels += 1.0;
+                if (!planes_.validity.empty() && planes_.validity[index] != 0) {
+                    continue;
+                }
                 double const degree = planes_.dolp[index];
                 auto const& [cosine, sine] = directions_[planes_.azimuth[index]];
-                square.s0 += s0;
                 square.degree += degree;
                 square.s1 += s0 * degree * cosine;
                 square.s2 += s0 * degree * sine;
-                square.pixels += 1.0;
+                square.valid_pixels += 1.0;
             }
         }
         return square;
@@ -84,7 +89,9 @@ private:
         // A scene looks as bright as it is.
         s0_[index] = polarization::display_level(square.s0 / square.pixels / scales_.s0_top);
         degree_[index] = polarization::fine_degree(
-            square.degree / square.pixels / planes_.full_scale / scales_.degree_top);
+            square.degree / std::max(square.valid_pixels, 1.0) / planes_.full_scale /
+            scales_.degree_top);
+        validity_[index] = square.valid_pixels > 0.0 ? 0 : 1;
         azimuth_[index] =
             polarization::fine_azimuth(std::atan2(square.s2, square.s1) / (2.0 * std::numbers::pi));
     }
@@ -98,6 +105,7 @@ private:
     std::vector<std::uint8_t> s0_;
     std::vector<std::uint16_t> azimuth_;
     std::vector<std::uint16_t> degree_;
+    std::vector<std::uint8_t> validity_;
 };
 
 Picture encoded(cv::Mat const& image) {

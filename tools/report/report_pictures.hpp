@@ -37,7 +37,8 @@ struct Report_pictures {
     Picture angle;
     Picture degree;
     /// Pixels of the frame along each side of a pixel of a picture: the least number that leaves at
-    /// most 1400 of them. S0 and degree are means, the angle that of the summed Stokes vectors.
+    /// most 1400 of them. S0 and degree are means, the angle that of the summed Stokes vectors;
+    /// pixels that are not valid count for S0 alone, and where all are the pictures are grey.
     std::size_t binning;
 };
 Report_pictures report_pictures(Report_planes const& planes, Picture_scales const& scales);

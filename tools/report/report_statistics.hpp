@@ -17,6 +17,8 @@ struct Report_planes {
     std::size_t width;
     std::size_t height;
     unsigned full_scale;
+    /// One element a pixel, 0 of a valid one, or none.
+    std::span<std::uint8_t const> validity{};
 };
 
 /// How often each element occurs in a plane.

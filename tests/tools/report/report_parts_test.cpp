@@ -126,6 +126,26 @@ TEST(Report_pictures, large_frames_are_binned_to_at_most_1400_pixels) {
     }
 }
 
+TEST(Report_pictures, pixels_that_are_not_valid_are_left_out_or_grey) {
+    Plane plane(1401 * 3, 20);
+    std::vector<std::uint8_t> validity(plane.size());
+    auto const pictures = [&](std::span<std::uint8_t const> marks) {
+        return polarize_tool::report_pictures(
+            {plane, plane, plane, 1401, 3, 100, marks}, {20, 1.0});
+    };
+    std::string const plain = pictures({}).degree.uri;
+    EXPECT_EQ(pictures(validity).degree.uri, plain);
+    // One of four pixels that become one of the picture.
+    plane[0] = 90;
+    validity[0] = 1;
+    EXPECT_EQ(pictures(validity).degree.uri, plain);
+    EXPECT_NE(pictures({}).degree.uri, plain);
+    for (std::size_t const pixel : {1U, 1401U, 1402U}) {
+        validity[pixel] = 1;
+    }
+    EXPECT_NE(pictures(validity).degree.uri, plain);
+}
+
 TEST(Report_pictures, tables_hold_a_colour_for_each_hue_and_level) {
     auto const tables = polarize_tool::colour_tables();
     EXPECT_EQ(tables.s0.size(), 3U * 256U);
