@@ -46,6 +46,7 @@ pybind11::class_<Type> bound_class(
 
 void bind_calibration(pybind11::module_& module);
 void bind_pictures(pybind11::module_& module);
+void bind_pixel_calibration(pybind11::module_& module);
 void bind_pixel_formats(pybind11::module_& module);
 void bind_plan(pybind11::module_& module);
 void bind_recordings(pybind11::module_& module);

@@ -185,6 +185,17 @@ void bind_calibration(py::module_& module) {
             "Frames that do not go with the others, the worst first: (name, polariser angle,\n"
             "residual without it over the mean signal) of each.")
         .def_property_readonly(
+            "models",
+            [](polarization::Calibration const& c) {
+                return py::tuple(py::cast(c.quality.models));
+            },
+            "What each model makes of the frame held out, a `Model_quality` each: `position`,\n"
+            "`gain`, `pixel`. Empty if none was held out.")
+        .def_property_readonly(
+            "held_out_frame",
+            [](polarization::Calibration const& c) { return c.quality.held_out_frame; },
+            "Name of the frame that the models were judged by, or empty.")
+        .def_property_readonly(
             "frame_count", [](polarization::Calibration const& c) { return c.quality.frame_count; },
             "Frames that the estimate rests on.")
         .def_property_readonly(

@@ -89,6 +89,7 @@ PYBIND11_MODULE(_native, module) {
     module.def("layout_of_phase", [](int phase) {
         return polarization::Mosaic::from_phase(phase).layout();
     });
+    veldrane_python::bind_pixel_calibration(module);
     veldrane_python::bind_calibration(module);
     veldrane_python::bind_units(module);
     veldrane_python::bind_plan(module);

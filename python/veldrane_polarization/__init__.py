@@ -8,8 +8,10 @@ from __future__ import annotations
 
 from . import _native
 from ._arguments import PLANES
-from ._calibrating import calibrate
-from ._native import Analyser, Calibration, Scale
+from ._calibrating import Calibration
+from ._measuring import calibrate
+from ._native import Analyser, Model_quality, Scale
+from ._photon_transfer import noise_from_flats
 from ._pixel_formats import PIXEL_FORMATS, bit_depth_of, pack, unpack
 from ._processing import Result, process
 from ._simulating import (
@@ -30,6 +32,7 @@ __all__ = [
     "Analyser",
     "Calibration",
     "Inspection",
+    "Model_quality",
     "Noise",
     "Result",
     "Scale",
@@ -40,6 +43,7 @@ __all__ = [
     "imperfect_pixels",
     "imperfect_sensor",
     "inspect",
+    "noise_from_flats",
     "pack",
     "process",
     "simulate",

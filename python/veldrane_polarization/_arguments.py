@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import math
 import os
-from collections.abc import Iterable, Mapping
+from collections.abc import Iterable, Iterator, Mapping
 from typing import Any, Optional, Union
 
 import numpy as np
@@ -166,6 +166,25 @@ def frames(raw: Any, bit_depth: int, name: str = "raw") -> Array:
     return raw
 
 
+def one_frame(raw: Any, bit_depth: int, name: str) -> Array:
+    checked = frames(raw, bit_depth, name)
+    if checked.ndim != 2:
+        raise ValueError(f"{name} has the shape {checked.shape}; give one frame (H, W)")
+    return checked
+
+
+def each_frame(name: str, given: Any) -> Iterator[Any]:
+    """What of an array (N, H, W), an array (H, W) or frames one by one is a frame each."""
+    if isinstance(given, np.ndarray) and given.ndim == 2:
+        given = [given]
+    try:
+        return iter(given)
+    except TypeError:
+        raise TypeError(
+            f"{name} is a {type(given).__name__}; give an array (N, H, W) or frames (H, W)"
+        ) from None
+
+
 def plane_dtype(name: str, signed: bool) -> np.dtype[Any]:
     about = _native.plane_table[name]
     return np.dtype(about.signed_dtype if signed else about.dtype)
@@ -265,11 +284,15 @@ def mode_of(mode: Optional[str], calibration: Any) -> str:
     return mode
 
 
-def finite_numbers(name: str, values: Any, count: int, of_each: str = "frame") -> list[float]:
+def finite_numbers(
+    name: str, values: Any, count: Optional[int], of_each: str = "frame"
+) -> list[float]:
+    """So many numbers, or as many as there are."""
     try:
         listed = list(values)
     except TypeError:
-        raise TypeError(f"{name} is {values!r}; give {count} numbers, one a {of_each}") from None
-    if len(listed) != count:
+        wanted = "" if count is None else f"{count} "
+        raise TypeError(f"{name} is {values!r}; give {wanted}numbers, one a {of_each}") from None
+    if count is not None and len(listed) != count:
         raise ValueError(f"{name} holds {len(listed)} numbers; give {count}, one a {of_each}")
     return [finite_number(f"{name}[{index}]", value) for index, value in enumerate(listed)]

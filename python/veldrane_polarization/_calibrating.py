@@ -1,17 +1,17 @@
-"""Calibrations: made from frames, kept in files."""
+"""Calibrations: of ideal sensors, kept in files, for parts of frames."""
 
 from __future__ import annotations
 
 import os
-from collections.abc import Iterable
 from pathlib import Path
-from typing import Any, Optional, Union
+from typing import Union
 
-import numpy as np
-
-from . import _arguments, _native
-from ._arguments import Array, Layout
+from . import _arguments
+from ._arguments import Layout
 from ._native import Calibration
+
+# From here, so that nobody has the class without what is added to it below.
+__all__ = ["Calibration"]
 
 
 def ideal(layout: Layout) -> Calibration:
@@ -158,91 +158,6 @@ def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibra
         _arguments.whole_number("row_offset", row_offset, 0, 2**31),
         _arguments.whole_number("column_offset", column_offset, 0, 2**31),
     )
-
-
-def calibrate(
-    frames: Union[Array, Iterable[Array]],
-    angles: Iterable[float],
-    *,
-    layout: Layout,
-    bit_depth: int,
-    intensities: Optional[Iterable[float]] = None,
-    dark_levels: Optional[Iterable[float]] = None,
-    source_degree: float = 1.0,
-    trimmed: bool = True,
-    sensor: str = "",
-) -> Calibration:
-    """Estimate a calibration from frames of a uniform source behind a linear polariser.
-
-    Parameters
-    ----------
-    frames : numpy.ndarray or iterable of numpy.ndarray
-        (N, H, W) or N frames (H, W), uint8 or uint16.
-    angles : iterable of float
-        Transmission axis of the polariser in degrees for each frame, 0 along the rows, growing
-        counter-clockwise.
-    layout : int, str or sequence of int
-        As in `process`.
-    bit_depth : int
-        Significant bits of a sample, 1 to 16.
-    intensities : iterable of float, optional
-        Light behind the polariser for each frame, relative to the others.
-    dark_levels : iterable of float, optional
-        Mean samples without light, one for each position of the cell.
-    source_degree : float
-        Degree of polarisation of the light behind the polariser, above 0.
-    trimmed : bool
-        Leave out the lowest and highest 5 per cent of samples.
-    sensor : str
-        Name for the file.
-
-    Returns
-    -------
-    Calibration
-
-    Raises
-    ------
-    TypeError
-        For a wrong type or dtype.
-    ValueError
-        If frames are saturated, too dark, too few, or do not fit the layout; says which.
-
-    Examples
-    --------
-    >>> angles = range(0, 180, 30)
-    >>> series = [simulate(32, 32, layout=2, polariser_angle=a).frames[0] for a in angles]
-    >>> calibrate(series, angles, layout=2, bit_depth=12).analysers[3].orientation < 0.5
-    True
-    """
-    phase = _arguments.phase_of(layout)
-    depth = _arguments.whole_number("bit_depth", bit_depth, 1, 16)
-    is_trimmed = _arguments.truth("trimmed", trimmed)
-    degree = _arguments.finite_number("source_degree", source_degree)
-    if not isinstance(sensor, str):
-        raise TypeError(f"sensor is {sensor!r}; give a name for the file")
-    if not isinstance(frames, np.ndarray):
-        try:
-            frames = list(frames)
-        except TypeError:
-            raise TypeError(
-                f"frames is a {type(frames).__name__}; give an array (N, H, W) or frames (H, W)"
-            ) from None
-    count = len(frames)
-    axes = _arguments.finite_numbers("angles", angles, count)
-    light = [1.0] * count
-    if intensities is not None:
-        light = _arguments.finite_numbers("intensities", intensities, count)
-    series = []
-    for number, (frame, angle, intensity) in enumerate(zip(frames, axes, light)):
-        name = f"frames[{number}]"
-        checked = _arguments.frames(frame, depth, name)
-        if checked.ndim != 2:
-            raise ValueError(f"{name} has the shape {checked.shape}; give one frame (H, W)")
-        series.append(_native.measure(checked, angle, intensity, name, depth, is_trimmed))
-    levels: Any = None
-    if dark_levels is not None:
-        levels = _arguments.finite_numbers("dark_levels", dark_levels, 4, "position")
-    return _native.estimate(series, phase, depth, levels, degree, sensor)
 
 
 # The class is made in C++; what takes arguments in several spellings is added here.

@@ -163,11 +163,13 @@ def public_objects():
     return {
         "Calibration": calibration,
         "Inspection": vp.inspect(simulation.frames[0]),
+        "Noise": vp.Noise(2.5, 2.4),
         "Result": vp.process(
             simulation.frames, bit_depth=16, planes="all", signed=True, calibration=calibration
         ),
         "Scale": vp.Scale(16),
         "Simulation": simulation,
+        "Validity": vp.Validity(5),
     }
 
 
@@ -191,12 +193,21 @@ def content(value):
 def test_copies_of_public_objects_hold_the_same(way):
     objects = public_objects()
     classes = {name for name in vp.__all__ if inspect.isclass(getattr(vp, name))}
-    assert classes == {*objects, "Analyser"}
+    models = vp.calibrate(
+        [vp.simulate(16, 32, layout=2, polariser_angle=a).frames[0] for a in range(0, 180, 30)],
+        range(0, 180, 30),
+        layout=2,
+        bit_depth=12,
+        model="gain",
+    ).models
+    parts = {"Analyser": objects["Calibration"].analysers[0], "Model_quality": models[0]}
+    assert classes == {*objects, *parts}
     for value in objects.values():
         copied = WAYS_TO_COPY[way](value)
         assert type(copied) is type(value) and content(copied) == content(value)
-    with pytest.raises(TypeError, match="Analyser"):
-        WAYS_TO_COPY[way](objects["Calibration"].analysers[0])
+    for name, part in parts.items():
+        with pytest.raises(TypeError, match=name):
+            WAYS_TO_COPY[way](part)
 
 
 @pytest.mark.parametrize(
