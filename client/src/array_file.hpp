@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace veldrane_mrv::polarization {
@@ -17,6 +18,9 @@ std::string array_header(Calibration_model model, Size const& size);
 /// The numbers of the maps, in the order of the file.
 std::vector<std::span<std::byte const>> array_numbers(
     Calibration_model model, Calibration_maps const& maps);
+
+/// What stands before a hash in the text.
+inline constexpr std::string_view hash_start = "xxh3-64:";
 
 /// Of the whole file, such as "0123456789abcdef": XXH3 of 64 bits, which tells damage and mistakes,
 /// not malice.

@@ -4,7 +4,6 @@
 
 #include <Eigen/Dense>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <ctime>
@@ -95,16 +94,6 @@ std::string_view explanation_of(Quality_flag flag) {
     return explanations.at(static_cast<std::size_t>(flag));
 }
 
-Calibration_model parse_calibration_model(std::string_view name) {
-    auto const found = std::ranges::find(
-        all_calibration_models, name, [](Calibration_model model) { return name_of(model); });
-    if (found == all_calibration_models.end()) {
-        throw Argument_error(
-            "calibration model", std::string{name}, "give position, gain or pixel");
-    }
-    return *found;
-}
-
 bool Calibration::operator==(Calibration const& other) const {
     bool const has_equal_maps = maps == other.maps || (maps && other.maps && *maps == *other.maps);
     return has_equal_maps && model == other.model && mosaic == other.mosaic &&
@@ -180,14 +169,30 @@ double expected_mean(
 
 Calibration of_region(
     Calibration const& calibration, std::size_t row_offset, std::size_t column_offset) {
+    if (calibration.maps) {
+        throw Argument_error(
+            "the calibration's model", std::string{name_of(calibration.model)},
+            "give the width and height of the region too, since its maps are cut");
+    }
     Calibration region = calibration;
     region.mosaic = calibration.mosaic.of_region(row_offset, column_offset);
+    region.matrices = of_region(calibration.matrices, row_offset, column_offset);
     std::size_t const moved = cell_position(row_offset, column_offset);
     for (std::size_t position = 0; position < calibration.analysers.size(); ++position) {
         region.analysers[position] = calibration.analysers[position ^ moved];
-        region.matrices.by_position[position] = calibration.matrices.by_position[position ^ moved];
     }
     return region;
+}
+
+Calibration of_region(Calibration const& calibration, Region const& region) {
+    Calibration result = calibration;
+    result.maps = nullptr;
+    result = of_region(result, region.row, region.column);
+    if (calibration.maps) {
+        result.maps =
+            std::make_shared<Calibration_maps const>(of_region(*calibration.maps, region));
+    }
+    return result;
 }
 
 std::string_view software_version() {

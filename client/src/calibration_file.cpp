@@ -180,6 +180,12 @@ Calibration_files files_of(Calibration const& calibration, std::filesystem::path
     return files;
 }
 
+std::string hash_of_maps(Calibration const& calibration) {
+    return calibration.maps
+               ? std::string{hash_start} + array_hash(calibration.model, *calibration.maps)
+               : std::string{};
+}
+
 std::optional<std::filesystem::path> array_file_of(std::filesystem::path const& file) {
     try {
         auto const maps = parse_calibration(read_file(file), file).maps;

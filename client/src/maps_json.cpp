@@ -6,7 +6,6 @@ namespace veldrane_mrv::polarization {
 namespace {
 
 constexpr std::size_t array_version = 1;
-constexpr std::string_view hash_start = "xxh3-64:";
 constexpr std::size_t hash_digits = 16;
 // In the text no name can hold it: quotation marks in names are escaped.
 constexpr std::string_view no_bad_pixels = "\"bad_pixels\": null";

@@ -70,6 +70,15 @@ Matrices turned(Matrices const& matrices, double zero_direction) {
     return result;
 }
 
+Matrices of_region(Matrices const& matrices, std::size_t row_offset, std::size_t column_offset) {
+    Matrices result{};
+    std::size_t const moved = cell_position(row_offset, column_offset);
+    for (std::size_t position = 0; position < result.by_position.size(); ++position) {
+        result.by_position[position] = matrices.by_position[position ^ moved];
+    }
+    return result;
+}
+
 void check(Matrices const& matrices) {
     for (std::size_t position = 0; position < matrices.by_position.size(); ++position) {
         for (std::size_t element = 0; element < 12; ++element) {

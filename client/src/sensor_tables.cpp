@@ -43,7 +43,7 @@ Region part_of(Calibration const& calibration, Region const& region) {
 
 // Turned like the frame: the calibration's positions are those of the whole sensor.
 Matrices matrices_at(Calibration const& calibration, Region const& region, double zero_direction) {
-    return turned(of_region(calibration, region.row, region.column).matrices, zero_direction);
+    return turned(of_region(calibration.matrices, region.row, region.column), zero_direction);
 }
 
 std::uint16_t rounded(double value) {

@@ -206,7 +206,10 @@ void bind_calibration(py::module_& module) {
         .def_property_readonly(
             "time", [](polarization::Calibration const& c) { return c.provenance.time; },
             "When it was made, UTC.")
-        .def("_of_region", &polarization::of_region)
+        .def(
+            "_of_region",
+            py::overload_cast<polarization::Calibration const&, std::size_t, std::size_t>(
+                &polarization::of_region))
         .def(
             "__eq__",
             [](polarization::Calibration const& a, polarization::Calibration const& b) {

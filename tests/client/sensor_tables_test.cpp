@@ -66,7 +66,7 @@ Settings settings_of(
     Calibration const& calibration, Region const& region, Scale const& scale, double zero = 0) {
     auto tables = std::make_shared<Sensor_tables const>(calibration, region, zero);
     return {
-        of_region(calibration, region.row, region.column).mosaic, scale,
+        calibration.mosaic.of_region(region.row, region.column), scale,
         tables->position_matrices(), tables};
 }
 

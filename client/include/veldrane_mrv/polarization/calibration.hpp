@@ -195,8 +195,13 @@ double expected_mean(
     double source_intensity = 1, double source_degree = 1);
 
 /// The calibration of a frame that was cut out of a frame of this one.
+/// @throws Argument_error if there are maps: their region has a size too
 Calibration of_region(
     Calibration const& calibration, std::size_t row_offset, std::size_t column_offset);
+
+/// The same with maps, if there are any: those of the region, which is all of the sensor then.
+/// @throws Argument_error if the maps do not cover the region of their sensor
+Calibration of_region(Calibration const& calibration, Region const& region);
 
 /// Version of this software, as calibrations name it.
 std::string_view software_version();

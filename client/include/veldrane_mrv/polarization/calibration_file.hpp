@@ -61,6 +61,10 @@ struct Calibration_files {
 /// @throws Argument_error as `save`
 Calibration_files files_of(Calibration const& calibration, std::filesystem::path const& file);
 
+/// What tells the maps from others: their hash as the text has it, such as
+/// "xxh3-64:0123456789abcdef"; empty without maps.
+std::string hash_of_maps(Calibration const& calibration);
+
 /// The array file that the calibration at `file` came with, if it still is what `save` called it:
 /// once another calibration has taken the place, nobody needs it.
 std::optional<std::filesystem::path> array_file_of(std::filesystem::path const& file);

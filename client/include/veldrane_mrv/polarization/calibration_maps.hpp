@@ -93,4 +93,8 @@ constexpr std::span<Map_description const> maps_of(Calibration_model model) {
     return maps_of_pixel;
 }
 
+/// Those of a part, which is all of the sensor then.
+/// @throws Argument_error if the maps do not cover the region of their sensor
+Calibration_maps of_region(Calibration_maps const& maps, Region const& region);
+
 } // namespace veldrane_mrv::polarization

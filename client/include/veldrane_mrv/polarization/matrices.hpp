@@ -6,6 +6,7 @@
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
 #include <array>
+#include <cstddef>
 
 namespace veldrane_mrv::polarization {
 
@@ -40,6 +41,9 @@ Matrices negated_rows_1_and_2(Matrices const& matrices);
 /// 2z.
 /// @throws Argument_error if `zero_direction` is infinite or NaN
 Matrices turned(Matrices const& matrices, double zero_direction);
+
+/// Those of a frame that was cut out of a frame of these.
+Matrices of_region(Matrices const& matrices, std::size_t row_offset, std::size_t column_offset);
 
 /// Far above the weights of any sensor, far below what could overflow on the way to a plane.
 inline constexpr float largest_weight = 65536;
