@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/number_meaning.hpp"
 
+#include <array>
+#include <charconv>
 #include <numbers>
 
 namespace veldrane_mrv::polarization {
@@ -97,6 +99,15 @@ Number_meaning meaning_of(Plane plane, Stored_as const& stored) {
         .final_pixel = final_pixel_of(plane, stored)};
     tell_figures(meaning, plane, stored);
     return meaning;
+}
+
+std::string described_zero_direction(double degrees) {
+    if (degrees == 0) {
+        return std::string(zero_direction);
+    }
+    std::array<char, 32> number{};
+    std::to_chars(number.data(), number.data() + number.size() - 1, degrees);
+    return std::string(number.data()) + " degrees counter-clockwise from the rows";
 }
 
 } // namespace veldrane_mrv::polarization

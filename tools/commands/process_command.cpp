@@ -4,6 +4,7 @@
 #include "input/transform_settings.hpp"
 #include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
@@ -28,6 +29,7 @@ struct Command_line {
     std::optional<unsigned> full_scale;
     std::filesystem::path calibration_file;
     std::optional<Mode> mode;
+    std::optional<double> zero_direction;
     Units units = Units::scaled;
     bool is_signed = false;
     bool wants_pictures = true;
@@ -61,6 +63,10 @@ constexpr char const* calibration_help =
 constexpr char const* mode_help =
     "fast: one call of the processor a frame. calibrated: every pixel through the weights of its "
     "position, every plane at pixel positions; without --calibration by those of ideal analysers";
+
+constexpr char const* zero_direction_help =
+    "Count angles from the axis that lies so many degrees counter-clockwise from the rows: S1, S2 "
+    "and the angle of calibrated mode turn with it; the degree of polarisation stays";
 
 constexpr char const* units_help =
     "scaled: steps of the full scale. degrees or radians: 32-bit floats in physical units; the "
@@ -132,6 +138,11 @@ void check_usage(Command_line const& line) {
             "--mode fast applies weights to few pixels only; leave out --calibration or --mode");
     }
     static_cast<void>(line.mosaic.given());
+    if (line.zero_direction && line.calibration_file.empty() && line.mode != Mode::calibrated) {
+        throw Usage_error(
+            "--zero-direction turns weights, which fast mode applies to few pixels only; add "
+            "--mode calibrated or --calibration, or leave it out");
+    }
 }
 
 // Options that would change nothing: whoever gives one expects something of it.
@@ -161,6 +172,12 @@ void refuse_options_without_effect(Command_line const& line, CLI::App const& com
         throw Usage_error(
             "--read-noise is in electrons, but --electrons-per-count is not given; add it");
     }
+    bool const has_angles = planes.contains(Plane::s1) || planes.contains(Plane::s2) ||
+                            planes.contains(Plane::azimuth) ||
+                            planes.contains(Plane::normalized_stokes);
+    if (line.zero_direction && !has_angles) {
+        refuse("--zero-direction", "s1, s2, azimuth and normalized_stokes");
+    }
     if (line.repetitions > 1 && line.run.jobs > 1) {
         throw Usage_error(
             "--repeat measures one frame at a time, but --jobs is " +
@@ -184,8 +201,9 @@ int run_process(Command_line& line, CLI::App const& command) {
     Plane_set const planes = planes_of(line.planes);
     check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, raw);
-    auto [settings, calibration] =
-        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    auto [settings, calibration] = transform_settings(
+        line.mosaic, line.calibration_file, line.full_scale, preparation,
+        line.zero_direction.value_or(0));
     settings.noise = noise_of(line, calibration);
     if (planes.contains(Plane::uncertainty) && !settings.noise) {
         throw Usage_error(
@@ -194,12 +212,19 @@ int run_process(Command_line& line, CLI::App const& command) {
     }
     Results& results = line.results;
     results.processing = {
-        settings,   line.mode.value_or(calibration ? Mode::calibrated : Mode::fast),
-        planes,     line.is_signed,
-        line.units, line.repetitions};
-    results.origin = {
-        line.samples.shift, preparation.dark_files(), preparation.region(), line.calibration_file,
-        calibration};
+        settings,
+        line.mode.value_or(calibration ? Mode::calibrated : Mode::fast),
+        planes,
+        line.is_signed,
+        line.units,
+        line.repetitions,
+        line.zero_direction.value_or(0)};
+    results.origin = {line.samples.shift,
+                      preparation.dark_files(),
+                      preparation.region(),
+                      line.calibration_file,
+                      calibration,
+                      calibration ? polarization::hash_of_maps(*calibration) : std::string()};
     // Of a frame that is not done, what is there is a part of it.
     results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
                                                                     : Existing_files::keep;
@@ -232,6 +257,11 @@ void add_plane_options(CLI::App& command, Command_line& line) {
             "--signed", line.is_signed,
             "S1 and S2 with their signs, as 32-bit integers, by two passes; otherwise negative "
             "ones are stored as 0")
+        ->group(group);
+    add_number(
+        command, "--zero-direction", {-360.0, 360.0}, zero_direction_help,
+        [&line](double degrees) { line.zero_direction = degrees; })
+        ->default_str("0")
         ->group(group);
     add_choice<Units>(
         command, "--units", line.units,

@@ -2,6 +2,7 @@
 
 #include "commands/commands.hpp"
 #include "input/input_files.hpp"
+#include "input/transform_settings.hpp"
 #include "terminal/failure.hpp"
 #include "terminal/interruption.hpp"
 #include "terminal/memory.hpp"
@@ -111,6 +112,12 @@ void Process_run::work(Slot& slot) {
     Frame_place const& place = slot.input.place();
     naming(place, [&] {
         Frame& frame = slot.input.frame();
+        Origin const& origin = results_.origin;
+        if (origin.calibration) {
+            check_sensor(
+                frame, place.name(), *origin.calibration, origin.calibration_file,
+                origin.region.has_value());
+        }
         Sample_warnings const warnings = preparation_.apply(frame, place.name());
         if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warnings.depth);

@@ -11,7 +11,7 @@
 #include "terminal/messages.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
-#include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
@@ -96,7 +96,7 @@ polarization::Inspection inspected(
 
 Rows settings_rows(
     Command_line const& line, Frame_place const& place, Frame_preparation const& preparation,
-    Processing const& processing) {
+    Processing const& processing, std::optional<polarization::Calibration> const& calibration) {
     polarization::Settings const& settings = processing.settings;
     bool const is_fast = processing.mode == Mode::fast;
     Rows rows{{"Frame", place.name()}};
@@ -120,22 +120,16 @@ Rows settings_rows(
     if (!line.calibration_file.empty()) {
         rows.emplace_back("Calibration", line.calibration_file.string());
     }
+    if (calibration) {
+        rows.emplace_back("Calibration model", name_of(calibration->model));
+    }
+    if (calibration && calibration->maps) {
+        rows.emplace_back("Calibration maps", polarization::hash_of_maps(*calibration));
+    }
     rows.emplace_back("Full scale of the planes", std::to_string(settings.scale.full_scale()));
     rows.emplace_back("Software", polarization::processor_identification());
     rows.emplace_back("Made", polarization::current_time());
     return rows;
-}
-
-Processing processing_of(Command_line const& line, Frame_preparation const& preparation) {
-    auto [settings, calibration] =
-        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
-    if (calibration) {
-        settings.noise = calibration->noise;
-    }
-    return {
-        .settings = settings,
-        .mode = line.calibration_file.empty() ? Mode::fast : Mode::calibrated,
-        .planes = {Plane::s0, Plane::azimuth, Plane::dolp}};
 }
 
 int run_report(Command_line const& line) {
@@ -144,7 +138,12 @@ int run_report(Command_line const& line) {
     }
     check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, line.input.raw_layout());
-    Processing const processing = processing_of(line, preparation);
+    auto const [settings, calibration] =
+        transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    Processing const processing{
+        .settings = settings,
+        .mode = calibration ? Mode::calibrated : Mode::fast,
+        .planes = {Plane::s0, Plane::azimuth, Plane::dolp}};
     Frame_place const place = place_of(line);
     Input_files inputs({place}, preparation);
     inputs.add(line.calibration_file);
@@ -154,6 +153,11 @@ int run_report(Command_line const& line) {
     Frame_slot slot;
     Frame_list({place}, line.input.raw_layout()).read(0, slot);
     Frame& frame = slot.frame();
+    if (calibration) {
+        check_sensor(
+            frame, place.name(), *calibration, line.calibration_file,
+            preparation.region().has_value());
+    }
     polarization::Inspection const inspection = inspected(frame, place.name(), preparation);
     preparation.apply(frame, place.name());
     Frame_processor processor(processing);
@@ -174,7 +178,7 @@ int run_report(Command_line const& line) {
          .scale = processing.settings.scale,
          .mode = processing.mode,
          .inspection = inspection,
-         .settings = settings_rows(line, place, preparation, processing),
+         .settings = settings_rows(line, place, preparation, processing, calibration),
          .generator = "veldrane-polarize " + std::string(polarization::software_version())});
     Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
     files.add(line.file, page);

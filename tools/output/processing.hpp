@@ -26,6 +26,8 @@ struct Processing {
     bool is_signed = false;
     Units units = Units::scaled;
     unsigned repetitions = 1;
+    /// That the weights are turned by, in degrees.
+    double zero_direction = 0;
 
     /// Kind of the numbers in the file of a plane.
     polarization::Element_type kind_of(polarization::Plane plane) const;

@@ -46,11 +46,16 @@ Json calibration_of(Origin const& origin) {
     if (!origin.calibration) {
         return polarization::no_calibration;
     }
-    return {
+    Json calibration = {
         {"file", utf8(origin.calibration_file.string())},
+        {"model", name_of(origin.calibration->model)},
         {"time", origin.calibration->provenance.time},
         {"sensor", origin.calibration->provenance.sensor},
         {"rms_residual", origin.calibration->quality.rms_residual}};
+    if (!origin.maps_hash.empty()) {
+        calibration["maps_hash"] = origin.maps_hash;
+    }
+    return calibration;
 }
 
 } // namespace
@@ -83,7 +88,8 @@ std::string sidecar(
         {"undefined", told(meaning.undefined)},
         {"placement", meaning.placement},
         {"final_pixel", meaning.final_pixel},
-        {"zero_direction", polarization::zero_direction},
+        {"zero_direction", polarization::described_zero_direction(processing.zero_direction)},
+        {"zero_direction_degrees", processing.zero_direction},
         {"sense", polarization::sense},
         {"mosaic", {{"phase", mosaic.phase()}, {"layout", mosaic.layout()}}},
         {"bit_depth", processing.settings.scale.bit_depth()},

@@ -22,6 +22,8 @@ struct Origin {
     std::optional<polarization::Region> region;
     std::filesystem::path calibration_file;
     std::optional<polarization::Calibration> calibration;
+    /// Of the calibration's maps, if it has any.
+    std::string maps_hash{};
 };
 
 /// The text of the sidecar of `plane` in `file`.

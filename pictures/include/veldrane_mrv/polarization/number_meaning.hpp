@@ -8,6 +8,7 @@
 #include "veldrane_mrv/polarization/transform.hpp"
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace veldrane_mrv::polarization {
@@ -52,5 +53,9 @@ inline constexpr std::string_view zero_direction = "along the rows, towards grow
 inline constexpr std::string_view sense =
     "counter-clockwise on a picture whose row 0 is at the top";
 inline constexpr std::string_view no_calibration = "ideal analysers";
+
+/// Where the angle 0 lies if the weights were turned (`turned` in matrices.hpp), such as "30
+/// degrees counter-clockwise from the rows"; `zero_direction` for 0.
+std::string described_zero_direction(double degrees);
 
 } // namespace veldrane_mrv::polarization
