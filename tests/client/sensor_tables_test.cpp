@@ -66,8 +66,8 @@ Settings settings_of(
     Calibration const& calibration, Region const& region, Scale const& scale, double zero = 0) {
     auto tables = std::make_shared<Sensor_tables const>(calibration, region, zero);
     return {
-        calibration.mosaic.of_region(region.row, region.column), scale,
-        tables->position_matrices(), tables};
+        calibration.mosaic.of_region(region.row, region.column), scale, tables->position_matrices(),
+        tables};
 }
 
 constexpr std::array models = {Calibration_model::gain, Calibration_model::pixel};
