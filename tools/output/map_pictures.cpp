@@ -172,8 +172,8 @@ cv::Mat map_pictures(polarization::Measured_calibration const& measured) {
         write_text(strip, std::string(map.name) + ", " + std::string(map.meaning), {map_left, 24});
         write_text(
             strip,
-            "median " + text_of(statistics.median) + ", spread " + text_of(statistics.spread) +
-                "; all beyond in the last bars",
+            "histogram: median " + text_of(statistics.median) + ", spread " +
+                text_of(statistics.spread),
             {histogram_left, 24});
         draw_map(strip, values, measured.calibration.maps->region.size(), scale);
         draw_scale(strip, scale);
