@@ -9,10 +9,12 @@
 #include <array>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
+#include <span>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -30,6 +32,60 @@ py::array_t<float> matrices_of(polarization::Calibration const& calibration) {
         target = std::ranges::copy(matrix, target).out;
     }
     return result;
+}
+
+using Maps = std::shared_ptr<polarization::Calibration_maps const>;
+
+// Of the maps' own memory, which nobody may change.
+template <class Number>
+py::array read_only(Maps const& maps, std::vector<Number> const& numbers, bool is_map) {
+    auto const width = static_cast<py::ssize_t>(maps->region.width);
+    auto const height = static_cast<py::ssize_t>(maps->region.height);
+    std::vector<py::ssize_t> shape{static_cast<py::ssize_t>(numbers.size())};
+    if (is_map) {
+        shape = {height, width};
+    }
+    py::capsule const owner{new Maps{maps}, [](void* kept) { delete static_cast<Maps*>(kept); }};
+    py::array_t<Number> array{shape, numbers.data(), owner};
+    array.attr("flags").attr("writeable") = false;
+    return array;
+}
+
+py::dict maps_of(polarization::Calibration const& calibration) {
+    py::dict result;
+    for (auto const& map : polarization::maps_of(calibration.model)) {
+        result[py::str{map.name}] =
+            read_only(calibration.maps, (*calibration.maps).*map.numbers, true);
+    }
+    if (calibration.maps) {
+        result["bad_pixels"] = read_only(calibration.maps, calibration.maps->bad_pixels, false);
+    }
+    return result;
+}
+
+py::object noise_of(polarization::Calibration const& calibration) {
+    return calibration.noise
+               ? py::make_tuple(
+                     calibration.noise->electrons_per_count, calibration.noise->read_noise)
+               : py::object{py::none{}};
+}
+
+// The text, and the numbers that it does not hold.
+py::tuple pickled(polarization::Calibration const& calibration) {
+    py::list maps;
+    for (auto const& map : polarization::maps_of(calibration.model)) {
+        maps.append(read_only(calibration.maps, (*calibration.maps).*map.numbers, true));
+    }
+    return py::make_tuple(polarization::calibration_to_json(calibration), maps);
+}
+
+polarization::Calibration unpickled(
+    std::string const& text, std::vector<py::array_t<float, py::array::c_style>> const& maps) {
+    std::vector<std::span<float const>> numbers;
+    for (auto const& map : maps) {
+        numbers.emplace_back(map.data(), static_cast<std::size_t>(map.size()));
+    }
+    return polarization::calibration_from_json(text, "the pickled calibration", numbers);
 }
 
 std::vector<std::string> flags_of(polarization::Calibration const& calibration) {
@@ -206,10 +262,35 @@ void bind_calibration(py::module_& module) {
         .def_property_readonly(
             "time", [](polarization::Calibration const& c) { return c.provenance.time; },
             "When it was made, UTC.")
+        .def_property_readonly(
+            "model", [](polarization::Calibration const& c) { return name_of(c.model); },
+            "What differs from pixel to pixel: ``'position'`` (nothing), ``'gain'`` or "
+            "``'pixel'``.")
+        .def_property_readonly(
+            "maps", &maps_of,
+            "What differs from pixel to pixel, by name: float32 arrays (H, W), read-only.\n\n"
+            "Model ``'gain'`` has dark_level and gain, ``'pixel'`` has dark_level, throughput,\n"
+            "diattenuation and orientation in degrees. Both have bad_pixels, uint32: the pixels\n"
+            "that tell nothing, as row * W + column. Empty for ``'position'``.\n\n"
+            "Examples\n--------\n>>> Calibration.ideal(0).maps\n{}\n")
+        .def_property_readonly(
+            "bit_depth",
+            [](polarization::Calibration const& c) {
+                return c.maps ? std::optional{c.maps->bit_depth} : std::nullopt;
+            },
+            "Of the samples that the maps are for; None without maps.")
+        .def_property_readonly(
+            "noise", &noise_of,
+            "Electrons per count and read noise in electrons, or None if they are not known.")
         .def(
             "_of_region",
-            py::overload_cast<polarization::Calibration const&, std::size_t, std::size_t>(
-                &polarization::of_region))
+            [](polarization::Calibration const& c, std::size_t row, std::size_t column,
+               std::optional<std::size_t> height, std::optional<std::size_t> width) {
+                py::gil_scoped_release const unlocked;
+                return height ? polarization::of_region(
+                                    c, polarization::Region{column, row, *width, *height})
+                              : polarization::of_region(c, row, column);
+            })
         .def(
             "__eq__",
             [](polarization::Calibration const& a, polarization::Calibration const& b) {
@@ -217,11 +298,11 @@ void bind_calibration(py::module_& module) {
             },
             py::is_operator())
         .def("__repr__", &described)
-        .def(py::pickle(
-            [](polarization::Calibration const& c) { return polarization::calibration_to_json(c); },
-            [](std::string const& text) {
-                return polarization::calibration_from_json(text, "the pickled calibration");
-            }));
+        .def(py::pickle(&pickled, [](py::tuple const& state) {
+            return unpickled(
+                state[0].cast<std::string>(),
+                state[1].cast<std::vector<py::array_t<float, py::array::c_style>>>());
+        }));
     module.def(
         "measure", &measured, py::arg("raw").noconvert(), py::arg("angle"), py::arg("intensity"),
         py::arg("source"), py::arg("bit_depth"), py::arg("trimmed"));

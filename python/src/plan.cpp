@@ -5,6 +5,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
+#include "veldrane_mrv/polarization/sensor_tables.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
 #include "veldrane_mrv/polarization/uncertainty.hpp"
 
@@ -12,6 +13,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <pybind11/numpy.h>
 #include <pybind11/stl.h>
@@ -126,17 +129,54 @@ bool any_meet(std::span<Bytes> all) {
            }) != all.end();
 }
 
+using Tables = std::shared_ptr<polarization::Sensor_tables const>;
+
+/// Compiled from the maps of a calibration and kept for the next call: that takes as long as some
+/// hundred frames. Those of maps that are gone go with the next call that needs tables.
+Tables tables_of(polarization::Calibration const& calibration, double zero_direction) {
+    struct Entry {
+        std::weak_ptr<polarization::Calibration_maps const> maps;
+        double zero_direction;
+        Tables tables;
+    };
+    constexpr std::size_t most_entries = 4;
+    static std::mutex mutex;
+    static std::vector<Entry> entries;
+    py::gil_scoped_release const unlocked;
+    std::lock_guard const lock{mutex};
+    std::erase_if(entries, [](Entry const& entry) { return entry.maps.expired(); });
+    auto const found = std::ranges::find_if(entries, [&](Entry const& entry) {
+        return entry.maps.lock() == calibration.maps && entry.zero_direction == zero_direction;
+    });
+    if (found != entries.end()) {
+        return found->tables;
+    }
+    if (entries.size() == most_entries) {
+        entries.erase(entries.begin());
+    }
+    auto const tables = std::make_shared<polarization::Sensor_tables const>(
+        calibration, calibration.maps->region, zero_direction);
+    entries.push_back({calibration.maps, zero_direction, tables});
+    return tables;
+}
+
 /// What calls with the same options have in common. Never changed, so threads can share it.
 class Plan {
 public:
     Plan(
         py::tuple const& planes, int phase, polarization::Scale const& scale,
         polarization::Calibration const* calibration, bool is_calibrated_mode, bool is_signed,
-        std::optional<std::pair<double, double>> const& noise)
+        std::optional<std::pair<double, double>> const& noise, double zero_direction)
         : settings_{polarization::ideal_settings(polarization::Mosaic::from_phase(phase), scale)},
           mode_{is_calibrated_mode ? polarization::Mode::calibrated : polarization::Mode::fast} {
         if (calibration != nullptr) {
             settings_.matrices = calibration->matrices;
+        }
+        if (calibration != nullptr && calibration->maps) {
+            settings_.tables = tables_of(*calibration, zero_direction);
+            settings_.matrices = settings_.tables->position_matrices();
+        } else if (zero_direction != 0) {
+            settings_.matrices = turned(settings_.matrices, zero_direction);
         }
         if (noise) {
             settings_.noise = {.electrons_per_count = noise->first, .read_noise = noise->second};
@@ -274,10 +314,10 @@ void bind_plan(py::module_& module) {
         .def(
             py::init<
                 py::tuple const&, int, polarization::Scale const&, polarization::Calibration const*,
-                bool, bool, std::optional<std::pair<double, double>> const&>(),
+                bool, bool, std::optional<std::pair<double, double>> const&, double>(),
             py::arg("planes"), py::arg("phase"), py::arg("scale"),
             py::arg("calibration").none(true), py::arg("is_calibrated_mode"), py::arg("is_signed"),
-            py::arg("noise") = py::none())
+            py::arg("noise") = py::none(), py::arg("zero_direction") = 0.0)
         .def(
             "process_if_plain", &Plan::process_if_plain, py::arg("raw"), py::arg("out"),
             py::arg("threads"))

@@ -272,6 +272,26 @@ def phase_and_calibration(
     return calibration.phase, calibration
 
 
+def check_maps(
+    calibration: Optional[_native.Calibration], shape: tuple[int, ...], bit_depth: int
+) -> None:
+    """Whether the calibration's maps, if it has any, are for such frames (H, W)."""
+    if calibration is None or calibration.model == "position":
+        return
+    wanted = calibration.maps["dark_level"].shape
+    if tuple(shape) != wanted:
+        raise ValueError(
+            f"the frames have {_native.size_text(shape[1], shape[0])} pixels, but the calibration's "
+            f"maps {_native.size_text(wanted[1], wanted[0])}; give frames of that size, or cut the "
+            "maps with of_region"
+        )
+    if bit_depth != calibration.bit_depth:
+        raise ValueError(
+            f"bit_depth is {bit_depth}, but the calibration's maps are for {calibration.bit_depth} "
+            "bits; give samples as they were for the calibration"
+        )
+
+
 def mode_of(mode: Optional[str], calibration: Any) -> str:
     if mode is None:
         return "fast" if calibration is None else "calibrated"
@@ -282,6 +302,16 @@ def mode_of(mode: Optional[str], calibration: Any) -> str:
             "calibration"
         )
     return mode
+
+
+def zero_direction_of(degrees: Any, mode: str) -> float:
+    direction = finite_number("zero_direction", degrees)
+    if direction != 0 and mode == "fast":
+        raise ValueError(
+            f"zero_direction is {degrees}, which turns weights, and mode 'fast' applies them to few "
+            "pixels only; give mode='calibrated' or a calibration, or leave it out"
+        )
+    return direction
 
 
 def finite_numbers(

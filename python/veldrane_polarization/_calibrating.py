@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import os
 from pathlib import Path
-from typing import Union
+from typing import Optional, Union
 
 from . import _arguments
 from ._arguments import Layout
@@ -56,7 +56,8 @@ def load(path: Union[str, Path]) -> Calibration:
         If there is no such file.
     ValueError
         If it is no regular file, no calibration, damaged, or of a newer schema; says which line
-        and key.
+        and key. If the array file of its maps is missing, another one or damaged; says which map,
+        row and column.
 
     Examples
     --------
@@ -74,6 +75,9 @@ def load(path: Union[str, Path]) -> Calibration:
 
 def save(self: Calibration, path: Union[str, Path], *, overwrite: bool = False) -> None:
     """Write a file of JSON, whole or not at all.
+
+    Maps go into an array file beside it, which `numpy.load` reads: `sensor.maps-HASH.npy` for
+    `sensor.json`, float32 (maps, H, W) in the order of `maps`. Keep the two together.
 
     Parameters
     ----------
@@ -100,7 +104,7 @@ def save(self: Calibration, path: Union[str, Path], *, overwrite: bool = False) 
 
 
 def from_json(text: str) -> Calibration:
-    """The calibration that `to_json` wrote.
+    """The calibration that `to_json` wrote, of one without maps.
 
     Parameters
     ----------
@@ -132,13 +136,21 @@ def from_json(text: str) -> Calibration:
     return Calibration._from_json(text)
 
 
-def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibration:
+def of_region(
+    self: Calibration,
+    row_offset: int,
+    column_offset: int,
+    height: Optional[int] = None,
+    width: Optional[int] = None,
+) -> Calibration:
     """The calibration of frames that begin at this row and column of the sensor.
 
     Parameters
     ----------
     row_offset, column_offset : int
-        0 or more. Only whether they are odd matters.
+        0 or more. Without maps only whether they are odd matters.
+    height, width : int, optional
+        Size of the region, which a calibration with maps needs; they are cut to it.
 
     Returns
     -------
@@ -147,16 +159,25 @@ def of_region(self: Calibration, row_offset: int, column_offset: int) -> Calibra
     Raises
     ------
     TypeError, ValueError
-        For an offset that is no such number.
+        For an offset or size that is no such number, for one of height and width without the
+        other, for maps without a size, and for a region that they do not cover.
 
     Examples
     --------
     >>> Calibration.ideal((90, 45, 135, 0)).of_region(0, 3).layout
     (45, 90, 0, 135)
+    >>> Calibration.ideal((90, 45, 135, 0)).of_region(0, 3, 64, 64).maps
+    {}
     """
+    if (height is None) != (width is None):
+        raise TypeError(
+            f"height is {height} and width is {width}; give both of a region, or none of them"
+        )
     return self._of_region(
         _arguments.whole_number("row_offset", row_offset, 0, 2**31),
         _arguments.whole_number("column_offset", column_offset, 0, 2**31),
+        None if height is None else _arguments.whole_number("height", height, 1, 2**31),
+        None if width is None else _arguments.whole_number("width", width, 1, 2**31),
     )
 
 

@@ -236,9 +236,12 @@ def choices_of(
     calibration: Optional[_native.Calibration],
     signed: bool,
     noise: Optional[_trust.Noise] = None,
+    zero_direction: float = 0.0,
 ) -> Choices:
     """Of options that have been checked. A scale is more than the two numbers it was made of."""
-    plan = _native.Plan(names, phase, scale, calibration, mode == "calibrated", signed, noise)
+    plan = _native.Plan(
+        names, phase, scale, calibration, mode == "calibrated", signed, noise, zero_direction
+    )
     return Choices(plan, names, scale, phase, mode, signed)
 
 
@@ -251,6 +254,7 @@ def _checked(
     full_scale: Optional[int],
     signed: bool,
     noise: Optional[_trust.Noise],
+    zero_direction: float,
 ) -> Choices:
     scale = _arguments.scale_of(bit_depth, full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
@@ -258,7 +262,8 @@ def _checked(
     names = _arguments.planes_of(planes)
     is_signed = _arguments.truth("signed", signed)
     noise = None if noise is None else _trust.checked(noise)
-    return choices_of(scale, phase, names, mode, known, is_signed, noise)
+    direction = _arguments.zero_direction_of(zero_direction, mode)
+    return choices_of(scale, phase, names, mode, known, is_signed, noise, direction)
 
 
 _UNCHANGING = (int, str, tuple, type(None))
@@ -277,6 +282,7 @@ def process(
     full_scale: Optional[int] = None,
     signed: bool = False,
     noise: Optional[_trust.Noise] = None,
+    zero_direction: float = 0.0,
     out: Optional[Mapping[str, Array]] = None,
     threads: Optional[int] = None,
 ) -> Result:
@@ -301,7 +307,8 @@ def process(
         Fast: every plane as the processor writes it. Calibrated: every pixel through the weights of
         its position. Fast without a calibration, calibrated with one, if not given.
     calibration : Calibration, optional
-        Weights for calibrated mode; those of an ideal sensor if not given.
+        Weights for calibrated mode; those of an ideal sensor if not given. One with maps is for
+        frames of their size and bit depth, from which no dark level has been taken off.
     full_scale : int, optional
         Largest element of the 16-bit planes, 1 to 65535 (default): 180 degrees in `azimuth`, 1 in
         `dolp`. ``2**bit_depth - 1`` keeps the Stokes planes in sample units.
@@ -311,6 +318,9 @@ def process(
     noise : Noise, optional
         How samples scatter, for `uncertainty` and the weak light of `validity`; that of the
         calibration if not given.
+    zero_direction : float
+        Degrees by which the axis that angles count from lies counter-clockwise from the rows: S1,
+        S2 and the angle turn with it. For calibrated mode.
     out : mapping of str to numpy.ndarray, optional
         A C-contiguous array for each plane, of its dtype and shape. `normalized_stokes` is filled
         with NaN first, since fast mode stores only part of it.
@@ -352,7 +362,17 @@ def process(
         planes = _arguments.planes_of(planes)
     if type(layout) not in _UNCHANGING:
         layout = _arguments.phase_of(layout)  # type: ignore[arg-type]
-    options = layout, bit_depth, planes, mode, calibration, full_scale, signed, noise
+    options = (
+        layout,
+        bit_depth,
+        planes,
+        mode,
+        calibration,
+        full_scale,
+        signed,
+        noise,
+        zero_direction,
+    )
     try:
         choices = _remembered(*options) if calibration is None and noise is None else None
     except TypeError:  # something unhashable in a tuple, which is refused below

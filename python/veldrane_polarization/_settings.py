@@ -2,12 +2,22 @@
 
 from __future__ import annotations
 
+import functools
 from dataclasses import dataclass
-from typing import Optional
+from typing import Any, Optional
 
 from . import _processing
 from ._arguments import Array
 from ._native import Calibration, Scale
+
+
+# Of a worker, so that its tasks share one calibration.
+@functools.lru_cache(maxsize=2)
+def _loaded(file: str, text: str) -> Calibration:
+    calibration = Calibration.load(file)
+    if calibration.to_json() != text:
+        raise ValueError(f"{file} is another calibration by now; start again with it")
+    return calibration
 
 
 @dataclass(frozen=True)
@@ -21,9 +31,28 @@ class Settings:
     calibration: Optional[Calibration]
     signed: bool
     calibration_file: Optional[str] = None
+    zero_direction: float = 0.0
+
+    def __getstate__(self) -> dict[str, Any]:
+        state = dict(self.__dict__)
+        if self.calibration is not None and self.calibration.maps and self.calibration_file:
+            # Maps take several bytes a pixel: every worker reads them once, no task carries them.
+            state["calibration"] = self.calibration.to_json()
+        return state
+
+    def __setstate__(self, state: dict[str, Any]) -> None:
+        if isinstance(state["calibration"], str):
+            state["calibration"] = _loaded(state["calibration_file"], state["calibration"])
+        self.__dict__.update(state)
 
     def process(self, raw: Array, threads: int = 1) -> _processing.Result:
         choices = _processing.choices_of(
-            self.scale, self.phase, self.planes, self.mode, self.calibration, self.signed
+            self.scale,
+            self.phase,
+            self.planes,
+            self.mode,
+            self.calibration,
+            self.signed,
+            zero_direction=self.zero_direction,
         )
         return _processing.process_as(choices, raw, threads=threads)

@@ -18,7 +18,7 @@ from ._settings import Settings
 __all__ = ["process"]
 
 
-def _block(raw: Array, *, settings: Settings) -> dict[str, Array]:
+def _block(raw: Array, settings: Settings) -> dict[str, Array]:
     # One thread: a worker has a thread for every task that it runs at once.
     result = settings.process(raw, threads=1)
     return {name: result[name] for name in result}
@@ -34,6 +34,7 @@ def process(
     calibration: Optional[_native.Calibration] = None,
     full_scale: Optional[int] = None,
     signed: bool = False,
+    zero_direction: float = 0.0,
 ) -> dict[str, Any]:
     """Process frames of a dask array, lazily.
 
@@ -42,7 +43,7 @@ def process(
     array : dask.array.Array
         (N, H, W) uint8 or uint16. Blocks are whole frames: chunks that split rows or columns are
         joined first, so that no number depends on chunks.
-    layout, bit_depth, planes, mode, calibration, full_scale, signed
+    layout, bit_depth, planes, mode, calibration, full_scale, signed, zero_direction
         As in `veldrane_polarization.process`.
 
     Returns
@@ -74,18 +75,21 @@ def process(
         raise ValueError("array has unknown sizes; call array.compute_chunk_sizes() first")
     scale = _arguments.scale_of(bit_depth, full_scale)
     phase, known = _arguments.phase_and_calibration(layout, calibration)
+    mode = _arguments.mode_of(mode, calibration)
     settings = Settings(
         phase,
         scale,
         _arguments.planes_of(planes),
-        _arguments.mode_of(mode, calibration),
+        mode,
         known,
         _arguments.truth("signed", signed),
+        zero_direction=_arguments.zero_direction_of(zero_direction, mode),
     )
     _arguments.check_no_mask(array._meta, "array")
     _arguments.check_samples(array.dtype, array.shape, "array")
     # The smallest frame tells whether the rest of the arguments are right.
     _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
+    _arguments.check_maps(known, array.shape[1:], scale.bit_depth)
     return _graph(array.rechunk({1: -1, 2: -1}), settings)
 
 
@@ -100,6 +104,7 @@ def _token(frames: Any, settings: Settings) -> str:
         settings.mode,
         known.to_json() if known is not None else None,
         settings.signed,
+        settings.zero_direction,
     )
     return token
 
@@ -107,12 +112,13 @@ def _token(frames: Any, settings: Settings) -> str:
 def _graph(frames: Any, settings: Settings) -> dict[str, Any]:
     token = _token(frames, settings)
     blocks = "polarization-" + token
-    # Settings are bound, not arguments: dask takes a text among arguments for a key of the graph.
-    block = functools.partial(_block, settings=settings)
-    layer = {
-        (blocks, number): (block, (frames.name, number, 0, 0))
+    # Under a key of their own: a calibration with maps goes to each worker once, not with each task.
+    shared = "settings-" + token
+    layer: dict[Any, Any] = {
+        (blocks, number): (_block, (frames.name, number, 0, 0), shared)
         for number in range(len(frames.chunks[0]))
     }
+    layer[shared] = settings
     graph = HighLevelGraph.from_collections(blocks, layer, dependencies=[frames])
     return {
         name: _plane(graph, blocks, name, frames, token, settings.signed)

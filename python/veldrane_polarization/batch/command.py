@@ -195,6 +195,10 @@ def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
             f"{path} holds frames of {_native.size_text(width, height)}; give frames of at least 2 "
             "rows and 16 columns, or of exactly 2 rows and at least 2 columns"
         )
+    try:
+        _arguments.check_maps(settings.calibration, recording.shape, settings.scale.bit_depth)
+    except ValueError as error:
+        raise Usage_error(f"--calibration {settings.calibration_file}: {error}") from None
 
 
 def run(arguments: Optional[Sequence[str]] = None) -> int:

@@ -128,6 +128,7 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
     }
     if calibration is not None:
         attributes["calibration"] = {
+            **({} if calibration.model == "position" else {"model": calibration.model}),
             "time": calibration.time,
             "sensor": calibration.sensor,
             "rms_residual": calibration.rms_residual,
