@@ -4,8 +4,6 @@
 #include "pixels/estimates.hpp"
 #include "pixels/planes.hpp"
 
-#include <algorithm>
-
 namespace weighted {
 namespace {
 
@@ -121,7 +119,8 @@ void compute_row(
     std::size_t const width = job.arguments.width;
     std::size_t const whole_groups = (width - 1) / group_columns;
     for (std::size_t group = first_column / group_columns; group != whole_groups;) {
-        std::size_t const count = std::min(chunk_groups, whole_groups - group);
+        std::size_t const count =
+            whole_groups - group < chunk_groups ? whole_groups - group : chunk_groups;
         std::size_t const column = group * group_columns;
         estimate(
             {samples.own + column, samples.vertical + column, count}, weights.from(group),
@@ -177,6 +176,10 @@ void compute_rows_by(
 }
 
 } // namespace
+
+std::size_t corrected_samples(std::size_t width) {
+    return 2 * (width + 2 * group_columns);
+}
 
 void compute_rows(Job const& job, std::size_t begin, std::size_t end, std::size_t first_column) {
     Position_weights const positions[2] = {

@@ -22,9 +22,7 @@ inline constexpr std::size_t weight_count = 12;
 inline constexpr std::size_t weights_per_group = weight_count * group_columns;
 
 /// Samples of memory that a job with dark levels needs for a frame of `width` columns.
-constexpr std::size_t corrected_samples(std::size_t width) {
-    return 2 * (width + 2 * group_columns);
-}
+std::size_t corrected_samples(std::size_t width);
 
 /// One frame, at least two rows and two columns.
 struct Job {

@@ -137,6 +137,11 @@ void compute_phase(
 
 } // namespace
 
+Blocked_pixels blocked_pixels(std::size_t height, std::size_t width) {
+    std::size_t const rows = (height - 1) & ~std::size_t{1};
+    return {height == 2 ? 0 : rows, width < 32 ? 0 : (width / 16 - 1) * 16};
+}
+
 void compute_signed_blocks(
     Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2) {
     switch (arguments.polar_phase) {

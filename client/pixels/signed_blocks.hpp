@@ -18,10 +18,7 @@ struct Blocked_pixels {
 
 /// A row pair reads three rows, so the last one or two rows have no blocks; each row ends in at
 /// least 16 columns that have none.
-constexpr Blocked_pixels blocked_pixels(std::size_t height, std::size_t width) {
-    std::size_t const rows = (height - 1) & ~std::size_t{1};
-    return {height == 2 ? 0 : rows, width < 32 ? 0 : (width / 16 - 1) * 16};
-}
+Blocked_pixels blocked_pixels(std::size_t height, std::size_t width);
 
 /// Stores what the processor would of S1 and S2 less what it would of their opposites, in round to
 /// nearest. No plane of the record is written.

@@ -1,12 +1,15 @@
 #include "veldrane_mrv/polarization/frame_transform.hpp"
 
+#include "veldrane_mrv/polarization/guarantees.hpp"
+
 #include <algorithm>
 #include <limits>
 
 namespace veldrane_mrv::polarization {
 
 Frame_transform::Frame_transform(Settings const& settings, Transform_options const& options)
-    : fills_normalized_stokes_{options.fills_normalized_stokes && options.mode == Mode::fast},
+    : mode_{options.mode},
+      fills_normalized_stokes_{options.fills_normalized_stokes && options.mode == Mode::fast},
       transform_{settings, options.mode, options.final_pixel}, validity_{settings, options.mode} {
     if (settings.noise) {
         uncertainty_.emplace(settings, options.mode);
@@ -19,6 +22,7 @@ void Frame_transform::operator()(
     if (fills || !planes.validity.empty() || !planes.uncertainty.empty()) {
         // Before anything is written, so that a refusal leaves all planes as they were.
         check_signed_call(frame, settings(), planes, signed_planes);
+        check_mode(settings(), mode_);
     }
     if (!planes.uncertainty.empty() && !uncertainty_) {
         static_cast<void>(noise_of(settings()));

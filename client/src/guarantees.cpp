@@ -44,6 +44,13 @@ void check_tables(Frame_view const& frame, Settings const& settings) {
 
 } // namespace
 
+void check_mode(Settings const& settings, Mode mode) {
+    if (settings.tables && mode == Mode::fast) {
+        throw Argument_error{
+            "the mode", "fast", "give the calibrated mode, which alone knows single pixels"};
+    }
+}
+
 void check_call(Frame_view const& frame, Settings const& settings, Plane_views const& planes) {
     check_frame_size(frame);
     for_each_plane(

@@ -1,5 +1,7 @@
 #include "veldrane_mrv/polarization/sensor_tables.hpp"
 
+#include "map_faults.hpp"
+
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <Eigen/Dense>
@@ -28,6 +30,15 @@ Region part_of(Calibration const& calibration, Region const& region) {
         throw Argument_error{
             "the calibration's model", std::string{name_of(calibration.model)},
             "give a calibration with maps, of the model gain or pixel"};
+    }
+    auto const fault = [&] {
+        auto const found = find_description_fault(*calibration.maps);
+        return found ? found : find_number_fault(calibration.model, *calibration.maps);
+    }();
+    if (fault) {
+        throw Argument_error{
+            "the calibration's " + fault->key, fault->problem,
+            "give maps as a measured calibration has"};
     }
     Region const& covered = calibration.maps->region;
     bool const starts_inside = region.row >= covered.row && region.column >= covered.column;

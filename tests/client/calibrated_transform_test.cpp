@@ -1,4 +1,4 @@
-// Calibrated mode against the rule of one pixel, bit for bit: every width at which strips join in
+// Calibrated mode against the rule of one pixel, bit for bit: every width at which groups end in
 // another way, both parities of both sizes, all planes and each alone, in guarded memory.
 
 #include "guarded_planes.hpp"

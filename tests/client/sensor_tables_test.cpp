@@ -100,6 +100,20 @@ TEST(Sensor_tables, transform_is_the_rule_of_one_pixel_with_the_pixels_own_matri
     std::cout << pixels << " pixels compared with the rule of one pixel\n";
 }
 
+TEST(Sensor_tables, corrections_are_rounded_to_nearest) {
+    Size const size{50, 30};
+    Calibration const calibration = calibration_of(Calibration_model::gain, size, 1, 12);
+    Sensor_tables const tables{calibration, region_of(size)};
+    for (std::size_t pixel = 0; pixel < size.width * size.height; ++pixel) {
+        std::size_t const place = pixel / size.width * tables.padded_width() + pixel % size.width;
+        ASSERT_EQ(
+            tables.dark_levels()[place], std::lround(calibration.maps->dark_level[pixel] * 16));
+        ASSERT_EQ(
+            tables.gains()[place],
+            std::lround(static_cast<double>(calibration.maps->gain[pixel]) * 32768));
+    }
+}
+
 // Every sample of 16 bits; gains that bring those of the upper half to where rounding up meets the
 // largest number, and gains at random.
 TEST(Sensor_tables, corrections_end_at_the_largest_number) {
@@ -284,6 +298,13 @@ TEST(Sensor_tables, refuse_what_they_do_not_cover) {
         }),
         "the calibration's model is position; give a calibration with maps, of the model gain or "
         "pixel");
+    Calibration broken = calibration;
+    auto maps = std::make_shared<Calibration_maps>(*calibration.maps);
+    maps->gain.pop_back();
+    broken.maps = maps;
+    EXPECT_NE(refused([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
+    maps->gain.push_back(std::nanf(""));
+    EXPECT_NE(refused([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
     Settings const settings = settings_of(calibration, region_of(size), Scale{12});
     support::Samples const samples(34 * 8, 100);
     Planes planes{8, 34, {Plane::s0}};
@@ -297,6 +318,14 @@ TEST(Sensor_tables, refuse_what_they_do_not_cover) {
     EXPECT_EQ(
         refused([&] { transform(frame, settings, fitting.views()); }),
         "the mode is fast; give the calibrated mode, which alone knows single pixels");
+    // Not even the places that fast mode fills with NaN are touched.
+    std::vector<float> ratios(2 * 32 * 8, 7.0F);
+    Plane_views views;
+    views.normalized_stokes = ratios;
+    EXPECT_EQ(
+        refused([&] { Frame_transform{settings}(frame, views); }),
+        "the mode is fast; give the calibrated mode, which alone knows single pixels");
+    EXPECT_EQ(std::ranges::count(ratios, 7.0F), 2 * 32 * 8);
     Settings deeper = settings;
     deeper.scale = Scale{10};
     EXPECT_EQ(

@@ -39,6 +39,7 @@ public:
         Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
 
 private:
+    Mode mode_;
     bool fills_normalized_stokes_;
     Signed_transform transform_;
     Validity_marker validity_;

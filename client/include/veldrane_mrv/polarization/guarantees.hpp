@@ -24,4 +24,8 @@ constexpr bool can_be_processed(Size const& frame) {
 /// @throws Argument_error for the first violation
 void check_call(Frame_view const& frame, Settings const& settings, Plane_views const& planes);
 
+/// Fast mode knows nothing of single pixels.
+/// @throws Argument_error if the settings have tables and the mode is fast
+void check_mode(Settings const& settings, Mode mode);
+
 } // namespace veldrane_mrv::polarization

@@ -30,7 +30,9 @@ public:
     /// @param calibration with maps
     /// @param region of the sensor that the frames show
     /// @param zero_direction as for `turned`
-    /// @throws Argument_error if the calibration has no maps, or they do not cover the region
+    /// @throws Argument_error if the calibration has no maps, if they are not what
+    /// `Calibration_maps`
+    ///         says, or if they do not cover the region
     Sensor_tables(Calibration const& calibration, Region const& region, double zero_direction = 0);
 
     Size size() const { return size_; }

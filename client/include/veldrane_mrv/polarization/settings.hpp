@@ -31,7 +31,7 @@ Settings ideal_settings(Mosaic const& mosaic, Scale const& scale);
 
 /// The matrix of the last pixel of the last row. Where height and width differ in parity, the
 /// processor gives this one pixel the matrix of even rows and even columns, which is not that of
-/// its position.
+/// its position. With tables every pixel has the matrix of its place.
 enum class Final_pixel {
     /// The matrix of the pixel's position, as for every other pixel.
     by_position,
