@@ -76,7 +76,7 @@ public:
         maps_.orientation.push_back(orientation_in_range(
             mean.orientation + spread(orientation, spread_.orientation_spread)));
         double const dark = spread_.dark_level + spread(dark_level, spread_.dark_spread);
-        add_dark_level(place, std::max(dark, 0.0));
+        add_dark_level(place, dark);
     }
 
 private:
@@ -87,7 +87,9 @@ private:
             maps_.bad_pixels.push_back(static_cast<std::uint32_t>(maps_.dark_level.size()));
         }
         auto const largest = static_cast<double>((1U << maps_.bit_depth) - 1U);
-        maps_.dark_level.push_back(static_cast<float>(is_hot ? largest : level));
+        // At the full scale a pixel would be a hot one.
+        maps_.dark_level.push_back(
+            static_cast<float>(is_hot ? largest : std::clamp(level, 0.0, largest - 1.0)));
     }
 
     Calibration_maps& maps_;

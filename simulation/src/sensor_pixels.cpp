@@ -36,7 +36,8 @@ Analyser analyser_of(Calibration const& sensor, std::size_t index) {
 
 } // namespace
 
-Sensor_pixels::Sensor_pixels(Calibration const& sensor) : size_{maps_of(sensor).region.size()} {
+Sensor_pixels::Sensor_pixels(Calibration const& sensor)
+    : size_{maps_of(sensor).region.size()}, bit_depth_{sensor.maps->bit_depth} {
     Calibration_maps const& maps = *sensor.maps;
     pixels_.reserve(size_.width * size_.height);
     for (std::size_t index = 0; index < size_.width * size_.height; ++index) {

@@ -75,7 +75,8 @@ public:
           read_variance_{settings.read_noise * settings.read_noise} {}
 
     double added_to(double signal, double deviate) const {
-        double const electrons = signal / full_scale_ * full_well_;
+        // Rounding of an analyser's row lets crossed light fall below 0, which has no root.
+        double const electrons = std::max(signal, 0.0) / full_scale_ * full_well_;
         double const variance = electrons + read_variance_;
         return (electrons + std::sqrt(variance) * deviate) / full_well_ * full_scale_;
     }
@@ -178,6 +179,11 @@ Frame record(
         if (pixels.size() != size) {
             throw Argument_error(
                 "the sensor's size", to_string(pixels.size()), "give maps of " + to_string(size));
+        }
+        if (pixels.bit_depth() != settings.bit_depth) {
+            throw Argument_error(
+                "the sensor's bit depth", std::to_string(pixels.bit_depth()),
+                "give maps of " + std::to_string(settings.bit_depth) + " bits");
         }
         return record_samples(
             settings, number, check_stop, [&](std::size_t, std::size_t, std::size_t index) {

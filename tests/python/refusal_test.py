@@ -225,6 +225,13 @@ def test_a_plane_that_was_not_asked_for_is_named():
             "size is 62 x 64; give maps of 64 x 64",
         ),
         (
+            lambda: vp.simulate(
+                64, 64, layout=0, bit_depth=8, sensor=vp.imperfect_pixels(64, 64, layout=0)
+            ),
+            ValueError,
+            "bit depth is 12; give maps of 8 bits",
+        ),
+        (
             lambda: vp.simulate(64, 64, layout=0, polariser_angle=1, flat_level=1),
             ValueError,
             "flat_level is 1; leave it out",

@@ -5,6 +5,7 @@
 #include "veldrane_mrv/polarization/imperfect_pixels.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <numbers>
@@ -88,12 +89,35 @@ TEST(Sensor_pixels, bad_pixels_do_not_see_light) {
     std::printf("%zu bad pixels\n", unmoved.size());
 }
 
-TEST(Sensor_pixels, maps_of_another_size_or_none_are_refused) {
+// Half of the rows come out a rounding below 0.
+TEST(Sensor_pixels, crossed_analysers_without_read_noise_give_their_dark_level) {
+    Simulation_settings settings = small_settings();
+    settings.noise = true;
+    settings.read_noise = 0.0;
+    settings.analysers = std::array<Analyser, 4>{
+        Analyser{1.0, 1.0, 123.0, {}}, Analyser{1.0, 1.0, 168.0, {}}, Analyser{1.0, 1.0, 78.0, {}},
+        Analyser{1.0, 1.0, 33.0, {}}};
+    Pixel_spread const gains{0.02, 0.0, 0.0, 1.0, 500.0, 0.0, 0.0, 0.0, 1};
+    settings.pixels = std::make_shared<Sensor_pixels const>(imperfect_pixels(settings, gains));
+    auto const samples = record(uniform_light(settings, 33.0), settings).samples;
+    for (std::size_t index = 0; index < samples.size(); ++index) {
+        if (cell_position(index / settings.width, index % settings.width) == 0) {
+            ASSERT_NEAR(samples[index], 500, 2) << index;
+        }
+    }
+}
+
+TEST(Sensor_pixels, maps_of_another_size_or_bit_depth_or_none_are_refused) {
     Simulation_settings settings = small_settings();
     Light const light = flat_light(settings, 0.5);
     settings.pixels = std::make_shared<Sensor_pixels const>(imperfect_pixels(settings, {}));
     settings.width = 30;
     settings.height = 41;
+    EXPECT_THROW(record(light, settings), Argument_error);
+    settings = small_settings();
+    settings.pixels = std::make_shared<Sensor_pixels const>(imperfect_pixels(settings, {}));
+    EXPECT_NO_THROW(record(light, settings));
+    settings.bit_depth = 12;
     EXPECT_THROW(record(light, settings), Argument_error);
     EXPECT_THROW(Sensor_pixels{ideal_calibration(Mosaic::from_phase(0))}, Argument_error);
 }

@@ -20,6 +20,8 @@ public:
     explicit Sensor_pixels(Calibration const& sensor);
 
     Size size() const { return size_; }
+    /// Dark levels are in samples of this depth.
+    int bit_depth() const { return bit_depth_; }
 
     /// Above the dark level, in the unit of the light; `index` is row * width + column.
     double signal(std::size_t index, Stokes const& light) const {
@@ -41,6 +43,7 @@ private:
     };
 
     Size size_;
+    int bit_depth_;
     std::vector<Pixel> pixels_;
 };
 

@@ -73,7 +73,7 @@ Light flat_light(Simulation_settings const& settings, double level);
 
 /// What the sensor records of it. Only hot pixels reach the full scale. Frames of other numbers
 /// differ by their noise.
-/// @throws Argument_error if `pixels` are not of the settings' size
+/// @throws Argument_error if `pixels` are not of the settings' size and bit depth
 Frame record(
     Light const& light, Simulation_settings const& settings, std::uint64_t number = 0,
     Stop_check const& check_stop = nullptr);
