@@ -43,10 +43,10 @@ class _Series:
             checked = _arguments.one_frame(frame, self._depth, name)
             yield count - 1, checked, self.angles[count - 1], self._light[count - 1], name
         if count != len(self.angles):
-            raise ValueError(
-                f"angles holds {len(self.angles)} numbers; give one for each of the "
-                f"{'more' if count > len(self.angles) else count} frames"
-            )
+            wanted = f"each of the {count} frames"
+            if count > len(self.angles):
+                wanted = "each frame, of which there are more"
+            raise ValueError(f"angles holds {len(self.angles)} numbers; give one for {wanted}")
 
 
 @dataclass(frozen=True)
@@ -140,6 +140,8 @@ def _frame_held_out(hold_out: Any, angles: list[float]) -> Optional[int]:
     if isinstance(hold_out, str):
         _arguments.choice("hold_out", hold_out, ("middle",))
         return _native.frame_to_hold_out(angles)
+    if not angles:
+        raise ValueError("angles is empty; give one for each frame")
     return _arguments.whole_number("hold_out", hold_out, 0, len(angles) - 1)
 
 

@@ -97,7 +97,11 @@ REFUSED = {
     "another model": (calibrate(model="pixels"), ValueError, "'position', 'gain', 'pixel'"),
     "too few angles": (calibrate(SERIES[:2], ANGLES[:2]), ValueError, "polariser angles is 2"),
     "no frame": (calibrate([], []), ValueError, "frames holds no frame"),
-    "a frame too many": (calibrate(iter(SERIES), ANGLES[:4]), ValueError, "angles holds 4 numbers"),
+    "a frame too many": (
+        calibrate(iter(SERIES), ANGLES[:4]),
+        ValueError,
+        "4 numbers; give one for each frame, of",
+    ),
     "an angle too many": (calibrate(iter(SERIES[:4])), ValueError, "each of the 4 frames"),
     "a frame of another size": (
         calibrate([*SERIES[:8], SERIES[8][2:]]),
@@ -138,6 +142,11 @@ REFUSED = {
         calibrate(residuals=np.zeros(SIZE)),
         TypeError,
         "residuals is a float64",
+    ),
+    "no angle": (
+        calibrate([], [], hold_out=3),
+        ValueError,
+        "angles is empty; give one for each frame",
     ),
     "no such frame": (calibrate(hold_out=9), ValueError, "hold_out is 9"),
     "a frame that is needed": (
