@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import copy
 import json
 import pickle
 import re
@@ -51,7 +52,16 @@ def test_a_pair_of_files_and_a_pickle_hold_everything(calibration, tmp_path):
     names = NAMES[calibration.model][:-1]
     assert np.array_equal(stacked, np.stack([calibration.maps[name] for name in names]))
     assert vp.Calibration.load(tmp_path / "again.json") == calibration
-    assert pickle.loads(pickle.dumps(calibration)) == calibration
+    raw = frames()[0]
+    wanted = vp.process(raw, bit_depth=10, calibration=calibration).dolp
+    for copied in (
+        copy.copy(calibration),
+        copy.deepcopy(calibration),
+        pickle.loads(pickle.dumps(calibration)),
+        pickle.loads(pickle.dumps(copy.copy(calibration.of_region(0, 0, HEIGHT, WIDTH)))),
+    ):
+        assert copied == calibration and list(copied.maps) == NAMES[calibration.model]
+        assert np.array_equal(vp.process(raw, bit_depth=10, calibration=copied).dolp, wanted)
     assert calibration.noise == (2.5, 7.0) and calibration.bit_depth == 10
     assert json.loads(calibration.to_json())["maps"]["planes"] == names
     with pytest.raises(ValueError, match="maps: their numbers are in an array file"):
@@ -163,6 +173,12 @@ def test_dask_blocks_share_the_maps(calibration):
     graph = dict(planes["dolp"].__dask_graph__())
     holders = [key for key, value in graph.items() if getattr(value, "calibration", None)]
     assert len(holders) == 1
+    part = dask.process(
+        lazy[:, 2:20, 4:40], bit_depth=10, calibration=calibration.of_region(2, 4, 18, 36)
+    )["dolp"]
+    cut = vp.process(raw, bit_depth=10, calibration=calibration).dolp[:, 2:19, 4:39]
+    assert np.array_equal(part.compute(scheduler="sync")[:, :-1, :-1], cut)
+    assert part.name != planes["dolp"].name
     with pytest.raises(ValueError, match="40 x 24 pixels, but the calibration's maps 48 x 24"):
         dask.process(lazy[:, :, :40], bit_depth=10, calibration=calibration)
     with pytest.raises(ValueError, match="bit_depth is 12, but the calibration's maps are for 10"):
