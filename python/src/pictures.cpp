@@ -84,7 +84,7 @@ void bind_pictures(py::module_& module) {
         return array_of<std::uint8_t>(polarization::colour_wheel(side).pixels, {side, side});
     });
     module.def("number_meaning", &number_meaning);
-    module.attr("zero_direction") = text_of(polarization::zero_direction);
+    module.def("described_zero_direction", &polarization::described_zero_direction);
     module.attr("sense") = text_of(polarization::sense);
     module.attr("no_calibration") = text_of(polarization::no_calibration);
 }

@@ -4,6 +4,7 @@
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration.hpp"
+#include "veldrane_mrv/polarization/noise_model.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
 #include "veldrane_mrv/polarization/sensor_tables.hpp"
 #include "veldrane_mrv/polarization/transform.hpp"
@@ -182,6 +183,9 @@ public:
             settings_.noise = {.electrons_per_count = noise->first, .read_noise = noise->second};
         } else if (calibration != nullptr) {
             settings_.noise = calibration->noise;
+        }
+        if (settings_.noise) {
+            check(*settings_.noise);
         }
         for (py::handle const name : planes) {
             planes_.emplace_back(name, is_signed);

@@ -42,6 +42,10 @@ class Result:
         ``'fast'`` or ``'calibrated'``.
     signed : bool
         Whether `s1` and `s2` are signed.
+    noise : Noise or None
+        What `uncertainty` and the weak light of `validity` are reckoned with.
+    zero_direction : float
+        Degrees counter-clockwise from the rows to the axis that angles count from.
 
     Examples
     --------
@@ -51,16 +55,16 @@ class Result:
     (('s0', 'dolp'), dtype('uint16'), 0)
     """
 
-    __slots__ = ("_arrays", "mode", "phase", "scale", "signed")
+    __slots__ = ("_arrays", "mode", "noise", "phase", "scale", "signed", "zero_direction")
 
-    def __init__(
-        self, arrays: dict[str, Array], scale: _native.Scale, phase: int, mode: str, signed: bool
-    ) -> None:
+    def __init__(self, arrays: dict[str, Array], choices: Choices) -> None:
         self._arrays = arrays
-        self.scale = scale
-        self.phase = phase
-        self.mode = mode
-        self.signed = signed
+        self.scale = choices.scale
+        self.phase = choices.phase
+        self.mode = choices.mode
+        self.signed = choices.signed
+        self.noise = choices.noise
+        self.zero_direction = choices.zero_direction
 
     @property
     def planes(self) -> tuple[str, ...]:
@@ -139,9 +143,9 @@ class Result:
         Returns
         -------
         numpy.ndarray
-            float32 of the frames' shape in [0, pi) or [0, 180). 0 lies along the rows; the angle
-            grows counter-clockwise on a picture whose row 0 is at the top. NaN where the degree is
-            stored as 0, if the plane `dolp` is there.
+            float32 of the frames' shape in [0, pi) or [0, 180). 0 lies along the rows, or in the
+            `zero_direction`; the angle grows counter-clockwise on a picture whose row 0 is at the
+            top. NaN where the degree is stored as 0, if the plane `dolp` is there.
 
         Raises
         ------
@@ -226,6 +230,8 @@ class Choices(NamedTuple):
     phase: int
     mode: str
     signed: bool
+    noise: Optional[_trust.Noise]
+    zero_direction: float
 
 
 def choices_of(
@@ -239,10 +245,12 @@ def choices_of(
     zero_direction: float = 0.0,
 ) -> Choices:
     """Of options that have been checked. A scale is more than the two numbers it was made of."""
+    if noise is None and calibration is not None and calibration.noise is not None:
+        noise = _trust.Noise(*calibration.noise)
     plan = _native.Plan(
         names, phase, scale, calibration, mode == "calibrated", signed, noise, zero_direction
     )
-    return Choices(plan, names, scale, phase, mode, signed)
+    return Choices(plan, names, scale, phase, mode, signed, noise, zero_direction)
 
 
 def _checked(
@@ -362,22 +370,12 @@ def process(
         planes = _arguments.planes_of(planes)
     if type(layout) not in _UNCHANGING:
         layout = _arguments.phase_of(layout)  # type: ignore[arg-type]
-    options = (
-        layout,
-        bit_depth,
-        planes,
-        mode,
-        calibration,
-        full_scale,
-        signed,
-        noise,
-        zero_direction,
-    )
+    given = layout, bit_depth, planes, mode, calibration, full_scale, signed, noise, zero_direction
     try:
-        choices = _remembered(*options) if calibration is None and noise is None else None
+        choices = _remembered(*given) if calibration is None and noise is None else None
     except TypeError:  # something unhashable in a tuple, which is refused below
         choices = None
-    return process_as(choices or _checked(*options), raw, out, threads)
+    return process_as(choices or _checked(*given), raw, out, threads)
 
 
 def process_as(
@@ -387,14 +385,14 @@ def process_as(
     threads: Optional[int] = None,
 ) -> Result:
     """`process` with options that have been checked."""
-    plan, names, scale, phase, mode, signed = choices
     workers = 0 if threads is None else _arguments.whole_number("threads", threads, 1, 1024)
+    plan = choices.plan
     arrays = plan.process_if_plain(raw, out, workers)
     if arrays is None:
-        raw = _arguments.frames(raw, scale.bit_depth)
+        raw = _arguments.frames(raw, choices.scale.bit_depth)
         if out is None:
-            arrays = _arguments.new_planes(raw, names, signed)
+            arrays = _arguments.new_planes(raw, choices.names, choices.signed)
         else:
-            arrays = _arguments.check_out(out, raw, names, signed)
+            arrays = _arguments.check_out(out, raw, choices.names, choices.signed)
         plan.process(raw, arrays, workers)
-    return Result(arrays, scale, phase, mode, signed)
+    return Result(arrays, choices)

@@ -6,7 +6,7 @@ import functools
 from dataclasses import dataclass
 from typing import Any, Optional
 
-from . import _processing
+from . import _processing, _trust
 from ._arguments import Array
 from ._native import Calibration, Scale
 
@@ -32,6 +32,7 @@ class Settings:
     signed: bool
     calibration_file: Optional[str] = None
     zero_direction: float = 0.0
+    noise: Optional[_trust.Noise] = None
 
     def __getstate__(self) -> dict[str, Any]:
         state = dict(self.__dict__)
@@ -45,14 +46,17 @@ class Settings:
             state["calibration"] = _loaded(state["calibration_file"], state["calibration"])
         self.__dict__.update(state)
 
-    def process(self, raw: Array, threads: int = 1) -> _processing.Result:
-        choices = _processing.choices_of(
+    def choices(self) -> _processing.Choices:
+        return _processing.choices_of(
             self.scale,
             self.phase,
             self.planes,
             self.mode,
             self.calibration,
             self.signed,
-            zero_direction=self.zero_direction,
+            self.noise,
+            self.zero_direction,
         )
-        return _processing.process_as(choices, raw, threads=threads)
+
+    def process(self, raw: Array, threads: int = 1) -> _processing.Result:
+        return _processing.process_as(self.choices(), raw, threads=threads)

@@ -11,7 +11,7 @@ from dask import array as da
 from dask.base import tokenize
 from dask.highlevelgraph import HighLevelGraph
 
-from . import _arguments, _native
+from . import _arguments, _native, _trust
 from ._arguments import Array, Layout
 from ._settings import Settings
 
@@ -34,6 +34,7 @@ def process(
     calibration: Optional[_native.Calibration] = None,
     full_scale: Optional[int] = None,
     signed: bool = False,
+    noise: Optional[_trust.Noise] = None,
     zero_direction: float = 0.0,
 ) -> dict[str, Any]:
     """Process frames of a dask array, lazily.
@@ -43,7 +44,7 @@ def process(
     array : dask.array.Array
         (N, H, W) uint8 or uint16. Blocks are whole frames: chunks that split rows or columns are
         joined first, so that no number depends on chunks.
-    layout, bit_depth, planes, mode, calibration, full_scale, signed, zero_direction
+    layout, bit_depth, planes, mode, calibration, full_scale, signed, noise, zero_direction
         As in `veldrane_polarization.process`.
 
     Returns
@@ -84,12 +85,14 @@ def process(
         known,
         _arguments.truth("signed", signed),
         zero_direction=_arguments.zero_direction_of(zero_direction, mode),
+        noise=None if noise is None else _trust.checked(noise),
     )
     _arguments.check_no_mask(array._meta, "array")
     _arguments.check_samples(array.dtype, array.shape, "array")
     # The smallest frame tells whether the rest of the arguments are right.
     _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
     _arguments.check_maps(known, array.shape[1:], scale.bit_depth)
+    settings.choices()  # which refuses the noise, or that there is none
     return _graph(array.rechunk({1: -1, 2: -1}), settings)
 
 
@@ -105,6 +108,7 @@ def _token(frames: Any, settings: Settings) -> str:
         known.to_json() if known is not None else None,
         settings.signed,
         settings.zero_direction,
+        settings.noise,
     )
     return token
 

@@ -14,7 +14,11 @@ from ._trust import Validity
 
 __all__ = ["to_dataset"]
 
-_ZERO = f"0 along the rows, {_native.sense}"
+
+def _zero(result: Result) -> str:
+    degrees = result.zero_direction
+    place = f"at {_native.described_zero_direction(degrees)}" if degrees else "along the rows"
+    return f"0 {place}, {_native.sense}"
 
 
 def _meaning(result: Result, name: str) -> dict[str, Any]:
@@ -35,7 +39,7 @@ def plane_attributes(result: Result, name: str) -> dict[str, Any]:
     attributes |= {"scale_factor": meaning["step"], "add_offset": 0.0 - meaning["offset"]}
     attributes["valid_max"] = meaning["full_scale"]
     if name == "azimuth":
-        attributes["comment"] = f"modulo 180 degrees; {_ZERO}"
+        attributes["comment"] = f"modulo 180 degrees; {_zero(result)}"
     elif name in ("s1", "s2") and result.signed:
         attributes["valid_min"] = -meaning["full_scale"]
     elif name in ("s1", "s2"):
@@ -58,8 +62,19 @@ def is_at_pixels(name: str, mode: str, height: int, width: int) -> bool:
     return not plane_table[name].is_packed or mode != "fast" or height <= 2 or width < 32
 
 
+def component_dimension(name: str) -> str:
+    """Of the numbers of a pixel; xarray wants one size for each name in a dataset."""
+    return "deviation_of" if name == "uncertainty" else "component"
+
+
 def common_attributes(result: Result) -> dict[str, Any]:
     """What holds for all planes."""
+    noise = {}
+    if result.noise is not None:
+        noise = {
+            "electrons_per_count": result.noise.electrons_per_count,
+            "read_noise_electrons": result.noise.read_noise,
+        }
     return {
         "Conventions": "CF-1.8",
         "layout": list(result.layout),
@@ -69,6 +84,10 @@ def common_attributes(result: Result) -> dict[str, Any]:
         "full_scale": result.scale.full_scale,
         "sample_units_per_step": result.scale.sample_units_per_step,
         "mode": result.mode,
+        "zero_direction": _native.described_zero_direction(result.zero_direction),
+        "zero_direction_degrees": result.zero_direction,
+        "sense": _native.sense,
+        **noise,
         "source": f"veldrane_polarization {software_version()}",
     }
 
@@ -134,7 +153,7 @@ def to_dataset(
         attributes = {"long_name": about.title, "units": "count"}
         dims: tuple[str, ...] = ("time", "y", "x")
         if name == "azimuth":
-            attributes |= {"units": unit[:-1], "comment": _ZERO}
+            attributes |= {"units": unit[:-1], "comment": _zero(result)}
             variables["angle"] = dims, result.angle(unit).reshape(frames), attributes
         elif name == "dolp":
             variables["degree"] = (
@@ -144,8 +163,8 @@ def to_dataset(
             )
         elif about.elements_per_pixel > 1:
             numbers = result[name].reshape(*frames, about.elements_per_pixel)
-            components = "component" if name == "normalized_stokes" else "deviation_of"
-            variables[name] = (*dims, components), numbers, attributes | {"units": about.unit}
+            dims = (*dims, component_dimension(name))
+            variables[name] = dims, numbers, attributes | {"units": about.unit}
         elif name == "validity":
             flags = {
                 "units": "1",

@@ -87,6 +87,17 @@ def test_keys_named_like_planes_are_no_planes():
     assert planes["s0"].compute(scheduler="sync").shape == (2, 4, 20)
 
 
+def test_noise_reaches_the_workers():
+    raw = np.random.default_rng(3).integers(100, 4096, (3, 4, 20), np.uint16)
+    options = dict(layout=2, bit_depth=12, planes="validity,uncertainty", noise=vp.Noise(2.5, 7))
+    planes = vp_dask.process(da.from_array(raw, chunks=(1, 4, 20)), **options)
+    (computed,) = dask.compute(planes, scheduler="sync")
+    expected = vp.process(raw, **options)
+    assert computed["uncertainty"].shape == (3, 4, 20, 3)
+    for name in expected:
+        assert computed[name].tobytes() == expected[name].tobytes(), name
+
+
 def test_names_follow_the_arguments():
     frames = da.zeros((3, 4, 20), chunks=(1, 4, 20), dtype=np.uint16)
     base = dict(layout=2, bit_depth=12, planes="s0")
@@ -100,9 +111,11 @@ def test_names_follow_the_arguments():
             {"mode": "calibrated"},
             {"calibration": vp.imperfect_sensor(2, 1)},
             {"calibration": vp.imperfect_sensor(2, 2)},
+            {"noise": vp.Noise(2.5)},
+            {"mode": "calibrated", "zero_direction": 30},
         )
     ]
-    assert len({name, *(vp_dask.process(frames, **other)["s0"].name for other in others)}) == 6
+    assert len({name, *(vp_dask.process(frames, **other)["s0"].name for other in others)}) == 8
 
 
 @pytest.mark.parametrize(
@@ -116,6 +129,9 @@ def test_names_follow_the_arguments():
         (da.zeros((2, 4, 20), dtype=np.uint16), {"planes": "aolp"}, ValueError, "aolp"),
         (da.zeros((2, 4, 20), dtype=np.uint16), {"layout": 9}, ValueError, "layout is 9"),
         (da.zeros((2, 4, 20), dtype=np.uint16), {"signed": "no"}, TypeError, "signed is 'no'"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"noise": (2, 3)}, TypeError, r"noise is \(2, 3\)"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"noise": vp.Noise(0)}, ValueError, "0.0"),
+        (da.zeros((2, 4, 20), dtype=np.uint16), {"planes": "uncertainty"}, ValueError, "noise"),
         (da.from_array(np.ma.zeros((2, 4, 20), np.uint16), asarray=False), {}, TypeError, "masked"),
     ],
 )

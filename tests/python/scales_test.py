@@ -165,7 +165,13 @@ def public_objects():
         "Inspection": vp.inspect(simulation.frames[0]),
         "Noise": vp.Noise(2.5, 2.4),
         "Result": vp.process(
-            simulation.frames, bit_depth=16, planes="all", signed=True, calibration=calibration
+            simulation.frames,
+            bit_depth=16,
+            planes="all",
+            signed=True,
+            calibration=calibration,
+            noise=vp.Noise(2.5, 2.4),
+            zero_direction=30,
         ),
         "Scale": vp.Scale(16),
         "Simulation": simulation,
@@ -182,10 +188,14 @@ def content(value):
             value.phase,
             value.mode,
             value.signed,
+            value.noise,
+            value.zero_direction,
             *(content(value.stokes(name)) for name in ("s0", "s1", "s2")),
         ]
     if isinstance(value, vp.Simulation):
         return [content(each) for each in vars(value).values()]
+    if isinstance(value, vp.Calibration):
+        return value, {name: content(numbers) for name, numbers in value.maps.items()}
     return value
 
 
@@ -193,16 +203,18 @@ def content(value):
 def test_copies_of_public_objects_hold_the_same(way):
     objects = public_objects()
     classes = {name for name in vp.__all__ if inspect.isclass(getattr(vp, name))}
-    models = vp.calibrate(
+    with_maps = vp.calibrate(
         [vp.simulate(16, 32, layout=2, polariser_angle=a).frames[0] for a in range(0, 180, 30)],
         range(0, 180, 30),
         layout=2,
         bit_depth=12,
         model="gain",
-    ).models
-    parts = {"Analyser": objects["Calibration"].analysers[0], "Model_quality": models[0]}
+        noise=vp.Noise(2.5, 2.4),
+    )
+    assert list(with_maps.maps) == ["dark_level", "gain", "bad_pixels"]
+    parts = {"Analyser": objects["Calibration"].analysers[0], "Model_quality": with_maps.models[0]}
     assert classes == {*objects, *parts}
-    for value in objects.values():
+    for value in (*objects.values(), with_maps):
         copied = WAYS_TO_COPY[way](value)
         assert type(copied) is type(value) and content(copied) == content(value)
     for name, part in parts.items():

@@ -51,7 +51,7 @@ def attributes_of(name: str, settings: Settings, recording: Recording) -> dict[s
         }
     empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
     shape = _arguments.plane_shape(name, recording.shape)
-    dimensions = ["time", "y", "x", "component"][: len(shape) + 1]
+    dimensions = ["time", "y", "x", datasets.component_dimension(name)][: len(shape) + 1]
     if not datasets.is_at_pixels(name, settings.mode, *recording.shape):
         dimensions = ["time", "packed_row", "packed_column", "component"]
     return {

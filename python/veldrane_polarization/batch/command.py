@@ -16,8 +16,9 @@ from .._native import Calibration
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
 from .._recordings import Recording, open_recording
 from .._settings import Settings
+from .._trust import Noise
 from . import cluster, interruption, output_group, running
-from .line import Line_parser, One_of, Seconds, Text, Usage_error, Whole_number, printable
+from .line import Line_parser, Number, One_of, Seconds, Text, Usage_error, Whole_number, printable
 from .output_group import Output
 
 ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
@@ -33,12 +34,7 @@ finished, 2 wrong usage, 130 interrupted. example: python3 -m veldrane_polarizat
 planes.zarr --layout 90,45,135,0 --bit-depth 12"""
 
 
-def _parser() -> Line_parser:
-    parser = Line_parser(
-        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG
-    )
-    parser.add_argument("input", metavar="IN", kind=Text("a zarr array, a folder or a file"))
-    parser.add_argument("output", metavar="OUT", kind=Text("a folder to be made or gone on with"))
+def _add_settings(parser: Line_parser) -> None:
     parser.add_argument(
         "--layout",
         help="polariser angles of the top-left cell, or the phase 0-3",
@@ -50,13 +46,37 @@ def _parser() -> Line_parser:
     parser.add_argument(
         "--planes",
         default="s0,azimuth,dolp",
-        help="names with commas, or all",
-        kind=Text(f"some of {','.join(_arguments.PLANES)}, or all"),
+        help="names with commas, or all for those of the processor; validity and uncertainty if named",
+        kind=Text(f"some of {','.join(_native.plane_table)}, or all"),
     )
     parser.add_argument("--mode", help="fast or calibrated", kind=One_of(("fast", "calibrated")))
     parser.add_argument("--calibration", metavar="FILE", kind=Text("the file of a calibration"))
     parser.add_argument("--full-scale", kind=Whole_number(1, 65535), help="of the planes (65535)")
     parser.add_argument("--signed", action="store_true", help="S1 and S2 with their signs, int32")
+    parser.add_argument(
+        "--electrons-per-count",
+        kind=Number(0.001, 1000000),
+        metavar="N",
+        help="of the camera, for uncertainty and weak light; in place of the calibration's",
+    )
+    parser.add_argument(
+        "--read-noise", kind=Number(0, 1000000), metavar="N", help="in electrons (0)"
+    )
+    parser.add_argument(
+        "--zero-direction",
+        kind=Number(-360, 360),
+        metavar="DEGREES",
+        help="of the axis that angles count from, counter-clockwise from the rows (0)",
+    )
+
+
+def _parser() -> Line_parser:
+    parser = Line_parser(
+        prog="python3 -m veldrane_polarization.batch", description=_DESCRIPTION, epilog=_EPILOG
+    )
+    parser.add_argument("input", metavar="IN", kind=Text("a zarr array, a folder or a file"))
+    parser.add_argument("output", metavar="OUT", kind=Text("a folder to be made or gone on with"))
+    _add_settings(parser)
     raw = parser.add_argument_group("bare samples")
     raw.add_argument(
         "--pixel-format", kind=One_of(PIXEL_FORMATS), metavar="NAME", help=", ".join(PIXEL_FORMATS)
@@ -144,18 +164,39 @@ def _check_apart(source: Path, output: Path) -> None:
         raise Usage_error(f"IN {source} and OUT {output} lie in each other; give another OUT")
 
 
+def _calibration_of(line: argparse.Namespace) -> Optional[Calibration]:
+    if line.calibration is None:
+        return None
+    try:
+        return Calibration.load(line.calibration)
+    except OSError as error:
+        raise Usage_error(
+            f"--calibration {line.calibration} cannot be read ({error.strerror}); give "
+            "the file of a calibration"
+        ) from None
+    except ValueError as error:
+        raise Usage_error(f"--calibration: {error}") from None
+
+
+def _noise_of(
+    line: argparse.Namespace, planes: tuple[str, ...], calibration: Optional[Calibration]
+) -> Optional[Noise]:
+    if line.electrons_per_count is not None:
+        return Noise(line.electrons_per_count, line.read_noise or 0.0)
+    if line.read_noise is not None:
+        raise Usage_error(
+            "--read-noise is in electrons, but --electrons-per-count is not given; add it"
+        )
+    if "uncertainty" in planes and (calibration is None or calibration.noise is None):
+        raise Usage_error(
+            "--planes has uncertainty, but no noise is known; give --electrons-per-count and "
+            "--read-noise, or a calibration that measured them"
+        )
+    return None
+
+
 def _settings(line: argparse.Namespace) -> Settings:
-    calibration = None
-    if line.calibration is not None:
-        try:
-            calibration = Calibration.load(line.calibration)
-        except OSError as error:
-            raise Usage_error(
-                f"--calibration {line.calibration} cannot be read ({error.strerror}); give "
-                "the file of a calibration"
-            ) from None
-        except ValueError as error:
-            raise Usage_error(f"--calibration: {error}") from None
+    calibration = _calibration_of(line)
     layout = line.layout
     if layout is not None and layout in ("0", "1", "2", "3"):
         layout = int(layout)
@@ -172,14 +213,23 @@ def _settings(line: argparse.Namespace) -> Settings:
                 f"{layout}; leave out --layout, or give the calibration of this one"
             )
     phase, known = _arguments.phase_and_calibration(layout, calibration)
+    planes = _arguments.planes_of(line.planes.lower())
+    mode = _arguments.mode_of(line.mode, known)
+    if line.zero_direction and mode == "fast":
+        raise Usage_error(
+            "--zero-direction turns weights, which fast mode applies to few pixels only; add --mode "
+            "calibrated or --calibration, or leave it out"
+        )
     return Settings(
         phase,
         scale,
-        _arguments.planes_of(line.planes.lower()),
-        _arguments.mode_of(line.mode, known),
+        planes,
+        mode,
         known,
         line.signed,
         str(_absolute(Path(line.calibration))) if known is not None else None,
+        line.zero_direction or 0.0,
+        _noise_of(line, planes, known),
     )
 
 

@@ -39,13 +39,27 @@ class Whole_number(Text):
         return int(text)
 
 
+def _decimal(text: str) -> Optional[float]:
+    is_number = re.fullmatch(r"-?[0-9]+(\.[0-9]+)?([eE][-+]?[0-9]{1,3})?", text)
+    return float(text) if is_number else None
+
+
 class Seconds(Text):
     def __init__(self) -> None:
         super().__init__("a number of seconds such as 60 or 0.5")
 
     def value_of(self, text: str) -> Any:
-        is_number = re.fullmatch(r"-?[0-9]+(\.[0-9]+)?([eE][-+]?[0-9]{1,3})?", text)
-        return float(text) if is_number else None
+        return _decimal(text)
+
+
+class Number(Text):
+    def __init__(self, least: float, most: float) -> None:
+        super().__init__(f"a decimal number from {least} to {most}")
+        self._least, self._most = least, most
+
+    def value_of(self, text: str) -> Any:
+        number = _decimal(text)
+        return number if number is not None and self._least <= number <= self._most else None
 
 
 class One_of(Text):

@@ -116,8 +116,6 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
         "planes": list(settings.planes),
         "signed": settings.signed,
         "compression": compression,
-        "zero_direction": _native.zero_direction,
-        "sense": _native.sense,
         "calibration": _native.no_calibration,
         "source": {**recording.description(), "shift": 0, "dark_frame_subtracted": False},
         "software": {

@@ -154,6 +154,41 @@ def test_case_of_values_does_not_matter():
     assert command._settings(line).planes == ("s0", "dolp")
 
 
+TRUST = ("--electrons-per-count", "--read-noise", "--zero-direction")
+
+
+@pytest.mark.parametrize("name", TRUST)
+@pytest.mark.parametrize(
+    "value", ["nan", "inf", "-1e9", "1e9", "0x1", "1_0", "x", " 1", "1e", "--"]
+)
+def test_decimal_numbers_have_a_range(capsys, name, value):
+    assert f"{name} is " in told(capsys, f"{name}={value}")
+
+
+def test_noise_and_zero_direction_reach_the_settings():
+    options = zip(TRUST, ("2.5", "7", "-30.5"))
+    words = [word for option in options for word in option]
+    line = PARSER.parse_line(
+        ["in", "out", "--layout", "2", "--bit-depth", "12", "--mode", "calibrated", *words]
+    )
+    chosen = command._settings(line)
+    assert chosen.noise == vp.Noise(2.5, 7.0) and chosen.zero_direction == -30.5
+    help_text = PARSER.format_help()
+    assert all(name in help_text for name in (*TRUST, "validity", "uncertainty"))
+
+
+@pytest.mark.parametrize(
+    "arguments, words",
+    [
+        (("--read-noise", "3"), "but --electrons-per-count is not given; add it"),
+        (("--planes", "uncertainty"), "--planes has uncertainty, but no noise is known; give --el"),
+        (("--zero-direction", "30"), "--zero-direction turns weights, which fast mode applies"),
+    ],
+)
+def test_noise_and_zero_direction_that_cannot_be_used_are_refused(capsys, arguments, words):
+    assert words in told(capsys, "--layout", "2", "--bit-depth", "12", *arguments)
+
+
 @pytest.mark.parametrize(
     "arguments, words",
     [

@@ -11,7 +11,7 @@ import pytest
 import tifffile
 import xarray
 import zarr
-from batch_support import frames_of, output, settings, store_all
+from batch_support import assert_equal, frames_of, output, settings, store_all
 
 import veldrane_polarization as vp
 from veldrane_polarization import _recordings, datasets
@@ -129,7 +129,14 @@ OF_A_FILE = {
     "source",
     "software",
 }
-OF_ALL_PLANES = {"zero_direction", "sense", "bit_depth", "mode", "calibration"}
+OF_ALL_PLANES = {
+    "zero_direction",
+    "zero_direction_degrees",
+    "sense",
+    "bit_depth",
+    "mode",
+    "calibration",
+}
 
 
 def sidecars(folder, frame, *more):
@@ -179,7 +186,34 @@ def test_attributes_are_those_of_a_sidecar(tmp_path, capsys):
             compared += 1
     with capsys.disabled():
         print(f"\n  {compared} fields of a sidecar compared")
-    assert compared == 6 * 16
+    assert compared == 6 * 17
+
+
+def test_zero_direction_and_noise_are_told_and_bind_an_out(tmp_path):
+    chosen = dict(
+        mode="calibrated",
+        planes=("azimuth", "normalized_stokes", "uncertainty"),
+        zero_direction=30.5,
+    )
+    noise = vp.Noise(2.5, 7.0)
+    frames = frames_of(2)
+    group, data = stored(tmp_path, frames, **chosen, noise=noise)
+    assert_equal(tmp_path / "out.zarr", frames, mode="calibrated", zero_direction=30.5, noise=noise)
+    attributes = dict(group.attrs)
+    assert attributes["zero_direction"] == "30.5 degrees counter-clockwise from the rows"
+    assert attributes["zero_direction_degrees"] == 30.5
+    assert attributes["electrons_per_count"] == 2.5 and attributes["read_noise_electrons"] == 7
+    assert "0 at 30.5 degrees counter-clockwise" in group["azimuth"].attrs["comment"]
+    # Dimensions of a name have one size in all arrays.
+    assert data.normalized_stokes.dims[3:] == ("component",)
+    assert data.uncertainty.dims[3:] == ("deviation_of",)
+    recording = _recordings.open_recording(tmp_path / "in.zarr")
+    for changes, words in (
+        ({"noise": vp.Noise(2.5, 8.0)}, "read_noise_electrons 7.0, not 8.0"),
+        ({"noise": noise, "zero_direction": 31.0}, "zero_direction '30.5 degrees"),
+    ):
+        with pytest.raises(ValueError, match=f"was made with {words}"):
+            store_all(recording, output(tmp_path / "out.zarr"), settings(**(chosen | changes)))
 
 
 @pytest.mark.parametrize(
