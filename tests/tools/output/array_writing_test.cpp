@@ -43,6 +43,16 @@ TEST(Array_writing, tiff_of_two_float_channels_keeps_pairs_together) {
     EXPECT_EQ(tiff.samples, (std::vector<double>{1, -2, 3, -4}));
 }
 
+TEST(Array_writing, tiff_of_three_float_channels_keeps_them_together) {
+    Folder const folder;
+    std::vector<float> const samples = {1.0F, -2.0F, 3.0F, -4.0F, 5.5F, 6.0F};
+    test_files::write(folder / "threes.tif", test_files::tool_tiff(samples, 1, 2, 3));
+    test_files::Tiff const tiff = test_files::read_tiff(folder / "threes.tif");
+    EXPECT_EQ(tiff.height, 2U);
+    EXPECT_EQ(tiff.channels, 3U);
+    EXPECT_EQ(tiff.samples, (std::vector<double>{1, -2, 3, -4, 5.5, 6}));
+}
+
 TEST(Array_writing, numbers_of_8_bits) {
     std::vector<std::uint8_t> const samples = {0, 1, 2, 255, 8, 15};
     Array_view const array(std::span<std::uint8_t const>(samples), 3, 2);

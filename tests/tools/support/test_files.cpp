@@ -112,10 +112,16 @@ Tiff read_tiff(fs::path const& file) {
     std::size_t const directory = number(4, 4);
     for (std::size_t entry = 0; entry < number(directory, 2); ++entry) {
         std::size_t const at = directory + 2 + 12 * entry;
-        values[number(at, 2)] = number(at + 8, number(at + 2, 2) == 3 ? 2 : 4);
+        std::size_t const size = number(at + 2, 2) == 3 ? 2 : 4;
+        // More than four bytes of values lie elsewhere; the samples of a pixel are all alike.
+        bool const is_elsewhere = number(at + 4, 4) * size > 4;
+        values[number(at, 2)] = number(is_elsewhere ? number(at + 8, 4) : at + 8, size);
     }
     bool const is_float = values.at(339) == 3;
     std::size_t const sample_bytes = values.at(258) / 8;
+    if (sample_bytes > (is_float ? sizeof(float) : sizeof(std::uint16_t))) {
+        throw std::runtime_error("samples of " + file.string() + " have too many bytes");
+    }
     Tiff tiff{values.at(256), values.at(257), values.at(277), {}};
     std::size_t const count = tiff.width * tiff.height * tiff.channels;
     if (values.at(279) != count * sample_bytes || values.at(273) + values.at(279) > bytes.size()) {
@@ -128,8 +134,8 @@ Tiff read_tiff(fs::path const& file) {
             std::memcpy(&value, place, sizeof value);
             tiff.samples.push_back(static_cast<double>(value));
         } else {
-            std::uint16_t value = 0;
-            std::memcpy(&value, place, sizeof value);
+            std::uint16_t value = 0; // of 8 bits the lower half, in little-endian order
+            std::memcpy(&value, place, sample_bytes);
             tiff.samples.push_back(value);
         }
     }
