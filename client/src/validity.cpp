@@ -29,6 +29,24 @@ std::string_view name_of(Validity validity) {
     return "weak";
 }
 
+void mark_saturated(
+    std::span<std::uint8_t const> is_saturated, Size const& size,
+    std::span<std::uint8_t> validity) {
+    for (std::size_t row = 0; row < size.height; ++row) {
+        std::size_t const other_row = row + 1 < size.height ? row + 1 : row - 1;
+        std::uint8_t const* const own = is_saturated.data() + row * size.width;
+        std::uint8_t const* const vertical = is_saturated.data() + other_row * size.width;
+        std::uint8_t* const result = validity.data() + row * size.width;
+        for (std::size_t column = 0; column < size.width; ++column) {
+            std::size_t const other = column + 1 < size.width ? column + 1 : column - 1;
+            bool const has_one =
+                (own[column] | own[other] | vertical[column] | vertical[other]) != 0;
+            result[column] =
+                static_cast<std::uint8_t>(result[column] | bit_if(has_one, Validity::saturated));
+        }
+    }
+}
+
 Validity_marker::Validity_marker(Settings const& settings, Mode mode)
     : settings_{settings}, has_tables_{mode == Mode::calibrated && settings.tables != nullptr} {
     if (settings.noise) {

@@ -118,7 +118,12 @@ void Process_run::work(Slot& slot) {
                 frame, place.name(), *origin.calibration, origin.calibration_file,
                 origin.region.has_value());
         }
-        Sample_warnings const warnings = preparation_.apply(frame, place.name());
+        bool const masks = results_.masks_pictures(place);
+        bool const tells_saturation =
+            masks || results_.processing.planes.contains(polarization::Plane::validity);
+        Sample_warnings const warnings = preparation_.apply(
+            frame, place.name(), Dark_level::subtracted,
+            tells_saturation ? &slot.saturated : nullptr);
         if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warnings.depth);
         }
@@ -126,13 +131,13 @@ void Process_run::work(Slot& slot) {
         if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
             warn(warnings.dark);
         }
-        slot.processor.run(frame);
+        slot.processor.run(frame, slot.saturated);
         if (!has_checked_balance_.exchange(true)) {
             warn_of_imbalance(slot);
         }
-        std::span<std::uint8_t const> const validity = results_.masks_pictures(place)
-                                                           ? slot.processor.validity(frame)
-                                                           : std::span<std::uint8_t const>();
+        std::span<std::uint8_t const> const validity =
+            masks ? slot.processor.validity(frame, slot.saturated)
+                  : std::span<std::uint8_t const>();
         slot.staged = results_.stage(place, slot.processor, validity);
     });
 }
@@ -204,7 +209,7 @@ std::size_t Process_run::run_once(
     auto outcome = polarization::run_pipeline(
         pipeline,
         [this] {
-            return Slot{{}, Frame_processor(results_.processing), Staged_files()};
+            return Slot{{}, Frame_processor(results_.processing), {}, Staged_files()};
         },
         [&](std::size_t index, Slot& slot) {
             if (index < frames.size()) {

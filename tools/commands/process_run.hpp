@@ -36,6 +36,7 @@ private:
     struct Slot {
         Frame_slot input;
         Frame_processor processor;
+        std::vector<std::uint8_t> saturated; // of `Frame_preparation`
         Staged_files staged;
     };
     /// Which frames can go ahead: those whose results fall on no input and on no other result.

@@ -159,10 +159,11 @@ int run_report(Command_line const& line) {
             preparation.region().has_value());
     }
     polarization::Inspection const inspection = inspected(frame, place.name(), preparation);
-    preparation.apply(frame, place.name());
+    std::vector<std::uint8_t> saturated;
+    preparation.apply(frame, place.name(), Dark_level::subtracted, &saturated);
     Frame_processor processor(processing);
     try {
-        processor.run(frame);
+        processor.run(frame, saturated);
     } catch (polarization::Argument_error const& error) {
         throw File_failure(place.name(), error.what());
     }
@@ -173,7 +174,8 @@ int run_report(Command_line const& line) {
              {processor.stored(Plane::s0), processor.stored(Plane::azimuth),
               processor.stored(Plane::dolp), frame.width, frame.height,
               processing.settings.scale.full_scale(),
-              line.is_masked ? processor.validity(frame) : std::span<std::uint8_t const>()},
+              line.is_masked ? processor.validity(frame, saturated)
+                             : std::span<std::uint8_t const>()},
          .mosaic = processing.settings.mosaic,
          .scale = processing.settings.scale,
          .mode = processing.mode,

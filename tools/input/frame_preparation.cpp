@@ -96,7 +96,8 @@ void Frame_preparation::read_dark(
 }
 
 Sample_warnings Frame_preparation::apply(
-    Frame& frame, std::string const& name, Dark_level level) const {
+    Frame& frame, std::string const& name, Dark_level level,
+    std::vector<std::uint8_t>* saturated) const {
     if (shift_ > 0) {
         shift_down(frame, shift_);
     }
@@ -108,13 +109,33 @@ Sample_warnings Frame_preparation::apply(
     Region const part = region_.value_or(region_of(frame.size()));
     check_fit(frame, part, name);
     Sample_warnings warnings{depth_warning(frame, part, name), dark_warning(frame, part, name)};
-    if (dark_ && level == Dark_level::subtracted) {
+    bool const subtracts = dark_ && level == Dark_level::subtracted;
+    if (saturated != nullptr) {
+        saturated->clear();
+        if (subtracts) {
+            note_saturated(frame, part, *saturated);
+        }
+    }
+    if (subtracts) {
         polarization::subtract(frame.view(), *dark_, frame.samples);
     }
     if (region_) {
         cut(frame, part);
     }
     return warnings;
+}
+
+void Frame_preparation::note_saturated(
+    Frame const& frame, Region const& part, std::vector<std::uint8_t>& saturated) const {
+    saturated.resize(part.width * part.height);
+    unsigned const limit = (1U << bit_depth_) - 1U;
+    for (std::size_t row = 0; row < part.height; ++row) {
+        auto const samples = samples_in_row(frame.samples, frame.width, part, row);
+        std::transform(
+            samples.begin(), samples.end(),
+            saturated.begin() + static_cast<std::ptrdiff_t>(row * part.width),
+            [limit](std::uint16_t sample) { return std::uint8_t{sample >= limit}; });
+    }
 }
 
 std::string Frame_preparation::depth_warning(

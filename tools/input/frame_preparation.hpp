@@ -7,6 +7,7 @@
 #include "input/input_options.hpp"
 #include "veldrane_mrv/polarization/dark_frame.hpp"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -47,15 +48,21 @@ public:
     std::vector<float> const& dark_means() const { return dark_means_; }
 
     /// Saturation shows only while the dark level is kept. The dark frame has to fit even then.
+    /// @param saturated gets, if given, an element for each sample that is left: 1 if it was at the
+    ///        full scale when its dark level was subtracted; nothing if none was subtracted
     /// @throws File_failure if frame, dark frame and region do not fit together
     Sample_warnings apply(
-        Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted) const;
+        Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted,
+        std::vector<std::uint8_t>* saturated = nullptr) const;
 
 private:
     std::string depth_warning(
         Frame const& frame, polarization::Region const& part, std::string const& name) const;
     std::string dark_warning(
         Frame const& frame, polarization::Region const& part, std::string const& name) const;
+    void note_saturated(
+        Frame const& frame, polarization::Region const& part,
+        std::vector<std::uint8_t>& saturated) const;
     void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
 
     int bit_depth_;

@@ -66,7 +66,7 @@ void Frame_processor::take_memory(std::size_t height, std::size_t width) {
     }
 }
 
-void Frame_processor::run(Frame const& frame) {
+void Frame_processor::run(Frame const& frame, std::span<std::uint8_t const> saturated) {
     take_memory(frame.height, frame.width);
     polarization::Signed_views const signed_planes =
         signed_planes_ ? signed_planes_->views() : polarization::Signed_views();
@@ -82,6 +82,9 @@ void Frame_processor::run(Frame const& frame) {
             std::chrono::steady_clock::now() - start;
         milliseconds_.push_back(elapsed.count());
     }
+    if (!saturated.empty() && computed_.contains(Plane::validity)) {
+        polarization::mark_saturated(saturated, frame.size(), planes_->views().validity);
+    }
     for (Plane const plane : processing_.planes.list()) {
         if (processing_.is_converted(plane)) {
             auto& result = converted_[static_cast<std::size_t>(plane)];
@@ -91,12 +94,16 @@ void Frame_processor::run(Frame const& frame) {
     }
 }
 
-std::span<std::uint8_t const> Frame_processor::validity(Frame const& frame) {
+std::span<std::uint8_t const> Frame_processor::validity(
+    Frame const& frame, std::span<std::uint8_t const> saturated) {
     if (computed_.contains(Plane::validity)) {
         return planes_->views().validity;
     }
     marks_.resize(frame.samples.size());
     marker_(frame.view(), marks_);
+    if (!saturated.empty()) {
+        polarization::mark_saturated(saturated, frame.size(), marks_);
+    }
     return marks_;
 }
 

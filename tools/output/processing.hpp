@@ -43,10 +43,13 @@ class Frame_processor {
 public:
     explicit Frame_processor(Processing const& processing);
 
+    /// @param saturated of each sample whether it was at the full scale before its dark level was
+    ///        subtracted, 0 or 1; empty if it was not
     /// @throws polarization::Argument_error if the frame cannot be transformed
-    void run(Frame const& frame);
+    void run(Frame const& frame, std::span<std::uint8_t const> saturated);
     /// Of the same frame, whether `validity` is among the planes or not.
-    std::span<std::uint8_t const> validity(Frame const& frame);
+    std::span<std::uint8_t const> validity(
+        Frame const& frame, std::span<std::uint8_t const> saturated);
 
     /// Of the last frame: a plane as it goes into a file, valid until the next run.
     Array_view array(polarization::Plane plane) const;

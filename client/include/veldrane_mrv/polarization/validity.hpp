@@ -40,6 +40,12 @@ constexpr std::uint8_t bit_of(Validity validity) {
 /// "valid", "saturated", "below_dark", "bad_pixel" or "weak".
 std::string_view name_of(Validity validity);
 
+/// Adds `saturated` to each pixel that one of the marked samples belongs to. For samples that a
+/// dark level has been taken off since: the largest one does not show in them any more.
+/// @param is_saturated one element a sample of a frame of `size`, 0 or not
+void mark_saturated(
+    std::span<std::uint8_t const> is_saturated, Size const& size, std::span<std::uint8_t> validity);
+
 /// Keeps its workspace from frame to frame: 2 bytes a column. For one thread at a time.
 class Validity_marker {
 public:
