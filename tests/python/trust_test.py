@@ -72,3 +72,12 @@ def test_they_go_into_datasets():
     assert data.validity.attrs["flag_masks"].tolist() == [1, 2, 4, 8]
     assert data.uncertainty.dims == ("time", "y", "x", "deviation_of")
     assert data.uncertainty.sizes["deviation_of"] == 3
+    assert data.attrs["electrons_per_count"] == 10 and data.attrs["read_noise_electrons"] == 5
+
+
+def test_a_result_says_which_noise_it_rests_on():
+    raw = frames_of(0.5)
+    options = dict(layout=2, bit_depth=12, planes="validity")
+    assert vp.process(raw, **options).noise is None
+    assert "electrons_per_count" not in to_dataset(vp.process(raw, **options)).attrs
+    assert vp.process(raw, noise=NOISE, **options).noise == NOISE

@@ -58,6 +58,15 @@ Json calibration_of(Origin const& origin) {
     return calibration;
 }
 
+Json noise_of(std::optional<polarization::Noise_model> const& noise) {
+    if (!noise) {
+        return nullptr;
+    }
+    return {
+        {"electrons_per_count", noise->electrons_per_count},
+        {"read_noise_electrons", noise->read_noise}};
+}
+
 } // namespace
 
 std::string sidecar(
@@ -95,6 +104,7 @@ std::string sidecar(
         {"bit_depth", processing.settings.scale.bit_depth()},
         {"mode", processing.mode == polarization::Mode::fast ? "fast" : "calibrated"},
         {"calibration", calibration_of(origin)},
+        {"noise", noise_of(processing.settings.noise)},
         {"source", source_of(place, origin)},
         {"software",
          {{"name", "veldrane-polarize"},

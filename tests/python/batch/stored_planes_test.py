@@ -186,7 +186,7 @@ def test_attributes_are_those_of_a_sidecar(tmp_path, capsys):
             compared += 1
     with capsys.disabled():
         print(f"\n  {compared} fields of a sidecar compared")
-    assert compared == 6 * 17
+    assert compared == 6 * 18
 
 
 def test_zero_direction_and_noise_are_told_and_bind_an_out(tmp_path):
