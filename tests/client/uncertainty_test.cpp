@@ -178,8 +178,9 @@ Deviations deviations_of(
         for (double const value : values[number]) {
             sum += value;
         }
-        // The polynomial of the angle is off by up to 0.15 degrees, the same in all frames.
-        bool const is_weak_angle = number == 2 && sum / frames > 0.2;
+        // The polynomial of the angle is off by up to 0.15 degrees, the same in all frames; a weak
+        // angle scatters about that of the scene.
+        bool const is_weak_angle = number == 2 && scene.degree < 3 * result.scatter[1];
         result.scatter[number] = root_mean_square(values[number], is_weak_angle ? 0 : sum / frames);
         std::ranges::nth_element(stated[number], stated[number].begin() + frames / 2);
         result.stated[number] = stated[number][frames / 2];
