@@ -8,7 +8,6 @@
 #include <cmath>
 #include <cstdio>
 #include <opencv2/imgproc.hpp>
-#include <string>
 
 namespace polarize_tool {
 namespace {
@@ -85,10 +84,10 @@ Scale scale_of(Shown_map const& map, Map_statistics const& statistics) {
         std::max(0.0, statistics.median - reach), statistics.median + reach, sequential_colours()};
 }
 
-std::string text_of(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.3g", value);
-    return text;
+constexpr int ticks = 4;
+
+double step_of(Scale const& scale) {
+    return (scale.high - scale.low) / ticks;
 }
 
 // Means of the pixels that fall together, each as if at the scale's end where it is beyond.
@@ -122,12 +121,11 @@ void draw_scale(cv::Mat& strip, Scale const& scale) {
         strip(cv::Rect(scale_left, field_top + row, scale_width, 1)).setTo(cv::Scalar(colour));
     }
     cv::rectangle(strip, {scale_left - 1, field_top - 1, scale_width + 2, field_height + 2}, ink);
-    constexpr int steps = 4;
-    for (int step = 0; step <= steps; ++step) {
-        double const value = scale.high - (scale.high - scale.low) * step / steps;
+    for (int tick = 0; tick <= ticks; ++tick) {
+        double const value = scale.high - step_of(scale) * tick;
         write_text(
-            strip, text_of(value),
-            {scale_left + scale_width + 8, field_top + field_height * step / steps + 5});
+            strip, tick_text(value, step_of(scale)),
+            {scale_left + scale_width + 8, field_top + field_height * tick / ticks + 5});
     }
 }
 
@@ -139,12 +137,13 @@ void draw_histogram(cv::Mat& strip, std::vector<float> const& values, Scale cons
     auto const highest = static_cast<double>(std::ranges::max(counts));
     constexpr int bin_width = histogram_width / static_cast<int>(bins);
     constexpr int foot = field_top + field_height;
-    constexpr int steps = 4;
-    for (int step = 0; step <= steps; ++step) {
-        int const column = histogram_left + histogram_width * step / steps;
+    for (int tick = 0; tick <= ticks; ++tick) {
+        int const column = histogram_left + histogram_width * tick / ticks;
         cv::line(strip, {column, field_top}, {column, foot}, grid);
-        double const value = scale.low + (scale.high - scale.low) * step / steps;
-        write_text(strip, text_of(value), {column - 22, foot + 20});
+        double const value = scale.low + step_of(scale) * tick;
+        std::string const text = tick_text(value, step_of(scale));
+        int const width = 9 * static_cast<int>(text.size());
+        write_text(strip, text, {std::min(column - width / 2, picture_width - width), foot + 20});
     }
     for (std::size_t bin = 0; bin < bins; ++bin) {
         double const share = static_cast<double>(counts[bin]) / highest;
@@ -159,6 +158,13 @@ void draw_histogram(cv::Mat& strip, std::vector<float> const& values, Scale cons
 
 } // namespace
 
+std::string tick_text(double value, double step) {
+    int const decimals = std::clamp(1 - static_cast<int>(std::floor(std::log10(step))), 0, 9);
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
 cv::Mat map_pictures(polarization::Measured_calibration const& measured) {
     auto const maps = shown_maps(measured.calibration.model);
     cv::Mat picture(strip_height * static_cast<int>(maps.size()), picture_width, CV_8UC3, paper);
@@ -172,8 +178,8 @@ cv::Mat map_pictures(polarization::Measured_calibration const& measured) {
         write_text(strip, std::string(map.name) + ", " + std::string(map.meaning), {map_left, 24});
         write_text(
             strip,
-            "histogram: median " + text_of(statistics.median) + ", spread " +
-                text_of(statistics.spread),
+            "histogram: median " + tick_text(statistics.median, step_of(scale) / 10) + ", spread " +
+                tick_text(statistics.spread, step_of(scale) / 10),
             {histogram_left, 24});
         draw_map(strip, values, measured.calibration.maps->region.size(), scale);
         draw_scale(strip, scale);
