@@ -13,7 +13,7 @@
 namespace veldrane_mrv::polarization {
 namespace {
 
-// A sum that is exactly zero can round away from zero, and then does so in both passes.
+// A sum that is exactly zero can round away from zero, and then does so in both halves.
 void check_rounding_mode() {
     int const mode = std::fegetround();
     if (mode != FE_TONEAREST) {

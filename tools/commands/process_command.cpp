@@ -98,8 +98,8 @@ constexpr char const* skip_help =
 
 constexpr char const* jobs_help =
     "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "
-    "bytes a pixel, 2 more for each 16-bit plane and 8 for normalized_stokes; --signed and --units "
-    "need more. Give fewer jobs if memory is short";
+    "bytes a pixel, 2 more for each 16-bit plane, 8 for normalized_stokes, 1 for validity and 12 "
+    "for uncertainty; --signed and --units need more. Give fewer jobs if memory is short";
 
 constexpr char const* example =
     "Examples:\n"
@@ -255,8 +255,8 @@ void add_plane_options(CLI::App& command, Command_line& line) {
     command
         .add_flag(
             "--signed", line.is_signed,
-            "S1 and S2 with their signs, as 32-bit integers, by two passes; otherwise negative "
-            "ones are stored as 0")
+            "S1 and S2 with their signs, as 32-bit integers; otherwise negative ones are stored "
+            "as 0")
         ->group(group);
     add_number(
         command, "--zero-direction", {-360.0, 360.0}, zero_direction_help,

@@ -20,9 +20,9 @@ struct Transform_options {
     bool fills_normalized_stokes = true;
 };
 
-/// One frame after another, each in one, two or no passes of the processor: what is asked for as a
-/// plane and as a signed plane decides; `validity` and `uncertainty` are computed beside it. Keeps
-/// its workspace from frame to frame. Can be moved; for one thread at a time.
+/// One frame after another. Signed planes come from the same pass as the others, in fast mode from
+/// a second look at the samples; `validity` and `uncertainty` are computed beside them. Keeps its
+/// workspace from frame to frame. Can be moved; for one thread at a time.
 class Frame_transform {
 public:
     /// @throws Argument_error for a noise model that is none

@@ -7,7 +7,7 @@
 /// every pixel at its place.
 /// Calibrated: `Calibrated_transform`, every pixel through the matrix of its position, every plane
 /// at pixel positions.
-/// Signed: `Signed_transform`, S1 and S2 with their signs, by two passes of either mode.
+/// Signed: `Signed_transform`, S1 and S2 with their signs, in either mode.
 ///
 /// `Frame_transform` chooses between them. All of them check first what `check_call` does; a
 /// violation is an `Argument_error`, and nothing has been written then.
