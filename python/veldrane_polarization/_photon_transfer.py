@@ -46,8 +46,8 @@ def noise_from_flats(flats: Frames, *, bit_depth: int, dark: Optional[Frames] = 
         which more than one sample in a thousand is clipped are left out.
     bit_depth : int
         Significant bits of a sample, 1 to 16.
-    dark : numpy.ndarray or iterable of numpy.ndarray, optional
-        Frames without light.
+    dark : numpy.ndarray or iterable of numpy.ndarray
+        Frames without light. The noise is that above their level, so it cannot be told without them.
 
     Returns
     -------
@@ -58,19 +58,23 @@ def noise_from_flats(flats: Frames, *, bit_depth: int, dark: Optional[Frames] = 
     TypeError
         For a wrong type or dtype.
     ValueError
-        If a frame is left over, the frames of a pair are not of the same light, there are too few
+        If dark is missing, a frame is left over, the frames of a pair are not of the same light, there are too few
         levels, or the variance does not follow the level; says which pair.
 
     Examples
     --------
     >>> pairs = [simulate(64, 96, layout=2, flat_level=level, frames=2, seed=seed).frames
     ...          for seed, level in enumerate((0.02, 0.2, 0.5, 0.8))]
-    >>> noise = noise_from_flats((frame for pair in pairs for frame in pair), bit_depth=12)
+    >>> dark = simulate(64, 96, layout=2, flat_level=0, frames=2, seed=9).frames
+    >>> flats = (frame for pair in pairs for frame in pair)
+    >>> noise = noise_from_flats(flats, bit_depth=12, dark=dark)
     >>> 2.3 < noise.electrons_per_count < 2.9
     True
     """
     depth = _arguments.whole_number("bit_depth", bit_depth, 1, 16)
-    levels = [0.0] * 4 if dark is None else Dark_frames(dark, depth).position_means()
+    if dark is None:
+        raise ValueError("dark is None; give dark=, frames without light")
+    levels = Dark_frames(dark, depth).position_means()
     points = []
     count = 0
     first: Optional[Array] = None

@@ -157,22 +157,27 @@ REFUSED = {
     "a word": (calibrate(hold_out="last"), ValueError, "'middle'"),
     "noise that is none": (calibrate(noise=(0, 1)), TypeError, r"noise is \(0, 1\)"),
     "an odd flat frame": (
-        lambda: vp.noise_from_flats(FLATS[:7], bit_depth=12),
+        lambda: vp.noise_from_flats(FLATS[:7], bit_depth=12, dark=DARK),
         ValueError,
         "flats holds 7 frames; give pairs",
     ),
     "flat frames of two lights": (
-        lambda: vp.noise_from_flats(FLATS[1:7], bit_depth=12),
+        lambda: vp.noise_from_flats(FLATS[1:7], bit_depth=12, dark=DARK),
         ValueError,
         r"two means of flats\[0\] and flats\[1\]",
     ),
     "one level": (
-        lambda: vp.noise_from_flats(FLATS[:2], bit_depth=12),
+        lambda: vp.noise_from_flats(FLATS[:2], bit_depth=12, dark=DARK),
         ValueError,
         "number of levels is 1",
     ),
+    "flats without dark": (
+        lambda: vp.noise_from_flats(FLATS, bit_depth=12),
+        ValueError,
+        "dark is None; give dark=",
+    ),
     "flats that are none": (
-        lambda: vp.noise_from_flats(None, bit_depth=12),
+        lambda: vp.noise_from_flats(None, bit_depth=12, dark=DARK),
         TypeError,
         "flats is a NoneType",
     ),
