@@ -56,8 +56,8 @@ void add_model_options(CLI::App& command, Calibrate_options& options) {
     add_words(
         command, "--noise", options.flat_frames,
         "Pairs of frames of the same unpolarised light, two after another, at three levels or "
-        "more, as frames, folders or patterns; may be given again. They tell electrons per count "
-        "and read noise")
+        "more, as frames, folders or patterns; may be given again. With --dark they tell electrons "
+        "per count and read noise")
         ->type_name("FRAME");
 }
 

@@ -14,7 +14,9 @@
 #include "terminal/messages.hpp"
 #include "terminal/visible_text.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
+#include "veldrane_mrv/polarization/calibration_mark.hpp"
 
+#include <fstream>
 #include <optional>
 
 namespace polarize_tool {
@@ -27,9 +29,13 @@ using polarization::Calibration_model;
 struct Outputs {
     fs::path calibration;
     fs::path plot;
-    /// Empty without maps.
+    /// Of the maps, empty without.
     fs::path maps;
 };
+
+fs::path maps_picture_of(fs::path const& calibration) {
+    return calibration.parent_path() / (calibration.stem().string() + "_maps.png");
+}
 
 Outputs outputs_of(Calibrate_options const& options) {
     Outputs outputs{options.output, options.plot, {}};
@@ -38,8 +44,7 @@ Outputs outputs_of(Calibrate_options const& options) {
         outputs.plot.replace_extension(".png");
     }
     if (options.model != Calibration_model::position) {
-        outputs.maps =
-            options.output.parent_path() / (options.output.stem().string() + "_maps.png");
+        outputs.maps = maps_picture_of(options.output);
     }
     return outputs;
 }
@@ -70,6 +75,11 @@ Found_frames found_flats(Calibrate_options const& options, std::optional<Raw_lay
     Found_frames found = look_for_frames(options.flat_frames, raw);
     if (!found.failures.empty()) {
         throw std::runtime_error("flat frame " + found.failures.front());
+    }
+    if (options.samples.dark_frames.empty()) {
+        throw Usage_error(
+            "--noise is " + options.flat_frames.front() +
+            ", whose level above dark is not known without dark frames; give --dark");
     }
     return found;
 }
@@ -197,7 +207,8 @@ void stage(
     polarization::Calibration const& calibration = measured.result.calibration;
     auto const texts = polarization::files_of(calibration, outputs.calibration);
     if (texts.maps) {
-        files.add(texts.array_file, std::string());
+        // Its name tells its contents: one that a stopped run has left is no other.
+        files.add(texts.array_file, {}, Existing_files::replace);
         for (auto const part : texts.array_parts()) {
             files.append({reinterpret_cast<std::uint8_t const*>(part.data()), part.size()});
         }
@@ -206,6 +217,21 @@ void stage(
     cv::Mat const plot = calibration_plot(calibration, measured.points, source_degree);
     files.add(outputs.plot, marked_as_plot(encode_png(plot)));
     files.add(outputs.calibration, texts.json);
+}
+
+// No file of the user's that happens to have the name.
+void remove_maps_picture(Outputs const& outputs) {
+    fs::path const picture = maps_picture_of(outputs.calibration);
+    std::error_code ignored;
+    if (is_same_file(picture, outputs.plot) || !fs::is_regular_file(picture, ignored)) {
+        return;
+    }
+    std::string start(polarization::calibration_mark_reach, '\0');
+    std::ifstream(picture, std::ios::binary)
+        .read(start.data(), static_cast<std::streamsize>(start.size()));
+    if (polarization::is_of_calibration(start)) {
+        fs::remove(picture, ignored);
+    }
 }
 
 void publish(
@@ -220,6 +246,9 @@ void publish(
     if (old_array && old_array != new_array) {
         std::error_code ignored;
         fs::remove(*old_array, ignored);
+        if (!new_array) {
+            remove_maps_picture(outputs);
+        }
     }
 }
 

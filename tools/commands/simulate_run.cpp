@@ -60,11 +60,15 @@ polarization::Pixel_format checked_format(Simulate_options const& options) {
     }
 }
 
+bool is_raw_file(fs::path const& output) {
+    return output.extension() == ".raw";
+}
+
 /// Puts frames into PNG files of their own, or one behind the other into one file.
 class Frame_writer {
 public:
     Frame_writer(Simulate_options const& options, Staged_files& files)
-        : options_{options}, files_{files}, is_raw_{options.output.extension() == ".raw"},
+        : options_{options}, files_{files}, is_raw_{is_raw_file(options.output)},
           format_{checked_format(options)} {}
 
     bool is_raw() const { return is_raw_; }
@@ -238,9 +242,6 @@ std::string add_series(Staged_files& files, Simulate_options const& options) {
 // @return what to say
 std::string add_frames_beside(Staged_files& files, Simulate_options const& options) {
     Frame_writer writer(options, files);
-    if (writer.is_raw() && options.dark_frames + options.flat_frames > 0) {
-        throw Usage_error("--dark-frames and --flat-frames write PNG files only");
-    }
     auto const add = [&](double level, std::string const& name, std::uint64_t first_number,
                          std::uint64_t count) {
         auto const light = polarization::flat_light(options.settings, level);
@@ -319,6 +320,9 @@ std::string angle_suffix(double angle, std::vector<double> const& series) {
 }
 
 void run_simulate(Simulate_options options) {
+    if (is_raw_file(options.output) && options.dark_frames + options.flat_frames > 0) {
+        throw Usage_error("--dark-frames and --flat-frames write PNG files only");
+    }
     if (options.frames == 1 && options.polariser_series.empty()) {
         refuse_existing(options.output, options.existing);
     }

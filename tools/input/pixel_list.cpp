@@ -4,19 +4,21 @@
 #include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/input_opening.hpp"
 
+#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
 namespace polarize_tool {
 namespace {
 
 constexpr std::size_t most_shown = 40;
 
-std::string without_blanks(std::string text) {
-    std::erase_if(
-        text, [](char letter) { return letter == ' ' || letter == '\t' || letter == '\r'; });
-    return text;
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t\r";
+    std::size_t const first = std::min(text.find_first_not_of(blanks), text.size());
+    return text.substr(first, text.find_last_not_of(blanks) + 1 - first);
 }
 
 std::string place_of(std::size_t line) {
@@ -33,14 +35,17 @@ Pixel_list::Pixel_list(std::filesystem::path const& file) : file_{file} {
         if (line == 1 && text.starts_with(byte_order_mark)) {
             text.erase(0, byte_order_mark.size());
         }
-        std::string const words = without_blanks(text);
-        if (words.empty() || (line == 1 && lower_case(words) == "column,row")) {
+        std::string_view const words = trimmed(text);
+        std::size_t const comma = std::min(words.find(','), words.size());
+        std::string const first(trimmed(words.substr(0, comma)));
+        std::string const second(trimmed(words.substr(std::min(comma + 1, words.size()))));
+        bool const is_head =
+            line == 1 && lower_case(first) == "column" && lower_case(second) == "row";
+        if (words.empty() || is_head) {
             continue;
         }
-        std::size_t const comma = std::min(words.find(','), words.size());
-        auto const column = whole_number(std::string_view(words).substr(0, comma));
-        auto const row =
-            whole_number(std::string_view(words).substr(std::min(comma + 1, words.size())));
+        auto const column = whole_number(first);
+        auto const row = whole_number(second);
         if (!column || !row) {
             throw File_failure(
                 file, place_of(line) + "is '" + text.substr(0, most_shown) +

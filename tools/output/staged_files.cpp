@@ -186,10 +186,11 @@ Staged_files::~Staged_files() {
     }
 }
 
-void Staged_files::add(fs::path const& file, std::initializer_list<Bytes> parts) {
-    refuse_existing(file, existing_);
+void Staged_files::add(
+    fs::path const& file, std::initializer_list<Bytes> parts, Existing_files existing) {
+    refuse_existing(file, existing);
     remove_leftovers_once(file.parent_path());
-    files_.push_back({regular_files::temporary_name(file), file});
+    files_.push_back({regular_files::temporary_name(file), file, existing});
     Staged_file& staged = files_.back();
     Descriptor descriptor = Temporary_names::all().create(staged.temporary);
     struct stat status = {};
@@ -232,18 +233,18 @@ void Staged_files::add(fs::path const& file, std::string const& text) {
 void Staged_files::publish() {
     // Found out before the first rename, a name that is taken leaves nothing half done.
     for (Staged_file const& file : files_) {
-        refuse_existing(file.final, existing_);
+        refuse_existing(file.final, file.existing);
     }
     Temporary_names& names = Temporary_names::all();
     std::lock_guard const lock(names.mutex());
     for (std::size_t index = 0; index < files_.size(); ++index) {
-        int const error =
-            regular_files::rename(files_[index].temporary, files_[index].final, existing_);
+        Staged_file const& file = files_[index];
+        int const error = regular_files::rename(file.temporary, file.final, file.existing);
         if (error != 0) {
             withdraw(index);
-            fail(files_[index].final, error);
+            fail(file.final, error);
         }
-        names.forget(files_[index].temporary);
+        names.forget(file.temporary);
     }
     files_.clear();
 }

@@ -55,7 +55,13 @@ public:
 
     /// Writes the parts one behind the other.
     /// @throws File_failure if the file cannot be written in full
-    void add(std::filesystem::path const& file, std::initializer_list<Bytes> parts);
+    void add(std::filesystem::path const& file, std::initializer_list<Bytes> parts) {
+        add(file, parts, existing_);
+    }
+    /// For a file with a rule of its own.
+    void add(
+        std::filesystem::path const& file, std::initializer_list<Bytes> parts,
+        Existing_files existing);
     void add(std::filesystem::path const& file, Bytes bytes) { add(file, {bytes}); }
     void add(std::filesystem::path const& file, std::string const& text);
 
@@ -72,6 +78,7 @@ private:
     struct Staged_file {
         std::filesystem::path temporary;
         std::filesystem::path final;
+        Existing_files existing = Existing_files::replace;
         dev_t device = 0;
         ino_t number = 0;
     };

@@ -96,7 +96,7 @@ TEST_F(Calibrate_models, position_is_what_it_was) {
     Outcome const again = calibrate({"--model", "position", "--overwrite"});
     EXPECT_EQ(again.code, 0) << again.errors;
     EXPECT_EQ(test_files::read(folder_ / "out.json").size(), plain.size());
-    EXPECT_EQ(outputs(), (Names{"out.json", "out.png", "out_maps.png"}));
+    EXPECT_EQ(outputs(), (Names{"out.json", "out.png"}));
 }
 
 TEST_F(Calibrate_models, a_region_has_maps_of_its_own_and_the_mosaic_of_the_sensor) {
@@ -161,6 +161,16 @@ TEST_F(Calibrate_models, flat_frames_tell_the_noise_that_was_simulated) {
     }
 }
 
+TEST_F(Calibrate_models, noise_without_dark_frames_is_refused) {
+    Names const arguments = {"calibrate",   in_folder("cal_angle_*.png"),
+                             "-o",          in_folder("out.json"),
+                             "--phase",     "2",
+                             "--bit-depth", "12",
+                             "--noise",     in_folder("cal_flat_*.png")};
+    expect_one_line(run(arguments), 2, "give --dark");
+    EXPECT_TRUE(outputs().empty());
+}
+
 TEST_F(Calibrate_models, three_angles_are_enough_but_for_a_frame_to_hold_out) {
     Names const three = {
         "calibrate",
@@ -190,6 +200,7 @@ TEST_F(Calibrate_models, three_angles_are_enough_but_for_a_frame_to_hold_out) {
 
 TEST_F(Calibrate_models, what_cannot_be_is_refused_in_a_line_and_leaves_nothing) {
     test_files::write(folder_ / "words.txt", std::string("1,2\n3;4\n"));
+    test_files::write(folder_ / "spaces.txt", std::string("1 2,3\n"));
     test_files::write(folder_ / "beyond.txt", std::string("1,2\n\n96,0\n"));
     cv::Mat const small(70, 96, CV_16UC1, cv::Scalar(20));
     test_files::write(folder_ / "small.png", test_files::encoded(small, ".png"));
@@ -206,6 +217,7 @@ TEST_F(Calibrate_models, what_cannot_be_is_refused_in_a_line_and_leaves_nothing)
         {{"--model", "gain", "--hold-out", "6"}, 2, "--hold-out is 6"},
         {{"--model", "gain", "--hold-out", "cal_angle_010.0.png"}, 2, "no frame of the series"},
         {{"--model", "gain", "--bad-pixels", in_folder("words.txt")}, 1, "line 2: is '3;4'"},
+        {{"--model", "gain", "--bad-pixels", in_folder("spaces.txt")}, 1, "line 1: is '1 2,3'"},
         {{"--model", "gain", "--bad-pixels", in_folder("beyond.txt")}, 1, "line 3: column 96"},
         {{"--model", "gain", "--bad-pixels", in_folder("none.txt")}, 1, "none.txt"},
         {{"--model", "gain", "--region", "90,0,20,20"}, 1, "region is 20 x 20"},
@@ -262,6 +274,10 @@ TEST_F(Calibrate_models, files_that_are_there_stay_without_leave) {
     std::filesystem::remove(folder_ / "out.png");
     expect_one_line(calibrate({"--model", "gain"}), 1, "out_maps.png");
     EXPECT_EQ(outputs().size(), 2U);
+    // What a run that was killed leaves: the maps of a calibration that never came.
+    std::filesystem::remove(folder_ / "out_maps.png");
+    EXPECT_EQ(calibrate({"--model", "gain"}).code, 0);
+    EXPECT_EQ(contents(), before);
 }
 
 } // namespace

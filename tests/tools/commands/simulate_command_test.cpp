@@ -145,6 +145,12 @@ TEST(Simulate_command, wrong_usage_is_refused_in_one_line_with_code_2) {
     std::printf("%zu refusals\n", cases.size());
 }
 
+TEST(Simulate_command, dark_frames_in_a_raw_file_are_refused_before_anything_else) {
+    Folder const folder;
+    test_files::write(folder / "a.raw", "precious");
+    expect_one_line(run(small(folder / "a.raw", {"--dark-frames", "2"})), 2, "PNG files only");
+}
+
 TEST(Simulate_command, an_existing_frame_stays_unless_overwriting_is_asked_for) {
     Folder const folder;
     test_files::write(folder / "a.png", "precious");

@@ -67,7 +67,7 @@ TEST_F(Irregular_files, no_input_is_waited_for) {
               with({"report", file}, to_results),
               with({"report", good(), "--dark", file}, to_results),
               with({"calibrate", good(), "--angles", file}, to_results),
-              with({"calibrate", good(), "--noise", file}, to_results),
+              with({"calibrate", good(), "--dark", good(), "--noise", file}, to_results),
               with({"calibrate", good(), "--model", "gain", "--bad-pixels", file}, to_results)}) {
             expect_one_line(run_for_a_minute(arguments), 1, words);
             ++refused;
