@@ -321,7 +321,7 @@ def process(
         Largest element of the 16-bit planes, 1 to 65535 (default): 180 degrees in `azimuth`, 1 in
         `dolp`. ``2**bit_depth - 1`` keeps the Stokes planes in sample units.
     signed : bool
-        `s1` and `s2` with their signs, as int32, by two passes, rounding to nearest. Otherwise a
+        `s1` and `s2` with their signs, as int32, for rounding to nearest. Otherwise a
         negative number is stored as 0.
     noise : Noise, optional
         How samples scatter, for `uncertainty` and the weak light of `validity`; that of the
