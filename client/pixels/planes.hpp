@@ -51,6 +51,15 @@ template <std::size_t elements_per_pixel, class Element, class Store>
     }
 }
 
+/// A 16-bit plane: `value(offset)` is what eight even or eight odd columns get, not yet converted.
+template <class Value>
+[[gnu::always_inline]] inline void store_plane(
+    std::uint16_t* target, Chunk_columns const& columns, Value value) {
+    for_each_group<1>(target, columns, [&](std::uint16_t* pixels, std::size_t offset) {
+        store_16_pixels(pixels, quartet::in_column_order(value(offset), value(offset + 8)));
+    });
+}
+
 /// Full scales, broadcast to all lanes.
 struct Full_scales {
     __m256 output;
@@ -77,12 +86,10 @@ template <class Units>
 void store_stokes(
     std::uint16_t* target, Chunk_columns const& columns, float const* estimates,
     Full_scales const& scales) {
-    for_each_group<1>(target, columns, [&](std::uint16_t* pixels, std::size_t offset) {
-        store_16_pixels(
-            pixels, quartet::in_column_order(
-                        stokes_pixel<Units>(_mm256_load_ps(estimates + offset), scales),
-                        stokes_pixel<Units>(_mm256_load_ps(estimates + offset + 8), scales)));
-    });
+    store_plane(
+        target, columns, [&](std::size_t offset) __attribute__((always_inline)) {
+            return stokes_pixel<Units>(_mm256_load_ps(estimates + offset), scales);
+        });
 }
 
 /// The number of the positive half less that of the negative half, as unsigned planes have them.
@@ -108,30 +115,26 @@ void store_signed(
 inline void store_azimuth(
     std::uint16_t* target, Chunk_columns const& columns, Estimates const& of,
     Full_scales const& scales) {
-    auto const value = [&](std::size_t offset) __attribute__((always_inline)) {
-        return quartet::clamp<Eight_lanes>(
-            quartet::azimuth_value<Eight_lanes>(
-                _mm256_load_ps(of.s1 + offset), _mm256_load_ps(of.s2 + offset), scales.output),
-            scales.output);
-    };
-    for_each_group<1>(target, columns, [&](std::uint16_t* pixels, std::size_t offset) {
-        store_16_pixels(pixels, quartet::in_column_order(value(offset), value(offset + 8)));
-    });
+    store_plane(
+        target, columns, [&](std::size_t offset) __attribute__((always_inline)) {
+            return quartet::clamp<Eight_lanes>(
+                quartet::azimuth_value<Eight_lanes>(
+                    _mm256_load_ps(of.s1 + offset), _mm256_load_ps(of.s2 + offset), scales.output),
+                scales.output);
+        });
 }
 
 inline void store_degree(
     std::uint16_t* target, Chunk_columns const& columns, Estimates const& of,
     Full_scales const& scales) {
-    auto const value = [&](std::size_t offset) __attribute__((always_inline)) {
-        return quartet::clamp<Eight_lanes>(
-            quartet::dolp_value<Eight_lanes>(
-                _mm256_load_ps(of.s0 + offset), _mm256_load_ps(of.s1 + offset),
-                _mm256_load_ps(of.s2 + offset), scales.output),
-            scales.output);
-    };
-    for_each_group<1>(target, columns, [&](std::uint16_t* pixels, std::size_t offset) {
-        store_16_pixels(pixels, quartet::in_column_order(value(offset), value(offset + 8)));
-    });
+    store_plane(
+        target, columns, [&](std::size_t offset) __attribute__((always_inline)) {
+            return quartet::clamp<Eight_lanes>(
+                quartet::dolp_value<Eight_lanes>(
+                    _mm256_load_ps(of.s0 + offset), _mm256_load_ps(of.s1 + offset),
+                    _mm256_load_ps(of.s2 + offset), scales.output),
+                scales.output);
+        });
 }
 
 inline void store_ratios(float* target, Chunk_columns const& columns, Estimates const& of) {

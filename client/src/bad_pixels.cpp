@@ -1,5 +1,7 @@
 #include "bad_pixels.hpp"
 
+#include "veldrane_mrv/polarization/robust_statistics.hpp"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -8,8 +10,6 @@ namespace veldrane_mrv::polarization {
 namespace {
 
 constexpr float deviations_of_the_bad = 8;
-// Median absolute deviation to standard deviation of normal numbers.
-constexpr float deviations_per_median = 1.4826F;
 // Of rounding to whole samples, 1 / sqrt(12): with less, frames without noise would have outliers.
 constexpr float least_deviation = 0.2887F;
 
@@ -18,19 +18,15 @@ constexpr double largest_throughput_ratio = 1.5;
 constexpr double least_diattenuation_ratio = 0.2;
 constexpr double largest_diattenuation_ratio = 1.2;
 
-float median_of(std::vector<float>& values) {
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::ranges::nth_element(values, middle);
-    return *middle;
-}
-
 // Median and its absolute deviation do not feel the pixels that they judge.
 float largest_usual(std::span<float const> values) {
     std::vector<float> copy(values.begin(), values.end());
-    float const median = median_of(copy);
+    float const median = take_median(copy);
     std::ranges::for_each(copy, [median](float& value) { value = std::abs(value - median); });
-    return median + deviations_of_the_bad *
-                        std::max(deviations_per_median * median_of(copy), least_deviation);
+    return median +
+           deviations_of_the_bad *
+               std::max(
+                   static_cast<float>(deviations_per_median) * take_median(copy), least_deviation);
 }
 
 bool has_usual_throughput(Eigen::Vector3d const& pixel, Eigen::Vector3d const& position) {

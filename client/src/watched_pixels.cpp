@@ -2,6 +2,8 @@
 
 #include "series_fit.hpp"
 
+#include "veldrane_mrv/polarization/robust_statistics.hpp"
+
 #include <algorithm>
 #include <cmath>
 
@@ -14,13 +16,6 @@ constexpr std::size_t stride = 2654435761;
 // Of one wrong frame among seven the others take over a third.
 constexpr std::size_t least_frames = 7;
 constexpr double odd_ratio = 2.5;
-constexpr double deviations_per_median = 1.4826;
-
-double median_of(std::vector<double> values) {
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::ranges::nth_element(values, middle);
-    return *middle;
-}
 
 } // namespace
 
@@ -64,12 +59,13 @@ std::optional<Odd_frame> Watched_pixels::odd_frame() const {
         // Noise alone leaves every frame the same distance, over the root of its freedom.
         double const freedom = std::max(1 - basis.row(frame).squaredNorm(), least_freedom);
         Eigen::VectorXd const absolute = residuals.row(frame).cwiseAbs();
+        std::vector<double> reordered(absolute.begin(), absolute.end());
         distances.push_back(
-            deviations_per_median * median_of({absolute.begin(), absolute.end()}) /
-            std::sqrt(freedom) / mean_signal);
+            deviations_per_median * take_median(reordered) / std::sqrt(freedom) / mean_signal);
     }
     auto const farthest = std::ranges::max_element(distances);
-    double const usual = median_of(distances);
+    std::vector<double> reordered = distances;
+    double const usual = take_median(reordered);
     if (*farthest > large_residual && *farthest >= odd_ratio * usual) {
         return Odd_frame{static_cast<std::size_t>(farthest - distances.begin()), *farthest, usual};
     }

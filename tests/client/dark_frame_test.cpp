@@ -1,5 +1,7 @@
 // Dark frames: the mean of many, levels of positions, subtraction that stops at 0, refusals.
 
+#include "refusal.hpp"
+
 #include "veldrane_mrv/polarization/dark_frame.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -8,7 +10,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <functional>
 #include <iostream>
 #include <limits>
 #include <random>
@@ -22,15 +23,6 @@ using Samples = std::vector<std::uint16_t>;
 
 Samples levels_of(Dark_frame const& dark) {
     return {dark.levels().begin(), dark.levels().end()};
-}
-
-std::string refusal_of(std::function<void()> const& call) {
-    try {
-        call();
-    } catch (Argument_error const& error) {
-        return error.what();
-    }
-    return "nothing";
 }
 
 TEST(Dark_frame, is_the_mean_rounded_with_halves_up) {

@@ -1,7 +1,8 @@
 // Photon transfer from simulated pairs: the figures that went in come out, and pairs that cannot
 // tell are left out or refused with a remedy.
 
-#include "veldrane_mrv/polarization/argument_error.hpp"
+#include "refusal.hpp"
+
 #include "veldrane_mrv/polarization/photon_transfer.hpp"
 
 #include <gtest/gtest.h>
@@ -9,7 +10,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <functional>
 #include <random>
 #include <string>
 #include <vector>
@@ -62,15 +62,6 @@ private:
     std::normal_distribution<double> normal_;
     std::vector<double> gains_ = std::vector<double>(height * width);
 };
-
-std::string refusal_of(std::function<void()> const& call) {
-    try {
-        call();
-    } catch (Argument_error const& error) {
-        return error.what();
-    }
-    return "nothing";
-}
 
 Photon_transfer_point point(double level, double variance) {
     return {level, variance, variance * 0.01, 0, std::to_string(static_cast<int>(level))};

@@ -3,8 +3,8 @@
 // refused with a remedy.
 
 #include "pixel_sensor.hpp"
+#include "refusal.hpp"
 
-#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_estimate.hpp"
 #include "veldrane_mrv/polarization/pixel_calibration.hpp"
 
@@ -67,15 +67,6 @@ Measured_calibration measured(
         }
     }
     return calibration.finish(model);
-}
-
-std::string refusal_of(std::function<void()> const& call) {
-    try {
-        call();
-    } catch (Argument_error const& error) {
-        return error.what();
-    }
-    return "nothing";
 }
 
 double axis_distance(double left, double right) {

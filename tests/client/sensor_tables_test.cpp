@@ -2,9 +2,9 @@
 // them against the rule of one pixel, bit for bit, and regions against the whole.
 
 #include "guarded_planes.hpp"
+#include "refusal.hpp"
 #include "rule_of_one_pixel.hpp"
 
-#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/sensor_tables.hpp"
 
 #include "support/random_stream.hpp"
@@ -277,23 +277,15 @@ TEST(Sensor_tables, pixels_beyond_what_tables_hold_are_bad_ones) {
 TEST(Sensor_tables, refuse_what_they_do_not_cover) {
     Size const size{32, 8};
     Calibration const calibration = calibration_of(Calibration_model::gain, size, 0, 12);
-    auto const refused = [](auto const& action) -> std::string {
-        try {
-            action();
-        } catch (Argument_error const& error) {
-            return error.what();
-        }
-        return "nothing";
-    };
     EXPECT_EQ(
-        refused([&] {
+        refusal_of([&] {
             Sensor_tables(calibration, {1, 0, 32, 8});
         }),
         "the region is 32 x 8 at column 1, row 0; give one inside that of the calibration, 32 x 8 "
         "at "
         "column 0, row 0");
     EXPECT_EQ(
-        refused([&] {
+        refusal_of([&] {
             Sensor_tables(ideal_calibration(Mosaic::from_phase(0)), {0, 0, 16, 2});
         }),
         "the calibration's model is position; give a calibration with maps, of the model gain or "
@@ -302,34 +294,34 @@ TEST(Sensor_tables, refuse_what_they_do_not_cover) {
     auto maps = std::make_shared<Calibration_maps>(*calibration.maps);
     maps->gain.pop_back();
     broken.maps = maps;
-    EXPECT_NE(refused([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
+    EXPECT_NE(refusal_of([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
     maps->gain.push_back(std::nanf(""));
-    EXPECT_NE(refused([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
+    EXPECT_NE(refusal_of([&] { Sensor_tables(broken, {0, 0, 32, 8}); }), "nothing");
     Settings const settings = settings_of(calibration, region_of(size), Scale{12});
     support::Samples const samples(34 * 8, 100);
     Planes planes{8, 34, {Plane::s0}};
     EXPECT_EQ(
-        refused([&] {
+        refusal_of([&] {
             Calibrated_transform{settings}({samples, 8, 34}, planes.views());
         }),
         "the size of the frame is 34 x 8; give frames of the calibrated size, 32 x 8");
     Planes fitting{8, 32, {Plane::s0}};
     Frame_view const frame{samples.data(), 8, 32};
     EXPECT_EQ(
-        refused([&] { transform(frame, settings, fitting.views()); }),
+        refusal_of([&] { transform(frame, settings, fitting.views()); }),
         "the mode is fast; give the calibrated mode, which alone knows single pixels");
     // Not even the places that fast mode fills with NaN are touched.
     std::vector<float> ratios(2 * 32 * 8, 7.0F);
     Plane_views views;
     views.normalized_stokes = ratios;
     EXPECT_EQ(
-        refused([&] { Frame_transform{settings}(frame, views); }),
+        refusal_of([&] { Frame_transform{settings}(frame, views); }),
         "the mode is fast; give the calibrated mode, which alone knows single pixels");
     EXPECT_EQ(std::ranges::count(ratios, 7.0F), 2 * 32 * 8);
     Settings deeper = settings;
     deeper.scale = Scale{10};
     EXPECT_EQ(
-        refused([&] { Calibrated_transform{deeper}(frame, fitting.views()); }),
+        refusal_of([&] { Calibrated_transform{deeper}(frame, fitting.views()); }),
         "the bit depth is 10; give that of the calibration, 12");
 }
 

@@ -1,5 +1,7 @@
 #include "output/map_statistics.hpp"
 
+#include "veldrane_mrv/polarization/robust_statistics.hpp"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -9,8 +11,6 @@ namespace {
 
 using polarization::Calibration_model;
 using polarization::Measured_calibration;
-
-constexpr double deviations_per_median = 1.4826;
 
 polarization::Analyser const& analyser(Measured_calibration const& measured, std::size_t position) {
     return measured.calibration.analysers[position];
@@ -62,12 +62,6 @@ constexpr std::array maps_of_pixel{
     Shown_map{"diattenuation", "less its position's", 0.0, diattenuation},
     Shown_map{"orientation", "degrees from its position's", 0.0, orientation}, map_of_residuals};
 
-double take_median(std::vector<float>& values) {
-    auto const middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::ranges::nth_element(values, middle);
-    return static_cast<double>(*middle);
-}
-
 } // namespace
 
 std::span<Shown_map const> shown_maps(Calibration_model model) {
@@ -106,11 +100,13 @@ Map_statistics statistics_of(std::vector<float> values, Measured_calibration con
     if (values.empty()) {
         return {};
     }
-    double const median = take_median(values);
+    double const median = static_cast<double>(polarization::take_median(values));
     std::ranges::for_each(values, [median](float& value) {
         value = static_cast<float>(std::abs(static_cast<double>(value) - median));
     });
-    return {median, deviations_per_median * take_median(values)};
+    return {
+        median, polarization::deviations_per_median *
+                    static_cast<double>(polarization::take_median(values))};
 }
 
 } // namespace polarize_tool
