@@ -1,5 +1,6 @@
 #include "output/staged_files.hpp"
 
+#include "output/bulk_writing.hpp"
 #include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/regular_files.hpp"
 
@@ -22,14 +23,6 @@ namespace fs = std::filesystem;
 namespace regular_files = veldrane_mrv::polarization::regular_files;
 using regular_files::Descriptor;
 
-[[noreturn]] void fail(fs::path const& file, int error) {
-    std::string const problem = std::string("cannot be written: ") + std::strerror(error);
-    if (error == ENOSPC || error == EDQUOT || error == EROFS) {
-        throw Output_exhausted(file, problem + "; choose a place with room with -o");
-    }
-    throw File_failure(file, problem);
-}
-
 // What forbids one new file in a folder forbids them all.
 [[noreturn]] void fail_to_create(fs::path const& file, int error) {
     if (error == EACCES || error == EPERM) {
@@ -37,20 +30,7 @@ using regular_files::Descriptor;
             file, std::string("cannot be written: ") + std::strerror(error) +
                       "; choose another folder with -o");
     }
-    fail(file, error);
-}
-
-void write_all(
-    Descriptor& descriptor, fs::path const& file,
-    std::initializer_list<Staged_files::Bytes> parts) {
-    for (Staged_files::Bytes const bytes : parts) {
-        if (int const error = regular_files::write_all(descriptor, std::as_bytes(bytes))) {
-            fail(file, error);
-        }
-    }
-    if (int const error = descriptor.close()) {
-        fail(file, error);
-    }
+    fail_to_write(file, error);
 }
 
 // remove() takes no folder that holds anything, but it would take a file that came in its place.
@@ -203,19 +183,21 @@ void Staged_files::add(
     }
     staged.device = status.st_dev;
     staged.number = status.st_ino;
-    write_all(descriptor, file, parts);
+    Bulk_file bulk(std::move(descriptor), file);
+    bulk.write(0, {parts.begin(), parts.size()});
+    bulk.close();
 }
 
 // Opened once more: a run may have more files under way than a process may have open.
 void Staged_files::append(Bytes bytes) {
     Staged_file const& file = files_.back();
-    int const how = O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    int const how = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
     Descriptor descriptor(open(file.temporary.c_str(), how));
     struct stat status = {};
     bool const is_there = descriptor.is_open() && fstat(descriptor.get(), &status) == 0;
     // ENXIO: a pipe without a reader.
     if (!is_there && errno != ENOENT && errno != ELOOP && errno != ENXIO) {
-        fail(file.final, errno);
+        fail_to_write(file.final, errno);
     }
     if (!is_there || status.st_dev != file.device || status.st_ino != file.number) {
         throw File_failure(
@@ -223,7 +205,9 @@ void Staged_files::append(Bytes bytes) {
                             " was moved or replaced meanwhile; choose a folder in which nobody "
                             "else can do so");
     }
-    write_all(descriptor, file.final, {bytes});
+    Bulk_file bulk(std::move(descriptor), file.final);
+    bulk.write(static_cast<std::uint64_t>(status.st_size), {&bytes, 1});
+    bulk.close();
 }
 
 void Staged_files::add(fs::path const& file, std::string const& text) {
@@ -242,7 +226,7 @@ void Staged_files::publish() {
         int const error = regular_files::rename(file.temporary, file.final, file.existing);
         if (error != 0) {
             withdraw(index);
-            fail(file.final, error);
+            fail_to_write(file.final, error);
         }
         names.forget(file.temporary);
     }
