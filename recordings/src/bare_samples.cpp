@@ -1,4 +1,5 @@
-// Files of bare samples, which the user describes.
+// Samples that lie in a file as in memory or packed: bare ones, which the user describes, and those
+// behind a header that tells how.
 #include "source_kind.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -20,47 +21,55 @@ void refuse_picture(Opened_file const& file) {
     for (std::string_view const start : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv}) {
         is_tiff = is_tiff || file.start().starts_with(start);
     }
-    if (is_png || (is_tiff && file.layout()->header_bytes == 0)) {
+    bool const is_array = file.start().starts_with(array_magic);
+    if (is_png || ((is_tiff || is_array) && file.layout()->header_bytes == 0)) {
         throw Argument_error(
             "--pixel-format",
-            "for bare samples, but " + file.name().string() + " is a " + (is_png ? "PNG" : "TIFF") +
-                " image",
+            "for bare samples, but " + file.name().string() + " is " +
+                (is_png    ? "a PNG image"
+                 : is_tiff ? "a TIFF image"
+                           : "an npy array"),
             "leave the option out");
     }
 }
 
 class Unpacker : public Frame_decoder {
 public:
-    explicit Unpacker(Raw_layout const& layout) : layout_{layout} {}
+    explicit Unpacker(Sample_storage const& storage) : storage_{storage} {}
 
     unsigned decode(std::string_view bytes, Frame_place const&, Frame& frame) const override {
-        frame.width = layout_.width;
-        frame.height = layout_.height;
+        Raw_layout const& layout = storage_.layout;
+        frame.width = layout.width;
+        frame.height = layout.height;
         frame.samples.resize(frame.width * frame.height);
         unpack_frame(
-            layout_.format, std::as_bytes(std::span(bytes)), frame.width, frame.samples,
-            layout_.stride);
-        return 16;
+            layout.format, std::as_bytes(std::span(bytes)), frame.width, frame.samples,
+            layout.stride);
+        if (storage_.swaps_bytes) {
+            for (std::uint16_t& sample : frame.samples) {
+                sample = static_cast<std::uint16_t>(sample << 8 | sample >> 8);
+            }
+        }
+        return storage_.sample_bits;
     }
 
 private:
-    Raw_layout layout_;
+    Sample_storage storage_;
 };
 
-class Bare_samples : public Frame_source {
+// Read by offset and not mapped: a file that becomes shorter while it is read is a line for the
+// user then, where a page that is no longer there would end the process. Memory is that of one
+// frame either way.
+class Stored_frames : public Frame_source {
 public:
-    explicit Bare_samples(Opened_file file)
-        : file_{std::move(file)}, layout_{*file_.layout()}, count_{layout_.frames_in(file_.size())},
-          unpacker_{std::make_shared<Unpacker>(layout_)} {
-        if (count_ == 0) {
-            throw File_failure(file_.name(), layout_.size_problem(file_.size()));
-        }
-    }
+    Stored_frames(Opened_file file, Sample_storage const& storage, std::size_t count)
+        : file_{std::move(file)}, layout_{storage.layout}, sample_bits_{storage.sample_bits},
+          count_{count}, unpacker_{std::make_shared<Unpacker>(storage)} {}
 
     std::string name() const override { return file_.name().string(); }
     std::optional<std::size_t> count() const override { return count_; }
     std::optional<Frame_shape> shape() const override {
-        return Frame_shape{layout_.width, layout_.height, 16};
+        return Frame_shape{layout_.width, layout_.height, sample_bits_};
     }
     Frame_place place(std::size_t number) const override { return {file_.name(), number, count_}; }
 
@@ -80,16 +89,27 @@ private:
 
     Opened_file file_;
     Raw_layout layout_;
+    unsigned sample_bits_;
     std::size_t count_;
     std::shared_ptr<Frame_decoder const> unpacker_;
 };
 
 std::unique_ptr<Frame_source> open_bare_samples(Opened_file file) {
     refuse_picture(file);
-    return std::make_unique<Bare_samples>(std::move(file));
+    Raw_layout const layout = *file.layout();
+    std::size_t const count = layout.frames_in(file.size());
+    if (count == 0) {
+        throw File_failure(file.name(), layout.size_problem(file.size()));
+    }
+    return stored_frames(std::move(file), {layout}, count);
 }
 
 } // namespace
+
+std::unique_ptr<Frame_source> stored_frames(
+    Opened_file file, Sample_storage const& storage, std::size_t count) {
+    return std::make_unique<Stored_frames>(std::move(file), storage, count);
+}
 
 extern Source_kind const bare_samples;
 constinit Source_kind const bare_samples{endings, true, nullptr, open_bare_samples};

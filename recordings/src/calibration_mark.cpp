@@ -14,4 +14,16 @@ bool is_of_calibration(std::string_view start) {
     return is_plot || is_calibration;
 }
 
+bool is_of_calibration(std::filesystem::path const& file, std::string_view start) {
+    constexpr std::string_view mark = ".maps-";
+    constexpr std::size_t digits = 16;
+    std::string const stem = file.stem().string();
+    std::size_t const place = stem.rfind(mark);
+    bool const is_map_name =
+        file.extension() == ".npy" && place != std::string::npos &&
+        stem.size() == place + mark.size() + digits &&
+        stem.find_first_not_of("0123456789abcdef", place + mark.size()) == std::string::npos;
+    return is_of_calibration(start) || (is_map_name && start.starts_with("\x93NUMPY"));
+}
+
 } // namespace veldrane_mrv::polarization

@@ -49,10 +49,10 @@ std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
     }
     if (files.empty()) {
         throw File_failure(
-            folder,
-            raw ? "holds no recording (.raw, .bin, .dat); name the files"
-                : "holds no PNG, TIFF or PGM file; name the files, or describe raw ones with "
-                  "--pixel-format");
+            folder, raw ? "holds no recording (.raw, .bin, .dat); name the files"
+                        : "holds no PNG, TIFF or PGM file and no npy array; name the files, or "
+                          "describe raw "
+                          "ones with --pixel-format");
     }
     std::sort(files.begin(), files.end(), sorts_before);
     return files;
@@ -111,7 +111,7 @@ void look_into(
         return;
     }
     recordings::Opened_file opened(file, std::move(input), layout);
-    if (own_files != Own_files::take && is_of_calibration(opened.start())) {
+    if (own_files != Own_files::take && is_of_calibration(file, opened.start())) {
         if (own_files == Own_files::pass_over_loudly) {
             found.warnings.push_back(
                 file.string() + ": passed over, since `calibrate` made it; leave it out");

@@ -79,6 +79,20 @@ std::span<Source_kind const* const> source_kinds();
 
 std::unique_ptr<Frame_source> open_frames(Opened_file file);
 
+/// How a file's samples become those of frames, besides their layout.
+struct Sample_storage {
+    Raw_layout layout;
+    unsigned sample_bits = 16; // as in `Frame_shape`
+    bool swaps_bytes = false;  // of samples whose higher byte comes first
+};
+
+/// Frames one behind the other in a file that holds `count` of them.
+std::unique_ptr<Frame_source> stored_frames(
+    Opened_file file, Sample_storage const& storage, std::size_t count);
+
+/// The first bytes of an npy file.
+inline constexpr std::string_view array_magic = "\x93NUMPY";
+
 /// @return what is wrong with a picture, empty if nothing
 using Decode_picture = std::string (*)(std::string_view bytes, Frame& frame, unsigned& sample_bits);
 

@@ -12,10 +12,11 @@ extern Source_kind const bare_samples;
 extern Source_kind const png;
 extern Source_kind const pgm;
 extern Source_kind const tiff;
+extern Source_kind const npy;
 
 namespace {
 
-constexpr std::array<Source_kind const*, 4> kinds = {&bare_samples, &png, &pgm, &tiff};
+constexpr std::array<Source_kind const*, 5> kinds = {&bare_samples, &png, &pgm, &tiff, &npy};
 
 std::string problem_of_other_format(std::string_view bytes, Frame&, unsigned&) {
     std::string const what_it_is_not = "not a PNG, TIFF or binary PGM image; ";

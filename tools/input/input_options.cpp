@@ -53,8 +53,9 @@ CLI::Option* add_pixel_format(CLI::App& command, std::string& name, std::string 
 void add_input_options(CLI::App& command, Input_options& options, Frame_choice choice) {
     add_words(
         command, "frames", options.inputs,
-        "Raw frames: grey PNG, PGM or TIFF (of one or many pictures) of 8 or 16 bits, folders "
-        "of them, or quoted patterns such as 'run3/*.png'. With --pixel-format files of bare "
+        "Raw frames: grey PNG, PGM, TIFF (of one or many pictures) or npy (of 2 or 3 "
+        "dimensions) of 8 or 16 bits, folders of them, or quoted patterns such as 'run3/*.png'. "
+        "With --pixel-format files of bare "
         "samples that hold one or many frames")
         ->expected(CLI::detail::expected_max_vector_size)
         ->required()

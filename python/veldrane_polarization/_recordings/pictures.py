@@ -14,7 +14,7 @@ from .._arguments import Array
 from .common import Recording_error, check_as_opened, description_of, modified_of, unchanged
 from .frame_files import read_frame
 
-ENDINGS = (".tif", ".tiff", ".png", ".pgm")
+ENDINGS = (".tif", ".tiff", ".png", ".pgm", ".npy")
 
 # A file, the number in it, and how many it holds.
 Place = tuple[str, int, int]
@@ -22,7 +22,7 @@ Place = tuple[str, int, int]
 
 @dataclass(frozen=True)
 class Picture_recording:
-    """PNG, TIFF and PGM files, in the order of their names, or the pictures of one file.
+    """PNG, TIFF, PGM and npy files, in the order of their names, or the pictures of one file.
 
     Of that file `size` and `modified` are held, since its pictures are of one recording; those of a
     folder may be mended one by one.

@@ -25,8 +25,8 @@ ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
 
 _DESCRIPTION = """Turns a recording into a zarr group with one array for each plane, frame by frame.
 
-IN is a zarr array (N, H, W), a folder of grey PNG, TIFF or PGM files, a TIFF file of many pictures,
-or a file of bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
+IN is a zarr array (N, H, W), a folder of grey PNG, TIFF, PGM or npy files, a TIFF or npy file of
+many frames, or a file of bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
 skipped. Workers read IN and write OUT themselves, under the same paths."""
 
 _EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed) or could not be

@@ -351,3 +351,29 @@ def test_the_padding_of_the_last_row_may_be_missing(tmp_path, padding):
     (tmp_path / "in.raw").write_bytes(b"head" + rows.tobytes()[: rows.size - padding])
     recording = _recordings.open_recording(tmp_path / "in.raw", "Mono12", 64, 96, 4, 240)
     assert recording.count == 3 and np.array_equal(recording.read(0, 3), frames)
+
+
+@pytest.mark.parametrize("dtype", ["u1", "<u2", ">u2"])
+def test_an_npy_file_is_a_recording(tmp_path, dtype):
+    frames = frames_of(3).astype(dtype)
+    np.save(tmp_path / "run.npy", frames)
+    recording = pickle.loads(pickle.dumps(_recordings.open_recording(tmp_path / "run.npy")))
+    assert (recording.count, recording.dtype) == (3, f"uint{8 * frames.itemsize}")
+    assert np.array_equal(recording.read(0, 3), frames)
+    assert _recordings.open_recording(tmp_path).count == 3
+
+
+@pytest.mark.parametrize(
+    "array, words",
+    [
+        (np.zeros((2, 20, 48), np.float32), "numbers of type '<f4'; save it as uint8 or uint16"),
+        (np.zeros((4, 20, 48), np.uint16, order="F"), "lies column by column"),
+        (np.zeros((2, 2, 20, 48), np.uint16), "has the shape (2, 2, 20, 48)"),
+        (np.zeros((20, 48), np.uint16), "is a single picture; give the folder"),
+    ],
+)
+def test_an_array_that_is_no_recording_is_told_so(tmp_path, array, words):
+    np.save(tmp_path / "run.npy", array)
+    with pytest.raises(_recordings.Recording_error) as refusal:
+        _recordings.open_recording(tmp_path / "run.npy")
+    assert words in str(refusal.value)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <string_view>
 
 namespace veldrane_mrv::polarization {
@@ -21,5 +22,8 @@ inline constexpr std::size_t calibration_mark_reach = 256;
 
 /// Whether a file that begins so is a calibration or a plot that was marked.
 bool is_of_calibration(std::string_view start);
+
+/// The same with the maps of calibrations, which differ from other arrays by their names alone.
+bool is_of_calibration(std::filesystem::path const& file, std::string_view start);
 
 } // namespace veldrane_mrv::polarization
