@@ -2,11 +2,12 @@
 
 #include "pixel_layouts.hpp"
 
+#include "pixels/unpacking.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/geometry.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
 
 #include <algorithm>
-#include <cstring>
 #include <limits>
 #include <string>
 
@@ -19,75 +20,43 @@ struct Description {
     std::string_view name;
     unsigned bit_depth;
     unsigned stored_bits;
+    // Null where samples are copied as they are.
+    packed::Unpack* unpack_vectors;
+    packed::Pack* pack_vectors;
 };
 
 constexpr std::array<Description, all_pixel_formats.size()> descriptions = {
-    {{"Mono8", 8, 8},
-     {"Mono10", 10, 16},
-     {"Mono12", 12, 16},
-     {"Mono14", 14, 16},
-     {"Mono16", 16, 16},
-     {"Mono10p", 10, 10},
-     {"Mono12p", 12, 12},
-     {"Mono10Packed", 10, 12},
-     {"Mono12Packed", 12, 12}}};
+    {{"Mono8", 8, 8, packed::unpack_mono8, packed::pack_mono8},
+     {"Mono10", 10, 16, nullptr, nullptr},
+     {"Mono12", 12, 16, nullptr, nullptr},
+     {"Mono14", 14, 16, nullptr, nullptr},
+     {"Mono16", 16, 16, nullptr, nullptr},
+     {"Mono10p", 10, 10, packed::unpack_mono10p, packed::pack_mono10p},
+     {"Mono12p", 12, 12, packed::unpack_mono12p, packed::pack_mono12p},
+     {"Mono10Packed", 10, 12, packed::unpack_mono10_packed, packed::pack_mono10_packed},
+     {"Mono12Packed", 12, 12, packed::unpack_mono12_packed, packed::pack_mono12_packed}}};
 
 Description const& describe(Pixel_format format) {
     return descriptions.at(static_cast<std::size_t>(format));
 }
 
+// What whole vectors leave, or all of it, goes the plain way.
 void unpack_checked(Pixel_format format, std::byte const* row, std::span<std::uint16_t> samples) {
-    if (samples.empty()) {
-        return;
+    Description const& about = describe(format);
+    std::size_t done = 0;
+    if (about.unpack_vectors != nullptr && processor_features().avx2) {
+        done = about.unpack_vectors(row, samples.size(), samples.data());
     }
-    switch (format) {
-    case Pixel_format::mono8:
-        std::transform(row, row + samples.size(), samples.begin(), [](std::byte value) {
-            return std::to_integer<std::uint16_t>(value);
-        });
-        return;
-    case Pixel_format::mono10p:
-        return unpack_groups<Bit_packed<10>>(row, samples.size(), samples.data());
-    case Pixel_format::mono12p:
-        return unpack_groups<Bit_packed<12>>(row, samples.size(), samples.data());
-    case Pixel_format::mono10_packed:
-        return unpack_groups<Pair_packed<10>>(row, samples.size(), samples.data());
-    case Pixel_format::mono12_packed:
-        return unpack_groups<Pair_packed<12>>(row, samples.size(), samples.data());
-    case Pixel_format::mono10:
-    case Pixel_format::mono12:
-    case Pixel_format::mono14:
-    case Pixel_format::mono16:
-        std::memcpy(samples.data(), row, samples.size_bytes());
-        return;
-    }
+    unpack_plainly(format, row + done * about.stored_bits / 8, samples.subspan(done));
 }
 
 void pack_checked(Pixel_format format, std::span<std::uint16_t const> samples, std::byte* row) {
-    if (samples.empty()) {
-        return;
+    Description const& about = describe(format);
+    std::size_t done = 0;
+    if (about.pack_vectors != nullptr && processor_features().avx2) {
+        done = about.pack_vectors(samples.data(), samples.size(), row);
     }
-    switch (format) {
-    case Pixel_format::mono8:
-        std::transform(samples.begin(), samples.end(), row, [](std::uint16_t value) {
-            return static_cast<std::byte>(value);
-        });
-        return;
-    case Pixel_format::mono10p:
-        return pack_groups<Bit_packed<10>>(samples.data(), samples.size(), row);
-    case Pixel_format::mono12p:
-        return pack_groups<Bit_packed<12>>(samples.data(), samples.size(), row);
-    case Pixel_format::mono10_packed:
-        return pack_groups<Pair_packed<10>>(samples.data(), samples.size(), row);
-    case Pixel_format::mono12_packed:
-        return pack_groups<Pair_packed<12>>(samples.data(), samples.size(), row);
-    case Pixel_format::mono10:
-    case Pixel_format::mono12:
-    case Pixel_format::mono14:
-    case Pixel_format::mono16:
-        std::memcpy(row, samples.data(), samples.size_bytes());
-        return;
-    }
+    pack_plainly(format, samples.subspan(done), row + done * about.stored_bits / 8);
 }
 
 std::size_t product(char const* argument, std::size_t left, std::size_t right) {
@@ -141,10 +110,14 @@ std::size_t check_frame(
 
 void check_samples(Pixel_format format, std::span<std::uint16_t const> samples) {
     unsigned const limit = (1U << bit_depth_of(format)) - 1;
-    auto const largest = std::max_element(samples.begin(), samples.end());
-    if (largest != samples.end() && *largest > limit) {
+    // The bits of all samples together are quick to find and tell whether to look closer.
+    std::uint16_t bits = 0;
+    for (std::uint16_t const sample : samples) {
+        bits |= sample;
+    }
+    if (bits > limit) {
         throw Argument_error(
-            "samples", std::to_string(*largest),
+            "samples", std::to_string(*std::max_element(samples.begin(), samples.end())),
             "give samples of at most " + std::to_string(limit) + ", the largest that " +
                 std::string(name_of(format)) + " holds");
     }

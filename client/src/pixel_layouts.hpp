@@ -1,12 +1,16 @@
 /// @file
-/// The layouts that pack samples closer than bytes, as arithmetic on groups of four samples.
+/// Rows of every format without vectors, for any x86-64. The layouts that pack samples closer than
+/// bytes are arithmetic on groups of four samples.
 #pragma once
+
+#include "veldrane_mrv/polarization/pixel_format.hpp"
 
 #include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 namespace veldrane_mrv::polarization::pixel_layouts {
 
@@ -97,6 +101,62 @@ void pack_groups(std::uint16_t const* samples, std::size_t width, std::byte* row
         std::memcpy(&lanes, samples + column, 2 * std::min(samples_per_group, width - column));
         std::uint64_t const packed = Layout::from_lanes(lanes);
         std::memcpy(row + position, &packed, std::min(group_bytes, row_bytes - position));
+    }
+}
+
+inline void unpack_plainly(
+    Pixel_format format, std::byte const* row, std::span<std::uint16_t> samples) {
+    if (samples.empty()) {
+        return;
+    }
+    switch (format) {
+    case Pixel_format::mono8:
+        std::transform(row, row + samples.size(), samples.begin(), [](std::byte value) {
+            return std::to_integer<std::uint16_t>(value);
+        });
+        return;
+    case Pixel_format::mono10p:
+        return unpack_groups<Bit_packed<10>>(row, samples.size(), samples.data());
+    case Pixel_format::mono12p:
+        return unpack_groups<Bit_packed<12>>(row, samples.size(), samples.data());
+    case Pixel_format::mono10_packed:
+        return unpack_groups<Pair_packed<10>>(row, samples.size(), samples.data());
+    case Pixel_format::mono12_packed:
+        return unpack_groups<Pair_packed<12>>(row, samples.size(), samples.data());
+    case Pixel_format::mono10:
+    case Pixel_format::mono12:
+    case Pixel_format::mono14:
+    case Pixel_format::mono16:
+        std::memcpy(samples.data(), row, samples.size_bytes());
+        return;
+    }
+}
+
+inline void pack_plainly(
+    Pixel_format format, std::span<std::uint16_t const> samples, std::byte* row) {
+    if (samples.empty()) {
+        return;
+    }
+    switch (format) {
+    case Pixel_format::mono8:
+        std::transform(samples.begin(), samples.end(), row, [](std::uint16_t value) {
+            return static_cast<std::byte>(value);
+        });
+        return;
+    case Pixel_format::mono10p:
+        return pack_groups<Bit_packed<10>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono12p:
+        return pack_groups<Bit_packed<12>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono10_packed:
+        return pack_groups<Pair_packed<10>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono12_packed:
+        return pack_groups<Pair_packed<12>>(samples.data(), samples.size(), row);
+    case Pixel_format::mono10:
+    case Pixel_format::mono12:
+    case Pixel_format::mono14:
+    case Pixel_format::mono16:
+        std::memcpy(row, samples.data(), samples.size_bytes());
+        return;
     }
 }
 

@@ -1,6 +1,5 @@
-// Figures, not a test: unpacking in Mpixel/s for each pixel format, and frames per second of the
-// pipeline with 1 and 2 threads. `client_throughput [frames]`; with few frames it only shows that
-// it still runs.
+// Figures, not a test: frames per second of the pipeline with 1 and 2 threads.
+// `client_throughput [frames]`; with few frames it only shows that it still runs.
 
 #include "veldrane_mrv/polarization/pipeline.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
@@ -52,21 +51,6 @@ std::vector<std::byte> packed_frame(Pixel_format format) {
     std::vector<std::byte> bytes(bytes_per_frame(format, height, width));
     pack_frame(format, random_samples(static_cast<int>(bit_depth_of(format))), width, bytes);
     return bytes;
-}
-
-void measure_unpacking(std::size_t repetitions) {
-    for (Pixel_format const format : all_pixel_formats) {
-        std::vector<std::byte> const bytes = packed_frame(format);
-        Samples samples(height * width);
-        double const begin = processor_seconds();
-        for (std::size_t repetition = 0; repetition < repetitions; ++repetition) {
-            unpack_frame(format, bytes, width, samples);
-        }
-        double const seconds = processor_seconds() - begin;
-        std::printf(
-            "unpack %-13s %6.0f Mpixel/s of processor time\n", name_of(format).data(),
-            static_cast<double>(repetitions * height * width) / seconds / 1e6);
-    }
 }
 
 struct Slot {
@@ -145,7 +129,6 @@ void measure_pipeline(char const* name, Work work, std::size_t frames, Plane_set
 
 int main(int count, char** arguments) {
     auto const frames = std::max(1UL, count > 1 ? std::strtoul(arguments[1], nullptr, 10) : 100UL);
-    measure_unpacking(frames);
     Plane_set const two_planes{Plane::azimuth, Plane::dolp};
     measure_pipeline("fast azimuth,dolp", Work::fast, frames, two_planes);
     measure_pipeline("calibrated azimuth,dolp", Work::calibrated, frames, two_planes);
