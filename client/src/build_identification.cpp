@@ -1,11 +1,10 @@
 #include "veldrane_mrv/polarization/build_identification.hpp"
 
+#include "veldrane_mrv/polarization/regular_files.hpp"
 #include "veldrane_mrv_polarization_processor_vector_avx2.hpp"
 
-#include <algorithm>
 #include <dlfcn.h>
-#include <fstream>
-#include <iterator>
+#include <span>
 #include <string_view>
 
 namespace veldrane_mrv::polarization {
@@ -16,8 +15,11 @@ namespace {
 std::string identification_in(std::string const& file) {
     constexpr std::string_view start = "Version = ";
     std::string_view const marker = "$Id: veldrane_mrv_polarization_processor_vector_avx2";
-    std::ifstream stream(file, std::ios::binary);
-    std::string const bytes(std::istreambuf_iterator<char>(stream), {});
+    // At once: piece by piece, megabytes take longer than a frame does.
+    regular_files::Input const library = regular_files::open_to_read(file);
+    std::string bytes(
+        library.problem.empty() ? static_cast<std::size_t>(library.status.st_size) : 0, '\0');
+    regular_files::read_exactly(library.descriptor, std::as_writable_bytes(std::span(bytes)));
     std::size_t const place = bytes.find(marker);
     std::size_t const version = bytes.find(start, place);
     std::size_t const end = bytes.find(" $", version);
