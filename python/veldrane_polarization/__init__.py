@@ -9,11 +9,13 @@ from __future__ import annotations
 from . import _native
 from ._arguments import PLANES
 from ._calibrating import Calibration
+from ._lazy_datasets import open_recording
 from ._measuring import calibrate
 from ._native import Analyser, Model_quality, Scale
 from ._photon_transfer import noise_from_flats
 from ._pixel_formats import PIXEL_FORMATS, bit_depth_of, pack, unpack
 from ._processing import Result, process
+from ._recordings import Recording_error
 from ._simulating import (
     Inspection,
     Simulation,
@@ -34,6 +36,7 @@ __all__ = [
     "Inspection",
     "Model_quality",
     "Noise",
+    "Recording_error",
     "Result",
     "Scale",
     "Simulation",
@@ -44,6 +47,7 @@ __all__ = [
     "imperfect_sensor",
     "inspect",
     "noise_from_flats",
+    "open_recording",
     "pack",
     "process",
     "simulate",

@@ -3,11 +3,14 @@
 from __future__ import annotations
 
 import functools
+from collections.abc import Iterable
 from dataclasses import dataclass
-from typing import Any, Optional
+from typing import Any, Optional, Union
 
-from . import _processing, _trust
-from ._arguments import Array
+import numpy as np
+
+from . import _arguments, _processing, _trust
+from ._arguments import Array, Layout
 from ._native import Calibration, Scale
 
 
@@ -58,5 +61,54 @@ class Settings:
             self.zero_direction,
         )
 
+    def identity(self) -> tuple[Any, ...]:
+        """What tells them from others, in values that are the same in every process."""
+        scale, known = self.scale, self.calibration
+        return (
+            self.phase,
+            (scale.bit_depth, scale.full_scale, scale.rescaled),
+            self.planes,
+            self.mode,
+            known.to_json() if known is not None else None,
+            self.signed,
+            self.zero_direction,
+            self.noise,
+        )
+
+    def check_frames(self, dtype: np.dtype[Any], shape: tuple[int, ...], name: str) -> None:
+        """Whether frames (N, H, W) of such a type and shape can be processed as these say."""
+        _arguments.check_samples(dtype, shape, name)
+        # The smallest array tells whether the rest is right.
+        _arguments.frames(np.zeros((0, *shape[1:]), dtype), self.scale.bit_depth, name)
+        _arguments.check_maps(self.calibration, shape[1:], self.scale.bit_depth)
+        self.choices()  # which refuses the noise, or that there is none
+
     def process(self, raw: Array, threads: int = 1) -> _processing.Result:
         return _processing.process_as(self.choices(), raw, threads=threads)
+
+
+def checked(
+    layout: Optional[Layout],
+    bit_depth: int,
+    planes: Union[str, Iterable[str]],
+    mode: Optional[str],
+    calibration: Optional[Calibration],
+    full_scale: Optional[int],
+    signed: bool,
+    noise: Optional[_trust.Noise],
+    zero_direction: float,
+) -> Settings:
+    """Of the arguments that functions of this package take."""
+    scale = _arguments.scale_of(bit_depth, full_scale)
+    phase, known = _arguments.phase_and_calibration(layout, calibration)
+    mode = _arguments.mode_of(mode, calibration)
+    return Settings(
+        phase,
+        scale,
+        _arguments.planes_of(planes),
+        mode,
+        known,
+        _arguments.truth("signed", signed),
+        zero_direction=_arguments.zero_direction_of(zero_direction, mode),
+        noise=None if noise is None else _trust.checked(noise),
+    )

@@ -11,7 +11,7 @@ from dask import array as da
 from dask.base import tokenize
 from dask.highlevelgraph import HighLevelGraph
 
-from . import _arguments, _native, _trust
+from . import _arguments, _native, _settings, _trust
 from ._arguments import Array, Layout
 from ._settings import Settings
 
@@ -74,47 +74,17 @@ def process(
         raise ValueError(f"array has the shape {array.shape}; give frames (N, H, W)")
     if np.isnan(array.shape).any():
         raise ValueError("array has unknown sizes; call array.compute_chunk_sizes() first")
-    scale = _arguments.scale_of(bit_depth, full_scale)
-    phase, known = _arguments.phase_and_calibration(layout, calibration)
-    mode = _arguments.mode_of(mode, calibration)
-    settings = Settings(
-        phase,
-        scale,
-        _arguments.planes_of(planes),
-        mode,
-        known,
-        _arguments.truth("signed", signed),
-        zero_direction=_arguments.zero_direction_of(zero_direction, mode),
-        noise=None if noise is None else _trust.checked(noise),
+    settings = _settings.checked(
+        layout, bit_depth, planes, mode, calibration, full_scale, signed, noise, zero_direction
     )
     _arguments.check_no_mask(array._meta, "array")
-    _arguments.check_samples(array.dtype, array.shape, "array")
-    # The smallest frame tells whether the rest of the arguments are right.
-    _arguments.frames(np.zeros((0, *array.shape[1:]), array.dtype), scale.bit_depth, "array")
-    _arguments.check_maps(known, array.shape[1:], scale.bit_depth)
-    settings.choices()  # which refuses the noise, or that there is none
+    settings.check_frames(array.dtype, array.shape, "array")
     return _graph(array.rechunk({1: -1, 2: -1}), settings)
 
 
-def _token(frames: Any, settings: Settings) -> str:
-    # Of what is in them: dask gives objects that it does not know another name each time.
-    scale, known = settings.scale, settings.calibration
-    token: str = tokenize(
-        frames.name,
-        settings.phase,
-        (scale.bit_depth, scale.full_scale, scale.rescaled),
-        settings.planes,
-        settings.mode,
-        known.to_json() if known is not None else None,
-        settings.signed,
-        settings.zero_direction,
-        settings.noise,
-    )
-    return token
-
-
 def _graph(frames: Any, settings: Settings) -> dict[str, Any]:
-    token = _token(frames, settings)
+    # Of what is in them: dask gives objects that it does not know another name each time.
+    token: str = tokenize(frames.name, *settings.identity())
     blocks = "polarization-" + token
     # Under a key of their own: a calibration with maps goes to each worker once, not with each task.
     shared = "settings-" + token

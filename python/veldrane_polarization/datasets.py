@@ -2,12 +2,13 @@
 
 from __future__ import annotations
 
-from collections.abc import Sequence
+from collections.abc import Container, Sequence
 from typing import Any, Optional
 
 import numpy as np
 
 from . import _arguments, _native
+from ._arguments import Array
 from ._native import plane_table, software_version
 from ._processing import Result
 from ._trust import Validity
@@ -65,6 +66,32 @@ def is_at_pixels(name: str, mode: str, height: int, width: int) -> bool:
 def component_dimension(name: str) -> str:
     """Of the numbers of a pixel; xarray wants one size for each name in a dataset."""
     return "deviation_of" if name == "uncertainty" else "component"
+
+
+def dimensions_of(name: str, mode: str, height: int, width: int) -> tuple[str, ...]:
+    """Of the stored plane of several frames."""
+    if not is_at_pixels(name, mode, height, width):
+        return "time", "packed_row", "packed_column", "component"
+    has_several = plane_table[name].elements_per_pixel > 1
+    return ("time", "y", "x", *((component_dimension(name),) if has_several else ()))
+
+
+def coordinates_of(
+    planes: Container[str], frames: tuple[int, int, int], times: Optional[Array] = None
+) -> dict[str, Any]:
+    """Of frames (N, H, W), numbered unless there are times."""
+    count, height, width = frames
+    moments = np.arange(count) if times is None else times
+    coordinates: dict[str, Any] = {
+        "time": ("time", moments, {"long_name": "frame number" if times is None else "time"}),
+        "y": ("y", np.arange(height), {"long_name": "row", "units": "pixel"}),
+        "x": ("x", np.arange(width), {"long_name": "column", "units": "pixel"}),
+    }
+    if "normalized_stokes" in planes:
+        coordinates["component"] = "component", ["S1 / S0", "S2 / S0"]
+    if "uncertainty" in planes:
+        coordinates["deviation_of"] = "deviation_of", ["S0", "degree", "angle in degrees"]
+    return coordinates
 
 
 def common_attributes(result: Result) -> dict[str, Any]:
@@ -143,9 +170,9 @@ def to_dataset(
                 "mode='calibrated', or without this plane"
             )
     count = shape[0] if len(shape) == 3 else 1
-    frames = (count, *shape[-2:])
-    moments = np.arange(count) if times is None else np.asarray(times)
-    if moments.shape != (count,):
+    frames = count, shape[-2], shape[-1]
+    moments = None if times is None else np.asarray(times)
+    if moments is not None and moments.shape != (count,):
         raise ValueError(f"times has the shape {moments.shape}; give {count}, one a frame")
     variables: dict[str, Any] = {}
     for name in result.planes:
@@ -176,13 +203,5 @@ def to_dataset(
             if name != "s0" and not result.signed:
                 attributes["comment"] = _meaning(result, name)["range"]
             variables[name] = dims, result.stokes(name).reshape(frames), attributes
-    coordinates: dict[str, Any] = {
-        "time": ("time", moments, {"long_name": "frame number" if times is None else "time"}),
-        "y": ("y", np.arange(frames[1]), {"long_name": "row", "units": "pixel"}),
-        "x": ("x", np.arange(frames[2]), {"long_name": "column", "units": "pixel"}),
-    }
-    if "normalized_stokes" in result:
-        coordinates["component"] = "component", ["S1 / S0", "S2 / S0"]
-    if "uncertainty" in result:
-        coordinates["deviation_of"] = "deviation_of", ["S0", "degree", "angle in degrees"]
+    coordinates = coordinates_of(result.planes, frames, moments)
     return xarray.Dataset(variables, coordinates, common_attributes(result))

@@ -4,17 +4,44 @@ from __future__ import annotations
 
 import contextlib
 import os
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
 
 
 class Recording_error(ValueError):
-    """A recording that cannot be opened: one line for a user."""
+    """A recording that cannot be opened, or a frame of it that cannot be read: one line for a user.
+
+    Examples
+    --------
+    >>> try:
+    ...     open_recording("no.zarr", layout=2, bit_depth=12)
+    ... except Recording_error as error:
+    ...     print(str(error).endswith("no.zarr does not exist; give a zarr array, a folder or a file"))
+    True
+    """
 
 
 class Recording_changed(Exception):
-    """Somebody writes to a recording while it is read: one line for a user."""
+    """Somebody writes to a recording while it is read: one line for a user of the command.
+
+    `change` goes on where a line began with the file.
+    """
+
+    def __init__(self, file: str, change: str, remedy: str) -> None:
+        super().__init__(file, change, remedy)
+        self.file, self.change, self.remedy = file, change, remedy
+
+    def __str__(self) -> str:
+        return f"{self.file} {self.change} while the run read it; {self.remedy}"
+
+
+# What a user knows an argument by.
+Naming = Callable[[str], str]
+
+
+def on_the_command_line(argument: str) -> str:
+    return "IN" if argument == "path" else "--" + argument.replace("_", "-")
 
 
 def text_of_name(name: str) -> str:
@@ -52,13 +79,10 @@ def check_as_opened(file: str, size: int, modified: int) -> None:
     status = os.stat(file)
     if (status.st_size, modified_of(status)) == (size, modified):
         return
-    change = "written to"
+    change = "was written to"
     if status.st_size != size:
-        change = f"changed from {size} to {status.st_size} bytes"
-    raise Recording_changed(
-        f"{file} was {change} while the run read it; give another OUT, once nothing writes "
-        "to it any more"
-    )
+        change = f"was changed from {size} to {status.st_size} bytes"
+    raise Recording_changed(file, change, "give another OUT, once nothing writes to it any more")
 
 
 @contextlib.contextmanager
@@ -73,8 +97,9 @@ def unchanged(file: str) -> Iterator[None]:
     finally:
         if before is not None and _version_of(file) != before:
             raise Recording_changed(
-                f"{file} was written to while the run read it; the same command goes on once "
-                "nothing writes to it any more"
+                file,
+                "was written to",
+                "the same command goes on once nothing writes to it any more",
             )
 
 

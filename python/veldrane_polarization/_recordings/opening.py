@@ -7,7 +7,7 @@ from pathlib import Path
 from typing import Optional, Union
 
 from .. import _native
-from .common import Recording_error, check_regular
+from .common import Naming, Recording_error, check_regular, on_the_command_line
 from .frame_files import count_in
 from .pictures import ENDINGS, Picture_recording, open_pictures
 from .raw import Raw_recording, open_raw
@@ -23,29 +23,32 @@ def open_recording(
     width: Optional[int] = None,
     header: int = 0,
     stride: Optional[int] = None,
+    named: Naming = on_the_command_line,
 ) -> Recording:
     """Find out what a path holds.
 
-    Every file of a folder is opened, and pictures are decoded up to the first that can be.
+    Every file of a folder is opened, and pictures are decoded up to the first that can be. What is
+    refused is told in the words of `named`.
     """
     try:
         if not path.exists():
             raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
         if pixel_format is not None:
-            return open_raw(path, pixel_format, height, width, header, stride)
-        return _stored(path)
+            return open_raw(path, pixel_format, height, width, header, stride, named)
+        return _stored(path, named)
     except MemoryError:
         raise Recording_error(
-            f"{path} is too large for the memory of this machine; give another IN, or more memory"
+            f"{path} is too large for the memory of this machine; give another {named('path')}, or "
+            "more memory"
         ) from None
     except OSError as error:
         raise Recording_error(
             f"{path} cannot be read ({error.strerror or error}); make it readable, or give "
-            "another IN"
+            f"another {named('path')}"
         ) from None
 
 
-def _stored(path: Path) -> Recording:
+def _stored(path: Path, named: Naming) -> Recording:
     if (path / ".zarray").exists():
         return open_array(path)
     if (path / ".zgroup").exists():
@@ -61,7 +64,8 @@ def _stored(path: Path) -> Recording:
     if path.suffix.lower() in ENDINGS:
         raise Recording_error(f"{path} is a single picture; give the folder that it is in")
     raise Recording_error(
-        f"{path} is a file of bare samples; give --pixel-format, --height and --width, or a folder"
+        f"{path} is a file of bare samples; give {named('pixel_format')}, {named('height')} and "
+        f"{named('width')}, or a folder"
     )
 
 

@@ -9,7 +9,14 @@ from typing import Any, Optional
 
 from .. import _native
 from .._arguments import Array
-from .common import Recording_error, check_as_opened, check_regular, description_of, modified_of
+from .common import (
+    Naming,
+    Recording_error,
+    check_as_opened,
+    check_regular,
+    description_of,
+    modified_of,
+)
 from .frame_files import Layout, count_in, read_frame
 from .zarr_metadata import LARGEST_SIDE, MOST_FRAMES
 
@@ -62,27 +69,33 @@ def open_raw(
     width: Optional[int],
     header: int,
     stride: Optional[int],
+    named: Naming,
 ) -> Raw_recording:
     if height is None or width is None:
-        raise Recording_error(f"{path} needs a size; give --height and --width with --pixel-format")
-    for option, value in (("--height", height), ("--width", width)):
+        raise Recording_error(
+            f"{path} needs a size; give {named('height')} and {named('width')} with "
+            f"{named('pixel_format')}"
+        )
+    for argument, value in (("height", height), ("width", width)):
         if not 1 <= value <= LARGEST_SIDE:
-            raise Recording_error(f"{option} is {value}; give 1 to {LARGEST_SIDE}")
+            raise Recording_error(f"{named(argument)} is {value}; give 1 to {LARGEST_SIDE}")
     if path.is_dir():
-        raise Recording_error(f"{path} is a folder; leave out --pixel-format, or give a file")
+        raise Recording_error(
+            f"{path} is a folder; leave out {named('pixel_format')}, or give a file"
+        )
     check_regular(path)
     status = path.stat()
     if status.st_size == 0:
         raise Recording_error(f"{path} is empty; record or copy it again")
     if not 0 <= header < status.st_size:
         raise Recording_error(
-            f"--header-bytes is {header}, but {path} has {status.st_size} bytes; give 0 to "
+            f"{named('header_bytes')} is {header}, but {path} has {status.st_size} bytes; give 0 to "
             f"{status.st_size - 1}"
         )
     row = _native.bytes_per_frame(pixel_format, 1, width, 0)
     if stride is not None and not row <= stride <= 1 << 32:
         raise Recording_error(
-            f"--stride is {stride}; give at least {row}, the bytes of {width} samples in "
+            f"{named('stride')} is {stride}; give at least {row}, the bytes of {width} samples in "
             f"{pixel_format}, or leave it out"
         )
     layout = Layout(pixel_format, height, width, header, stride or 0)

@@ -50,14 +50,11 @@ def attributes_of(name: str, settings: Settings, recording: Recording) -> dict[s
             "_ARRAY_DIMENSIONS": ["time"],
         }
     empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
-    shape = _arguments.plane_shape(name, recording.shape)
-    dimensions = ["time", "y", "x", datasets.component_dimension(name)][: len(shape) + 1]
-    if not datasets.is_at_pixels(name, settings.mode, *recording.shape):
-        dimensions = ["time", "packed_row", "packed_column", "component"]
+    height, width = recording.shape
     return {
         **datasets.plane_attributes(empty, name),
         **datasets.sidecar_attributes(empty, name),
-        "_ARRAY_DIMENSIONS": dimensions,
+        "_ARRAY_DIMENSIONS": list(datasets.dimensions_of(name, settings.mode, height, width)),
     }
 
 
