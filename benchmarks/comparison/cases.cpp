@@ -1,6 +1,7 @@
 #include "comparison/cases.hpp"
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -22,6 +23,52 @@ Table frame_table(bool quick) {
     }
     for (Output_set const& set : output_sets) {
         table.cases.push_back({set.name, size, set.planes, ring_frames, ring_frames});
+    }
+    return table;
+}
+
+constexpr Output_set sets_of_two_kinds[] = {output_sets[0], output_sets[1]};
+
+Table placement_table(bool quick) {
+    constexpr std::pair<char const*, Placement> placements[] = {
+        {"all at page + 16", {}},
+        {"each 64 further", {16, 16 + 64, 64}},
+        {"each 704 further", {16, 16 + 704, 704}},
+        {"each 832 further", {16, 16 + 832, 832}},
+        {"raw at page + 2064", {16 + 2048, 16, 0}}};
+    Frame_size const size = quick ? Frame_size{64, 320} : Frame_size{2048, 2448};
+    Table table{
+        "placements",
+        "The same frames, buffers placed differently",
+        "ms",
+        Field::libraries_and_plain_loops,
+        1e3,
+        false,
+        {}};
+    for (Output_set const& set : sets_of_two_kinds) {
+        for (auto const& [name, placement] : placements) {
+            table.cases.push_back(
+                {std::string(set.name) + ", " + name, size, set.planes, ring_frames, ring_frames,
+                 placement});
+        }
+    }
+    return table;
+}
+
+Table width_table(std::size_t height) {
+    Table table{"widths",   "Frames of other widths, nothing stays in the caches",
+                "ns/pixel", Field::libraries_and_plain_loops,
+                1e9,        true,
+                {}};
+    for (std::size_t const width : {2448U, 2464U, 2048U, 3000U, 2047U, 4112U}) {
+        for (Output_set const& set : sets_of_two_kinds) {
+            table.cases.push_back(
+                {std::to_string(width) + " " + set.name,
+                 {height, width},
+                 set.planes,
+                 ring_frames,
+                 ring_frames});
+        }
     }
     return table;
 }
@@ -83,6 +130,11 @@ std::vector<Table> make_tables(bool quick) {
     // A measurement takes about ten milliseconds.
     std::size_t const pixels = quick ? 100'000 : 4'000'000;
     return {
-        frame_table(quick), cache_table(pixels), weighted_table(pixels / 4),
-        call_table(quick ? 1'000 : 100'000), growth_table(pixels, quick ? 256 : 8192)};
+        frame_table(quick),
+        placement_table(quick),
+        width_table(quick ? 16 : 2048),
+        cache_table(pixels),
+        weighted_table(pixels / 4),
+        call_table(quick ? 1'000 : 100'000),
+        growth_table(pixels, quick ? 256 : 8192)};
 }

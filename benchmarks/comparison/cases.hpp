@@ -20,6 +20,13 @@ struct Case {
     Output_planes planes;
     std::size_t ring;  ///< frames and output sets
     std::size_t calls; ///< calls that one measurement times
+    Placement placement = {};
+
+    /// Such cases are measured in turn, on the same memory.
+    bool shares_frames_with(Case const& other) const {
+        return size.height == other.size.height && size.width == other.size.width &&
+               ring == other.ring;
+    }
 };
 
 struct Table {

@@ -43,7 +43,8 @@ void declare(CLI::App& app, Options& options) {
     app.add_option("--set", options.sets, "Only this set of planes (repeatable)")
         ->check(CLI::IsMember(set_names()));
     app.add_option("--table", options.tables, "Only this table (repeatable)")
-        ->check(CLI::IsMember({"frames", "cache", "weighted", "calls", "growth"}));
+        ->check(CLI::IsMember(
+            {"frames", "placements", "widths", "cache", "weighted", "calls", "growth"}));
     app.add_option("--python", options.python, "The Python that has NumPy")->capture_default_str();
     app.add_option("--json", options.json, "Medians and ratios to a file");
     app.add_option("--csv", options.csv, "Each single measurement to a file");

@@ -6,15 +6,42 @@ namespace {
 
 constexpr std::size_t rounds_of_slow_runners = 3;
 
-/// Frames of one size serve all cases that follow each other with it.
-Output_planes all_planes_of(Table const& table, Frame_size size) {
-    unsigned planes = 0;
-    for (Case const& one : table.cases) {
-        if (one.size.height == size.height && one.size.width == size.width) {
-            planes |= one.planes;
+/// A time of each runner for each workload; slow runners have fewer.
+void measure_round(
+    std::size_t round, std::vector<Workload> const& work, std::size_t first_case,
+    Measured_table& measured) {
+    for (std::size_t i = 0; i < work.size(); ++i) {
+        for (std::size_t k = 0; k < measured.runners.size(); ++k) {
+            Runner const& runner = *measured.runners[k];
+            if (runner.is_slow() && (round == 0 || round > rounds_of_slow_runners)) {
+                continue;
+            }
+            double const seconds = runner.measure(work[i]);
+            if (round != 0) {
+                measured.times[k][first_case + i].push_back(seconds);
+            }
         }
     }
-    return static_cast<Output_planes>(planes);
+}
+
+/// Cases one behind the other that share their frames: from `begin` to before `end`.
+void measure_cases(
+    std::size_t begin, std::size_t end, std::size_t rounds, Measured_table& measured) {
+    auto const& cases = measured.table.cases;
+    unsigned planes = 0;
+    for (std::size_t i = begin; i < end; ++i) {
+        planes |= cases[i].planes;
+    }
+    Frame_ring const ring(cases[begin].size, cases[begin].ring, static_cast<Output_planes>(planes));
+    std::vector<Workload> work;
+    for (std::size_t i = begin; i < end; ++i) {
+        work.push_back(
+            {cases[i], ring.frames_with(cases[i].planes, cases[i].placement), ring.matrices()});
+    }
+    // The first round, which nobody counts, touches every page and wakes the processor.
+    for (std::size_t round = 0; round <= rounds; ++round) {
+        measure_round(round, work, begin, measured);
+    }
 }
 
 } // namespace
@@ -42,28 +69,12 @@ Measured_table measure(Table const& table, std::vector<Runner> const& runners, s
     }
     measured.times.assign(measured.runners.size(), std::vector<Times>(table.cases.size()));
 
-    std::unique_ptr<Frame_ring> ring;
-    for (std::size_t i = 0; i < table.cases.size(); ++i) {
-        Case const& one = table.cases[i];
-        if (ring == nullptr || ring->size().height != one.size.height ||
-            ring->size().width != one.size.width) {
-            ring.reset();
-            ring = std::make_unique<Frame_ring>(one.size, one.ring, all_planes_of(table, one.size));
+    for (std::size_t begin = 0, end = 0; begin < table.cases.size(); begin = end) {
+        while (end < table.cases.size() &&
+               table.cases[end].shares_frames_with(table.cases[begin])) {
+            ++end;
         }
-        Workload const work{one, ring->frames_with(one.planes), ring->matrices()};
-        // The first round, which nobody counts, touches every page and wakes the processor.
-        for (std::size_t round = 0; round <= rounds; ++round) {
-            for (std::size_t k = 0; k < measured.runners.size(); ++k) {
-                Runner const& runner = *measured.runners[k];
-                if (runner.is_slow() && (round == 0 || round > rounds_of_slow_runners)) {
-                    continue;
-                }
-                double const seconds = runner.measure(work);
-                if (round != 0) {
-                    measured.times[k][i].push_back(seconds);
-                }
-            }
-        }
+        measure_cases(begin, end, rounds, measured);
     }
     return measured;
 }

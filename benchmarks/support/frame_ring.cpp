@@ -9,10 +9,6 @@ namespace {
 
 constexpr std::size_t page_bytes = 4096;
 
-/// Planes start at different lines of a page: streams whose addresses agree in the low 12 bits
-/// disturb each other on some processors, and no contender is to suffer more from it than another.
-constexpr std::size_t stagger_bytes = 576;
-
 /// Angles of the cell of phase 2, by the parities of row and column.
 constexpr int angles[4] = {90, 45, 135, 0};
 
@@ -35,17 +31,14 @@ void Frame_ring::Free::operator()(void* memory) const {
 
 template <typename Element>
 Element* Frame_ring::allocate(std::size_t count) {
-    std::size_t const offset = memory_.size() * stagger_bytes % page_bytes;
-    std::size_t const bytes = (offset + count * sizeof(Element)) / page_bytes * page_bytes;
-    Memory memory(std::aligned_alloc(page_bytes, bytes + page_bytes));
+    std::size_t const bytes = (count * sizeof(Element) / page_bytes + 2) * page_bytes;
+    Memory memory(std::aligned_alloc(page_bytes, bytes));
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
-    std::memset(memory.get(), 0, bytes + page_bytes);
-    auto* const elements =
-        reinterpret_cast<Element*>(static_cast<std::byte*>(memory.get()) + offset);
+    std::memset(memory.get(), 0, bytes);
     memory_.push_back(std::move(memory));
-    return elements;
+    return static_cast<Element*>(memory_.back().get());
 }
 
 Frame_ring::Frame_ring(Frame_size size, std::size_t count, Output_planes largest_set)
@@ -62,7 +55,7 @@ Frame_ring::Frame_ring(Frame_size size, std::size_t count, Output_planes largest
         frame.maximum_output_value = full_scale;
         frame.maximum_output_value_integer = full_scale;
         auto* const raw = allocate<std::uint16_t>(pixels);
-        for (std::size_t pixel = 0; pixel < pixels; ++pixel) {
+        for (std::size_t pixel = 0; pixel < pixels + page_bytes / sizeof(*raw); ++pixel) {
             raw[pixel] = static_cast<std::uint16_t>((random() >> 8) & full_scale);
         }
         frame.raw_image = raw;
@@ -82,20 +75,25 @@ Frame_ring::Frame_ring(Frame_size size, std::size_t count, Output_planes largest
 }
 
 std::vector<Polarization_computation_arguments> Frame_ring::frames_with(
-    Output_planes planes) const {
+    Output_planes planes, Placement placement) const {
     auto frames = frames_;
     for (auto& frame : frames) {
-        auto const keep = [&](auto*& image, Output_planes one) {
+        frame.raw_image += placement.raw / sizeof(*frame.raw_image);
+        std::size_t start = placement.plane;
+        auto const place = [&](auto*& image, Output_planes one) {
             if ((planes & one) == 0) {
                 image = nullptr;
+                return;
             }
+            image += start / sizeof(*image);
+            start = (start + placement.step) % page_bytes;
         };
-        keep(frame.normalized_stokes_image, normalized_stokes_plane);
-        keep(frame.s0_image, s0_plane);
-        keep(frame.s1_image, s1_plane);
-        keep(frame.s2_image, s2_plane);
-        keep(frame.azimuth_image, azimuth_plane);
-        keep(frame.dolp_image, dolp_plane);
+        place(frame.s0_image, s0_plane);
+        place(frame.s1_image, s1_plane);
+        place(frame.s2_image, s2_plane);
+        place(frame.azimuth_image, azimuth_plane);
+        place(frame.dolp_image, dolp_plane);
+        place(frame.normalized_stokes_image, normalized_stokes_plane);
     }
     return frames;
 }
