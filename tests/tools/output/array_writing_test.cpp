@@ -72,16 +72,34 @@ TEST(Array_writing, numbers_of_8_bits) {
     EXPECT_NE(std::string(head.begin(), head.end()).find("'|u1'"), std::string::npos);
 }
 
+// Baseline TIFF asks for the order, and readers for the fields.
 TEST(Array_writing, fields_of_a_tiff_stand_in_ascending_order) {
     for (std::size_t const channels : {1U, 2U, 3U}) {
+        std::vector<unsigned> expected = {256, 257, 258, 259, 262, 273, 277, 278, 279, 284, 339};
+        if (channels > 1) {
+            expected.insert(expected.end() - 1, 338);
+        }
         auto const bytes = test_files::tool_tiff(std::vector<float>(6), 6 / channels, 1, channels);
-        unsigned previous = 0;
+        std::vector<unsigned> tags;
         for (std::size_t entry = 0; entry < bytes[8]; ++entry) {
             std::size_t const place = 10 + 12 * entry;
-            unsigned const tag = bytes[place] + 256U * bytes[place + 1];
-            EXPECT_GT(tag, previous);
-            previous = tag;
+            tags.push_back(bytes[place] + 256U * bytes[place + 1]);
         }
+        EXPECT_EQ(tags, expected);
+    }
+}
+
+// So that a plane can be written as it lies, behind its head.
+TEST(Array_writing, samples_of_a_tiff_lie_behind_all_else) {
+    for (std::size_t const channels : {1U, 2U, 3U}) {
+        std::vector<float> const samples(6);
+        Encoded_array const encoded = encode(
+            Array_view(std::span<float const>(samples), 6 / channels, 1, channels),
+            File_format::tiff);
+        EXPECT_TRUE(encoded.samples_follow);
+        EXPECT_EQ(encoded.head[10 + 12 * 5], 273 % 256); // where they begin
+        EXPECT_EQ(encoded.head[10 + 12 * 5 + 8], encoded.head.size());
+        EXPECT_EQ(encoded.head[10 + 12 * 8 + 8], 4 * samples.size());
     }
 }
 
