@@ -13,7 +13,7 @@ void Calibrated_transform::operator()(
     Frame_view const& frame, Plane_views const& planes, Signed_views const& signed_planes) {
     check_signed_call(frame, settings_, planes, signed_planes);
     if (!planes.wanted().empty() || !signed_planes.empty()) {
-        compute_weighted(frame, settings_, planes, signed_planes, final_pixel_, workspace_);
+        compute_weighted(whole(frame), settings_, planes, signed_planes, final_pixel_, workspace_);
     }
 }
 

@@ -1,43 +1,15 @@
 #include "veldrane_mrv/polarization/signed_transform.hpp"
 
-#include "buffers.hpp"
+#include "call_checks.hpp"
 #include "weighted_call.hpp"
 
-#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/fast_transform.hpp"
-#include "veldrane_mrv/polarization/guarantees.hpp"
-
-#include <cfenv>
-#include <string>
 
 namespace veldrane_mrv::polarization {
-namespace {
-
-// A sum that is exactly zero can round away from zero, and then does so in both halves.
-void check_rounding_mode() {
-    int const mode = std::fegetround();
-    if (mode != FE_TONEAREST) {
-        throw Argument_error{
-            "the rounding mode", std::to_string(mode),
-            "set rounding to nearest (FE_TONEAREST) for signed planes"};
-    }
-}
-
-} // namespace
-
 void check_signed_call(
     Frame_view const& frame, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes) {
-    check_call(frame, settings, planes);
-    check_plane("signed s1", signed_planes.s1, frame.pixels());
-    check_plane("signed s2", signed_planes.s2, frame.pixels());
-    std::vector<Buffer> buffers = buffers_of(frame, planes);
-    buffers.emplace_back("signed s1", signed_planes.s1);
-    buffers.emplace_back("signed s2", signed_planes.s2);
-    check_overlap(std::move(buffers));
-    if (!signed_planes.empty()) {
-        check_rounding_mode();
-    }
+    check_call_of({frame.size(), frame.samples()}, settings, planes, signed_planes);
 }
 
 Signed_planes::Signed_planes(std::size_t height, std::size_t width, Plane_set const& wanted)
@@ -54,7 +26,7 @@ void Signed_transform::operator()(
     } else {
         check_signed_call(frame, settings(), planes, signed_planes);
         transform(frame, settings(), planes);
-        compute_signed(frame, settings(), signed_planes);
+        compute_signed(whole(frame), settings(), signed_planes);
     }
 }
 

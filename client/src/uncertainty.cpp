@@ -222,13 +222,13 @@ Uncertainty_estimator::Uncertainty_estimator(Settings const& settings, Mode mode
     dark_variance_ = static_cast<float>(read_noise * read_noise + 1.0 / 12);
 }
 
-void Uncertainty_estimator::read_row(Frame_view const& frame, std::size_t row, Row& result) const {
-    std::size_t const width = frame.width();
-    std::uint16_t const* const samples = frame.row(row).data();
+void Uncertainty_estimator::read_row(Band const& band, std::size_t row, Row& result) const {
+    std::size_t const width = band.samples.width();
+    std::uint16_t const* const samples = band.samples.row(row).data();
     float* const signals = result.signals.data();
     float* const variances = result.variances.data();
     if (has_tables_) {
-        read_corrected(samples, row, width, signals, variances);
+        read_corrected(samples, band.first + row, width, signals, variances);
     } else {
         for (std::size_t column = 0; column < width; ++column) {
             signals[column] = samples[column];
@@ -263,27 +263,27 @@ void Uncertainty_estimator::read_corrected(
 }
 
 template <class Consume>
-void Uncertainty_estimator::for_each_eight(Frame_view const& frame, Consume const& consume) {
+void Uncertainty_estimator::for_each_eight(Band const& band, Consume const& consume) {
+    std::size_t const width = band.samples.width();
     // The last vectors reach two columns beyond the last eight.
-    std::size_t const room =
-        (frame.width() + columns_at_once - 1) / columns_at_once * columns_at_once + 2;
+    std::size_t const room = (width + columns_at_once - 1) / columns_at_once * columns_at_once + 2;
     for (Row& row : rows_) {
         row.signals.assign(room, 0.0F);
         row.variances.assign(room, 0.0F);
     }
     Sensor_tables const* const tables = has_tables_ ? settings_.tables.get() : nullptr;
     bool const has_own_weights = tables != nullptr && tables->model() == Calibration_model::pixel;
-    read_row(frame, 0, rows_[0]);
-    for (std::size_t row = 0; row < frame.height(); ++row) {
+    read_row(band, 0, rows_[0]);
+    for (std::size_t row = 0; row < band.rows; ++row) {
         Row const& own = rows_[row % 2];
         Row& vertical = rows_[(row + 1) % 2]; // above the last row, which it holds already
-        if (row + 1 < frame.height()) {
-            read_row(frame, row + 1, vertical);
+        if (row + 1 < band.samples.height()) {
+            read_row(band, row + 1, vertical);
         }
         std::array const by_position = {
             weights_of(settings_.matrices.by_position[cell_position(row, 0)]),
             weights_of(settings_.matrices.by_position[cell_position(row, 1)])};
-        for (std::size_t column = 0; column < frame.width(); column += columns_at_once) {
+        for (std::size_t column = 0; column < width; column += columns_at_once) {
             Eight_pixels eight{row, column, {}, {}};
             for (std::size_t parity = 0; parity < 2; ++parity) {
                 auto const pairs = [&](std::vector<float> Row::*numbers) {
@@ -295,7 +295,8 @@ void Uncertainty_estimator::for_each_eight(Frame_view const& frame, Consume cons
                 Weights const* weights = &by_position[parity];
                 Weights moved_weights;
                 if (has_own_weights) {
-                    std::size_t const group = (row * tables->padded_width() + column) / 16;
+                    std::size_t const group =
+                        ((band.first + row) * tables->padded_width() + column) / 16;
                     moved_weights = moved(
                         *weights,
                         tables->weights().data() + (2 * group + parity) * 96 + column % 16 / 2);
@@ -309,8 +310,9 @@ void Uncertainty_estimator::for_each_eight(Frame_view const& frame, Consume cons
     }
 }
 
-void Uncertainty_estimator::operator()(Frame_view const& frame, std::span<float> uncertainty) {
-    for_each_eight(frame, [&](Eight_pixels const& eight) {
+void Uncertainty_estimator::operator()(Band const& band, std::span<float> uncertainty) {
+    std::size_t const width = band.samples.width();
+    for_each_eight(band, [&](Eight_pixels const& eight) {
         constexpr float none = std::numeric_limits<float>::quiet_NaN();
         std::array<std::array<float, 4>, 6> numbers;
         for (std::size_t parity = 0; parity < 2; ++parity) {
@@ -323,8 +325,8 @@ void Uncertainty_estimator::operator()(Frame_view const& frame, std::span<float>
                 blend(eight.has_light[parity], degree, lanes(none)));
             _mm_storeu_ps(numbers[3 * parity + 2].data(), deviation_of_angle(excess));
         }
-        std::size_t const count = std::min(columns_at_once, frame.width() - eight.column);
-        float* pixel = uncertainty.data() + 3 * (eight.row * frame.width() + eight.column);
+        std::size_t const count = std::min(columns_at_once, width - eight.column);
+        float* pixel = uncertainty.data() + 3 * (eight.row * width + eight.column);
         for (std::size_t column = 0; column < count; ++column, pixel += 3) {
             for (std::size_t number = 0; number < 3; ++number) {
                 pixel[number] = numbers[3 * (column % 2) + number][column / 2];
@@ -334,8 +336,9 @@ void Uncertainty_estimator::operator()(Frame_view const& frame, std::span<float>
 }
 
 void Uncertainty_estimator::mark_weak(
-    Frame_view const& frame, std::uint8_t bit, std::span<std::uint8_t> marks) {
-    for_each_eight(frame, [&](Eight_pixels const& eight) {
+    Band const& band, std::uint8_t bit, std::span<std::uint8_t> marks) {
+    std::size_t const width = band.samples.width();
+    for_each_eight(band, [&](Eight_pixels const& eight) {
         std::array<unsigned, 2> told;
         for (std::size_t parity = 0; parity < 2; ++parity) {
             Lanes const is_strong = _mm_cmpge_ps(
@@ -343,8 +346,8 @@ void Uncertainty_estimator::mark_weak(
             told[parity] = static_cast<unsigned>(
                 _mm_movemask_ps(_mm_and_ps(is_strong, eight.has_light[parity])));
         }
-        std::size_t const count = std::min(columns_at_once, frame.width() - eight.column);
-        std::uint8_t* const pixels = marks.data() + eight.row * frame.width() + eight.column;
+        std::size_t const count = std::min(columns_at_once, width - eight.column);
+        std::uint8_t* const pixels = marks.data() + eight.row * width + eight.column;
         for (std::size_t column = 0; column < count; ++column) {
             bool const is_weak = (told[column % 2] >> (column / 2) & 1) == 0;
             pixels[column] = static_cast<std::uint8_t>(pixels[column] | (is_weak ? bit : 0));

@@ -55,7 +55,8 @@ Validity_marker::Validity_marker(Settings const& settings, Mode mode)
 }
 
 void Validity_marker::mark_samples(
-    Frame_view const& frame, std::size_t row, std::span<std::uint8_t> marks) const {
+    Frame_view const& frame, std::size_t row, std::size_t first_row,
+    std::span<std::uint8_t> marks) const {
     std::size_t const width = frame.width();
     std::uint16_t const* const samples = frame.row(row).data();
     auto const largest = static_cast<std::uint16_t>(settings_.scale.largest_sample());
@@ -63,7 +64,7 @@ void Validity_marker::mark_samples(
         marks[column] = bit_if(samples[column] >= largest, Validity::saturated);
     }
     if (has_tables_) {
-        mark_corrected(samples, row, marks.first(width));
+        mark_corrected(samples, first_row + row, marks.first(width));
     }
     marks[width] = marks[width - 2];
 }
@@ -96,16 +97,17 @@ void Validity_marker::mark_corrected(
     }
 }
 
-void Validity_marker::operator()(Frame_view const& frame, std::span<std::uint8_t> validity) {
-    std::size_t const width = frame.width();
+void Validity_marker::operator()(Band const& band, std::span<std::uint8_t> validity) {
+    Frame_view const& samples = band.samples;
+    std::size_t const width = samples.width();
     for (std::vector<std::uint8_t>& marks : marks_) {
         marks.resize(width + 1);
     }
-    mark_samples(frame, 0, marks_[0]);
-    for (std::size_t row = 0; row < frame.height(); ++row) {
+    mark_samples(samples, 0, band.first, marks_[0]);
+    for (std::size_t row = 0; row < band.rows; ++row) {
         std::vector<std::uint8_t>& vertical = marks_[(row + 1) % 2];
-        if (row + 1 < frame.height()) { // the last row has the one above it, which is there
-            mark_samples(frame, row + 1, vertical);
+        if (row + 1 < samples.height()) { // the last row has the one above it, which is there
+            mark_samples(samples, row + 1, band.first, vertical);
         }
         std::uint8_t const* const own_marks = marks_[row % 2].data();
         std::uint8_t const* const vertical_marks = vertical.data();
@@ -117,7 +119,7 @@ void Validity_marker::operator()(Frame_view const& frame, std::span<std::uint8_t
         }
     }
     if (uncertainty_) {
-        uncertainty_->mark_weak(frame, bit_of(Validity::weak), validity);
+        uncertainty_->mark_weak(band, bit_of(Validity::weak), validity);
     }
 }
 

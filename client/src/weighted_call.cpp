@@ -39,11 +39,11 @@ void mend_final_pixel(weighted::Job const& job) {
 } // namespace
 
 void compute_weighted(
-    Frame_view const& frame, Settings const& settings, Plane_views const& planes,
+    Band const& band, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes, Final_pixel final_pixel,
     std::vector<std::uint16_t>& workspace) {
     weighted::Job job{};
-    job.arguments = processor_arguments(frame, settings, planes);
+    job.arguments = processor_arguments(band.samples, settings, planes);
     job.signed_s1 = memory_of(signed_planes.s1);
     job.signed_s2 = memory_of(signed_planes.s2);
     Sensor_tables const* const tables = settings.tables.get();
@@ -52,36 +52,41 @@ void compute_weighted(
                           : in_units_of(tables->fraction_bits(), tables->position_matrices());
     job.matrices = matrices.by_position.data();
     if (tables != nullptr) {
-        workspace.resize(std::max(workspace.size(), weighted::corrected_samples(frame.width())));
+        std::size_t const width = band.samples.width();
+        workspace.resize(std::max(workspace.size(), weighted::corrected_samples(width)));
         job.workspace = workspace.data();
-        job.dark_levels = tables->dark_levels().data();
-        job.gains = memory_of(tables->gains());
+        std::size_t const first = band.first * tables->padded_width();
+        job.dark_levels = tables->dark_levels().data() + first;
+        job.gains = tables->gains().empty() ? nullptr : tables->gains().data() + first;
         job.largest_sample = static_cast<std::uint16_t>((1U << tables->bit_depth()) - 1);
         job.fraction_bits = tables->fraction_bits();
-        job.weights = memory_of(tables->weights());
+        job.weights = tables->weights().empty()
+                          ? nullptr
+                          : tables->weights().data() + first * weighted::weight_count;
         job.weight_step = std::ldexp(Sensor_tables::weight_step, -tables->fraction_bits());
     }
-    weighted::compute_rows(job, 0, frame.height());
-    if (tables == nullptr && final_pixel == Final_pixel::as_processed) {
+    weighted::compute_rows(job, 0, band.rows);
+    if (tables == nullptr && final_pixel == Final_pixel::as_processed && band.ends_frame()) {
         mend_final_pixel(job);
     }
 }
 
-void compute_signed(
-    Frame_view const& frame, Settings const& settings, Signed_views const& signed_planes) {
+void compute_signed(Band const& band, Settings const& settings, Signed_views const& signed_planes) {
     if (signed_planes.empty()) {
         return;
     }
     weighted::Job job{};
-    job.arguments = processor_arguments(frame, settings, {});
+    job.arguments = processor_arguments(band.samples, settings, {});
     job.signed_s1 = memory_of(signed_planes.s1);
     job.signed_s2 = memory_of(signed_planes.s2);
     job.matrices = settings.matrices.by_position.data();
     fixed::compute_signed_blocks(job.arguments, job.signed_s1, job.signed_s2);
-    auto const [rows, columns] = fixed::blocked_pixels(frame.height(), frame.width());
+    auto const [rows, columns] = fixed::blocked_pixels(job.arguments.height, job.arguments.width);
     weighted::compute_rows(job, 0, rows, columns);
-    weighted::compute_rows(job, rows, frame.height());
-    mend_final_pixel(job);
+    weighted::compute_rows(job, rows, band.rows);
+    if (band.ends_frame()) {
+        mend_final_pixel(job);
+    }
 }
 
 } // namespace veldrane_mrv::polarization

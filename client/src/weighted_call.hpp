@@ -2,6 +2,7 @@
 /// From this layer's types to the pixel code beside the processor.
 #pragma once
 
+#include "veldrane_mrv/polarization/band.hpp"
 #include "veldrane_mrv/polarization/settings.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -10,16 +11,15 @@
 
 namespace veldrane_mrv::polarization {
 
-/// Every wanted plane, all pixels with their position's matrix or their own. The call has been
-/// checked; frame and planes keep to the settings' tables.
-/// @param workspace memory for corrected rows, kept from frame to frame
+/// Every wanted plane of a band, all pixels with their position's matrix or their own. The call has
+/// been checked; the frame keeps to the settings' tables. Planes begin with the band's first row.
+/// @param workspace memory for corrected rows, kept from band to band
 void compute_weighted(
-    Frame_view const& frame, Settings const& settings, Plane_views const& planes,
+    Band const& band, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes, Final_pixel final_pixel,
     std::vector<std::uint16_t>& workspace);
 
-/// Signed planes in fast mode. The call has been checked.
-void compute_signed(
-    Frame_view const& frame, Settings const& settings, Signed_views const& signed_planes);
+/// Signed planes of a band in fast mode, which begin with its first row. The call has been checked.
+void compute_signed(Band const& band, Settings const& settings, Signed_views const& signed_planes);
 
 } // namespace veldrane_mrv::polarization

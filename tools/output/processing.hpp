@@ -8,6 +8,7 @@
 #include "veldrane_mrv/polarization/number_meaning.hpp"
 #include "veldrane_mrv/polarization/planes.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
+#include "veldrane_mrv/polarization/validity.hpp"
 
 #include <array>
 #include <optional>

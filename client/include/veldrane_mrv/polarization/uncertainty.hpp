@@ -23,6 +23,7 @@
 /// state more than the scatter and half less.
 #pragma once
 
+#include "veldrane_mrv/polarization/band.hpp"
 #include "veldrane_mrv/polarization/settings.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
 
@@ -56,11 +57,15 @@ public:
     /// Fills `uncertainty` with three numbers a pixel: standard deviations of S0 in sample units,
     /// of the degree, and of the angle in degrees. Where S0 is not above 0 that of the degree is
     /// NaN. `frame` has passed `check_call`.
-    void operator()(Frame_view const& frame, std::span<float> uncertainty);
+    void operator()(Frame_view const& frame, std::span<float> uncertainty) {
+        (*this)(whole(frame), uncertainty);
+    }
+    /// Of a band; `uncertainty` begins with its first row.
+    void operator()(Band const& band, std::span<float> uncertainty);
 
-    /// Adds `bit` to the pixels whose degree is below `weakest_ratio` times its deviation by linear
-    /// propagation, or not to be had.
-    void mark_weak(Frame_view const& frame, std::uint8_t bit, std::span<std::uint8_t> marks);
+    /// Adds `bit` to the pixels of a band whose degree is below `weakest_ratio` times its deviation
+    /// by linear propagation, or not to be had.
+    void mark_weak(Band const& band, std::uint8_t bit, std::span<std::uint8_t> marks);
 
     /// Of unpolarised light 1.1 per cent of the pixels are above it: exp(-ratio^2 / 2).
     static constexpr float weakest_ratio = 3;
@@ -74,12 +79,12 @@ private:
         std::vector<float> variances;
     };
 
-    void read_row(Frame_view const& frame, std::size_t row, Row& result) const;
+    void read_row(Band const& band, std::size_t row, Row& result) const;
     void read_corrected(
         std::uint16_t const* samples, std::size_t row, std::size_t width, float* signals,
         float* variances) const;
     template <class Consume>
-    void for_each_eight(Frame_view const& frame, Consume const& consume);
+    void for_each_eight(Band const& band, Consume const& consume);
 
     Settings settings_;
     bool has_tables_;

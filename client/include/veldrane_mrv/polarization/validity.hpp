@@ -2,6 +2,7 @@
 /// Which pixels say nothing, or not what they seem to: the plane `validity`.
 #pragma once
 
+#include "veldrane_mrv/polarization/band.hpp"
 #include "veldrane_mrv/polarization/settings.hpp"
 #include "veldrane_mrv/polarization/uncertainty.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
@@ -54,11 +55,16 @@ public:
     Validity_marker(Settings const& settings, Mode mode);
 
     /// Fills `validity`, one element a pixel. `frame` has passed `check_call`.
-    void operator()(Frame_view const& frame, std::span<std::uint8_t> validity);
+    void operator()(Frame_view const& frame, std::span<std::uint8_t> validity) {
+        (*this)(whole(frame), validity);
+    }
+    /// Of a band; `validity` begins with its first row.
+    void operator()(Band const& band, std::span<std::uint8_t> validity);
 
 private:
     void mark_samples(
-        Frame_view const& frame, std::size_t row, std::span<std::uint8_t> marks) const;
+        Frame_view const& frame, std::size_t row, std::size_t first_row,
+        std::span<std::uint8_t> marks) const;
     void mark_corrected(
         std::uint16_t const* samples, std::size_t row, std::span<std::uint8_t> marks) const;
 
