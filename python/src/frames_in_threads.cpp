@@ -31,8 +31,8 @@ polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
 /// What one frame in flight needs.
 class Worker {
 public:
-    Worker(polarization::Settings const& settings, polarization::Mode mode)
-        : transform_{settings, {.mode = mode}} {}
+    Worker(polarization::Settings const& settings, polarization::Mode mode, std::size_t threads)
+        : transform_{settings, {.mode = mode, .threads = static_cast<unsigned>(threads)}} {}
 
     void process(Raw_frames const& raw, Targets const& targets, std::size_t index) {
         transform_(
@@ -106,17 +106,21 @@ std::size_t usable_processors() {
 void process_frames(
     Raw_frames const& raw, Targets const& targets, polarization::Settings const& settings,
     polarization::Mode mode, std::size_t threads, std::function<void()> const& between_frames) {
-    Worker own{settings, mode};
+    std::size_t const wanted = threads == 0 ? usable_processors() : threads;
+    // Frames side by side lose no time to one another, so threads share a frame only where there
+    // are too few of them.
+    std::size_t const sharing =
+        std::max<std::size_t>(1, wanted / std::max<std::size_t>(1, raw.count()));
+    Worker own{settings, mode, sharing};
     if (raw.count() == 1) {
         own.process(raw, targets, 0);
         return;
     }
-    std::size_t const wanted = threads == 0 ? usable_processors() : threads;
     Frame_counter frames{raw.count()};
     {
         std::function<void()> const help = [&] {
             frames.work([&] {
-                return [&, worker = Worker{settings, mode}](std::size_t index) mutable {
+                return [&, worker = Worker{settings, mode, sharing}](std::size_t index) mutable {
                     worker.process(raw, targets, index);
                 };
             });

@@ -32,9 +32,9 @@ struct Targets {
     Frame_series<std::int32_t> signed_s2;
 };
 
-/// Works on `threads` frames at once, or on as many as there are processors if it is 0. Fast mode
-/// leaves NaN where it stores no normalised Stokes values. `between_frames` is called by the
-/// calling thread only; what it throws ends the work.
+/// Works on `threads` frames at once, or on as many as there are processors if it is 0; of fewer
+/// frames each takes several threads. Fast mode leaves NaN where it stores no normalised Stokes
+/// values. `between_frames` is called by the calling thread only; what it throws ends the work.
 /// @throws what the transform throws for the first frame that it refuses; nothing of that frame has
 ///        been written then
 void process_frames(

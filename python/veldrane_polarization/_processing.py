@@ -333,8 +333,8 @@ def process(
         A C-contiguous array for each plane, of its dtype and shape. `normalized_stokes` is filled
         with NaN first, since fast mode stores only part of it.
     threads : int, optional
-        Frames that are worked on at once; if not given, as many as there are processors that this
-        thread may run on. One frame takes one thread.
+        Frames that are worked on at once, or threads that share them where there are fewer; if not
+        given, as many as there are processors that this thread may run on. The bits are the same.
 
     Returns
     -------

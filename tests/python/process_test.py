@@ -254,6 +254,15 @@ def test_the_interpreter_runs_on_while_frames_are_processed(capsys):
     assert most == 8
 
 
+def test_fewer_frames_than_threads_share_them_and_change_no_bit():
+    raw = np.random.default_rng(3).integers(0, 4096, (2, 803, 331), dtype=np.uint16)
+    for mode in ("fast", "calibrated"):
+        options = dict(layout=1, bit_depth=12, planes="all", signed=True, mode=mode)
+        for frames in (raw, raw[:1], raw[0]):
+            alone = vp.process(frames, **options, threads=1)
+            assert equal(alone, vp.process(frames, **options, threads=5))
+
+
 # Prints the most threads at once that processing adds to a fresh process, where there are `enough`
 # of them; a busy machine may take many calls to have all at work.
 COUNT_THREADS = """

@@ -97,7 +97,8 @@ constexpr char const* skip_help =
     "which a file is missing is processed anew, and its other files are replaced";
 
 constexpr char const* jobs_help =
-    "Frames worked on at once; 0 is one for each core. Twice as many lie in memory, each with 4 "
+    "Frames worked on at once, or threads that share them where there are fewer; 0 is one for each "
+    "core. Twice as many lie in memory, each with 4 "
     "bytes a pixel, 2 more for each 16-bit plane, 8 for normalized_stokes, 1 for validity and 12 "
     "for uncertainty; --signed and --units need more. Give fewer jobs if memory is short";
 

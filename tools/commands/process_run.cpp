@@ -39,6 +39,15 @@ std::string times_of(Frame const& frame, std::vector<double> times) {
     return text;
 }
 
+// Frames side by side lose no time to one another, so threads share a frame only where there are
+// fewer frames than threads.
+unsigned threads_of_a_frame(unsigned jobs, std::size_t frames) {
+    polarization::Pipeline_options options;
+    options.threads = jobs;
+    auto const shared = resolved(options).threads / std::max<std::size_t>(1, frames);
+    return std::max(1U, static_cast<unsigned>(shared));
+}
+
 } // namespace
 
 Process_run::Process_run(
@@ -197,6 +206,8 @@ std::size_t Process_run::run_once(
     polarization::Pipeline_options pipeline;
     pipeline.threads = jobs;
     pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
+    Processing processing = results_.processing;
+    processing.threads = threads_of_a_frame(jobs, frames.size());
     pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
     auto const counting_failure = [&progress](auto const& stage) {
         try {
@@ -208,8 +219,8 @@ std::size_t Process_run::run_once(
     };
     auto outcome = polarization::run_pipeline(
         pipeline,
-        [this] {
-            return Slot{{}, Frame_processor(results_.processing), {}, Staged_files()};
+        [&processing] {
+            return Slot{{}, Frame_processor(processing), {}, Staged_files()};
         },
         [&](std::size_t index, Slot& slot) {
             if (index < frames.size()) {

@@ -53,7 +53,11 @@ Element_type Processing::kind_of(Plane plane) const {
 Frame_processor::Frame_processor(Processing const& processing)
     : processing_{processing}, computed_{computed_planes(processing)},
       // Planes begin as NaN.
-      transform_{processing.settings, {.mode = processing.mode, .fills_normalized_stokes = false}},
+      transform_{
+          processing.settings,
+          {.mode = processing.mode,
+           .fills_normalized_stokes = false,
+           .threads = processing.threads}},
       marker_{processing.settings, processing.mode} {}
 
 void Frame_processor::take_memory(std::size_t height, std::size_t width) {

@@ -29,6 +29,8 @@ struct Processing {
     unsigned repetitions = 1;
     /// That the weights are turned by, in degrees.
     double zero_direction = 0;
+    /// That share each frame.
+    unsigned threads = 1;
 
     /// Kind of the numbers in the file of a plane.
     polarization::Element_type kind_of(polarization::Plane plane) const;

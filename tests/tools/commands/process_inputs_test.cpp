@@ -265,6 +265,24 @@ TEST_F(Process_inputs, any_number_of_jobs_gives_the_same_files) {
     }
 }
 
+TEST_F(Process_inputs, jobs_share_a_frame_where_there_are_more_of_them) {
+    std::string const large = in_folder("large.png");
+    test_files::write(large, encoded(pattern(331, 803, CV_16UC1), ".png"));
+    std::vector<std::uint8_t> first;
+    for (char const* const jobs : {"1", "3"}) {
+        forget_results();
+        EXPECT_EQ(process12({large}, {"--jobs", jobs, "--planes", "all"}).code, 0);
+        std::vector<std::uint8_t> contents;
+        for (char const* const plane : {"azimuth", "s1", "normalized_stokes"}) {
+            auto const bytes = test_files::read(result(std::string("large_") + plane + ".tif"));
+            contents.insert(contents.end(), bytes.begin(), bytes.end());
+        }
+        first = first.empty() ? contents : first;
+        EXPECT_GT(contents.size(), 12U * 803 * 331);
+        EXPECT_EQ(contents == first, true) << jobs << " jobs";
+    }
+}
+
 // Orthogonal polarisers side by side in each row, as no mosaic of the four has them.
 TEST_F(Process_inputs, a_foreign_mosaic_is_warned_of_once) {
     cv::Mat foreign(64, 64, CV_16UC1);
