@@ -109,6 +109,8 @@ Settings settings_for(Calibration_model model, Size const& size) {
 struct Contender {
     std::string name;
     std::function<void(Bench_frame const&)> run;
+    /// The same with the rows of a frame shared by two threads; empty if there is no such way.
+    std::function<void(Bench_frame const&)> run_shared{};
     /// Which of the contenders its ratio refers to.
     std::size_t yardstick = 0;
 };
@@ -121,12 +123,21 @@ Contender of_transform(
         unsigned_ones.erase(Plane::s1);
         unsigned_ones.erase(Plane::s2);
     }
-    return {std::move(name), [=](Bench_frame const& frame) {
-                // One for each call: the threads of a round share contenders.
-                Signed_transform{settings, mode}(
-                    frame.view(), frame.views(unsigned_ones),
-                    is_signed ? frame.signed_views() : Signed_views{});
-            }};
+    auto const run = [=](auto& transform, Bench_frame const& frame) {
+        transform(
+            frame.view(), frame.views(unsigned_ones),
+            is_signed ? frame.signed_views() : Signed_views{});
+    };
+    auto const shared =
+        std::make_shared<Frame_transform>(settings, Transform_options{.mode = mode, .threads = 2});
+    return {
+        std::move(name),
+        [=](Bench_frame const& frame) {
+            // One for each call: the threads of a round share contenders.
+            Signed_transform transform{settings, mode};
+            run(transform, frame);
+        },
+        [=](Bench_frame const& frame) { run(*shared, frame); }};
 }
 
 Contender of_traffic(
@@ -156,10 +167,11 @@ Contender of_traffic(
             }};
 }
 
-double milliseconds_of(Contender const& contender, std::vector<Bench_frame> const& frames) {
+double milliseconds_of(
+    std::function<void(Bench_frame const&)> const& run, std::vector<Bench_frame> const& frames) {
     auto const start = std::chrono::steady_clock::now();
     for (Bench_frame const& frame : frames) {
-        contender.run(frame);
+        run(frame);
     }
     std::chrono::duration<double, std::milli> const time = std::chrono::steady_clock::now() - start;
     return time.count() / static_cast<double>(frames.size());
@@ -169,10 +181,10 @@ double milliseconds_of(Contender const& contender, std::vector<Bench_frame> cons
 double gain_of_two_threads(
     Contender const& contender, std::vector<Bench_frame> const& first,
     std::vector<Bench_frame> const& second) {
-    double const alone = milliseconds_of(contender, first);
+    double const alone = milliseconds_of(contender.run, first);
     auto const start = std::chrono::steady_clock::now();
-    std::thread other{[&] { milliseconds_of(contender, second); }};
-    milliseconds_of(contender, first);
+    std::thread other{[&] { milliseconds_of(contender.run, second); }};
+    milliseconds_of(contender.run, first);
     other.join();
     std::chrono::duration<double, std::milli> const both = std::chrono::steady_clock::now() - start;
     return 2 * alone * static_cast<double>(first.size()) / both.count();
@@ -234,18 +246,29 @@ void print_table(
     std::vector<std::vector<double>> times(contenders.size());
     std::vector<std::vector<double>> ratios(contenders.size());
     std::vector<std::vector<double>> gains(contenders.size());
+    std::vector<std::vector<double>> shared_gains(contenders.size());
     for (unsigned round = 0; round < rounds; ++round) {
         for (std::size_t i = 0; i < contenders.size(); ++i) {
-            times[i].push_back(milliseconds_of(contenders[i], frames));
+            times[i].push_back(milliseconds_of(contenders[i].run, frames));
             ratios[i].push_back(times[i].back() / times[contenders[i].yardstick].back());
             gains[i].push_back(gain_of_two_threads(contenders[i], frames, others));
+            if (contenders[i].run_shared) {
+                shared_gains[i].push_back(
+                    milliseconds_of(contenders[i].run, frames) /
+                    milliseconds_of(contenders[i].run_shared, frames));
+            }
         }
     }
-    std::printf("\n%-24s %9s %7s  %-18s %s\n", set.name, "ms", "ratio", "to", "2 threads");
+    std::printf(
+        "\n%-24s %9s %7s  %-18s %9s %6s\n", set.name, "ms", "ratio", "to", "2 threads", "shared");
     for (std::size_t i = 0; i < contenders.size(); ++i) {
         std::printf(
-            "%-24s %9.2f %7.2f  %-18s %.2f\n", contenders[i].name.c_str(), median(times[i]),
+            "%-24s %9.2f %7.2f  %-18s %9.2f", contenders[i].name.c_str(), median(times[i]),
             median(ratios[i]), contenders[contenders[i].yardstick].name.c_str(), median(gains[i]));
+        if (!shared_gains[i].empty()) {
+            std::printf(" %6.2f", median(shared_gains[i]));
+        }
+        std::printf("\n");
     }
 }
 
@@ -273,7 +296,9 @@ int main(int argc, char** argv) {
         others.emplace_back(size);
     }
     std::printf(
-        "%zu x %zu, %d bits, medians of %u rounds; each ratio is to the line that it names\n",
+        "%zu x %zu, %d bits, medians of %u rounds; each ratio is to the line that it names; frames "
+        "of\n"
+        "two threads, and frames that two threads share, in the time of one thread's\n",
         size.width, size.height, bit_depth, rounds);
     for (Wanted_planes const& set : sets) {
         print_table(set, settings, rounds, frames, others);
