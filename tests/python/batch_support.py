@@ -21,7 +21,7 @@ import zarr
 
 import veldrane_polarization as vp
 from veldrane_polarization._settings import Settings
-from veldrane_polarization.batch import output_group
+from veldrane_polarization.batch import output_group, storing
 from veldrane_polarization.batch.work import process_frames
 
 LAYOUT, BIT_DEPTH = "90,45,135,0", 12
@@ -167,8 +167,21 @@ def settings(**changes):
     return Settings(**(values | {"scale": scale} | changes))
 
 
-def output(path, compression="lz4", run="0123abcd"):
-    return output_group.Output(str(path), compression, run)
+def output(path, compression="lz4", run="0123abcd", frames_per_chunk=1):
+    return storing.Output(str(path), compression, run, frames_per_chunk)
+
+
+def store(out, number, **planes):
+    """One chunk of one frame."""
+    with storing.Chunk(out, number) as chunk:
+        chunk.put(0, planes)
+        chunk.store([0])
+
+
+def mark(out, index, value=1):
+    """Of a frame, as a worker does."""
+    with out.opened_marks(index // out.frames_per_chunk) as (descriptor, place):
+        os.pwrite(descriptor, bytes([value]), place + index % out.frames_per_chunk)
 
 
 def store_all(recording, out, chosen=None):
@@ -186,9 +199,15 @@ def wait_until(condition, seconds=300):
         time.sleep(0.005)
 
 
+def marked(out):
+    """Numbers of frames."""
+    files = sorted((out / "complete").glob("[0-9]*"), key=lambda file: int(file.name))
+    marks = b"".join(file.read_bytes() for file in files if not file.suffix)
+    return np.flatnonzero(np.frombuffer(marks, np.uint8) == 1).tolist()
+
+
 def completed(out):
-    folder = out / "complete"
-    return sum(name.isdigit() for name in os.listdir(folder)) if folder.exists() else 0
+    return len(marked(out))
 
 
 @contextlib.contextmanager

@@ -10,22 +10,21 @@ import numpy as np
 from .. import _arguments, datasets
 from .._recordings import Recording, zarr_metadata
 from .._settings import Settings
-
-COMPLETE = "complete"
+from .storing import COMPLETE, Output
 
 
 class Output_error(ValueError):
     """An OUT that cannot be made or gone on with: one line for a user."""
 
 
-def form_of(name: str, compressor: Any, settings: Settings, recording: Recording) -> dict[str, Any]:
+def form_of(name: str, output: Output, settings: Settings, recording: Recording) -> dict[str, Any]:
     """Of an array, as zarr makes it."""
     common = {"order": "C", "filters": None}
     if name == COMPLETE:
         # Here the fill value is needed: without one, zarr reads a mark that is missing as anything.
         return common | {
             "shape": (recording.count,),
-            "chunks": (1,),
+            "chunks": (output.frames_per_mark_file,),
             "dtype": np.dtype(np.uint8),
             "compressor": None,
             "fill_value": 0,
@@ -36,9 +35,9 @@ def form_of(name: str, compressor: Any, settings: Settings, recording: Recording
     # planes stands for something.
     return common | {
         "shape": (recording.count, *shape),
-        "chunks": (1, *shape),
+        "chunks": (output.frames_per_chunk, *shape),
         "dtype": dtype,
-        "compressor": compressor,
+        "compressor": output.compressor(),
         "fill_value": float("nan") if dtype.kind == "f" else None,
     }
 

@@ -11,6 +11,8 @@ from collections.abc import Sequence
 from pathlib import Path
 from typing import Optional
 
+import numpy as np
+
 from .. import _arguments, _native
 from .._native import Calibration
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
@@ -19,9 +21,12 @@ from .._settings import Settings
 from .._trust import Noise
 from . import cluster, interruption, output_group, running
 from .line import Line_parser, Number, One_of, Seconds, Text, Usage_error, Whole_number, printable
-from .output_group import Output
+from .storing import COMPRESSIONS, GO_ON, Output
 
 ALL_DONE, A_FRAME_FAILED, WRONG_USAGE, INTERRUPTED = 0, 1, 2, 130
+
+# blosc keeps a few bytes of its 2 GiB to itself.
+_MOST_BYTES_OF_A_CHUNK = (1 << 31) - (1 << 16)
 
 _DESCRIPTION = """Turns a recording into a zarr group with one array for each plane, frame by frame.
 
@@ -121,7 +126,17 @@ def _parser() -> Line_parser:
         help="show pages about the processes on this machine, to all its users",
     )
     parser.add_argument(
-        "--compression", kind=One_of(("lz4", "none")), default="lz4", help="of OUT, lz4 or none"
+        "--compression",
+        kind=One_of(COMPRESSIONS),
+        default="lz4",
+        help="of OUT, lz4, zstd (slower, 3 %% smaller) or none",
+    )
+    parser.add_argument(
+        "--frames-per-chunk",
+        kind=Whole_number(1, 1000000),
+        default=1,
+        metavar="N",
+        help="in one file of OUT (1); with compression a worker has N of each plane in memory",
     )
     parser.add_argument("-q", "--quiet", action="store_true", help="no progress, no summary")
     return parser
@@ -251,6 +266,21 @@ def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
         raise Usage_error(f"--calibration {settings.calibration_file}: {error}") from None
 
 
+def _frames_per_chunk(given: int, recording: Recording, settings: Settings) -> int:
+    sizes = (
+        int(np.prod(_arguments.plane_shape(name, recording.shape)))
+        * _arguments.plane_dtype(name, settings.signed).itemsize
+        for name in settings.planes
+    )
+    most = max(1, _MOST_BYTES_OF_A_CHUNK // max(sizes))
+    if given > most:
+        raise Usage_error(
+            f"--frames-per-chunk is {given}, and a chunk has room for 2 GB of a plane; give at most "
+            f"{most}"
+        )
+    return min(given, max(1, recording.count))
+
+
 def run(arguments: Optional[Sequence[str]] = None) -> int:
     """The command. Returns the exit code."""
     line = _parser().parse_line(arguments)
@@ -262,20 +292,21 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     )
     _check_frames(recording, settings, source)
     _check_apart(source, path)
-    output = Output(str(path), line.compression, uuid.uuid4().hex[:8])
+    per_chunk = _frames_per_chunk(line.frames_per_chunk, recording, settings)
+    output = Output(str(path), line.compression, uuid.uuid4().hex[:8], per_chunk)
     output_group.check(output, settings, recording)
     frames = output_group.incomplete_frames(output, settings, recording)
     report = running.Report(len(frames), not line.quiet and sys.stderr.isatty())
     code, problem = ALL_DONE, ""
     try:
-        if frames:
+        if len(frames):
             _process(line, recording, output, settings, frames, report)
         else:  # a recording without frames has an OUT, too
             output_group.prepare(output, settings, recording)
     except running.Unfinished as error:
         code, problem = A_FRAME_FAILED, str(error)
     except interruption.Interruption:
-        code, problem = INTERRUPTED, f"interrupted; {output_group.GO_ON}"
+        code, problem = INTERRUPTED, f"interrupted; {GO_ON}"
     is_told = _tell(report, recording, problem, line.quiet)
     is_whole = is_told and report.done == report.frames and not recording.failures
     return code or (ALL_DONE if is_whole else A_FRAME_FAILED)
@@ -286,7 +317,7 @@ def _process(
     recording: Recording,
     output: Output,
     settings: Settings,
-    frames: Sequence[int],
+    frames: _arguments.Array,
     report: running.Report,
 ) -> None:
     security = cluster.credentials(line.tls_ca_file, line.tls_cert, line.tls_key)
@@ -322,6 +353,7 @@ def _summarise(report: running.Report, recording: Recording) -> str:
             f"{report.done} frames done, {recording.count - report.frames} skipped, "
             f"{len(report.failures)} failed, "
             + (f"{unfinished} not finished, " if unfinished else "")
+            + (f"{report.retries} retries, " if report.retries else "")
             + f"{report.seconds:.1f} s, "
             f"{report.done / max(report.seconds, 1e-9):.1f} frames a second",
             flush=True,
@@ -355,5 +387,5 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
         # Of files that go away, full disks: what is wrong usage has an error of its own.
         return A_FRAME_FAILED if isinstance(error, OSError) else WRONG_USAGE
     except interruption.Interruption:
-        _complain(f"interrupted; {output_group.GO_ON}")
+        _complain(f"interrupted; {GO_ON}")
         return INTERRUPTED

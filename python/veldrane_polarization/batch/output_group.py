@@ -10,7 +10,6 @@ import shutil
 import time
 import uuid
 from collections.abc import Iterator
-from dataclasses import dataclass
 from pathlib import Path
 from typing import Any, Optional
 
@@ -19,93 +18,21 @@ import numpy as np
 from .. import _arguments, _native, datasets
 from .._arguments import Array
 from .._native import processor_identification, software_version
-from .._recordings import Recording, blosc_sizes, text_of_name
+from .._recordings import Recording, text_of_name
 from .._settings import Settings
 from . import arrays
-from .arrays import COMPLETE, Output_error
+from .arrays import Output_error
+from .storing import COMPLETE, Output
 
-_FORMAT = "veldrane_polarization.batch 1"
+_FORMAT = "veldrane_polarization.batch 2"
 _SECONDS_OF_A_LEFTOVER = 3600
-GO_ON = "the same command goes on from here"
-# Of storage that will take no other frame either, with the remedy.
-_AWAY = "put it where every worker sees it"
-_LOST = {
-    errno.ENOENT: _AWAY,
-    errno.ENOTDIR: _AWAY,
-    errno.ESTALE: _AWAY,
-    errno.ENOSPC: "make room there",
-    errno.EDQUOT: "make room there",
-    errno.EROFS: "make it writable",
-}
 # Of a group until it is in its place, which is beside files of others.
 _MADE = ".veldrane"
 # The same version gives the same bits, whenever and from whichever commit it was built.
 _MAY_DIFFER = ("calibration.file", "software.processor", "state")
 
 
-class Output_lost(OSError):
-    """Storage that takes no more frames: one line for a user."""
-
-
-@dataclass(frozen=True)
-class Output:
-    """Where frames go. `run` is in the names of all files that a run has not finished."""
-
-    path: str
-    compression: str
-    run: str
-
-    def compressor(self) -> Any:
-        from numcodecs import Blosc
-
-        if self.compression == "none":
-            return None
-        return Blosc("lz4", clevel=1, shuffle=Blosc.SHUFFLE)
-
-    def store(self, name: str, index: int, values: Array) -> None:
-        """Make or replace a chunk in one step: whoever looks sees it whole or not at all.
-
-        Raises
-        ------
-        Output_lost
-            If no other chunk can be stored either.
-        """
-        try:
-            self._store(name, index, values)
-        except OSError as error:
-            # A file alone may be gone, taken for a leftover.
-            if error.errno not in _LOST or (
-                error.errno == errno.ENOENT and os.path.isdir(os.path.join(self.path, name))
-            ):
-                raise
-            raise Output_lost(
-                f"{self.path} cannot be written any more ({error.strerror}); {_LOST[error.errno]}, "
-                f"and {GO_ON}"
-            ) from None
-
-    def _store(self, name: str, index: int, values: Array) -> None:
-        compressor = self.compressor() if name != COMPLETE else None
-        data = values.data if compressor is None else compressor.encode(values)
-        file = os.path.join(self.path, name, _key(index, values.ndim))
-        unfinished = f"{file}.{self.run}.{uuid.uuid4().hex}.partial"
-        # Made anew under a name that nobody can know before: a file or link of somebody else's that
-        # is there is not written through.
-        stream = open(unfinished, "xb")
-        try:
-            with stream:
-                stream.write(data)
-            os.replace(unfinished, file)
-        except BaseException:
-            with contextlib.suppress(FileNotFoundError):
-                os.unlink(unfinished)
-            raise
-
-
-def _key(index: int, dimensions: int) -> str:
-    return ".".join([str(index)] + ["0"] * (dimensions - 1))
-
-
-def attributes_of(settings: Settings, recording: Recording, compression: str) -> dict[str, Any]:
+def attributes_of(settings: Settings, recording: Recording, output: Output) -> dict[str, Any]:
     """Of the group. Whoever goes on with a run must have all alike but what _MAY_DIFFER names."""
     empty = settings.process(np.zeros((0, *recording.shape), recording.dtype))
     calibration = settings.calibration
@@ -115,7 +42,8 @@ def attributes_of(settings: Settings, recording: Recording, compression: str) ->
         **datasets.common_attributes(empty),
         "planes": list(settings.planes),
         "signed": settings.signed,
-        "compression": compression,
+        "compression": output.compression,
+        "frames_per_chunk": output.frames_per_chunk,
         "calibration": _native.no_calibration,
         "source": {**recording.description(), "shift": 0, "dark_frame_subtracted": False},
         "software": {
@@ -142,7 +70,7 @@ def check(output: Output, settings: Settings, recording: Recording) -> None:
     A run that cannot begin must not bind OUT to its options.
     """
     path = Path(output.path)
-    wanted = attributes_of(settings, recording, output.compression)
+    wanted = attributes_of(settings, recording, output)
     with _in_one_line(path):
         if _is_bound(path, wanted):
             _check_arrays(path, output, settings, recording)
@@ -158,15 +86,19 @@ def prepare(output: Output, settings: Settings, recording: Recording) -> None:
     one binds it to its options, and the others find it bound.
     """
     path = Path(output.path)
-    wanted = attributes_of(settings, recording, output.compression)
+    wanted = attributes_of(settings, recording, output)
     with _in_one_line(path):
-        while not (bound := _is_bound(path, wanted)) or not _has_all(path, settings):
+        parts = _parts(output, settings, recording)
+        while not (bound := _is_bound(path, wanted)) or _missing(path, parts):
             with _made_beside(path, wanted, output, settings, recording) as made:
+                for number in range(_mark_files(output, recording)):
+                    (made / COMPLETE / str(number)).write_bytes(bytes(output.frames_per_mark_file))
                 if made.parent == path.parent:
                     _replace_nothing(made, path)
                 elif bound or _bind(made, path):
-                    for part in _parts(settings):
-                        _add(made / part, path / part)
+                    for part in _missing(path, parts):
+                        (path / part).parent.mkdir(exist_ok=True)
+                        os.replace(made / part, path / part)
         _check_arrays(path, output, settings, recording)
 
 
@@ -191,14 +123,28 @@ def _arrays(settings: Settings) -> tuple[str, ...]:
     return (*settings.planes, COMPLETE)
 
 
-def _parts(settings: Settings) -> list[str]:
-    """Files of a group that zarr and xarray need beside its attributes."""
+def _mark_files(output: Output, recording: Recording) -> int:
+    return -(-recording.count // output.frames_per_mark_file)
+
+
+def _parts(output: Output, settings: Settings, recording: Recording) -> dict[str, Optional[int]]:
+    """Files of a group that zarr, xarray and workers need beside its attributes, some of one size."""
     of_arrays = [f"{name}/{file}" for name in _arrays(settings) for file in (".zattrs", ".zarray")]
-    return [".zgroup", *of_arrays]
+    marks = [f"{COMPLETE}/{number}" for number in range(_mark_files(output, recording))]
+    return dict.fromkeys((".zgroup", *of_arrays)) | dict.fromkeys(
+        marks, output.frames_per_mark_file
+    )
 
 
-def _has_all(path: Path, settings: Settings) -> bool:
-    return all((path / part).exists() for part in _parts(settings))
+def _missing(path: Path, parts: dict[str, Optional[int]]) -> list[str]:
+    return [part for part, size in parts.items() if not _is_there(path / part, size)]
+
+
+def _is_there(file: Path, size: Optional[int]) -> bool:
+    try:
+        return file.stat().st_size == size or size is None
+    except FileNotFoundError:
+        return False
 
 
 def _check_arrays(path: Path, output: Output, settings: Settings, recording: Recording) -> None:
@@ -210,7 +156,7 @@ def _check_arrays(path: Path, output: Output, settings: Settings, recording: Rec
     group = zarr.open_group(str(path), mode="r")
     for name in _arrays(settings):
         if (path / name / ".zarray").exists():
-            form = arrays.form_of(name, output.compressor(), settings, recording)
+            form = arrays.form_of(name, output, settings, recording)
             arrays.check(group, name, form)
 
 
@@ -234,7 +180,7 @@ def _made_beside(
         group = zarr.open_group(str(made), mode="w-")
         _write_attributes(made, wanted)
         for name in _arrays(settings):
-            form = arrays.form_of(name, output.compressor(), settings, recording)
+            form = arrays.form_of(name, output, settings, recording)
             array = group.create_dataset(name, **form)
             array.attrs.put(arrays.attributes_of(name, settings, recording))
         yield made
@@ -249,12 +195,6 @@ def _replace_nothing(made: Path, path: Path) -> None:
     except OSError as error:
         if error.errno not in (errno.ENOTEMPTY, errno.EEXIST):
             raise
-
-
-def _add(made: Path, place: Path) -> None:
-    if not place.exists():
-        place.parent.mkdir(exist_ok=True)
-        os.replace(made, place)
 
 
 def _bind(made: Path, path: Path) -> bool:
@@ -325,25 +265,29 @@ def _write_attributes(made: Path, attributes: dict[str, Any]) -> None:
     (made / ".zattrs").write_text(json.dumps(attributes, indent=4))
 
 
-def incomplete_frames(output: Output, settings: Settings, recording: Recording) -> list[int]:
-    """Frames without a mark, or with one but without a plane of the right size."""
-    complete = _marked(output)
+def incomplete_frames(output: Output, settings: Settings, recording: Recording) -> Array:
+    """Numbers of frames without a mark, or with one but without a plane's chunk of the right size."""
+    marked = _marked(output, recording.count)
+    is_whole = marked.reshape(-1, output.frames_per_chunk).any(axis=1)
     for name in settings.planes:
         shape = _arguments.plane_shape(name, recording.shape)
         size = int(np.prod(shape)) * _arguments.plane_dtype(name, settings.signed).itemsize
-        complete = _whole(output, name, len(shape) + 1, size, complete)
-    return [index for index in range(recording.count) if index not in complete]
+        is_whole &= _whole(output, name, 1 + len(shape), size * output.frames_per_chunk, is_whole)
+    marked &= np.repeat(is_whole, output.frames_per_chunk)
+    return np.flatnonzero(~marked[: recording.count])
 
 
-def _marked(output: Output) -> set[int]:
-    marked = set()
-    with _entries_of(output, COMPLETE) as entries:
-        for entry in entries:
-            if entry.name.isdecimal():
-                with open(entry.path, "rb", buffering=0) as stream:
-                    if stream.read(2) == b"\1":
-                        marked.add(int(entry.name))
-    return marked
+def _marked(output: Output, count: int) -> Array:
+    """Of all frames that the files of marks have room for. One of another size marks nothing."""
+    size = output.frames_per_mark_file
+    marks = np.zeros((-(-count // size), size), np.uint8)
+    for number, row in enumerate(marks):
+        with contextlib.suppress(FileNotFoundError):
+            data = Path(output.mark_file(number)).read_bytes()
+            if len(data) == size:
+                row[:] = np.frombuffer(data, np.uint8)
+    is_marked: Array = marks.ravel() == 1
+    return is_marked
 
 
 @contextlib.contextmanager
@@ -358,19 +302,16 @@ def _entries_of(output: Output, name: str) -> Iterator[Iterator[os.DirEntry[str]
         yield entries
 
 
-def _whole(output: Output, name: str, dimensions: int, size: int, candidates: set[int]) -> set[int]:
-    whole = set()
-    ending = _key(0, dimensions)[1:]
+def _whole(output: Output, name: str, dimensions: int, size: int, candidates: Array) -> Array:
+    """By their numbers, those of the candidates that are whole."""
+    whole = np.zeros_like(candidates)
+    ending = ".0" * (dimensions - 1)
     with _entries_of(output, name) as entries:
         for entry in entries:
-            number = entry.name.removesuffix(ending)
-            if not number.isdecimal() or int(number) not in candidates:
-                continue
-            expected = (size, size)
-            if output.compression != "none":
-                expected = blosc_sizes(entry.path)
-            if expected == (size, entry.stat().st_size):
-                whole.add(int(number))
+            text = entry.name.removesuffix(ending)
+            number = int(text) if text.isdecimal() else candidates.size
+            if number < candidates.size and candidates[number]:
+                whole[number] = output.is_whole(entry.path, entry.stat().st_size, size)
     return whole
 
 

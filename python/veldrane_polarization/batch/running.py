@@ -3,23 +3,25 @@
 from __future__ import annotations
 
 import asyncio
-import os
+import itertools
 import pydoc
 import queue
 import sys
 import time
 from collections.abc import Iterator, Sequence
 from dataclasses import dataclass, field
-from typing import Any, Optional
+from typing import Any, Optional, Union
 
+import numpy as np
+
+from .._arguments import Array
 from .._native import software_version
 from .._recordings import Picture_recording, Recording
 from .._settings import Settings
 from . import work
-from .arrays import COMPLETE
 from .cluster import Cluster_error, reason_of
 from .interruption import raise_if_interrupted
-from .output_group import GO_ON, Output
+from .storing import GO_ON, Output
 
 _STEP_SECONDS = 1.0
 
@@ -35,6 +37,7 @@ class Report:
     frames: int
     shows_progress: bool
     handled: int = 0
+    retries: int = 0
     failures: dict[int, str] = field(default_factory=dict)
     _begin: Optional[float] = None
     _seconds: float = 0.0
@@ -57,6 +60,7 @@ class Report:
             print(file=sys.stderr)
 
     def add(self, outcome: work.Outcome) -> None:
+        self.retries += outcome.retries
         self.failures |= {index: problem for index, problem in outcome if problem is not None}
         self.handled += len(outcome)
         if not self.shows_progress:
@@ -145,16 +149,12 @@ def _versions_of_workers(client: Any, patience: float) -> dict[str, Any]:
         time.sleep(min(_STEP_SECONDS, patience))
 
 
-def tasks_of(frames: Sequence[int], per_task: int) -> Iterator[list[int]]:
+def tasks_of(frames: Union[Array, Sequence[int]], per_task: int) -> Iterator[list[int]]:
     """Neighbours of one stored chunk together, so that it is read once."""
-    group: list[int] = []
-    for index in frames:
-        if group and index // per_task != group[0] // per_task:
-            yield group
-            group = []
-        group.append(index)
-    if group:
-        yield group
+    numbers = np.asarray(frames)
+    starts = np.flatnonzero(np.diff(numbers // per_task, prepend=-1))
+    for first, stop in zip(starts, itertools.chain(starts[1:], [numbers.size])):
+        yield numbers[first:stop].tolist()
 
 
 def _problem_of(error: Exception) -> str:
@@ -194,7 +194,7 @@ class Run:
         self._under_way: dict[Any, list[int]] = {}
         self._ended: queue.SimpleQueue[Any] = queue.SimpleQueue()
 
-    def process(self, frames: Sequence[int], in_flight: int) -> None:
+    def process(self, frames: Union[Array, Sequence[int]], in_flight: int) -> None:
         """Until all frames are handled.
 
         Raises
@@ -202,7 +202,10 @@ class Run:
         Unfinished
             If no frame is done for as long as patience lasts, or the scheduler has gone.
         """
-        tasks = tasks_of(frames, self._work[0].frames_per_task)
+        recording, output, _ = self._work
+        # Of OUT all of a chunk, since it is written whole.
+        together = max(1, recording.frames_per_task // output.frames_per_chunk)
+        tasks = tasks_of(frames, together * output.frames_per_chunk)
         for _ in range(in_flight):
             self._submit(next(tasks, None))
         while self._under_way:
@@ -283,27 +286,21 @@ class Run:
         }
 
     def _marked(self) -> int:
-        """When a frame of a task that is under way, or any other, was last done.
-
-        A task may have thousands. A folder that is opened is looked up anew on network storage.
-        """
-        path = self._work[1].path
+        """When a frame of a task that is under way was last done. A task may have thousands."""
+        output = self._work[1]
         try:
-            folder = os.open(os.path.join(path, COMPLETE), os.O_RDONLY)
+            return max(output.last_mark(each[0], each[-1]) for each in self._under_way.values())
         except OSError as error:
             raise Unfinished(
-                f"{path} cannot be read any more ({error.strerror}); put it back, and {GO_ON}"
+                f"{output.path} cannot be read any more ({error.strerror}); put it back, and {GO_ON}"
             ) from None
-        try:
-            return os.fstat(folder).st_mtime_ns
-        finally:
-            os.close(folder)
 
     def _out_of_patience(self, now: float) -> None:
         """Give what is under way to workers that answer, once for each that does not.
 
         One that goes on later stores the same frames again: each chunk whole and under its name in
-        one step, the mark last, so that a reader finds the one or the other.
+        one step, the marks last, so that a reader finds the one or the other; frames that have a
+        mark and failed for it stay in the chunk as they are.
         """
         last_mark, self._last_mark = self._last_mark, self._marked()
         if self._last_mark != last_mark:
@@ -355,7 +352,7 @@ class Run:
                     self._report.add(error.outcome)
                     raise Unfinished(error.line)
                 problem = _problem_of(error)
-                return [(index, problem) for index in self._under_way[future]]
+                return work.Outcome((index, problem) for index in self._under_way[future])
             outcome: work.Outcome = future.result(timeout=_STEP_SECONDS)
             return outcome
         except Unfinished:

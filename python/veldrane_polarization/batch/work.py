@@ -2,8 +2,9 @@
 
 from __future__ import annotations
 
+import itertools
 from collections.abc import Iterator, Sequence
-from typing import Optional
+from typing import Optional, Union
 
 import numpy as np
 
@@ -11,13 +12,17 @@ from .._arguments import Array
 from .._native import software_version
 from .._recordings import Recording, Recording_changed
 from .._settings import Settings
-from .arrays import COMPLETE
-from .output_group import GO_ON, Output, Output_lost
+from .retrying import Retries
+from .storing import GO_ON, Chunk, Output, Output_lost
 
 # Frames of one stored chunk are read together, which may hold thousands of them.
 _MOST_BYTES_AT_ONCE = 256 << 20
 
-Outcome = list[tuple[int, Optional[str]]]
+
+class Outcome(list[tuple[int, Optional[str]]]):
+    """Each frame with None, or with what went wrong."""
+
+    retries = 0
 
 
 class Run_ended(Exception):
@@ -31,7 +36,7 @@ class Run_ended(Exception):
 def process_frames(
     recording: Recording, output: Output, settings: Settings, indices: Sequence[int], version: str
 ) -> Outcome:
-    """Each frame with None, or with what went wrong. A frame that fails stops no other.
+    """A frame that fails stops no other.
 
     Raises
     ------
@@ -40,13 +45,49 @@ def process_frames(
     """
     if software_version() != version:
         raise RuntimeError(f"a worker has version {software_version()}, not {version}")
-    outcome: Outcome = []
+    outcome, retries = Outcome(), Retries()
+    reader = _Reader(recording, indices, retries)
     try:
-        for part in _parts(indices, _frames_at_once(recording)):
-            _process_part(recording, output, settings, part, outcome)
+        for number, group in itertools.groupby(indices, lambda i: i // output.frames_per_chunk):
+            outcome += _process_chunk(reader, number, list(group), output, settings, retries)
     except (Output_lost, Recording_changed) as error:
         raise Run_ended(str(error), outcome) from None
+    finally:
+        outcome.retries = retries.count
     return outcome
+
+
+class _Reader:
+    """Frames one by one, of which those of one stored chunk are read together."""
+
+    def __init__(self, recording: Recording, indices: Sequence[int], retries: Retries) -> None:
+        self._recording, self._retries = recording, retries
+        parts = _parts(indices, _frames_at_once(recording), recording.frames_per_task)
+        self._part_of = {index: part for part in parts for index in part}
+        self._part: Sequence[int] = ()
+        self._block: Union[None, Array, Sequence[Array]] = None
+
+    def read(self, index: int) -> Array:
+        part = self._part_of[index]
+        if part is not self._part:
+            self._part, self._block = part, None
+            if len(part) > 1:
+                try:
+                    self._block = self._read(part[0], part[-1] + 1)
+                except Exception:  # frame by frame it shows which one is at fault
+                    pass
+        raw = (
+            self._read(index, index + 1)[0] if self._block is None else self._block[index - part[0]]
+        )
+        if raw.shape != self._recording.shape or raw.dtype != self._recording.dtype:
+            raise ValueError(
+                f"holds {raw.dtype} in the shape {raw.shape}; the recording has "
+                f"{self._recording.dtype} in {self._recording.shape}"
+            )
+        return np.ascontiguousarray(raw)
+
+    def _read(self, first: int, stop: int) -> Union[Array, Sequence[Array]]:
+        return self._retries(lambda: self._recording.read(first, stop))
 
 
 def _frames_at_once(recording: Recording) -> int:
@@ -54,11 +95,11 @@ def _frames_at_once(recording: Recording) -> int:
     return max(1, _MOST_BYTES_AT_ONCE // size)
 
 
-def _parts(indices: Sequence[int], most: int) -> Iterator[list[int]]:
-    """Neighbours, no part from its first to its last longer than `most`."""
+def _parts(indices: Sequence[int], most: int, per_chunk: int) -> Iterator[list[int]]:
+    """Neighbours of one chunk, no part from its first to its last longer than `most`."""
     part: list[int] = []
     for index in indices:
-        if part and index - part[0] >= most:
+        if part and (index - part[0] >= most or index // per_chunk != part[0] // per_chunk):
             yield part
             part = []
         part.append(index)
@@ -66,33 +107,24 @@ def _parts(indices: Sequence[int], most: int) -> Iterator[list[int]]:
         yield part
 
 
-def _process_part(
-    recording: Recording,
+def _process_chunk(
+    reader: _Reader,
+    number: int,
+    indices: Sequence[int],
     output: Output,
     settings: Settings,
-    indices: Sequence[int],
-    outcome: Outcome,
-) -> None:
-    block = None
-    if len(indices) > 1:
-        try:
-            block = recording.read(indices[0], indices[-1] + 1)
-        except Exception:  # frame by frame it shows which one is at fault
-            block = None
-    for index in indices:
-        step = "read"
-        try:
-            if block is None:
-                raw = recording.read(index, index + 1)[0]
-            else:
-                raw = block[index - indices[0]]
-            step = "stored"
-            _store(raw, index, recording, output, settings)
-            outcome.append((index, None))
-        except (Output_lost, Recording_changed):
-            raise
-        except Exception as error:
-            outcome.append((index, _problem(error, step)))
+    retries: Retries,
+) -> Outcome:
+    """Frames of one chunk of OUT. Where storing fails, it begins again with the raw frames."""
+    try:
+        return retries(lambda: _stored(reader, number, indices, output, settings))
+    except (Output_lost, Recording_changed):
+        raise
+    except Exception as error:
+        if isinstance(error, OSError):
+            output.raise_if_lost(error, settings.planes)
+        problem = _problem(error, "stored")
+        return Outcome((index, problem) for index in indices)
 
 
 def _problem(error: Exception, step: str) -> str:
@@ -102,16 +134,29 @@ def _problem(error: Exception, step: str) -> str:
     return str(error) if isinstance(error, ValueError) else f"{type(error).__name__}: {error}"
 
 
-def _store(
-    raw: Array, index: int, recording: Recording, output: Output, settings: Settings
-) -> None:
-    if raw.shape != recording.shape or raw.dtype != recording.dtype:
-        raise ValueError(
-            f"holds {raw.dtype} in the shape {raw.shape}; the recording has {recording.dtype} in "
-            f"{recording.shape}"
-        )
-    result = settings.process(np.ascontiguousarray(raw))
-    for name in settings.planes:
-        output.store(name, index, result[name][np.newaxis])
-    # Only now: whoever is killed before leaves a frame that counts as not done.
-    output.store(COMPLETE, index, np.ones(1, np.uint8))
+def _stored(
+    reader: _Reader, number: int, indices: Sequence[int], output: Output, settings: Settings
+) -> Outcome:
+    """
+    Raises
+    ------
+    OSError
+        If the chunk cannot be stored. What is wrong with a frame is in the outcome.
+    """
+    outcome = Outcome()
+    first = number * output.frames_per_chunk
+    with Chunk(output, number) as chunk:
+        for index in indices:
+            try:
+                result = settings.process(reader.read(index))
+            except Recording_changed:
+                raise
+            except Exception as error:
+                outcome.append((index, _problem(error, "read")))
+                continue
+            chunk.put(index - first, {name: result[name] for name in settings.planes})
+            outcome.append((index, None))
+        done = [index - first for index, problem in outcome if problem is None]
+        if done:
+            chunk.store(done)
+    return outcome

@@ -9,18 +9,18 @@ import os
 import time
 from pathlib import Path
 
-from veldrane_polarization.batch import work
+from veldrane_polarization.batch import storing
 
 
 def dask_setup(worker):
     folder, first = Path(os.environ["GATE_FOLDER"]), int(os.environ["GATE_FRAME"])
-    store = work._store
+    store = storing.Chunk.store
 
-    def held(raw, index, *others):
-        if index >= first:
+    def held(chunk, done):
+        if chunk.number * chunk.output.frames_per_chunk >= first:
             (folder / str(os.getpid())).touch()
             while not (folder / "open").exists():
                 time.sleep(0.01)
-        store(raw, index, *others)
+        store(chunk, done)
 
-    work._store = held
+    storing.Chunk.store = held

@@ -66,11 +66,12 @@ def test_the_options_are_found():
         "--workers",
         "--patience",
         "--compression",
+        "--frames-per-chunk",
         "--tls-ca-file",
         "--tls-cert",
         "--tls-key",
     } <= set(WITH_VALUE)
-    assert {"--signed", "--quiet", "--help"} <= FLAGS and len(WHOLE_NUMBERS) == 7
+    assert {"--signed", "--quiet", "--help"} <= FLAGS and len(WHOLE_NUMBERS) == 8
     # Whose texts would come before ours.
     assert all(action.type is None and action.choices is None for action in WITH_VALUE.values())
 
@@ -193,13 +194,17 @@ def test_noise_and_zero_direction_that_cannot_be_used_are_refused(capsys, argume
     "arguments, words",
     [
         (("--mode", "quick"), "--mode is quick; give one of fast, calibrated"),
-        (("--compression", "zip"), "--compression is zip; give one of lz4, none"),
+        (("--compression", "zip"), "--compression is zip; give one of lz4, zstd, none"),
         (("--pixel-format", "Mono13"), "--pixel-format is Mono13; give one of Mono8,"),
         (("other",), "other is no argument of this command"),
         (("-qx",), "-qx has a value where none belongs; give --quiet alone"),
         (("--nonsense", "5"), "--nonsense is no argument of this command"),
         (("--quie",), "--quie is no argument of this command"),
         (("--bit-depth", "17"), "--bit-depth is 17; give a whole number from 1 to 16"),
+        (
+            ("--frames-per-chunk", "0"),
+            "--frames-per-chunk is 0; give a whole number from 1 to 1000000",
+        ),
         (("--full-scale", "0"), "--full-scale is 0; give a whole number from 1 to 65535"),
     ],
 )

@@ -11,7 +11,7 @@ from types import SimpleNamespace
 
 import distributed
 import pytest
-from batch_support import Made_up_client, assert_equal, frames_of, options
+from batch_support import Made_up_client, assert_equal, frames_of, mark, options, output
 from distributed.comm import CommClosedError
 from distributed.scheduler import KilledWorker
 from made_up_run import FRAMES, a_run, clock, command_on, recording
@@ -118,7 +118,7 @@ def test_frames_are_not_given_to_others_for_ever(clock, a_run):
 def test_patience_counts_from_the_last_frame_of_a_long_task(clock, a_run, tmp_path):
     def told(asked):
         if asked == 2:
-            (tmp_path / "out.zarr" / "complete" / "4").write_bytes(b"\1")
+            mark(output(tmp_path / "out.zarr"), 4)
 
     client = Client_with_stopped_workers(clock, ["one"], [], told)
     run, report = a_run(client)

@@ -12,7 +12,7 @@ from made_up_run import FRAMES, a_run, clock, command_on, recording
 
 import veldrane_polarization as vp
 from veldrane_polarization._recordings import pictures
-from veldrane_polarization.batch import output_group, running
+from veldrane_polarization.batch import output_group, retrying, running, storing
 
 # Fixtures.
 __all__ = ["a_run", "clock", "recording"]
@@ -64,6 +64,7 @@ def test_one_frame_that_cannot_be_stored_ends_no_run(
         usual(one, other)
 
     monkeypatch.setattr(os, "replace", replace)
+    monkeypatch.setattr(retrying, "_SECONDS", 0)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch) == 1
     printed, errors = capsys.readouterr()
     assert f"{FRAMES - 1} frames done, 0 skipped, 1 failed, " in printed
@@ -74,15 +75,15 @@ def test_one_frame_that_cannot_be_stored_ends_no_run(
 
 
 def test_an_out_that_is_taken_away_ends_the_run(tmp_path, recording, clock, monkeypatch, capsys):
-    out, store = tmp_path / "out.zarr", output_group.Output.store
+    out, store = tmp_path / "out.zarr", storing.Chunk.store
 
-    def taking(self, name, index, values):
-        store(self, name, index, values)
-        if name == "complete" and index == 1:
+    def taking(self, done):
+        store(self, done)
+        if self.number == 1:
             out.rename(tmp_path / "taken")
 
     with monkeypatch.context() as taken:
-        taken.setattr(output_group.Output, "store", taking)
+        taken.setattr(storing.Chunk, "store", taking)
         assert command_on(Made_up_client(clock), tmp_path, taken) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed
@@ -124,14 +125,14 @@ def test_bare_samples_that_are_written_to_end_the_run(
 ):
     source, out = tmp_path / "in.raw", tmp_path / "out.zarr"
     source.write_bytes(b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames_of(FRAMES)))
-    store = output_group.Output.store
+    store = storing.Chunk.store
 
-    def changing(self, name, index, values):
-        store(self, name, index, values)
-        if name == "complete" and index == 1:
+    def changing(self, done):
+        store(self, done)
+        if self.number == 1:
             change(source)
 
-    monkeypatch.setattr(output_group.Output, "store", changing)
+    monkeypatch.setattr(storing.Chunk, "store", changing)
     line = ("--pixel-format", "Mono12p", "--height", 64, "--width", 96, "--layout", 2)
     assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in.raw", *line) == 1
     printed, errors = capsys.readouterr()
@@ -154,16 +155,16 @@ def test_a_file_of_pictures_that_is_written_again_ends_the_run(
     file, out = tmp_path / "run.tif", tmp_path / "out.zarr"
     tifffile.imwrite(file, frames_of(FRAMES), photometric="minisblack")
     before = os.stat(file)
-    store = output_group.Output.store
+    store = storing.Chunk.store
 
-    def changing(self, name, index, values):
-        store(self, name, index, values)
-        if name == "complete" and index == 1:
+    def changing(self, done):
+        store(self, done)
+        if self.number == 1:
             tifffile.imwrite(file, frames_of(FRAMES)[::-1], photometric="minisblack")
             os.utime(file, ns=(before.st_atime_ns, before.st_mtime_ns + 4000))
 
     with monkeypatch.context() as changed:
-        changed.setattr(output_group.Output, "store", changing)
+        changed.setattr(storing.Chunk, "store", changing)
         assert command_on(Made_up_client(clock), tmp_path, changed, "run.tif", *options()) == 1
     printed, errors = capsys.readouterr()
     assert "2 frames done, 0 skipped, 0 failed, 3 not finished" in printed and completed(out) == 2

@@ -1,0 +1,40 @@
+"""Errors of storage that pass: what is tried again, and when."""
+
+from __future__ import annotations
+
+import errno
+import random
+import time
+from typing import Callable, TypeVar
+
+_TRIES = 3
+_SECONDS = 0.5
+_PASSING = {
+    errno.EIO,
+    errno.ESTALE,
+    errno.ETIMEDOUT,
+    errno.EAGAIN,
+    errno.ENETUNREACH,
+    errno.EHOSTUNREACH,
+}
+
+Value = TypeVar("Value")
+
+
+class Retries:
+    """Tries an action three times, and counts how often it took more than one."""
+
+    def __init__(self) -> None:
+        self.count = 0
+
+    def __call__(self, action: Callable[[], Value]) -> Value:
+        for attempt in range(1, _TRIES):
+            try:
+                return action()
+            except OSError as error:
+                if error.errno not in _PASSING and not isinstance(error, ConnectionError):
+                    raise
+            self.count += 1
+            # Workers that failed at the same moment do not come back at the same moment.
+            time.sleep(_SECONDS * 2 ** (attempt - 1) * random.uniform(0.5, 1.5))
+        return action()
