@@ -2,13 +2,14 @@
 
 from __future__ import annotations
 
-from .common import Recording_changed, Recording_error, text_of_name
+from .common import PASSING_ERRORS, Recording_changed, Recording_error, text_of_name
 from .opening import Recording, open_recording
 from .pictures import Picture_recording
 from .raw import Raw_recording
 from .zarr_arrays import Zarr_recording, blosc_sizes
 
 __all__ = [
+    "PASSING_ERRORS",
     "Picture_recording",
     "Raw_recording",
     "Recording",

@@ -3,10 +3,22 @@
 from __future__ import annotations
 
 import contextlib
+import errno
 import os
 from collections.abc import Callable, Iterator
 from pathlib import Path
 from typing import Any
+
+
+# Of storage that may answer a moment later.
+PASSING_ERRORS = {
+    errno.EIO,
+    errno.ESTALE,
+    errno.ETIMEDOUT,
+    errno.EAGAIN,
+    errno.ENETUNREACH,
+    errno.EHOSTUNREACH,
+}
 
 
 class Recording_error(ValueError):

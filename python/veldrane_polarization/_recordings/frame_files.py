@@ -8,6 +8,12 @@ from typing import Any, NamedTuple, Optional
 
 from .. import _native
 from .._arguments import Array
+from .common import PASSING_ERRORS
+
+
+_PASSING = {
+    f"cannot be read: {os.strerror(each)}": (each, os.strerror(each)) for each in PASSING_ERRORS
+}
 
 
 class Layout(NamedTuple):
@@ -39,15 +45,20 @@ def read_frame(file: str, number: int = 0, layout: Optional[Layout] = None) -> A
     ValueError
         What is wrong and the remedy, without the file's name.
     OSError
-        If there is no such file. A link that leads nowhere is a ValueError.
+        If there is no such file, or its storage has an error that may pass. A link that leads
+        nowhere is a ValueError.
     """
     try:
         return _opened(file, layout).read(number)
     except MemoryError:
         raise ValueError("does not fit into memory; give more of it to the worker") from None
     except ValueError as error:
-        problem = str(error).removeprefix(f"{file}, frame {number}: ")
-        raise ValueError(problem.removeprefix(f"{file}: ")) from None
+        problem = str(error).removeprefix(f"{file}, frame {number}: ").removeprefix(f"{file}: ")
+        if problem in _PASSING:
+            # What is kept open of a file that storage has lost stays lost.
+            _kept_open.cache_clear()
+            raise OSError(*_PASSING[problem], file) from None
+        raise ValueError(problem) from None
 
 
 def _opened(file: str, layout: Optional[Layout]) -> _native.Frame_file:

@@ -2,22 +2,14 @@
 
 from __future__ import annotations
 
-import errno
 import random
 import time
 from typing import Callable, TypeVar
 
+from .._recordings import PASSING_ERRORS
+
 _TRIES = 3
 _SECONDS = 0.5
-_PASSING = {
-    errno.EIO,
-    errno.ESTALE,
-    errno.ETIMEDOUT,
-    errno.EAGAIN,
-    errno.ENETUNREACH,
-    errno.EHOSTUNREACH,
-}
-
 Value = TypeVar("Value")
 
 
@@ -32,7 +24,7 @@ class Retries:
             try:
                 return action()
             except OSError as error:
-                if error.errno not in _PASSING and not isinstance(error, ConnectionError):
+                if error.errno not in PASSING_ERRORS and not isinstance(error, ConnectionError):
                     raise
             self.count += 1
             # Workers that failed at the same moment do not come back at the same moment.
