@@ -12,6 +12,7 @@ from .._arguments import Array
 from .._native import software_version
 from .._recordings import Recording, Recording_changed
 from .._settings import Settings
+from . import metrics
 from .retrying import Retries
 from .storing import GO_ON, Chunk, Output, Output_lost
 
@@ -23,6 +24,7 @@ class Outcome(list[tuple[int, Optional[str]]]):
     """Each frame with None, or with what went wrong."""
 
     retries = 0
+    bytes_stored = 0
 
 
 class Run_ended(Exception):
@@ -49,7 +51,10 @@ def process_frames(
     reader = _Reader(recording, indices, retries)
     try:
         for number, group in itertools.groupby(indices, lambda i: i // output.frames_per_chunk):
-            outcome += _process_chunk(reader, number, list(group), output, settings, retries)
+            part = _process_chunk(reader, number, list(group), output, settings, retries)
+            outcome += part
+            failures = sum(problem is not None for _, problem in part)
+            metrics.count(frames=len(part) - failures, bytes=part.bytes_stored, failures=failures)
     except (Output_lost, Recording_changed) as error:
         raise Run_ended(str(error), outcome) from None
     finally:
@@ -159,4 +164,5 @@ def _stored(
         done = [index - first for index, problem in outcome if problem is None]
         if done:
             chunk.store(done)
+            outcome.bytes_stored = chunk.bytes
     return outcome
