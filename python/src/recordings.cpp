@@ -22,20 +22,67 @@ namespace {
 namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 
+/// Room for frames that were handed out and are not looked at any more. Fresh memory of a few
+/// million samples takes the system longer than unpacking them.
+class Rooms {
+public:
+    Rooms() { free_.reserve(most_kept); }
+
+    std::unique_ptr<polarization::Frame_slot> take() {
+        std::lock_guard const lock{mutex_};
+        if (free_.empty()) {
+            return std::make_unique<polarization::Frame_slot>();
+        }
+        auto slot = std::move(free_.back());
+        free_.pop_back();
+        return slot;
+    }
+
+    void give_back(std::unique_ptr<polarization::Frame_slot> slot) {
+        std::lock_guard const lock{mutex_};
+        if (free_.size() < most_kept) {
+            free_.push_back(std::move(slot));
+        }
+    }
+
+private:
+    static constexpr std::size_t most_kept = 4;
+
+    std::mutex mutex_;
+    std::vector<std::unique_ptr<polarization::Frame_slot>> free_;
+};
+
+/// A frame in an array's hands. Its room may outlive the file.
+class Lent_frame {
+public:
+    explicit Lent_frame(std::shared_ptr<Rooms> rooms)
+        : rooms_{std::move(rooms)}, slot_{rooms_->take()} {}
+    ~Lent_frame() { rooms_->give_back(std::move(slot_)); }
+    Lent_frame(Lent_frame const&) = delete;
+    Lent_frame& operator=(Lent_frame const&) = delete;
+
+    polarization::Frame_slot& slot() { return *slot_; }
+
+private:
+    std::shared_ptr<Rooms> rooms_;
+    std::unique_ptr<polarization::Frame_slot> slot_;
+};
+
 // The array keeps the samples where they are.
-template <class Sample>
-py::array array_of(std::vector<Sample> samples, std::size_t height, std::size_t width) {
-    auto owned = std::make_unique<std::vector<Sample>>(std::move(samples));
-    Sample* const data = owned->data();
+py::array array_of(std::unique_ptr<Lent_frame> lent) {
+    polarization::Frame& frame = lent->slot().frame();
     py::capsule const owner{
-        owned.get(), [](void* pointer) { delete static_cast<std::vector<Sample>*>(pointer); }};
-    static_cast<void>(owned.release());
-    return py::array_t<Sample>{std::vector<std::size_t>{height, width}, data, owner};
+        lent.get(), [](void* pointer) { delete static_cast<Lent_frame*>(pointer); }};
+    static_cast<void>(lent.release());
+    return py::array_t<std::uint16_t>{
+        std::vector<std::size_t>{frame.height, frame.width}, frame.samples.data(), owner};
 }
 
-std::vector<std::uint8_t> narrowed(std::vector<std::uint16_t> const& samples) {
-    std::vector<std::uint8_t> result(samples.size());
-    std::transform(samples.begin(), samples.end(), result.begin(), [](std::uint16_t sample) {
+py::array narrow_array_of(polarization::Frame const& frame) {
+    py::array_t<std::uint8_t> result{std::vector<std::size_t>{frame.height, frame.width}};
+    std::uint8_t* const target = result.mutable_data();
+    py::gil_scoped_release const unlocked;
+    std::ranges::transform(frame.samples, target, [](std::uint16_t sample) {
         return static_cast<std::uint8_t>(sample);
     });
     return result;
@@ -52,19 +99,14 @@ public:
     std::size_t count() const { return source_->count().value_or(0); }
 
     py::array read(std::size_t number) {
-        polarization::Frame_slot slot;
-        std::vector<std::uint8_t> narrow;
+        auto lent = std::make_unique<Lent_frame>(rooms_);
+        unsigned sample_bits = 0;
         {
             py::gil_scoped_release const unlocked;
-            fetch(number, slot);
-            if (slot.sample_bits() == 8) {
-                narrow = narrowed(slot.frame().samples);
-            }
+            fetch(number, lent->slot());
+            sample_bits = lent->slot().sample_bits();
         }
-        polarization::Frame& frame = slot.frame();
-        return slot.sample_bits() == 8
-                   ? array_of(std::move(narrow), frame.height, frame.width)
-                   : array_of(std::move(frame.samples), frame.height, frame.width);
+        return sample_bits == 8 ? narrow_array_of(lent->slot().frame()) : array_of(std::move(lent));
     }
 
 private:
@@ -75,6 +117,7 @@ private:
 
     std::unique_ptr<polarization::Frame_source> source_;
     std::mutex reading_;
+    std::shared_ptr<Rooms> rooms_ = std::make_shared<Rooms>();
 };
 
 // A slow disk, or a TIFF file whose pictures are counted, holds up no other thread.

@@ -377,3 +377,20 @@ def test_an_array_that_is_no_recording_is_told_so(tmp_path, array, words):
     with pytest.raises(_recordings.Recording_error) as refusal:
         _recordings.open_recording(tmp_path / "run.npy")
     assert words in str(refusal.value)
+
+
+def test_frames_that_are_kept_stay_as_they_were_read(tmp_path):
+    """Memory of frames that nobody looks at any more is used again, and no other."""
+    frames = frames_of(12)
+    file = tmp_path / "in.raw"
+    file.write_bytes(b"".join(vp.pack(frame, "Mono12p").tobytes() for frame in frames))
+    recording = _recordings.open_recording(file, "Mono12p", 64, 96)
+    kept = {}
+    for index in random.Random(1).choices(range(12), k=60):
+        kept[index] = recording.read(index, index + 1)[0]
+        kept.pop((index + 5) % 12, None)
+        assert all(np.array_equal(kept[each], frames[each]) for each in kept)
+    places = {recording.read(0, 1)[0].ctypes.data for _ in range(5)}
+    assert len(places) == 1
+    del recording
+    assert all(np.array_equal(kept[each], frames[each]) for each in kept)
