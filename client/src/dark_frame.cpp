@@ -35,6 +35,15 @@ std::size_t pixel_count(std::size_t height, std::size_t width) {
     return pixels;
 }
 
+void subtract_levels(
+    std::span<std::uint16_t const> samples, std::uint16_t const* levels, std::uint16_t* result) {
+    for (std::size_t pixel = 0; pixel < samples.size(); ++pixel) {
+        // The form that compilers know as one saturating subtraction.
+        std::uint16_t const larger = std::max(samples[pixel], levels[pixel]);
+        result[pixel] = static_cast<std::uint16_t>(larger - levels[pixel]);
+    }
+}
+
 bool overlap_in_part(std::span<std::uint16_t const> left, std::span<std::uint16_t const> right) {
     std::less<> const before;
     return left.data() != right.data() && before(left.data(), right.data() + right.size()) &&
@@ -151,13 +160,12 @@ void subtract(Frame_view const& frame, Dark_frame const& dark, std::span<std::ui
             "result", "memory of the frame in part or of the dark levels",
             "give the whole frame's own memory or another one");
     }
-    std::uint16_t const* const samples = frame.data();
-    std::uint16_t const* const levels = dark.levels().data();
-    for (std::size_t pixel = 0; pixel < result.size(); ++pixel) {
-        // The form that compilers know as one saturating subtraction.
-        std::uint16_t const larger = std::max(samples[pixel], levels[pixel]);
-        result[pixel] = static_cast<std::uint16_t>(larger - levels[pixel]);
-    }
+    subtract_levels(frame.samples(), dark.levels().data(), result.data());
+}
+
+void subtract_from_row(
+    std::span<std::uint16_t> samples, Dark_frame const& dark, std::size_t row, std::size_t column) {
+    subtract_levels(samples, dark.levels().data() + row * dark.width() + column, samples.data());
 }
 
 } // namespace veldrane_mrv::polarization

@@ -167,9 +167,25 @@ std::size_t bytes_per_frame(
 }
 
 void unpack_row(
-    Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples) {
-    check_row_bytes(format, samples.size(), row.size());
-    unpack_checked(format, row.data(), samples);
+    Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples,
+    std::size_t first) {
+    if (samples.empty()) {
+        return;
+    }
+    check_row_bytes(format, first + samples.size(), row.size());
+    // Groups begin at whole bytes in every format; what is wanted may begin within one.
+    std::size_t const bytes_per_group = samples_per_group * stored_bits_of(format) / 8;
+    std::byte const* group = row.data() + first / samples_per_group * bytes_per_group;
+    std::size_t const before = first % samples_per_group;
+    if (before != 0) {
+        std::array<std::uint16_t, samples_per_group> started;
+        std::size_t const end = std::min(before + samples.size(), samples_per_group);
+        unpack_checked(format, group, std::span{started}.first(end));
+        std::copy(started.begin() + before, started.begin() + end, samples.begin());
+        samples = samples.subspan(end - before);
+        group += bytes_per_group;
+    }
+    unpack_checked(format, group, samples);
 }
 
 void unpack_frame(

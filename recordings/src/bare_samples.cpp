@@ -33,7 +33,7 @@ void refuse_picture(Opened_file const& file) {
     }
 }
 
-class Unpacker : public Frame_decoder {
+class Unpacker : public Frame_decoder, public Row_decoder {
 public:
     explicit Unpacker(Sample_storage const& storage) : storage_{storage} {}
 
@@ -42,15 +42,31 @@ public:
         frame.width = layout.width;
         frame.height = layout.height;
         frame.samples.resize(frame.width * frame.height);
-        unpack_frame(
-            layout.format, std::as_bytes(std::span(bytes)), frame.width, frame.samples,
-            layout.stride);
+        for (std::size_t row = 0; row < frame.height; ++row) {
+            decode_row(
+                bytes, row, 0, std::span(frame.samples).subspan(row * frame.width, frame.width));
+        }
+        return storage_.sample_bits;
+    }
+
+    Row_decoder const* by_rows() const override { return this; }
+
+    Frame_shape shape() const override {
+        return {storage_.layout.width, storage_.layout.height, storage_.sample_bits};
+    }
+
+    void decode_row(
+        std::string_view bytes, std::size_t row, std::size_t column,
+        std::span<std::uint16_t> target) const override {
+        Raw_layout const& layout = storage_.layout;
+        unpack_row(
+            layout.format, std::as_bytes(std::span(bytes)).subspan(row * layout.stride), target,
+            column);
         if (storage_.swaps_bytes) {
-            for (std::uint16_t& sample : frame.samples) {
+            for (std::uint16_t& sample : target) {
                 sample = static_cast<std::uint16_t>(sample << 8 | sample >> 8);
             }
         }
-        return storage_.sample_bits;
     }
 
 private:

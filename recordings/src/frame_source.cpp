@@ -41,6 +41,28 @@ unsigned Frame_slot::sample_bits() {
     return fetched_.sample_bits;
 }
 
+Row_decoder const* Frame_slot::undecoded_rows() const {
+    bool const is_fetched = state_ == State::fetched && fetched_.decoder != nullptr;
+    return is_fetched ? fetched_.decoder->by_rows() : nullptr;
+}
+
+Size Frame_slot::size() {
+    if (Row_decoder const* const rows = undecoded_rows()) {
+        return {rows->shape().width, rows->shape().height};
+    }
+    return frame().size();
+}
+
+void Frame_slot::copy_row(
+    std::size_t row, std::size_t column, std::span<std::uint16_t> target) const {
+    if (Row_decoder const* const rows = undecoded_rows()) {
+        rows->decode_row(fetched_.bytes, row, column, target);
+        return;
+    }
+    Frame const& frame = fetched_.frame;
+    std::copy_n(frame.samples.data() + row * frame.width + column, target.size(), target.data());
+}
+
 void Frame_source::read(std::size_t number, Frame_slot& slot) {
     if (auto const frames = count(); frames && number >= *frames) {
         throw Argument_error(

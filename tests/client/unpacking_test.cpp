@@ -5,6 +5,8 @@
 
 #include "support/guarded_pages.hpp"
 
+#include "veldrane_mrv/polarization/argument_error.hpp"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -75,6 +77,29 @@ TEST(Unpacking, needs_no_alignment_and_leaves_what_lies_beside_the_row) {
                 expected.begin() + static_cast<std::ptrdiff_t>(offset));
             ASSERT_EQ(samples, expected) << name_of(format) << ", offset " << offset;
         }
+    }
+}
+
+TEST(Unpacking, begins_at_any_sample_of_a_row) {
+    std::mt19937_64 random{5};
+    constexpr std::size_t width = 77;
+    Guarded_pages const pages(most_bytes, Guarded_pages::Access::read_only);
+    for (Pixel_format const format : all_pixel_formats) {
+        auto const bytes = random_bytes(bytes_per_row(format, width), random);
+        std::ranges::copy(bytes, pages.writable(bytes.size(), support::Edge::end));
+        std::span const row{pages.guarded(bytes.size(), support::Edge::end), bytes.size()};
+        auto const whole = unpacked_plainly(format, bytes, width);
+        for (std::size_t first = 0; first < width; ++first) {
+            for (std::size_t const count : {std::size_t{1}, std::size_t{2}, width - first}) {
+                std::vector<std::uint16_t> samples(std::min(count, width - first));
+                unpack_row(format, row, samples, first);
+                ASSERT_TRUE(
+                    std::ranges::equal(samples, std::span{whole}.subspan(first, samples.size())))
+                    << name_of(format) << ", samples from " << first;
+            }
+        }
+        std::vector<std::uint16_t> beyond(8);
+        EXPECT_THROW(unpack_row(format, row, beyond, width - 4), Argument_error);
     }
 }
 

@@ -120,18 +120,17 @@ void Process_run::fetch(Frame_list& source, std::size_t number, Slot& slot) {
 void Process_run::work(Slot& slot) {
     Frame_place const& place = slot.input.place();
     naming(place, [&] {
-        Frame& frame = slot.input.frame();
         Origin const& origin = results_.origin;
         if (origin.calibration) {
             check_sensor(
-                frame, place.name(), *origin.calibration, origin.calibration_file,
+                slot.input.size(), place.name(), *origin.calibration, origin.calibration_file,
                 origin.region.has_value());
         }
         bool const masks = results_.masks_pictures(place);
         bool const tells_saturation =
             masks || results_.processing.planes.contains(polarization::Plane::validity);
         Sample_warnings const warnings = preparation_.apply(
-            frame, place.name(), Dark_level::subtracted,
+            slot.input, slot.frame, Dark_level::subtracted,
             tells_saturation ? &slot.saturated : nullptr);
         if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warnings.depth);
@@ -140,12 +139,12 @@ void Process_run::work(Slot& slot) {
         if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
             warn(warnings.dark);
         }
-        slot.processor.run(frame, slot.saturated);
+        slot.processor.run(slot.frame, slot.saturated);
         if (!has_checked_balance_.exchange(true)) {
             warn_of_imbalance(slot);
         }
         std::span<std::uint8_t const> const validity =
-            masks ? slot.processor.validity(frame, slot.saturated)
+            masks ? slot.processor.validity(slot.frame, slot.saturated)
                   : std::span<std::uint8_t const>();
         slot.staged = results_.stage(place, slot.processor, validity);
     });
@@ -154,7 +153,7 @@ void Process_run::work(Slot& slot) {
 // One frame stands for all, the first that the transform takes: the same camera and the same
 // options made them.
 void Process_run::warn_of_imbalance(Slot& slot) const {
-    polarization::Balance const balance = polarization::check_balance(slot.input.frame().view());
+    polarization::Balance const balance = polarization::check_balance(slot.frame.view());
     if (balance.verdict == polarization::Balance::Verdict::unlikely) {
         warn(slot.input.place().name() + ": " + balance.explanation());
     }
@@ -162,7 +161,7 @@ void Process_run::warn_of_imbalance(Slot& slot) const {
 
 void Process_run::publish(Slot& slot) {
     naming(slot.input.place(), [&] { slot.staged.publish(); });
-    pixels_ += slot.input.frame().samples.size();
+    pixels_ += slot.frame.samples.size();
     if (!options_.is_quiet && !slot.input.place().is_part()) {
         tell(line_of(slot));
     }
@@ -178,7 +177,7 @@ void Process_run::tell(std::string const& line) {
 }
 
 std::string Process_run::line_of(Slot& slot) const {
-    Frame const& frame = slot.input.frame();
+    Frame const& frame = slot.frame;
     std::string line = slot.input.place().name() + ": " + to_string(frame.size()) + ", " +
                        times_of(frame, slot.processor.milliseconds()) + ", wrote";
     for (fs::path const& file : results_.files_of(slot.input.place())) {
@@ -220,7 +219,7 @@ std::size_t Process_run::run_once(
     auto outcome = polarization::run_pipeline(
         pipeline,
         [&processing] {
-            return Slot{{}, Frame_processor(processing), {}, Staged_files()};
+            return Slot{{}, {}, Frame_processor(processing), {}, Staged_files()};
         },
         [&](std::size_t index, Slot& slot) {
             if (index < frames.size()) {
@@ -231,7 +230,7 @@ std::size_t Process_run::run_once(
         [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
         [&](std::size_t, Slot& slot) {
             counting_failure([&] { publish(slot); });
-            progress.add(slot.input.frame().samples.size());
+            progress.add(slot.frame.samples.size());
         });
     seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {

@@ -35,6 +35,7 @@ public:
 private:
     struct Slot {
         Frame_slot input;
+        Frame frame; // prepared
         Frame_processor processor;
         std::vector<std::uint8_t> saturated; // of `Frame_preparation`
         Staged_files staged;

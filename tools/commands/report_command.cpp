@@ -155,7 +155,7 @@ int run_report(Command_line const& line) {
     Frame& frame = slot.frame();
     if (calibration) {
         check_sensor(
-            frame, place.name(), *calibration, line.calibration_file,
+            frame.size(), place.name(), *calibration, line.calibration_file,
             preparation.region().has_value());
     }
     polarization::Inspection const inspection = inspected(frame, place.name(), preparation);

@@ -6,44 +6,40 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <numeric>
-#include <span>
+#include <utility>
 
 namespace polarize_tool {
 namespace {
 
 using polarization::Region;
 
-void shift_down(Frame& frame, int bits) {
-    for (std::uint16_t& sample : frame.samples) {
+void shift_down(std::span<std::uint16_t> samples, int bits) {
+    for (std::uint16_t& sample : samples) {
         sample = static_cast<std::uint16_t>(sample >> bits);
     }
 }
 
-void check_fit(Frame const& frame, Region const& region, std::string const& name) {
-    if (!fits(region, frame.size())) {
-        throw File_failure(
-            name, "has " + to_string(frame.size()) + " pixels; the region of " + to_string(region) +
-                      " does not fit in; give a smaller --region");
+unsigned largest_above(std::span<std::uint16_t const> samples, unsigned limit) {
+    // The bits of all samples together are quick to find and tell whether to look closer.
+    std::uint16_t bits = 0;
+    for (std::uint16_t const sample : samples) {
+        bits |= sample;
     }
+    return bits <= limit ? 0 : *std::max_element(samples.begin(), samples.end());
 }
 
-std::span<std::uint16_t const> samples_in_row(
-    std::span<std::uint16_t const> samples, std::size_t width, Region const& part,
-    std::size_t row) {
-    return samples.subspan((part.row + row) * width + part.column, part.width);
-}
-
-double mean_of(std::span<std::uint16_t const> samples, std::size_t width, Region const& part) {
-    std::uint64_t sum = 0;
-    for (std::size_t row = 0; row < part.height; ++row) {
-        auto const line = samples_in_row(samples, width, part, row);
-        sum = std::accumulate(line.begin(), line.end(), sum);
-    }
-    return static_cast<double>(sum) / static_cast<double>(part.height * part.width);
+std::uint64_t sum_of(std::span<std::uint16_t const> samples) {
+    return std::accumulate(samples.begin(), samples.end(), std::uint64_t{0});
 }
 
 } // namespace
+
+void Sample_findings::add(Sample_findings const& other) {
+    largest = std::max(largest, other.largest);
+    sum += other.sum;
+}
 
 void cut(Frame& frame, Region const& region) {
     // Every row moves towards the start, so none is overwritten before it has moved.
@@ -84,7 +80,7 @@ void Frame_preparation::read_dark(
         }
         Frame& frame = slot.frame();
         throw_if_interrupted();
-        shift_down(frame, shift_);
+        shift_down(frame.samples, shift_);
         try {
             average.add(frame.view());
         } catch (polarization::Argument_error const& error) {
@@ -93,87 +89,138 @@ void Frame_preparation::read_dark(
     }
     dark_ = average.result();
     dark_means_ = average.means();
+    note_mean_of_dark();
+}
+
+void Frame_preparation::note_mean_of_dark() {
+    Region const part = region_.value_or(region_of(dark_->size()));
+    if (!fits(part, dark_->size())) {
+        return; // no frame of the dark frame's size is taken
+    }
+    std::uint64_t sum = 0;
+    for (std::size_t row = part.row; row < part.row + part.height; ++row) {
+        sum += sum_of(dark_->levels().subspan(row * dark_->width() + part.column, part.width));
+    }
+    mean_of_dark_ = static_cast<double>(sum) / static_cast<double>(part.height * part.width);
+}
+
+Region Frame_preparation::part_of(polarization::Size const& frame, std::string const& name) const {
+    if (dark_ && dark_->size() != frame) {
+        throw File_failure(
+            name, "has " + to_string(frame) + " pixels, the dark frame " +
+                      to_string(dark_->size()) + "; take dark frames with the same settings");
+    }
+    Region const part = region_.value_or(region_of(frame));
+    if (!fits(part, frame)) {
+        throw File_failure(
+            name, "has " + to_string(frame) + " pixels; the region of " + to_string(part) +
+                      " does not fit in; give a smaller --region");
+    }
+    return part;
+}
+
+Sample_findings Frame_preparation::prepare_row(
+    std::span<std::uint16_t> samples, std::size_t row, std::size_t column, Dark_level level,
+    std::uint8_t* saturated) const {
+    if (shift_ > 0) {
+        shift_down(samples, shift_);
+    }
+    Sample_findings found{.largest = largest_above(samples, limit())};
+    if (!dark_) {
+        return found;
+    }
+    found.sum = sum_of(samples);
+    if (level == Dark_level::kept) {
+        return found;
+    }
+    if (saturated != nullptr) {
+        std::transform(
+            samples.begin(), samples.end(), saturated,
+            [limit = limit()](std::uint16_t sample) { return std::uint8_t{sample >= limit}; });
+    }
+    subtract_from_row(samples, *dark_, row, column);
+    return found;
+}
+
+template <class Copy_row>
+Sample_warnings Frame_preparation::apply_by_rows(
+    Frame& target, polarization::Size const& whole, std::string const& name, Dark_level level,
+    std::vector<std::uint8_t>* saturated, Copy_row copy_row) const {
+    Region const part = part_of(whole, name);
+    bool const notes = saturated != nullptr && dark_ && level == Dark_level::subtracted;
+    if (saturated != nullptr) {
+        saturated->resize(notes ? part.width * part.height : 0);
+    }
+    // Never less than `whole` while the rows of a frame move towards its own start.
+    target.samples.resize(std::max(target.samples.size(), part.width * part.height));
+    Sample_findings findings;
+    for (std::size_t row = 0; row < part.height; ++row) {
+        std::span const samples = std::span(target.samples).subspan(row * part.width, part.width);
+        copy_row(part.row + row, part.column, samples);
+        findings.add(prepare_row(
+            samples, part.row + row, part.column, level,
+            notes ? saturated->data() + row * part.width : nullptr));
+    }
+    target.width = part.width;
+    target.height = part.height;
+    target.samples.resize(part.width * part.height);
+    return warnings(findings, part, name);
 }
 
 Sample_warnings Frame_preparation::apply(
     Frame& frame, std::string const& name, Dark_level level,
     std::vector<std::uint8_t>* saturated) const {
-    if (shift_ > 0) {
-        shift_down(frame, shift_);
-    }
-    if (dark_ && dark_->size() != frame.size()) {
-        throw File_failure(
-            name, "has " + to_string(frame.size()) + " pixels, the dark frame " +
-                      to_string(dark_->size()) + "; take dark frames with the same settings");
-    }
-    Region const part = region_.value_or(region_of(frame.size()));
-    check_fit(frame, part, name);
-    Sample_warnings warnings{depth_warning(frame, part, name), dark_warning(frame, part, name)};
-    bool const subtracts = dark_ && level == Dark_level::subtracted;
-    if (saturated != nullptr) {
-        saturated->clear();
-        if (subtracts) {
-            note_saturated(frame, part, *saturated);
-        }
-    }
-    if (subtracts) {
-        polarization::subtract(frame.view(), *dark_, frame.samples);
-    }
-    if (region_) {
-        cut(frame, part);
-    }
-    return warnings;
+    std::uint16_t const* const samples = frame.samples.data();
+    std::size_t const width = frame.width;
+    return apply_by_rows(
+        frame, frame.size(), name, level, saturated,
+        [=](std::size_t row, std::size_t column, std::span<std::uint16_t> target) {
+            std::uint16_t const* const from = samples + row * width + column;
+            if (from != target.data()) {
+                std::memmove(target.data(), from, target.size_bytes());
+            }
+        });
 }
 
-void Frame_preparation::note_saturated(
-    Frame const& frame, Region const& part, std::vector<std::uint8_t>& saturated) const {
-    saturated.resize(part.width * part.height);
-    unsigned const limit = (1U << bit_depth_) - 1U;
-    for (std::size_t row = 0; row < part.height; ++row) {
-        auto const samples = samples_in_row(frame.samples, frame.width, part, row);
-        std::transform(
-            samples.begin(), samples.end(),
-            saturated.begin() + static_cast<std::ptrdiff_t>(row * part.width),
-            [limit](std::uint16_t sample) { return std::uint8_t{sample >= limit}; });
+Sample_warnings Frame_preparation::apply(
+    Frame_slot& slot, Frame& prepared, Dark_level level,
+    std::vector<std::uint8_t>* saturated) const {
+    polarization::Size const whole = slot.size();
+    std::string const name = slot.place().name();
+    if (slot.is_decoded()) {
+        std::swap(slot.frame(), prepared);
+        return apply(prepared, name, level, saturated);
     }
+    return apply_by_rows(
+        prepared, whole, name, level, saturated,
+        [&slot](std::size_t row, std::size_t column, std::span<std::uint16_t> target) {
+            slot.copy_row(row, column, target);
+        });
 }
 
-std::string Frame_preparation::depth_warning(
-    Frame const& frame, Region const& part, std::string const& name) const {
-    unsigned const limit = (1U << bit_depth_) - 1U;
-    // The bits of all samples together are quick to find and tell whether to look closer.
-    unsigned bits = 0;
-    for (std::size_t row = 0; row < part.height; ++row) {
-        for (std::uint16_t const sample : samples_in_row(frame.samples, frame.width, part, row)) {
-            bits |= sample;
-        }
-    }
-    if (bits <= limit) {
+Sample_warnings Frame_preparation::warnings(
+    Sample_findings const& findings, Region const& part, std::string const& name) const {
+    return {depth_warning(findings.largest, name), dark_warning(findings.sum, part, name)};
+}
+
+std::string Frame_preparation::depth_warning(unsigned largest, std::string const& name) const {
+    if (largest <= limit()) {
         return {};
     }
-    unsigned largest = 0;
-    for (std::size_t row = 0; row < part.height; ++row) {
-        auto const samples = samples_in_row(frame.samples, frame.width, part, row);
-        largest = std::max<unsigned>(largest, *std::max_element(samples.begin(), samples.end()));
-    }
     return name + ": has samples up to " + std::to_string(largest) + ", above the full scale " +
-           std::to_string(limit) + " of bit depth " + std::to_string(bit_depth_) +
+           std::to_string(limit()) + " of bit depth " + std::to_string(bit_depth_) +
            "; the total intensity may clip; give a larger --bit-depth, or --shift for samples at "
            "the upper end of 16 bits";
 }
 
 std::string Frame_preparation::dark_warning(
-    Frame const& frame, Region const& part, std::string const& name) const {
-    if (!dark_) {
-        return {};
-    }
-    double const dark = mean_of(dark_->levels(), frame.width, part);
-    double const mean = mean_of(frame.samples, frame.width, part);
-    if (!(dark > mean)) {
+    std::uint64_t sum, Region const& part, std::string const& name) const {
+    double const mean = static_cast<double>(sum) / static_cast<double>(part.height * part.width);
+    if (!dark_ || !(mean_of_dark_ > mean)) {
         return {};
     }
     char means[64];
-    std::snprintf(means, sizeof means, "%.1f, that of the frame %.1f", dark, mean);
+    std::snprintf(means, sizeof means, "%.1f, that of the frame %.1f", mean_of_dark_, mean);
     return name + ": is darker than the dark level taken off it, whose mean is " + means +
            "; what would fall below 0 clips to 0; give dark frames taken with the lens covered and "
            "with the frame's exposure and gain";

@@ -7,9 +7,11 @@
 #include "input/input_options.hpp"
 #include "veldrane_mrv/polarization/dark_frame.hpp"
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -25,10 +27,21 @@ struct Sample_warnings {
     std::string dark;
 };
 
+/// What samples tell before dark levels are taken off.
+struct Sample_findings {
+    /// The largest of those above the bit depth, 0 if there are none.
+    unsigned largest = 0;
+    /// 0 without dark frames.
+    std::uint64_t sum = 0;
+
+    void add(Sample_findings const& other);
+};
+
 /// Leaves of a frame the region alone, in its own memory.
 void cut(Frame& frame, polarization::Region const& region);
 
-/// Moves samples down, subtracts the dark frame, and cuts out the region, in this order. Constant
+/// Moves samples down, subtracts the dark frame, and cuts out the region, row by row while a row is
+/// in the nearest cache. Samples outside of the region are not looked at, nor unpacked. Constant
 /// after construction, so that any number of threads may use it.
 class Frame_preparation {
 public:
@@ -55,21 +68,46 @@ public:
         Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted,
         std::vector<std::uint8_t>* saturated = nullptr) const;
 
+    /// The same from what was read, unpacked on the way. The frame of the slot is spent then.
+    Sample_warnings apply(
+        Frame_slot& slot, Frame& prepared, Dark_level level = Dark_level::subtracted,
+        std::vector<std::uint8_t>* saturated = nullptr) const;
+
+    /// The part of a frame that is left.
+    /// @throws File_failure as `apply`
+    polarization::Region part_of(polarization::Size const& frame, std::string const& name) const;
+
+    /// One row of a part, whose samples as stored become prepared ones.
+    /// @param row in the whole frame, `column` of the first sample
+    /// @param saturated null, or what `apply` notes of these samples
+    Sample_findings prepare_row(
+        std::span<std::uint16_t> samples, std::size_t row, std::size_t column,
+        Dark_level level = Dark_level::subtracted, std::uint8_t* saturated = nullptr) const;
+
+    /// @param findings of all rows of `part`
+    Sample_warnings warnings(
+        Sample_findings const& findings, polarization::Region const& part,
+        std::string const& name) const;
+
 private:
-    std::string depth_warning(
-        Frame const& frame, polarization::Region const& part, std::string const& name) const;
+    /// @param copy_row what gets samples as stored, as `Frame_slot::copy_row`
+    template <class Copy_row>
+    Sample_warnings apply_by_rows(
+        Frame& target, polarization::Size const& whole, std::string const& name, Dark_level level,
+        std::vector<std::uint8_t>* saturated, Copy_row copy_row) const;
+    unsigned limit() const { return (1U << bit_depth_) - 1U; }
+    std::string depth_warning(unsigned largest, std::string const& name) const;
     std::string dark_warning(
-        Frame const& frame, polarization::Region const& part, std::string const& name) const;
-    void note_saturated(
-        Frame const& frame, polarization::Region const& part,
-        std::vector<std::uint8_t>& saturated) const;
+        std::uint64_t sum, polarization::Region const& part, std::string const& name) const;
     void read_dark(Sample_options const& options, std::optional<Raw_layout> const& raw);
+    void note_mean_of_dark();
 
     int bit_depth_;
     int shift_;
     std::optional<polarization::Region> region_;
     std::optional<polarization::Dark_frame> dark_;
     std::vector<float> dark_means_;
+    double mean_of_dark_ = 0.0; // in the part that is left of frames
     std::vector<std::filesystem::path> dark_files_;
 };
 

@@ -94,20 +94,21 @@ Transform_settings transform_settings(
 }
 
 void check_sensor(
-    Frame const& frame, std::string const& name, polarization::Calibration const& calibration,
-    fs::path const& calibration_file, bool has_region) {
+    polarization::Size const& frame, std::string const& name,
+    polarization::Calibration const& calibration, fs::path const& calibration_file,
+    bool has_region) {
     if (!calibration.maps) {
         return;
     }
     Calibration_maps const& maps = *calibration.maps;
     polarization::Size const expected = has_region ? maps.sensor : maps.region.size();
-    if (frame.size() == expected) {
+    if (frame == expected) {
         return;
     }
-    bool const is_whole = !has_region && frame.size() == maps.sensor;
+    bool const is_whole = !has_region && frame == maps.sensor;
     throw File_failure(
-        name, "has " + to_string(frame.size()) + " pixels, but the maps of " +
-                  calibration_file.string() + " are for " +
+        name, "has " + to_string(frame) + " pixels, but the maps of " + calibration_file.string() +
+                  " are for " +
                   (is_whole ? "a part of them; give " + region_option(maps.region)
                             : "frames of " + to_string(expected) +
                                   "; give such frames, or calibrate with frames like this one"));

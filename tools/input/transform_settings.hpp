@@ -33,7 +33,8 @@ Transform_settings transform_settings(
 /// @param has_region frames are whole ones, of which a region is cut out
 /// @throws File_failure
 void check_sensor(
-    Frame const& frame, std::string const& name, polarization::Calibration const& calibration,
-    std::filesystem::path const& calibration_file, bool has_region);
+    polarization::Size const& frame, std::string const& name,
+    polarization::Calibration const& calibration, std::filesystem::path const& calibration_file,
+    bool has_region);
 
 } // namespace polarize_tool

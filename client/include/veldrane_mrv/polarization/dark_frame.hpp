@@ -81,4 +81,9 @@ private:
 /// @throws Argument_error if sizes differ or the buffers overlap in part; nothing has been written
 void subtract(Frame_view const& frame, Dark_frame const& dark, std::span<std::uint16_t> result);
 
+/// Takes the dark levels off samples of a row, in place.
+/// @param row their row in the dark frame, `column` their first column; and `samples`: all inside
+void subtract_from_row(
+    std::span<std::uint16_t> samples, Dark_frame const& dark, std::size_t row, std::size_t column);
+
 } // namespace veldrane_mrv::polarization

@@ -67,10 +67,12 @@ std::size_t bytes_per_row(Pixel_format format, std::size_t width);
 std::size_t bytes_per_frame(
     Pixel_format format, std::size_t height, std::size_t width, std::size_t stride = 0);
 
-/// Fills `samples` from the first samples of `row`. The buffers must not overlap.
+/// Fills `samples` from the samples of `row`, from sample number `first` on. The buffers must not
+/// overlap.
 /// @throws Argument_error if `row` is shorter than `samples` need; nothing has been written then
 void unpack_row(
-    Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples);
+    Pixel_format format, std::span<std::byte const> row, std::span<std::uint16_t> samples,
+    std::size_t first = 0);
 
 /// Fills `samples`, dense rows of `width`, from a frame of as many rows as fit in. The buffers must
 /// not overlap.

@@ -8,9 +8,11 @@
 #include "veldrane_mrv/polarization/raw_layout.hpp"
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -40,6 +42,17 @@ struct Frame_shape {
     unsigned sample_bits;
 };
 
+/// Turns single rows of a frame into samples, where these lie apart.
+class Row_decoder {
+public:
+    virtual ~Row_decoder() = default;
+    virtual Frame_shape shape() const = 0;
+    /// Fills `target` with samples of `row`, from `column` on.
+    virtual void decode_row(
+        std::string_view bytes, std::size_t row, std::size_t column,
+        std::span<std::uint16_t> target) const = 0;
+};
+
 /// Turns the bytes of a frame into samples. Knows nothing of other frames, so that one serves any
 /// number of threads.
 class Frame_decoder {
@@ -50,6 +63,8 @@ public:
     /// @throws File_failure in the name of `place`
     virtual unsigned decode(
         std::string_view bytes, Frame_place const& place, Frame& frame) const = 0;
+    /// Null if a frame can only be decoded as a whole.
+    virtual Row_decoder const* by_rows() const { return nullptr; }
 };
 
 /// What a source hands over: either `bytes` and who decodes them, or `frame` and `sample_bits`
@@ -78,7 +93,20 @@ public:
     /// @throws as `frame`
     unsigned sample_bits();
 
+    /// Of the frame that was read last. Decodes it if its size does not show before.
+    /// @throws as `frame`
+    Size size();
+
+    /// Whether `frame` is there, so that `copy_row` copies in place of decoding.
+    bool is_decoded() const { return state_ == State::decoded; }
+
+    /// Fills `target` with samples of `row` from `column` on, as they are stored. After `size`; any
+    /// number of threads at a time.
+    void copy_row(std::size_t row, std::size_t column, std::span<std::uint16_t> target) const;
+
 private:
+    Row_decoder const* undecoded_rows() const;
+
     friend class Frame_source;
     enum class State { empty, fetched, decoded };
 
