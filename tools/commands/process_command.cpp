@@ -91,10 +91,19 @@ constexpr char const* mask_help =
     "Grey in the pictures where a pixel is not valid, as the plane validity has it: saturated, and "
     "below dark, bad or weak as far as calibration and noise are known; or colours everywhere";
 
-constexpr char const* skip_help =
-    "Pass over frames whose files are all there, none of them empty, and count them, so that a run "
-    "that was broken off goes on; with which options they were made is not looked at. A frame of "
-    "which a file is missing is processed anew, and its other files are replaced";
+constexpr char const* stack_help =
+    "For long recordings: one file a plane for all frames of a recording, DIR/FILE_PLANE.npy, .raw "
+    "or .tif (a BigTIFF with a page a frame), and one DIR/FILE_stack.json, in place of files for "
+    "each frame. A folder of pictures is one recording and gives its name. The frame i has place "
+    "i; "
+    "one that fails is zeros there, or NaN, and is listed as missing";
+
+constexpr char const* resume_help =
+    "Go on with a run that was broken off: pass over frames whose files are all there, none of "
+    "them empty, and count them; with which options they were made is not looked at. A frame of "
+    "which a file is missing is processed anew, and its other files are replaced. With --stack do "
+    "the frames that an unfinished stack lacks, or a finished one misses; frames and options have "
+    "to be those that it was begun with";
 
 constexpr char const* jobs_help =
     "Frames worked on at once, or threads that share them where there are fewer; 0 is one for each "
@@ -106,9 +115,10 @@ constexpr char const* example =
     "Examples:\n"
     "  veldrane-polarize process frame.png -o results --phase 2 --bit-depth 12\n"
     "  veldrane-polarize process run.raw -o results --pixel-format Mono12p --width 2448 \\\n"
-    "      --height 2048 --layout 90,45,135,0 --planes azimuth,dolp --format npy --jobs 2\n"
+    "      --height 2048 --layout 90,45,135,0 --planes azimuth,dolp --format npy --stack\n"
     "Each plane is written to DIR/FRAME_PLANE.tif, and what its numbers mean to\n"
-    "DIR/FRAME_PLANE.json. Frames of a file with many are numbered: FRAME_000000_PLANE.tif.";
+    "DIR/FRAME_PLANE.json. Frames of a file with many are numbered, FRAME_000000_PLANE.tif, or\n"
+    "lie in one file a plane with --stack.";
 
 Plane_set planes_of(std::string const& list) {
     try {
@@ -119,6 +129,10 @@ Plane_set planes_of(std::string const& list) {
 }
 
 void refuse_unfit_format(Results const& results) {
+    if (results.format == File_format::png && results.are_stacked) {
+        throw Usage_error(
+            "--format png holds one frame a file; use --format npy, tiff or raw with --stack");
+    }
     for (Plane const plane : results.processing.planes.list()) {
         if (results.format == File_format::png &&
             results.processing.kind_of(plane) != polarization::Element_type::uint16 &&
@@ -220,12 +234,14 @@ int run_process(Command_line& line, CLI::App const& command) {
         line.units,
         line.repetitions,
         line.zero_direction.value_or(0)};
-    results.origin = {line.samples.shift,
-                      preparation.dark_files(),
-                      preparation.region(),
-                      line.calibration_file,
-                      calibration,
-                      calibration ? polarization::hash_of_maps(*calibration) : std::string()};
+    results.origin = {
+        line.samples.shift,
+        preparation.dark_files(),
+        preparation.region(),
+        line.calibration_file,
+        calibration,
+        calibration ? polarization::hash_of_maps(*calibration) : std::string(),
+        raw};
     // Of a frame that is not done, what is there is a part of it.
     results.existing = line.overwrites || line.run.passes_over_done ? Existing_files::replace
                                                                     : Existing_files::keep;
@@ -301,7 +317,8 @@ void add_output_options(CLI::App& command, Command_line& line) {
     CLI::Option* const overwrite =
         command.add_flag("--overwrite", line.overwrites, "Replace results that are there")
             ->group(group);
-    command.add_flag("--skip-existing", line.run.passes_over_done, skip_help)
+    command.add_flag("--stack", line.results.are_stacked, stack_help)->group(group);
+    command.add_flag("--skip-existing,--resume", line.run.passes_over_done, resume_help)
         ->excludes(overwrite)
         ->group(group);
     add_whole_number(command, "-j,--jobs", line.run.jobs, {0, 1024}, jobs_help)

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <new>
+#include <numeric>
 #include <stdexcept>
 #include <unordered_map>
 #include <utility>
@@ -132,6 +133,9 @@ void Process_run::work(Slot& slot) {
         Sample_warnings const warnings = preparation_.apply(
             slot.input, slot.frame, Dark_level::subtracted,
             tells_saturation ? &slot.saturated : nullptr);
+        if (stack_) {
+            require_size_of_stack(slot);
+        }
         if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
             warn(warnings.depth);
         }
@@ -147,6 +151,9 @@ void Process_run::work(Slot& slot) {
             masks ? slot.processor.validity(slot.frame, slot.saturated)
                   : std::span<std::uint8_t const>();
         slot.staged = results_.stage(place, slot.processor, validity);
+        if (stack_) {
+            stack_->write(slot.number, slot.processor);
+        }
     });
 }
 
@@ -160,9 +167,14 @@ void Process_run::warn_of_imbalance(Slot& slot) const {
 }
 
 void Process_run::publish(Slot& slot) {
-    naming(slot.input.place(), [&] { slot.staged.publish(); });
+    naming(slot.input.place(), [&] {
+        slot.staged.publish();
+        if (stack_) {
+            stack_->note_done(slot.number);
+        }
+    });
     pixels_ += slot.frame.samples.size();
-    if (!options_.is_quiet && !slot.input.place().is_part()) {
+    if (!options_.is_quiet && !slot.input.place().is_part() && !stack_) {
         tell(line_of(slot));
     }
 }
@@ -188,25 +200,44 @@ std::string Process_run::line_of(Slot& slot) const {
     return line;
 }
 
-std::size_t Process_run::run(std::vector<Frame_place> const& frames) {
+Process_run::Numbers Process_run::without_done(std::vector<Frame_place> const& frames) {
+    Numbers numbers(frames.size());
+    std::iota(numbers.begin(), numbers.end(), std::size_t{0});
+    if (options_.passes_over_done) {
+        done_before_ += std::erase_if(numbers, [&](std::size_t number) {
+            return stack_ ? stack_->has(number) : results_.has_files_of(frames[number]);
+        });
+    }
+    return numbers;
+}
+
+std::size_t Process_run::run(std::vector<Frame_place> const& frames, Numbers const& numbers) {
+    if (numbers.empty()) {
+        return 0;
+    }
     if (options_.jobs == 1) {
-        return run_once(frames, 1, nullptr);
+        return run_once(frames, numbers, 1, nullptr);
     }
     // What several frames at once lack, one alone may find.
-    std::vector<Frame_place> again;
-    std::size_t const done = run_once(frames, options_.jobs, &again);
-    return again.empty() ? done : done + run_once(again, 1, nullptr);
+    Numbers again;
+    std::size_t const done = run_once(frames, numbers, options_.jobs, &again);
+    return again.empty() ? done : done + run_once(frames, again, 1, nullptr);
 }
 
 std::size_t Process_run::run_once(
-    std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again) {
-    Frame_list source(frames, options_.input.raw_layout());
-    Progress progress(frames.size(), !options_.is_quiet);
+    std::vector<Frame_place> const& frames, Numbers const& numbers, unsigned jobs, Numbers* again) {
+    std::vector<Frame_place> places;
+    places.reserve(numbers.size());
+    for (std::size_t const number : numbers) {
+        places.push_back(frames[number]);
+    }
+    Frame_list source(std::move(places), options_.input.raw_layout());
+    Progress progress(numbers.size(), !options_.is_quiet);
     polarization::Pipeline_options pipeline;
     pipeline.threads = jobs;
     pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
     Processing processing = results_.processing;
-    processing.threads = threads_of_a_frame(jobs, frames.size());
+    processing.threads = threads_of_a_frame(jobs, numbers.size());
     pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
     auto const counting_failure = [&progress](auto const& stage) {
         try {
@@ -218,14 +249,13 @@ std::size_t Process_run::run_once(
     };
     auto outcome = polarization::run_pipeline(
         pipeline,
-        [&processing] {
-            return Slot{{}, {}, Frame_processor(processing), {}, Staged_files()};
-        },
+        [&processing] { return Slot{{}, {}, Frame_processor(processing), {}, Staged_files(), 0}; },
         [&](std::size_t index, Slot& slot) {
-            if (index < frames.size()) {
+            if (index < numbers.size()) {
+                slot.number = numbers[index];
                 counting_failure([&] { fetch(source, index, slot); });
             }
-            return index < frames.size();
+            return index < numbers.size();
         },
         [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
         [&](std::size_t, Slot& slot) {
@@ -237,11 +267,11 @@ std::size_t Process_run::run_once(
         return a.index < b.index;
     });
     for (auto const& failure : outcome.failed) {
-        Frame_place const& place = frames[failure.index];
+        Frame_place const& place = frames[numbers[failure.index]];
         if (!failure.lacked_memory) {
             failures_.push_back(failure.message);
         } else if (again != nullptr && failure.stage != polarization::Pipeline_stage::write) {
-            again->push_back(place);
+            again->push_back(numbers[failure.index]);
         } else {
             failures_.push_back(
                 place.name() + ": " + reason_of(std::bad_alloc()) + ", or give a --region of it");
@@ -279,7 +309,9 @@ void Process_run::report(std::size_t done, std::size_t total) {
     if (!output_failure_.empty()) {
         complain(output_failure_ + "; " + count);
     } else if (is_exhausted_) {
-        complain("stopped, since further results would fail likewise; " + count);
+        complain(
+            "stopped, since further results would fail likewise; " + count +
+            (is_stack_unfinished_ ? "; the same command with --resume goes on" : ""));
     }
 }
 
@@ -290,12 +322,14 @@ int Process_run::operator()() {
     failures_ = std::move(found.failures);
     Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
     std::vector<Frame_place> frames = without_clashes(found.frames);
-    if (options_.passes_over_done) {
-        done_before_ = std::erase_if(
-            frames, [this](Frame_place const& frame) { return results_.has_files_of(frame); });
+    Counts counts;
+    if (results_.are_stacked) {
+        counts = run_stacks(std::move(frames));
+    } else {
+        Numbers const numbers = without_done(frames);
+        counts = {run(frames, numbers), numbers.size()};
     }
-    std::size_t const done = frames.empty() ? 0 : run(frames);
-    report(done, frames.size());
+    report(counts.done, counts.total);
     throw_if_interrupted();
     return failures_.empty() && output_failure_.empty() ? all_done : an_input_failed;
 }

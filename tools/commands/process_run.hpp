@@ -5,9 +5,11 @@
 #include "input/frame_finding.hpp"
 #include "input/frame_preparation.hpp"
 #include "output/results.hpp"
+#include "output/stack.hpp"
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -39,14 +41,32 @@ private:
         Frame_processor processor;
         std::vector<std::uint8_t> saturated; // of `Frame_preparation`
         Staged_files staged;
+        std::size_t number = 0; // in the stack, if there is one
     };
+    /// Frames of a list.
+    using Numbers = std::vector<std::size_t>;
     /// Which frames can go ahead: those whose results fall on no input and on no other result.
     std::vector<Frame_place> without_clashes(std::vector<Frame_place> const& frames);
+    /// Those that are still to be done.
+    Numbers without_done(std::vector<Frame_place> const& frames);
     /// @return how many frames were done
-    std::size_t run(std::vector<Frame_place> const& frames);
+    std::size_t run(std::vector<Frame_place> const& frames, Numbers const& numbers);
     /// Once through the pipeline. What lacked memory goes into `again`, or fails if there is none.
     std::size_t run_once(
-        std::vector<Frame_place> const& frames, unsigned jobs, std::vector<Frame_place>* again);
+        std::vector<Frame_place> const& frames, Numbers const& numbers, unsigned jobs,
+        Numbers* again);
+    struct Counts {
+        std::size_t done = 0;
+        std::size_t total = 0;
+    };
+    /// Recording by recording into stacks.
+    Counts run_stacks(std::vector<Frame_place> frames);
+    Counts run_stack(Recording const& recording);
+    void finish_stack(Recording const& recording);
+    /// Recordings whose stacks fall on no input and on no other stack.
+    std::vector<Recording> recordings_without_clashes(std::vector<Frame_place> frames);
+    polarization::Size size_of_frames(Recording const& recording) const;
+    void require_size_of_stack(Slot const& slot) const;
     void fetch(Frame_list& source, std::size_t number, Slot& slot);
     void work(Slot& slot);
     void warn_of_imbalance(Slot& slot) const;
@@ -62,6 +82,8 @@ private:
     Process_options const& options_;
     Frame_preparation const& preparation_;
     Results const& results_;
+    std::optional<Frame_stack> stack_; // that frames are put into
+    bool is_stack_unfinished_ = false;
     std::vector<std::string> failures_;
     std::atomic<bool> is_exhausted_ = false;
     std::atomic<bool> has_warned_of_depth_ = false;

@@ -15,29 +15,12 @@ using polarization::Element_type;
 
 static_assert(std::endian::native == std::endian::little, "samples go to files as they lie");
 
-// NumPy's format, version 1.0: magic, length, and a dictionary padded so that the samples begin at
-// a multiple of 64 bytes.
-std::vector<std::uint8_t> npy_head(Array_view const& array) {
-    constexpr std::size_t start_size = 10;
-    constexpr std::size_t alignment = 64;
-    std::array<char const*, 4> const types = {"<u2", "<i4", "<f4", "|u1"};
-    std::string shape = std::to_string(array.height()) + ", " + std::to_string(array.width());
+std::vector<std::size_t> shape_of(Array_view const& array) {
+    std::vector<std::size_t> shape = {array.height(), array.width()};
     if (array.channels() > 1) {
-        shape += ", " + std::to_string(array.channels());
+        shape.push_back(array.channels());
     }
-    std::string dictionary = std::string("{'descr': '") +
-                             types[static_cast<std::size_t>(array.kind())] +
-                             "', 'fortran_order': False, 'shape': (" + shape + "), }";
-    std::size_t const used = start_size + dictionary.size() + 1;
-    dictionary.append((alignment - used % alignment) % alignment, ' ');
-    dictionary += '\n';
-    std::string head = "\x93NUMPY";
-    head += '\x01';
-    head += '\0';
-    head += static_cast<char>(dictionary.size() & 0xFFU);
-    head += static_cast<char>(dictionary.size() >> 8);
-    head += dictionary;
-    return {head.begin(), head.end()};
+    return shape;
 }
 
 std::vector<std::uint8_t> png(Array_view const& array) {
@@ -57,6 +40,29 @@ std::string_view ending_of(File_format format) {
     return endings[static_cast<std::size_t>(format)];
 }
 
+// Magic, length, and a dictionary padded with blanks.
+std::vector<std::uint8_t> npy_head(
+    Element_type kind, std::span<std::size_t const> shape, std::size_t alignment) {
+    constexpr std::size_t start_size = 10;
+    constexpr std::array<char const*, 4> types = {"<u2", "<i4", "<f4", "|u1"};
+    std::string dictionary = std::string("{'descr': '") + types[static_cast<std::size_t>(kind)] +
+                             "', 'fortran_order': False, 'shape': (";
+    for (std::size_t const length : shape) {
+        dictionary.append(dictionary.ends_with('(') ? "" : ", ").append(std::to_string(length));
+    }
+    dictionary += "), }";
+    std::size_t const used = start_size + dictionary.size() + 1;
+    dictionary.append((alignment - used % alignment) % alignment, ' ');
+    dictionary += '\n';
+    std::string head = "\x93NUMPY";
+    head += '\x01';
+    head += '\0';
+    head += static_cast<char>(dictionary.size() & 0xFFU);
+    head += static_cast<char>(dictionary.size() >> 8);
+    head += dictionary;
+    return {head.begin(), head.end()};
+}
+
 Encoded_array encode(Array_view const& array, File_format format) {
     switch (format) {
     case File_format::tiff:
@@ -64,7 +70,7 @@ Encoded_array encode(Array_view const& array, File_format format) {
     case File_format::png:
         return {png(array), false};
     case File_format::npy:
-        return {npy_head(array), true};
+        return {npy_head(array.kind(), shape_of(array)), true};
     case File_format::raw:
         break;
     }

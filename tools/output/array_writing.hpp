@@ -65,6 +65,12 @@ private:
     std::size_t channels_;
 };
 
+/// NumPy's format, version 1.0, for an array of two dimensions or more. The samples begin at a
+/// multiple of `alignment` bytes, at most 32768.
+std::vector<std::uint8_t> npy_head(
+    polarization::Element_type kind, std::span<std::size_t const> shape,
+    std::size_t alignment = 64);
+
 /// What a file consists of: `head`, and behind it the samples as they lie in memory if
 /// `samples_follow`. A copy of a plane would take as long as its computation.
 struct Encoded_array {

@@ -28,7 +28,7 @@ std::filesystem::path Results::plane_file(Frame_place const& place, Plane plane)
 }
 
 bool Results::shows_degree(Frame_place const& place) const {
-    return pictures.are_wanted.value_or(!place.is_part()) &&
+    return pictures.are_wanted.value_or(!place.is_part() && !are_stacked) &&
            processing.planes.contains(Plane::dolp);
 }
 
@@ -36,9 +36,13 @@ bool Results::shows_angle(Frame_place const& place) const {
     return shows_degree(place) && processing.planes.contains(Plane::azimuth);
 }
 
+std::vector<Plane> Results::planes_of_a_frame() const {
+    return are_stacked ? std::vector<Plane>() : processing.planes.list();
+}
+
 std::vector<std::filesystem::path> Results::files_of(Frame_place const& place) const {
     std::vector<std::filesystem::path> files;
-    for (Plane const plane : processing.planes.list()) {
+    for (Plane const plane : planes_of_a_frame()) {
         files.push_back(plane_file(place, plane));
         files.push_back(plane_file(place, plane).replace_extension(sidecar_ending));
     }
@@ -68,7 +72,7 @@ Staged_files Results::stage(
     Frame_place const& place, Frame_processor const& processed,
     std::span<std::uint8_t const> validity) const {
     Staged_files files(existing);
-    for (Plane const plane : processing.planes.list()) {
+    for (Plane const plane : planes_of_a_frame()) {
         std::filesystem::path const file = plane_file(place, plane);
         Array_view const array = processed.array(plane);
         Encoded_array const encoded = encode(array, format);

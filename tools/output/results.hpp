@@ -22,6 +22,9 @@ struct Results {
     Existing_files existing = Existing_files::keep;
     Processing processing;
     Origin origin;
+    /// All frames of a recording go into one file a plane (`Frame_stack`): frames have pictures at
+    /// most.
+    bool are_stacked = false;
 
     /// All files of a frame.
     std::vector<std::filesystem::path> files_of(Frame_place const& place) const;
@@ -40,6 +43,7 @@ struct Results {
     bool masks_pictures(Frame_place const& place) const;
 
 private:
+    std::vector<polarization::Plane> planes_of_a_frame() const;
     std::filesystem::path file_of(Frame_place const& place, std::string const& ending) const;
     std::filesystem::path plane_file(Frame_place const& place, polarization::Plane plane) const;
     bool shows_degree(Frame_place const& place) const;

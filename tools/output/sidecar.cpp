@@ -24,8 +24,8 @@ Json full_scale_of(polarization::Number_meaning const& meaning, polarization::Un
                                                 : Json(*meaning.full_scale);
 }
 
-Json source_of(Frame_place const& place, Origin const& origin) {
-    Json source = {{"file", utf8(place.file.string())}, {"frame", place.index}};
+// Behind what says which frame it is.
+Json source_of(Json source, Origin const& origin) {
     if (origin.region) {
         source["region"] = {
             {"column", origin.region->column},
@@ -67,26 +67,23 @@ Json noise_of(std::optional<polarization::Noise_model> const& noise) {
         {"read_noise_electrons", noise->read_noise}};
 }
 
-} // namespace
-
-std::string sidecar(
-    polarization::Plane plane, std::filesystem::path const& file, Array_view const& array,
-    Frame_place const& place, Processing const& processing, Origin const& origin) {
+Json meaning_json(
+    polarization::Plane plane, std::filesystem::path const& file, polarization::Size const& size,
+    Processing const& processing) {
     polarization::Number_meaning const meaning = polarization::meaning_of(
         plane, {.units = processing.units,
                 .scale = processing.settings.scale,
                 .mode = processing.mode,
                 .is_signed = processing.is_signed,
-                .size = {.width = array.width(), .height = array.height()}});
-    polarization::Mosaic const& mosaic = processing.settings.mosaic;
-    Json json = {
+                .size = size});
+    return {
         {"file", utf8(file.filename().string())},
         {"plane", name_of(plane)},
         {"meaning", description_of(plane).meaning},
-        {"width", array.width()},
-        {"height", array.height()},
-        {"channels", array.channels()},
-        {"sample_type", name_of(array.kind())},
+        {"width", size.width},
+        {"height", size.height},
+        {"channels", polarization::elements_per_pixel(plane)},
+        {"sample_type", name_of(processing.kind_of(plane))},
         {"byte_order", "little"},
         {"unit", meaning.unit},
         {"step", meaning.step},
@@ -96,7 +93,13 @@ std::string sidecar(
         {"range", told(meaning.range)},
         {"undefined", told(meaning.undefined)},
         {"placement", meaning.placement},
-        {"final_pixel", meaning.final_pixel},
+        {"final_pixel", meaning.final_pixel}};
+}
+
+// What all planes of a run have in common.
+Json circumstances_json(Json const& source, Processing const& processing, Origin const& origin) {
+    polarization::Mosaic const& mosaic = processing.settings.mosaic;
+    return {
         {"zero_direction", polarization::described_zero_direction(processing.zero_direction)},
         {"zero_direction_degrees", processing.zero_direction},
         {"sense", polarization::sense},
@@ -105,12 +108,74 @@ std::string sidecar(
         {"mode", processing.mode == polarization::Mode::fast ? "fast" : "calibrated"},
         {"calibration", calibration_of(origin)},
         {"noise", noise_of(processing.settings.noise)},
-        {"source", source_of(place, origin)},
+        {"source", source_of(source, origin)},
         {"software",
          {{"name", "veldrane-polarize"},
           {"version", polarization::software_version()},
           {"processor", polarization::processor_identification()}}}};
+}
+
+Json pixel_format_of(std::optional<Raw_layout> const& layout) {
+    if (!layout) {
+        return nullptr;
+    }
+    return {
+        {"name", name_of(layout->format)},
+        {"width", layout->width},
+        {"height", layout->height},
+        {"header_bytes", layout->header_bytes},
+        {"stride", layout->stride}};
+}
+
+// A recording of any length is one run; a line a frame would be most of the file.
+Json runs_of(std::vector<Frame_place> const& frames) {
+    Json runs = Json::array();
+    for (std::size_t begin = 0; begin < frames.size();) {
+        Frame_place const& first = frames[begin];
+        std::size_t step = 1;
+        std::size_t end = begin + 1;
+        for (; end < frames.size() && frames[end].file == first.file; ++end) {
+            if (end == begin + 1 && frames[end].index > first.index) {
+                step = frames[end].index - first.index;
+            }
+            if (frames[end].index != first.index + (end - begin) * step) {
+                break;
+            }
+        }
+        runs.push_back(
+            {{"file", utf8(first.file.string())},
+             {"first", first.index},
+             {"step", step},
+             {"count", end - begin}});
+        begin = end;
+    }
+    return runs;
+}
+
+} // namespace
+
+std::string sidecar(
+    polarization::Plane plane, std::filesystem::path const& file, Array_view const& array,
+    Frame_place const& place, Processing const& processing, Origin const& origin) {
+    Json json = meaning_json(plane, file, {array.width(), array.height()}, processing);
+    Json const source = {{"file", utf8(place.file.string())}, {"frame", place.index}};
+    json.update(circumstances_json(source, processing, origin));
     return json.dump(2) + "\n";
+}
+
+nlohmann::ordered_json stack_description(
+    std::vector<std::filesystem::path> const& files, std::vector<Frame_place> const& frames,
+    polarization::Size const& size, Processing const& processing, Origin const& origin) {
+    Json json = {{"planes", Json::array()}};
+    auto file = files.begin();
+    for (polarization::Plane const plane : processing.planes.list()) {
+        json["planes"].push_back(meaning_json(plane, *file++, size, processing));
+    }
+    json.update(circumstances_json(
+        {{"pixel_format", pixel_format_of(origin.pixel_format)}}, processing, origin));
+    json["missing"] = Json::array();
+    json["frames"] = runs_of(frames);
+    return json;
 }
 
 } // namespace polarize_tool

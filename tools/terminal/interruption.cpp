@@ -4,9 +4,19 @@ namespace polarize_tool {
 namespace {
 
 std::atomic<bool> requested = false;
+std::atomic<bool> leaves_something = false;
 static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler");
 
 } // namespace
+
+char const* Interrupted::what() const noexcept {
+    return leaves_something ? "interrupted; the same command with --resume goes on"
+                            : "interrupted; nothing half-written stays";
+}
+
+void leave_unfinished(bool something) {
+    leaves_something = something;
+}
 
 std::atomic<bool> const& interruption_flag() {
     return requested;

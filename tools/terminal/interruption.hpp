@@ -11,8 +11,11 @@ namespace polarize_tool {
 /// Unwinds to main(), through the destructors that remove temporary files.
 class Interrupted : public std::exception {
 public:
-    char const* what() const noexcept override { return "interrupted; nothing half-written stays"; }
+    char const* what() const noexcept override;
 };
+
+/// Whether something stays now if the program is interrupted, with which another run can go on.
+void leave_unfinished(bool something);
 
 /// Set by `request_interruption`, never cleared.
 std::atomic<bool> const& interruption_flag();

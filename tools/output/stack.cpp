@@ -1,0 +1,400 @@
+#include "output/stack.hpp"
+
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <limits>
+#include <map>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+#include <utility>
+
+namespace polarize_tool {
+namespace {
+
+namespace fs = std::filesystem;
+namespace regular_files = veldrane_mrv::polarization::regular_files;
+using Json = nlohmann::ordered_json;
+
+constexpr char const* begin_anew = "; give --overwrite to begin anew";
+
+fs::path file_of(Results const& results, Recording const& recording, std::string const& ending) {
+    return results.folder / (recording.stem + ending);
+}
+
+fs::path plane_file(Results const& results, Recording const& recording, polarization::Plane plane) {
+    std::string ending = "_";
+    ending.append(name_of(plane)).append(".").append(ending_of(results.format));
+    return file_of(results, recording, ending);
+}
+
+fs::path part_of(fs::path const& file) {
+    return file.string() + ".part";
+}
+
+bool is_there(fs::path const& file) {
+    struct stat status = {};
+    return lstat(file.c_str(), &status) == 0;
+}
+
+// As the folder was named, unless by a dot.
+std::string name_of_folder(fs::path const& folder) {
+    fs::path name = folder.filename();
+    if (name.empty() || name == "." || name == "..") {
+        std::error_code error;
+        name = fs::weakly_canonical(folder.empty() ? "." : folder, error).filename();
+    }
+    return name.empty() ? "frames" : name.string();
+}
+
+std::string gigabytes(std::uint64_t bytes) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.3g GB", static_cast<double>(bytes) / 1e9);
+    return text;
+}
+
+// Of a description that says something else, the file would throw its reader's own text.
+polarization::Size told_size(fs::path const& told_by, Json const& told) {
+    Json const& plane = told["planes"].front();
+    auto const number = [&](char const* key) {
+        if (!plane.is_object() || !plane.contains(key) || !plane[key].is_number_unsigned()) {
+            throw File_failure(
+                told_by, std::string("planes, ") + key + ": is no number" + begin_anew);
+        }
+        return plane[key].get<std::size_t>();
+    };
+    return {number("width"), number("height")};
+}
+
+// Room is taken in advance, so that a full disk shows before hours of work.
+void take_room(Bulk_file const& part, fs::path const& file, std::uint64_t bytes) {
+    int const number = part.descriptor().get();
+    auto const size = static_cast<off_t>(bytes);
+    if (fallocate(number, 0, 0, size) == 0) {
+        return;
+    }
+    bool const is_unable = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
+    if (!is_unable || ftruncate(number, size) != 0) {
+        fail_to_write(file, errno);
+    }
+}
+
+} // namespace
+
+std::vector<Recording> recordings_of(std::vector<Frame_place> frames) {
+    std::vector<Recording> recordings;
+    std::map<fs::path, std::size_t> numbers;
+    for (Frame_place& frame : frames) {
+        fs::path const key = frame.is_part() ? frame.file : frame.file.parent_path() / "";
+        auto const [found, is_new] = numbers.emplace(key, recordings.size());
+        if (is_new) {
+            recordings.push_back({frame.file.stem().string(), {}});
+        }
+        recordings[found->second].frames.push_back(std::move(frame));
+    }
+    for (Recording& recording : recordings) {
+        Frame_place const& first = recording.frames.front();
+        if (!first.is_part() && recording.frames.size() > 1) {
+            recording.stem = name_of_folder(first.file.parent_path());
+        }
+    }
+    return recordings;
+}
+
+std::vector<fs::path> Frame_stack::files_of(Results const& results, Recording const& recording) {
+    std::vector<fs::path> files = {
+        file_of(results, recording, "_stack.json"), file_of(results, recording, "_stack.part")};
+    for (polarization::Plane const plane : results.processing.planes.list()) {
+        files.push_back(plane_file(results, recording, plane));
+        files.push_back(part_of(files.back()));
+    }
+    return files;
+}
+
+Frame_stack::Frame_stack(
+    Results const& results, Recording const& recording, Earlier_stack earlier,
+    std::function<polarization::Size()> const& size_of_frames)
+    : results_{results}, recording_{recording}, sidecar_{file_of(
+                                                    results, recording, "_stack.json")},
+      record_name_{file_of(results, recording, "_stack.part")}, done_(recording.frames.size()) {
+    bool const is_unfinished = is_there(record_name_);
+    if (is_unfinished && earlier == Earlier_stack::refused) {
+        throw File_failure(
+            record_name_,
+            "is an unfinished stack; give --resume to go on with it, or --overwrite to begin anew");
+    }
+    if (is_unfinished && earlier == Earlier_stack::resumed) {
+        take_up_unfinished();
+    } else if (earlier == Earlier_stack::resumed && is_there(sidecar_)) {
+        take_up_finished();
+    } else {
+        if (is_unfinished) {
+            Stack_record::require_idle(record_name_);
+        }
+        set_size(size_of_frames());
+        begin(earlier);
+    }
+    if (record_) {
+        leave_unfinished(true);
+    }
+}
+
+Frame_stack::~Frame_stack() = default;
+
+void Frame_stack::set_size(polarization::Size const& size) {
+    size_ = size;
+    for (polarization::Plane const plane : results_.processing.planes.list()) {
+        fs::path const name = plane_file(results_, recording_, plane);
+        Stack_format const format(
+            results_.format, results_.processing.kind_of(plane), size,
+            polarization::elements_per_pixel(plane), recording_.frames.size());
+        planes_.push_back({plane, name, part_of(name), format, std::nullopt});
+    }
+}
+
+// As it comes back from a file: what is no number there is none here.
+Json Frame_stack::description() const {
+    return Json::parse(
+        stack_description(files(), recording_.frames, size_, results_.processing, results_.origin)
+            .dump());
+}
+
+void Frame_stack::begin(Earlier_stack earlier) {
+    auto const rule = [](bool replaces) {
+        return replaces ? Existing_files::replace : Existing_files::keep;
+    };
+    refuse_existing(sidecar_, rule(earlier == Earlier_stack::replaced));
+    for (Plane_file const& plane : planes_) {
+        refuse_existing(plane.name, rule(earlier == Earlier_stack::replaced));
+        refuse_existing(plane.part, rule(earlier != Earlier_stack::refused));
+    }
+    require_room();
+    unlink(record_name_.c_str());
+    try {
+        make_files();
+        Stack_record::create(record_name_, description(), done_);
+        record_.emplace(record_name_);
+    } catch (Output_exhausted const& failure) {
+        abandon();
+        throw File_failure(failure); // other recordings may be shorter
+    } catch (...) {
+        abandon();
+        throw;
+    }
+}
+
+void Frame_stack::make_files() {
+    for (Plane_file& plane : planes_) {
+        unlink(plane.part.c_str());
+        regular_files::Descriptor descriptor = regular_files::create(plane.part);
+        if (!descriptor.is_open()) {
+            fail_to_write(plane.name, errno);
+        }
+        plane.file.emplace(std::move(descriptor), plane.name);
+        take_room(*plane.file, plane.name, plane.format.file_bytes());
+        auto const head = plane.format.head();
+        auto const tail = plane.format.tail();
+        plane.file->write(0, std::array<Bulk_file::Bytes, 1>{head});
+        plane.file->write(plane.format.tail_offset(), std::array<Bulk_file::Bytes, 1>{tail});
+    }
+}
+
+void Frame_stack::require_room() const {
+    std::uint64_t needed = 0;
+    for (Plane_file const& plane : planes_) {
+        needed += plane.format.file_bytes();
+    }
+    struct statvfs disk = {};
+    // Some file systems do not tell, and say 0 of 0.
+    if (statvfs(results_.folder.c_str(), &disk) != 0 || disk.f_blocks == 0) {
+        return;
+    }
+    std::uint64_t free = std::uint64_t{disk.f_bavail} * disk.f_frsize;
+    for (Plane_file const& plane : planes_) { // what begins anew gives its room back
+        struct stat status = {};
+        constexpr std::uint64_t block = 512;
+        if (lstat(plane.part.c_str(), &status) == 0) {
+            free += block * static_cast<std::uint64_t>(status.st_blocks);
+        }
+    }
+    if (needed > free) {
+        throw File_failure(
+            results_.folder, "the stack of " + recording_.frames.front().file.string() + " takes " +
+                                 gigabytes(needed) + ", but " + gigabytes(free) +
+                                 " are free; choose a place with room with -o");
+    }
+}
+
+void Frame_stack::check_same(fs::path const& told_by, Json const& told) const {
+    Json const wanted = description();
+    for (auto const& [key, value] : wanted.items()) {
+        if (key != "missing" && (!told.contains(key) || told[key] != value)) {
+            throw File_failure(
+                told_by, "tells of other " + key + " than this run; give the frames and options " +
+                             "that it was begun with, or --overwrite to begin anew");
+        }
+    }
+}
+
+void Frame_stack::take_up(fs::path const& told_by, Json const& told) {
+    set_size(told_size(told_by, told));
+    check_same(told_by, told);
+    for (std::size_t number = 0; number < done_.size(); ++number) {
+        done_[number] = done_[number] && results_.has_files_of(recording_.frames[number]);
+    }
+}
+
+void Frame_stack::take_up_unfinished() {
+    record_.emplace(record_name_);
+    done_ = record_->done(done_.size());
+    take_up(record_name_, record_->description());
+    open_files();
+}
+
+// A stack in which nothing is missing is left alone.
+void Frame_stack::take_up_finished() {
+    refuse_existing(sidecar_, Existing_files::replace);
+    regular_files::Input const input = regular_files::open_to_read(sidecar_);
+    std::string text;
+    constexpr std::size_t no_limit = std::numeric_limits<std::size_t>::max();
+    if (!input.problem.empty() || regular_files::read_all(input.descriptor, no_limit, text) != 0) {
+        throw File_failure(sidecar_, "cannot be read" + std::string(begin_anew));
+    }
+    Json const told = parse_description(sidecar_, text);
+    done_.assign(done_.size(), true);
+    for (Json const& number : told.value("missing", Json::array())) {
+        if (number.is_number_unsigned() && number.get<std::size_t>() < done_.size()) {
+            done_[number.get<std::size_t>()] = false;
+        }
+    }
+    take_up(sidecar_, told);
+    open_files();
+    if (missing() > 0) {
+        Stack_record::create(record_name_, description(), done_);
+        record_.emplace(record_name_);
+    }
+}
+
+// A run that was killed while it gave the files their names has done so with some.
+void Frame_stack::open_files() {
+    for (Plane_file& plane : planes_) {
+        plane.is_part = is_there(plane.part);
+        fs::path const& place = plane.is_part ? plane.part : plane.name;
+        refuse_existing(place, Existing_files::replace); // only regular files
+        regular_files::Descriptor descriptor(
+            open(place.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat status = {};
+        if (!descriptor.is_open() || fstat(descriptor.get(), &status) != 0) {
+            throw File_failure(
+                place, "cannot be opened: " + std::generic_category().message(errno) + begin_anew);
+        }
+        if (std::cmp_not_equal(status.st_size, plane.format.file_bytes())) {
+            throw File_failure(
+                place, "has " + std::to_string(status.st_size) + " bytes in place of " +
+                           std::to_string(plane.format.file_bytes()) + begin_anew);
+        }
+        plane.file.emplace(std::move(descriptor), plane.name);
+    }
+}
+
+std::size_t Frame_stack::missing() const {
+    return static_cast<std::size_t>(std::count(done_.begin(), done_.end(), false));
+}
+
+std::vector<fs::path> Frame_stack::files() const {
+    std::vector<fs::path> files;
+    for (Plane_file const& plane : planes_) {
+        files.push_back(plane.name);
+    }
+    return files;
+}
+
+void Frame_stack::write(std::size_t number, Frame_processor const& processed) {
+    for (Plane_file& plane : planes_) {
+        auto const bytes = processed.array(plane.plane).bytes();
+        plane.file->write(plane.format.offset_of(number), std::array<Bulk_file::Bytes, 1>{bytes});
+    }
+}
+
+void Frame_stack::note_done(std::size_t number) {
+    record_->add(number);
+    done_[number] = true;
+}
+
+// Whatever came of an attempt may be there.
+void Frame_stack::fill_missing() {
+    for (Plane_file& plane : planes_) {
+        std::vector<std::uint8_t> nothing;
+        if (plane.format.kind() == polarization::Element_type::float32) {
+            std::vector<float> const numbers(
+                plane.format.frame_bytes() / sizeof(float),
+                std::numeric_limits<float>::quiet_NaN());
+            auto const bytes = std::as_bytes(std::span(numbers));
+            auto const* const first = reinterpret_cast<std::uint8_t const*>(bytes.data());
+            nothing.assign(first, first + bytes.size());
+        } else {
+            nothing.resize(plane.format.frame_bytes());
+        }
+        for (std::size_t number = 0; number < done_.size(); ++number) {
+            if (!done_[number]) {
+                plane.file->write(
+                    plane.format.offset_of(number), std::array<Bulk_file::Bytes, 1>{nothing});
+            }
+        }
+    }
+}
+
+void Frame_stack::finish() {
+    if (missing() == done_.size()) {
+        abandon();
+        return;
+    }
+    Json told = description();
+    if (missing() > 0) {
+        fill_missing();
+        for (std::size_t number = 0; number < done_.size(); ++number) {
+            if (!done_[number]) {
+                told["missing"].push_back(number);
+            }
+        }
+    }
+    unlink(sidecar_.c_str()); // it tells of what is being replaced
+    for (Plane_file& plane : planes_) {
+        plane.file->close();
+        if (!plane.is_part) {
+            continue;
+        }
+        refuse_existing(plane.name, Existing_files::replace); // only regular files
+        if (int const error =
+                regular_files::rename(plane.part, plane.name, Existing_files::replace)) {
+            fail_to_write(plane.name, error);
+        }
+        plane.is_part = false;
+    }
+    Staged_files files;
+    files.add(sidecar_, told.dump(2) + "\n");
+    files.publish();
+    unlink(record_name_.c_str());
+    record_.reset();
+    leave_unfinished(false);
+}
+
+void Frame_stack::abandon() {
+    for (Plane_file& plane : planes_) {
+        if (plane.file) {
+            unlink(plane.part.c_str());
+            plane.file.reset();
+        }
+    }
+    unlink(record_name_.c_str());
+    record_.reset();
+    leave_unfinished(false);
+}
+
+} // namespace polarize_tool
