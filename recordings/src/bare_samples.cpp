@@ -12,23 +12,16 @@ namespace {
 
 constexpr std::array<std::string_view, 3> endings = {".raw", ".bin", ".dat"};
 
+constexpr std::string_view png_magic = "\x89PNG\r\n\x1a\n";
+
 // The bytes of a PNG are never samples. Those of a TIFF may be, behind a header that the user
 // knows.
 void refuse_picture(Opened_file const& file) {
-    using namespace std::string_view_literals;
-    bool const is_png = file.start().starts_with("\x89PNG\r\n\x1a\n");
-    bool is_tiff = false;
-    for (std::string_view const start : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv}) {
-        is_tiff = is_tiff || file.start().starts_with(start);
-    }
-    bool const is_array = file.start().starts_with(array_magic);
-    if (is_png || ((is_tiff || is_array) && file.layout()->header_bytes == 0)) {
+    char const* const kind = kind_of_picture(file.start());
+    if (kind != nullptr &&
+        (file.layout()->header_bytes == 0 || file.start().starts_with(png_magic))) {
         throw Argument_error(
-            "--pixel-format",
-            "for bare samples, but " + file.name().string() + " is " +
-                (is_png    ? "a PNG image"
-                 : is_tiff ? "a TIFF image"
-                           : "an npy array"),
+            "--pixel-format", "for bare samples, but " + file.name().string() + " is " + kind,
             "leave the option out");
     }
 }
@@ -79,8 +72,8 @@ private:
 class Stored_frames : public Frame_source {
 public:
     Stored_frames(Opened_file file, Sample_storage const& storage, std::size_t count)
-        : file_{std::move(file)}, layout_{storage.layout}, sample_bits_{storage.sample_bits},
-          count_{count}, unpacker_{std::make_shared<Unpacker>(storage)} {}
+        : file_{std::move(file)}, layout_{storage.layout},
+          sample_bits_{storage.sample_bits}, count_{count}, unpacker_{unpacker(storage)} {}
 
     std::string name() const override { return file_.name().string(); }
     std::optional<std::size_t> count() const override { return count_; }
@@ -121,6 +114,22 @@ std::unique_ptr<Frame_source> open_bare_samples(Opened_file file) {
 }
 
 } // namespace
+
+char const* kind_of_picture(std::string_view start) {
+    using namespace std::string_view_literals;
+    for (std::string_view const magic : {"II*\0"sv, "MM\0*"sv, "II+\0"sv, "MM\0+"sv}) {
+        if (start.starts_with(magic)) {
+            return "a TIFF image";
+        }
+    }
+    return start.starts_with(png_magic)     ? "a PNG image"
+           : start.starts_with(array_magic) ? "an npy array"
+                                            : nullptr;
+}
+
+std::shared_ptr<Frame_decoder const> unpacker(Sample_storage const& storage) {
+    return std::make_shared<Unpacker>(storage);
+}
 
 std::unique_ptr<Frame_source> stored_frames(
     Opened_file file, Sample_storage const& storage, std::size_t count) {

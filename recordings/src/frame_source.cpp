@@ -64,10 +64,10 @@ void Frame_slot::copy_row(
 }
 
 void Frame_source::read(std::size_t number, Frame_slot& slot) {
-    if (auto const frames = count(); frames && number >= *frames) {
+    if (!has_frame(number)) {
         throw Argument_error(
             "frame number", std::to_string(number),
-            "give one below the " + std::to_string(*frames) + " of " + name());
+            "give one below the " + std::to_string(count().value_or(number)) + " of " + name());
     }
     slot.state_ = Frame_slot::State::empty;
     slot.place_ = place(number);
@@ -77,7 +77,7 @@ void Frame_source::read(std::size_t number, Frame_slot& slot) {
 }
 
 bool Frame_source::read_next(Frame_slot& slot) {
-    if (auto const frames = count(); frames && next_ >= *frames) {
+    if (!has_frame(next_)) {
         return false;
     }
     read(next_, slot);

@@ -90,6 +90,12 @@ struct Sample_storage {
 std::unique_ptr<Frame_source> stored_frames(
     Opened_file file, Sample_storage const& storage, std::size_t count);
 
+/// Makes the samples of frames of what is stored so.
+std::shared_ptr<Frame_decoder const> unpacker(Sample_storage const& storage);
+
+/// What begins so and is never meant as bare samples, such as "a PNG image"; else null.
+char const* kind_of_picture(std::string_view start);
+
 /// The first bytes of an npy file.
 inline constexpr std::string_view array_magic = "\x93NUMPY";
 

@@ -129,10 +129,17 @@ public:
     /// How many frames there are; nothing where that shows only when they end.
     virtual std::optional<std::size_t> count() const = 0;
 
+    /// Whether there is a frame `number`. Where `count` does not tell, this waits for it.
+    /// @throws File_failure if a source breaks off; there are no frames behind that
+    virtual bool has_frame(std::size_t number) {
+        auto const frames = count();
+        return !frames || number < *frames;
+    }
+
     /// Nothing if frames have to be read for it, or need not be alike.
     virtual std::optional<Frame_shape> shape() const { return std::nullopt; }
 
-    /// @param number below `count()`
+    /// @param number of a frame that there is
     virtual Frame_place place(std::size_t number) const = 0;
 
     /// What should have held frames and does not, a line each.
@@ -151,7 +158,7 @@ public:
 protected:
     Frame_source() = default;
 
-    /// Fills `target`; `number` is below `count()`.
+    /// Fills `target`; `has_frame(number)` is true.
     /// @throws File_failure
     virtual void fetch(std::size_t number, Fetched_frame& target) = 0;
 
