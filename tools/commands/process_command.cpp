@@ -12,6 +12,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <unistd.h>
+#include <utility>
 
 namespace polarize_tool {
 namespace {
@@ -73,6 +75,12 @@ constexpr char const* units_help =
     "angle from 0 along the rows, counter-clockwise, NaN where the degree is 0; the degree as a "
     "fraction, NaN where S0 is 0; S0, S1, S2 in sample units";
 
+constexpr char const* output_help =
+    "Folder of the results, made if missing. - writes the planes to standard output instead, as "
+    "--format raw has them: frame after frame, in each the planes in the order of --planes above, "
+    "row by row, the lower byte first; nothing stands between them. A frame that fails ends it. "
+    "Lines about the run go to standard error";
+
 constexpr char const* pictures_help =
     "Write pictures of the degree (FRAME_degree.png, with dolp) and the angle dimmed by the degree "
     "(FRAME_angle_degree.png, with azimuth as well), or none; without this option they are written "
@@ -118,7 +126,10 @@ constexpr char const* example =
     "      --height 2048 --layout 90,45,135,0 --planes azimuth,dolp --format npy --stack\n"
     "Each plane is written to DIR/FRAME_PLANE.tif, and what its numbers mean to\n"
     "DIR/FRAME_PLANE.json. Frames of a file with many are numbered, FRAME_000000_PLANE.tif, or\n"
-    "lie in one file a plane with --stack.";
+    "lie in one file a plane with --stack. Frames of standard input are named stdin_000000 and so\n"
+    "on:\n"
+    "  cat run.raw | veldrane-polarize process - -o - --pixel-format Mono12p --width 2448 \\\n"
+    "      --height 2048 --layout 90,45,135,0 --planes dolp > dolp.raw";
 
 Plane_set planes_of(std::string const& list) {
     try {
@@ -209,7 +220,46 @@ std::optional<polarization::Noise_model> noise_of(
     return polarization::Noise_model{*line.electrons_per_count, line.read_noise.value_or(0.0)};
 }
 
+// What cannot be where frames come from a pipe or planes go into one.
+void check_pipes(Command_line const& line, CLI::App const& command) {
+    line.run.input.check_standard_input();
+    if (line.run.input.reads_standard_input() && line.run.passes_over_done) {
+        throw Usage_error("--skip-existing passes over frames, but those of standard input have to "
+                          "be read; leave "
+                          "it out, or choose frames with --start");
+    }
+    if (line.run.input.reads_standard_input() && line.results.are_stacked) {
+        throw Usage_error(
+            "--stack takes its room before the first frame, but how many frames standard input "
+            "has, shows at its end; leave it out, or save the stream to a file");
+    }
+    if (!line.results.are_piped()) {
+        return;
+    }
+    if (command.count("--format") > 0 && line.results.format != File_format::raw) {
+        throw Usage_error(
+            "--format is " + std::string(ending_of(line.results.format)) +
+            ", but -o - writes bare numbers; give raw, or leave it out");
+    }
+    for (auto const& [option, is_given] :
+         {std::pair("--overwrite", line.overwrites),
+          std::pair("--skip-existing", line.run.passes_over_done),
+          std::pair("--stack", line.results.are_stacked),
+          std::pair("--pictures", command.count("--pictures") > 0 && line.wants_pictures)}) {
+        if (is_given) {
+            throw Usage_error(
+                std::string(option) + " is about files, but -o - makes none; leave it out");
+        }
+    }
+    if (isatty(STDOUT_FILENO) != 0) {
+        throw Usage_error(
+            "-o - writes numbers to standard output, which is a terminal; pipe it into a program "
+            "or redirect it to a file");
+    }
+}
+
 int run_process(Command_line& line, CLI::App const& command) {
+    check_pipes(line, command);
     std::optional<Raw_layout> const raw = line.run.input.raw_layout();
     check_usage(line);
     refuse_options_without_effect(line, command);
@@ -298,8 +348,7 @@ void add_plane_options(CLI::App& command, Command_line& line) {
 
 void add_output_options(CLI::App& command, Command_line& line) {
     std::string const group = "Results";
-    command
-        .add_option("-o,--output", line.results.folder, "Folder of the results, made if missing")
+    command.add_option("-o,--output", line.results.folder, output_help)
         ->required()
         ->type_name("DIR")
         ->group(group);

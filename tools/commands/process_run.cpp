@@ -1,7 +1,6 @@
 #include "commands/process_run.hpp"
 
 #include "commands/commands.hpp"
-#include "input/input_files.hpp"
 #include "input/transform_settings.hpp"
 #include "terminal/failure.hpp"
 #include "terminal/interruption.hpp"
@@ -13,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <limits>
 #include <new>
 #include <numeric>
 #include <stdexcept>
@@ -53,7 +53,11 @@ unsigned threads_of_a_frame(unsigned jobs, std::size_t frames) {
 
 Process_run::Process_run(
     Process_options const& options, Frame_preparation const& preparation, Results const& results)
-    : options_{options}, preparation_{preparation}, results_{results} {}
+    : options_{options}, preparation_{preparation}, results_{results} {
+    if (results.are_piped()) {
+        pipe_.emplace([] { return interruption_flag().load(); });
+    }
+}
 
 // Every failure of a frame becomes one line that names it.
 template <class Action>
@@ -108,14 +112,21 @@ std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> c
     return free;
 }
 
-void Process_run::fetch(Frame_list& source, std::size_t number, Slot& slot) {
+bool Process_run::fetch(polarization::Frame_source& source, std::size_t number, Slot& slot) {
+    if (!source.has_frame(number)) {
+        return false;
+    }
     Frame_place const place = source.place(number);
     naming(place, [&] {
         for (fs::path const& file : results_.files_of(place)) {
+            if (inputs_of_stream_) {
+                inputs_of_stream_->refuse(file, "folder with -o");
+            }
             refuse_existing(file, results_.existing);
         }
         source.read(number, slot.input);
     });
+    return true;
 }
 
 void Process_run::work(Slot& slot) {
@@ -150,7 +161,9 @@ void Process_run::work(Slot& slot) {
         std::span<std::uint8_t const> const validity =
             masks ? slot.processor.validity(slot.frame, slot.saturated)
                   : std::span<std::uint8_t const>();
-        slot.staged = results_.stage(place, slot.processor, validity);
+        if (!pipe_) {
+            slot.staged = results_.stage(place, slot.processor, validity);
+        }
         if (stack_) {
             stack_->write(slot.number, slot.processor);
         }
@@ -166,9 +179,32 @@ void Process_run::warn_of_imbalance(Slot& slot) const {
     }
 }
 
-void Process_run::publish(Slot& slot) {
+void Process_run::put_out(std::size_t index, Slot& slot) {
+    try {
+        if (index != put_out_) {
+            throw Output_exhausted(
+                "standard output", "ends before " + slot.input.place().name() +
+                                       ", since a gap would shift all behind it");
+        }
+        for (polarization::Plane const plane : results_.processing.planes.list()) {
+            if (!pipe_->write(slot.processor.array(plane).bytes())) {
+                throw Interrupted();
+            }
+        }
+    } catch (Output_exhausted const& failure) {
+        output_failure_ = failure.what();
+        throw;
+    }
+    ++put_out_;
+}
+
+void Process_run::publish(std::size_t index, Slot& slot) {
     naming(slot.input.place(), [&] {
-        slot.staged.publish();
+        if (pipe_) {
+            put_out(index, slot);
+        } else {
+            slot.staged.publish();
+        }
         if (stack_) {
             stack_->note_done(slot.number);
         }
@@ -180,6 +216,10 @@ void Process_run::publish(Slot& slot) {
 }
 
 void Process_run::tell(std::string const& line) {
+    if (pipe_) {
+        remark(line);
+        return;
+    }
     try {
         say(line);
     } catch (Output_exhausted const& failure) {
@@ -191,7 +231,7 @@ void Process_run::tell(std::string const& line) {
 std::string Process_run::line_of(Slot& slot) const {
     Frame const& frame = slot.frame;
     std::string line = slot.input.place().name() + ": " + to_string(frame.size()) + ", " +
-                       times_of(frame, slot.processor.milliseconds()) + ", wrote";
+                       times_of(frame, slot.processor.milliseconds()) + (pipe_ ? "" : ", wrote");
     for (fs::path const& file : results_.files_of(slot.input.place())) {
         if (file.extension() != ".json") {
             line.append(" ").append(file.string());
@@ -215,8 +255,8 @@ std::size_t Process_run::run(std::vector<Frame_place> const& frames, Numbers con
     if (numbers.empty()) {
         return 0;
     }
-    if (options_.jobs == 1) {
-        return run_once(frames, numbers, 1, nullptr);
+    if (options_.jobs == 1 || pipe_) { // whose planes keep their order
+        return run_once(frames, numbers, options_.jobs, nullptr);
     }
     // What several frames at once lack, one alone may find.
     Numbers again;
@@ -232,12 +272,39 @@ std::size_t Process_run::run_once(
         places.push_back(frames[number]);
     }
     Frame_list source(std::move(places), options_.input.raw_layout());
-    Progress progress(numbers.size(), !options_.is_quiet);
+    auto const outcome = through_pipeline(source, jobs, numbers);
+    for (auto const& failure : outcome.failed) {
+        std::size_t const number = numbers[failure.index];
+        if (failure.lacked_memory && again != nullptr &&
+            failure.stage != polarization::Pipeline_stage::write) {
+            again->push_back(number);
+        } else {
+            remember(failure, frames[number]);
+        }
+    }
+    return outcome.done.size();
+}
+
+void Process_run::remember(polarization::Frame_failure const& failure, Frame_place const& place) {
+    bool const is_write = failure.stage == polarization::Pipeline_stage::write;
+    if (failure.lacked_memory) {
+        failures_.push_back(
+            place.name() + ": " + reason_of(std::bad_alloc()) + ", or give a --region of it");
+    } else if (!(pipe_ && is_write)) { // one line about the output does for all frames
+        failures_.push_back(failure.message);
+    }
+}
+
+polarization::Pipeline_result Process_run::through_pipeline(
+    polarization::Frame_source& source, unsigned jobs, Numbers const& numbers) {
+    Progress progress(source.count().value_or(0), !options_.is_quiet);
     polarization::Pipeline_options pipeline;
     pipeline.threads = jobs;
     pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
     Processing processing = results_.processing;
-    processing.threads = threads_of_a_frame(jobs, numbers.size());
+    // A stream is taken for long.
+    processing.threads =
+        threads_of_a_frame(jobs, source.count().value_or(std::numeric_limits<std::size_t>::max()));
     pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
     auto const counting_failure = [&progress](auto const& stage) {
         try {
@@ -251,33 +318,21 @@ std::size_t Process_run::run_once(
         pipeline,
         [&processing] { return Slot{{}, {}, Frame_processor(processing), {}, Staged_files(), 0}; },
         [&](std::size_t index, Slot& slot) {
-            if (index < numbers.size()) {
-                slot.number = numbers[index];
-                counting_failure([&] { fetch(source, index, slot); });
-            }
-            return index < numbers.size();
+            bool is_there = false;
+            counting_failure([&] { is_there = fetch(source, index, slot); });
+            slot.number = is_there && !numbers.empty() ? numbers[index] : index;
+            return is_there;
         },
         [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
-        [&](std::size_t, Slot& slot) {
-            counting_failure([&] { publish(slot); });
+        [&](std::size_t index, Slot& slot) {
+            counting_failure([&] { publish(index, slot); });
             progress.add(slot.frame.samples.size());
         });
     seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
         return a.index < b.index;
     });
-    for (auto const& failure : outcome.failed) {
-        Frame_place const& place = frames[numbers[failure.index]];
-        if (!failure.lacked_memory) {
-            failures_.push_back(failure.message);
-        } else if (again != nullptr && failure.stage != polarization::Pipeline_stage::write) {
-            again->push_back(numbers[failure.index]);
-        } else {
-            failures_.push_back(
-                place.name() + ": " + reason_of(std::bad_alloc()) + ", or give a --region of it");
-        }
-    }
-    return outcome.done.size();
+    return outcome;
 }
 
 std::string Process_run::summary(std::size_t done, std::size_t total) const {
@@ -294,7 +349,8 @@ std::string Process_run::summary(std::size_t done, std::size_t total) const {
     if (done_before_ > 0) {
         line += ", " + std::to_string(done_before_) + " more were done already";
     }
-    return done + done_before_ == 0 ? line : line + ", results in " + results_.folder.string();
+    return done + done_before_ == 0 || pipe_ ? line
+                                             : line + ", results in " + results_.folder.string();
 }
 
 void Process_run::report(std::size_t done, std::size_t total) {
@@ -304,8 +360,13 @@ void Process_run::report(std::size_t done, std::size_t total) {
     for (std::string const& failure : failures_) {
         complain(failure);
     }
-    std::string const count = std::to_string(done + done_before_) + " of " +
-                              std::to_string(total + done_before_) + " frames are done";
+    // How many more would have come over a pipe shows at its end alone.
+    std::string const count =
+        std::to_string(done + done_before_) +
+        (!options_.input.reads_standard_input()
+             ? " of " + std::to_string(total + done_before_) + " frames are done"
+         : done == 1 ? " frame is done"
+                     : " frames are done");
     if (!output_failure_.empty()) {
         complain(output_failure_ + "; " + count);
     } else if (is_exhausted_) {
@@ -316,12 +377,19 @@ void Process_run::report(std::size_t done, std::size_t total) {
 }
 
 int Process_run::operator()() {
+    if (options_.input.reads_standard_input()) {
+        return run_stream();
+    }
     Found_frames found = look_for_frames(
         options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
     require_frames(found);
     failures_ = std::move(found.failures);
-    Made_folder const folder(found.frames.empty() ? fs::path() : results_.folder);
+    Made_folder const folder(found.frames.empty() || pipe_ ? fs::path() : results_.folder);
     std::vector<Frame_place> frames = without_clashes(found.frames);
+    if (pipe_ && !failures_.empty()) {
+        output_failure_ = "standard output: stays empty, since a gap would shift what is behind it";
+        frames.clear();
+    }
     Counts counts;
     if (results_.are_stacked) {
         counts = run_stacks(std::move(frames));
@@ -330,6 +398,10 @@ int Process_run::operator()() {
         counts = {run(frames, numbers), numbers.size()};
     }
     report(counts.done, counts.total);
+    return exit_code();
+}
+
+int Process_run::exit_code() const {
     throw_if_interrupted();
     return failures_.empty() && output_failure_.empty() ? all_done : an_input_failed;
 }

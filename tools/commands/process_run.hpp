@@ -4,8 +4,11 @@
 
 #include "input/frame_finding.hpp"
 #include "input/frame_preparation.hpp"
+#include "input/input_files.hpp"
+#include "output/plane_pipe.hpp"
 #include "output/results.hpp"
 #include "output/stack.hpp"
+#include "veldrane_mrv/polarization/pipeline.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -55,6 +58,11 @@ private:
     std::size_t run_once(
         std::vector<Frame_place> const& frames, Numbers const& numbers, unsigned jobs,
         Numbers* again);
+    /// @param numbers of the frames in the list that they are from, if they are from one
+    polarization::Pipeline_result through_pipeline(
+        polarization::Frame_source& source, unsigned jobs, Numbers const& numbers = {});
+    /// From standard input, whose frames come but once.
+    int run_stream();
     struct Counts {
         std::size_t done = 0;
         std::size_t total = 0;
@@ -67,14 +75,19 @@ private:
     std::vector<Recording> recordings_without_clashes(std::vector<Frame_place> frames);
     polarization::Size size_of_frames(Recording const& recording) const;
     void require_size_of_stack(Slot const& slot) const;
-    void fetch(Frame_list& source, std::size_t number, Slot& slot);
+    /// @return false if there is no such frame
+    bool fetch(polarization::Frame_source& source, std::size_t number, Slot& slot);
     void work(Slot& slot);
     void warn_of_imbalance(Slot& slot) const;
-    void publish(Slot& slot);
+    void publish(std::size_t index, Slot& slot);
+    /// Numbers to standard output.
+    void put_out(std::size_t index, Slot& slot);
+    void remember(polarization::Frame_failure const& failure, Frame_place const& place);
     std::string line_of(Slot& slot) const;
     /// A frame whose files are there is done, whether or not anybody reads the line about it.
     void tell(std::string const& line);
     void report(std::size_t done, std::size_t total);
+    int exit_code() const;
     std::string summary(std::size_t done, std::size_t total) const;
     template <class Action>
     void naming(Frame_place const& place, Action action);
@@ -89,6 +102,9 @@ private:
     std::atomic<bool> has_warned_of_depth_ = false;
     std::atomic<bool> has_warned_of_dark_ = false;
     std::atomic<bool> has_checked_balance_ = false;
+    std::optional<Input_files> inputs_of_stream_; // besides the stream
+    std::optional<Plane_pipe> pipe_;
+    std::size_t put_out_ = 0;    // frames, to it
     std::string output_failure_; // of standard output, by one thread at a time
     std::uint64_t pixels_ = 0;
     std::size_t done_before_ = 0; // frames that an earlier run did

@@ -5,11 +5,18 @@
 #include "terminal/messages.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
+#include <algorithm>
+
 namespace polarize_tool {
 
 Found_frames look_for_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
     Frame_selection const& selection) {
+    if (std::find(inputs.begin(), inputs.end(), standard_input) != inputs.end()) {
+        throw Usage_error(
+            "- stands for standard input, which process alone reads, and frames alone; name a "
+            "file, ./- for one of that name");
+    }
     try {
         Found_frames found =
             polarization::find_frames(inputs, raw, selection, throw_if_interrupted);

@@ -19,6 +19,9 @@ using polarization::Frame_selection;
 using polarization::Frame_slot;
 using polarization::Raw_layout;
 
+/// The name of standard input on the command line.
+inline constexpr char const* standard_input = "-";
+
 /// As `polarization::find_frames`, with its warnings printed.
 /// @throws Interrupted, Usage_error
 Found_frames look_for_frames(

@@ -5,8 +5,10 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <charconv>
+#include <unistd.h>
 
 namespace polarize_tool {
 namespace {
@@ -28,6 +30,31 @@ std::vector<std::string> pixel_format_names() {
 }
 
 } // namespace
+
+bool Input_options::reads_standard_input() const {
+    return std::find(inputs.begin(), inputs.end(), standard_input) != inputs.end();
+}
+
+void Input_options::check_standard_input() const {
+    if (!reads_standard_input()) {
+        return;
+    }
+    if (inputs.size() > 1) {
+        throw Usage_error(
+            "- stands for standard input, but other frames are given too; give it alone, or write "
+            "./- for a file of that name");
+    }
+    if (pixel_format.empty()) {
+        throw Usage_error(
+            "- reads bare samples from standard input; describe them by --pixel-format, --width "
+            "and --height");
+    }
+    if (isatty(STDIN_FILENO) != 0) {
+        throw Usage_error(
+            "- reads standard input, which is a terminal; pipe samples into it, as in cat run.raw "
+            "| veldrane-polarize process -");
+    }
+}
 
 std::optional<Raw_layout> Input_options::raw_layout() const {
     if (pixel_format.empty()) {
@@ -56,7 +83,7 @@ void add_input_options(CLI::App& command, Input_options& options, Frame_choice c
         "Raw frames: grey PNG, PGM, TIFF (of one or many pictures) or npy (of 2 or 3 "
         "dimensions) of 8 or 16 bits, folders of them, or quoted patterns such as 'run3/*.png'. "
         "With --pixel-format files of bare "
-        "samples that hold one or many frames")
+        "samples that hold one or many frames; - is standard input, for process")
         ->expected(CLI::detail::expected_max_vector_size)
         ->required()
         ->type_name("FRAME");

@@ -34,6 +34,11 @@ struct Input_options {
     std::size_t stride = 0;
     Frame_selection selection;
 
+    /// Whether frames come from standard input, which - stands for.
+    bool reads_standard_input() const;
+    /// @throws Usage_error if it cannot be read with the other options
+    void check_standard_input() const;
+
     /// Empty for image files.
     /// @throws Usage_error if the options do not fit together
     std::optional<Raw_layout> raw_layout() const;

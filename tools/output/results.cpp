@@ -42,6 +42,9 @@ std::vector<Plane> Results::planes_of_a_frame() const {
 
 std::vector<std::filesystem::path> Results::files_of(Frame_place const& place) const {
     std::vector<std::filesystem::path> files;
+    if (are_piped()) {
+        return files;
+    }
     for (Plane const plane : planes_of_a_frame()) {
         files.push_back(plane_file(place, plane));
         files.push_back(plane_file(place, plane).replace_extension(sidecar_ending));

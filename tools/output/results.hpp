@@ -26,6 +26,9 @@ struct Results {
     /// most.
     bool are_stacked = false;
 
+    /// Whether planes go to standard output, as bare numbers, and no file is made.
+    bool are_piped() const { return folder == "-"; }
+
     /// All files of a frame.
     std::vector<std::filesystem::path> files_of(Frame_place const& place) const;
 

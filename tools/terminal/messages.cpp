@@ -59,6 +59,10 @@ void warn(std::string const& line) {
     print_error_line("warning: " + line);
 }
 
+void remark(std::string const& line) {
+    print_error_line(line);
+}
+
 void complain_at_once(std::string const& line) {
     // Whoever hangs in a write holds the mutex; `status` may be read only with it.
     std::unique_lock const lock(output_mutex, std::try_to_lock);

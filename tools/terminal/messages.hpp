@@ -12,6 +12,9 @@ namespace polarize_tool {
 void complain(std::string const& line);
 void warn(std::string const& line);
 
+/// The same for what is as it should be, where standard output holds numbers.
+void remark(std::string const& line);
+
 /// The same for a program that ends now: says nothing rather than wait for a reader or a thread.
 void complain_at_once(std::string const& line);
 

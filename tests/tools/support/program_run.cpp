@@ -36,7 +36,8 @@ std::string quoted(std::string const& word) {
 
 } // namespace
 
-Running_program::Running_program(std::vector<std::string> const& command, int standard_output)
+Running_program::Running_program(
+    std::vector<std::string> const& command, int standard_output, int standard_input)
     : keeps_output_(standard_output < 0) {
     auto const output = folder_ / "out";
     auto const errors = folder_ / "err";
@@ -47,7 +48,11 @@ Running_program::Running_program(std::vector<std::string> const& command, int st
     arguments.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    if (standard_input < 0) {
+        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    } else {
+        posix_spawn_file_actions_adddup2(&actions, standard_input, STDIN_FILENO);
+    }
     int const create = O_WRONLY | O_CREAT | O_TRUNC;
     if (keeps_output_) {
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(), create, 0600);

@@ -18,12 +18,13 @@ struct Outcome {
     std::string errors;
 };
 
-/// A program with an empty standard input, from its start to `wait`.
+/// A program with an empty standard input unless one is given, from its start to `wait`.
 class Running_program {
 public:
     /// `command` starts with the program's path. Standard output is kept, or goes where the open
     /// file of that number is.
-    explicit Running_program(std::vector<std::string> const& command, int standard_output = -1);
+    explicit Running_program(
+        std::vector<std::string> const& command, int standard_output = -1, int standard_input = -1);
     /// Ends the program if nobody has waited for it.
     ~Running_program();
     Running_program(Running_program const&) = delete;
