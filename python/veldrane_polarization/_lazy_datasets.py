@@ -50,8 +50,8 @@ def open_recording(
     Parameters
     ----------
     path : str or path
-        A folder of PNG, TIFF or PGM files, a TIFF file of many pictures, a zarr array (N, H, W), or
-        a file of bare samples.
+        A folder of PNG, TIFF, PGM or npy files, a TIFF or npy file of many frames, a zarr array (N,
+        H, W), or a file of bare samples.
     layout, planes, mode, calibration, full_scale, signed, noise, zero_direction
         As in `process`.
     bit_depth : int, optional

@@ -41,6 +41,9 @@ def written(folder, kind, frames):
     elif kind == "zarr":
         file = folder / "run.zarr"
         zarr.save_array(str(file), frames, chunks=(2, 40, 50))
+    elif kind == "npy":
+        file = folder / "run.npy"
+        np.save(file, frames)
     elif kind == "tiff":
         file = folder / "run.tif"
         tifffile.imwrite(file, frames, photometric="minisblack", compression="zlib")
@@ -81,7 +84,7 @@ def calls(monkeypatch):
     return seen
 
 
-@pytest.mark.parametrize("kind", ("bare", "folder", "tiff", "zarr"))
+@pytest.mark.parametrize("kind", ("bare", "folder", "npy", "tiff", "zarr"))
 @pytest.mark.parametrize("changes", ({}, {"mode": "calibrated", "signed": True}))
 def test_planes_are_those_of_process(tmp_path, kind, changes):
     frames = frames_of(COUNT, HEIGHT, WIDTH)
