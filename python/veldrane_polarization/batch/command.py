@@ -129,7 +129,7 @@ def _parser() -> Line_parser:
         "--compression",
         kind=One_of(COMPRESSIONS),
         default="lz4",
-        help="of OUT, lz4, zstd (slower, 3 %% smaller) or none",
+        help="of OUT, lz4, zstd (slower, 2 %% smaller) or none",
     )
     parser.add_argument(
         "--frames-per-chunk",
