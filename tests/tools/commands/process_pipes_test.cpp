@@ -259,7 +259,7 @@ TEST_F(Process_pipes, planes_end_where_a_frame_fails) {
 }
 
 TEST_F(Process_pipes, what_cannot_be_is_refused) {
-    auto const expect = [this](Names const& words, std::string const& line) {
+    auto const expect = [](Names const& words, std::string const& line) {
         expect_one_line(program_run::run_command(words), 2, line);
     };
     expect(
