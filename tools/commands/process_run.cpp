@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
+#include <mutex>
 #include <new>
 #include <numeric>
 #include <stdexcept>
@@ -129,6 +130,74 @@ bool Process_run::fetch(polarization::Frame_source& source, std::size_t number, 
     return true;
 }
 
+bool Process_run::tells_saturation(Frame_place const& place) const {
+    return results_.masks_pictures(place) ||
+           results_.processing.planes.contains(polarization::Plane::validity);
+}
+
+// The line about a file of one frame tells the time of the transform alone.
+bool Process_run::takes_rows(Frame_place const& place) const {
+    return place.is_part() && has_checked_balance_ && !tells_saturation(place) &&
+           results_.processing.repetitions == 1;
+}
+
+void Process_run::transform_rows(Slot& slot) {
+    polarization::Size const whole = slot.input.size();
+    Frame_place const& place = slot.input.place();
+    polarization::Region const part = preparation_.part_of(whole, place.name());
+    slot.size = part.size();
+    if (stack_) {
+        require_size_of_stack(slot);
+    }
+    Sample_findings findings;
+    std::vector<bool> is_found(part.height);
+    std::mutex finding; // rows are made by several threads, some of them twice
+    slot.processor.run(polarization::Frame_rows{
+        part.height, part.width, [&](std::size_t begin, std::size_t end, std::uint16_t* target) {
+            for (std::size_t row = begin; row != end; ++row, target += part.width) {
+                std::span const samples(target, part.width);
+                slot.input.copy_row(part.row + row, part.column, samples);
+                Sample_findings const found =
+                    preparation_.prepare_row(samples, part.row + row, part.column);
+                std::lock_guard const lock{finding};
+                if (!is_found[row]) {
+                    is_found[row] = true;
+                    findings.add(found);
+                }
+            }
+        }});
+    tell(preparation_.warnings(findings, part, place.name()), place);
+}
+
+void Process_run::transform(Slot& slot) {
+    if (takes_rows(slot.input.place())) {
+        transform_rows(slot);
+        return;
+    }
+    Sample_warnings const warnings = preparation_.apply(
+        slot.input, slot.frame, Dark_level::subtracted,
+        tells_saturation(slot.input.place()) ? &slot.saturated : nullptr);
+    slot.size = slot.frame.size();
+    if (stack_) {
+        require_size_of_stack(slot);
+    }
+    tell(warnings, slot.input.place());
+    slot.processor.run(slot.frame, slot.saturated);
+    if (!has_checked_balance_.exchange(true)) {
+        warn_of_imbalance(slot);
+    }
+}
+
+void Process_run::tell(Sample_warnings const& warnings, Frame_place const& place) {
+    if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
+        warn(warnings.depth);
+    }
+    // The same dark frames are taken off all frames, so one line speaks for all.
+    if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
+        warn(warnings.dark);
+    }
+}
+
 void Process_run::work(Slot& slot) {
     Frame_place const& place = slot.input.place();
     naming(place, [&] {
@@ -138,29 +207,10 @@ void Process_run::work(Slot& slot) {
                 slot.input.size(), place.name(), *origin.calibration, origin.calibration_file,
                 origin.region.has_value());
         }
-        bool const masks = results_.masks_pictures(place);
-        bool const tells_saturation =
-            masks || results_.processing.planes.contains(polarization::Plane::validity);
-        Sample_warnings const warnings = preparation_.apply(
-            slot.input, slot.frame, Dark_level::subtracted,
-            tells_saturation ? &slot.saturated : nullptr);
-        if (stack_) {
-            require_size_of_stack(slot);
-        }
-        if (!warnings.depth.empty() && (!place.is_part() || !has_warned_of_depth_.exchange(true))) {
-            warn(warnings.depth);
-        }
-        // The same dark frames are taken off all frames, so one line speaks for all.
-        if (!warnings.dark.empty() && !has_warned_of_dark_.exchange(true)) {
-            warn(warnings.dark);
-        }
-        slot.processor.run(slot.frame, slot.saturated);
-        if (!has_checked_balance_.exchange(true)) {
-            warn_of_imbalance(slot);
-        }
+        transform(slot);
         std::span<std::uint8_t const> const validity =
-            masks ? slot.processor.validity(slot.frame, slot.saturated)
-                  : std::span<std::uint8_t const>();
+            results_.masks_pictures(place) ? slot.processor.validity(slot.frame, slot.saturated)
+                                           : std::span<std::uint8_t const>();
         if (!pipe_) {
             slot.staged = results_.stage(place, slot.processor, validity);
         }
@@ -209,7 +259,7 @@ void Process_run::publish(std::size_t index, Slot& slot) {
             stack_->note_done(slot.number);
         }
     });
-    pixels_ += slot.frame.samples.size();
+    pixels_ += slot.size.width * slot.size.height;
     if (!options_.is_quiet && !slot.input.place().is_part() && !stack_) {
         tell(line_of(slot));
     }
@@ -316,7 +366,9 @@ polarization::Pipeline_result Process_run::through_pipeline(
     };
     auto outcome = polarization::run_pipeline(
         pipeline,
-        [&processing] { return Slot{{}, {}, Frame_processor(processing), {}, Staged_files(), 0}; },
+        [&processing] {
+            return Slot{{}, {}, {}, Frame_processor(processing), {}, Staged_files(), 0};
+        },
         [&](std::size_t index, Slot& slot) {
             bool is_there = false;
             counting_failure([&] { is_there = fetch(source, index, slot); });
@@ -326,7 +378,7 @@ polarization::Pipeline_result Process_run::through_pipeline(
         [&](std::size_t, Slot& slot) { counting_failure([&] { work(slot); }); },
         [&](std::size_t index, Slot& slot) {
             counting_failure([&] { publish(index, slot); });
-            progress.add(slot.frame.samples.size());
+            progress.add(slot.size.width * slot.size.height);
         });
     seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {

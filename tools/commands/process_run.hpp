@@ -40,7 +40,8 @@ public:
 private:
     struct Slot {
         Frame_slot input;
-        Frame frame; // prepared
+        Frame frame; // prepared, unless its rows went straight to the planes
+        polarization::Size size;
         Frame_processor processor;
         std::vector<std::uint8_t> saturated; // of `Frame_preparation`
         Staged_files staged;
@@ -78,6 +79,13 @@ private:
     /// @return false if there is no such frame
     bool fetch(polarization::Frame_source& source, std::size_t number, Slot& slot);
     void work(Slot& slot);
+    /// Whether nothing but the transform needs the frame.
+    bool takes_rows(Frame_place const& place) const;
+    bool tells_saturation(Frame_place const& place) const;
+    /// From what was read to planes.
+    void transform(Slot& slot);
+    void transform_rows(Slot& slot);
+    void tell(Sample_warnings const& warnings, Frame_place const& place);
     void warn_of_imbalance(Slot& slot) const;
     void publish(std::size_t index, Slot& slot);
     /// Numbers to standard output.

@@ -74,7 +74,7 @@ polarization::Size Process_run::size_of_frames(Recording const& recording) const
 }
 
 void Process_run::require_size_of_stack(Slot const& slot) const {
-    polarization::Size const size = slot.frame.size();
+    polarization::Size const size = slot.size;
     if (size != stack_->size()) {
         throw File_failure(
             slot.input.place().name(), "has " + to_string(size) + " pixels, but its stack " +

@@ -70,10 +70,22 @@ void Frame_processor::take_memory(std::size_t height, std::size_t width) {
     }
 }
 
+template <class Source>
+void Frame_processor::transform(Source const& source) {
+    transform_(
+        source, planes_->views(),
+        signed_planes_ ? signed_planes_->views() : polarization::Signed_views());
+}
+
+void Frame_processor::run(polarization::Frame_rows const& frame) {
+    take_memory(frame.height, frame.width);
+    milliseconds_.clear();
+    transform(frame);
+    convert_planes();
+}
+
 void Frame_processor::run(Frame const& frame, std::span<std::uint8_t const> saturated) {
     take_memory(frame.height, frame.width);
-    polarization::Signed_views const signed_planes =
-        signed_planes_ ? signed_planes_->views() : polarization::Signed_views();
     milliseconds_.clear();
     for (unsigned repetition = 0; repetition < processing_.repetitions; ++repetition) {
         // Whoever interrupts a run does not want the frame any more, so one repetition will do.
@@ -81,7 +93,7 @@ void Frame_processor::run(Frame const& frame, std::span<std::uint8_t const> satu
             break;
         }
         auto const start = std::chrono::steady_clock::now();
-        transform_(frame.view(), planes_->views(), signed_planes);
+        transform(frame.view());
         std::chrono::duration<double, std::milli> const elapsed =
             std::chrono::steady_clock::now() - start;
         milliseconds_.push_back(elapsed.count());
@@ -89,6 +101,10 @@ void Frame_processor::run(Frame const& frame, std::span<std::uint8_t const> satu
     if (!saturated.empty() && computed_.contains(Plane::validity)) {
         polarization::mark_saturated(saturated, frame.size(), planes_->views().validity);
     }
+    convert_planes();
+}
+
+void Frame_processor::convert_planes() {
     for (Plane const plane : processing_.planes.list()) {
         if (processing_.is_converted(plane)) {
             auto& result = converted_[static_cast<std::size_t>(plane)];

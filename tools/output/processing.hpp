@@ -50,6 +50,8 @@ public:
     ///        subtracted, 0 or 1; empty if it was not
     /// @throws polarization::Argument_error if the frame cannot be transformed
     void run(Frame const& frame, std::span<std::uint8_t const> saturated);
+    /// A frame whose rows are made on the way. Its time is not taken.
+    void run(polarization::Frame_rows const& frame);
     /// Of the same frame, whether `validity` is among the planes or not.
     std::span<std::uint8_t const> validity(
         Frame const& frame, std::span<std::uint8_t const> saturated);
@@ -63,6 +65,9 @@ public:
 
 private:
     void take_memory(std::size_t height, std::size_t width);
+    template <class Source>
+    void transform(Source const& source);
+    void convert_planes();
     void convert(polarization::Plane plane, std::vector<float>& result);
     std::span<std::int32_t const> signed_elements(polarization::Plane plane) const;
 

@@ -3,10 +3,12 @@
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 #include "veldrane_mrv/polarization/simulation.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <numbers>
 #include <opencv2/imgcodecs.hpp>
+#include <random>
 #include <tiffio.h>
 
 namespace {
@@ -280,6 +282,53 @@ TEST_F(Process_inputs, jobs_share_a_frame_where_there_are_more_of_them) {
         first = first.empty() ? contents : first;
         EXPECT_GT(contents.size(), 12U * 803 * 331);
         EXPECT_EQ(contents == first, true) << jobs << " jobs";
+    }
+}
+
+// Frames of a recording go from bytes to planes in bands, behind the first; a file of one frame is
+// prepared as a whole.
+TEST_F(Process_inputs, bands_of_a_recording_give_what_a_whole_frame_gives) {
+    constexpr std::size_t frame_bytes = 803 * 332 * 3 / 2;
+    std::vector<std::uint8_t> bytes(4 * frame_bytes);
+    std::ranges::generate(bytes, std::mt19937{1});
+    test_files::write(folder_ / "run.raw", bytes);
+    test_files::write(folder_ / "one.raw", std::span(bytes).last(frame_bytes));
+    test_files::write(folder_ / "dark.raw", std::vector<std::uint8_t>(frame_bytes, 0x22));
+    for (char const* const region : {"0,0,332,803", "3,5,327,790"}) {
+        for (char const* const jobs : {"1", "8"}) {
+            forget_results();
+            Outcome const outcome = process_with(
+                {in_folder("run.raw"), in_folder("one.raw")}, {"-o",
+                                                               results(),
+                                                               "--pixel-format",
+                                                               "Mono12p",
+                                                               "--width",
+                                                               "332",
+                                                               "--height",
+                                                               "803",
+                                                               "--phase",
+                                                               "1",
+                                                               "--no-pictures",
+                                                               "--region",
+                                                               region,
+                                                               "--jobs",
+                                                               jobs,
+                                                               "--shift",
+                                                               "1",
+                                                               "--bit-depth",
+                                                               "10",
+                                                               "--dark",
+                                                               in_folder("dark.raw")});
+            ASSERT_EQ(outcome.code, 0) << outcome.errors;
+            EXPECT_NE(outcome.errors.find("samples up to 2047"), std::string::npos);
+            for (std::string const plane : {"_s0", "_s1", "_azimuth", "_dolp"}) {
+                EXPECT_EQ(
+                    test_files::read(result("run_000003" + plane + ".tif")) ==
+                        test_files::read(result("one" + plane + ".tif")),
+                    true)
+                    << plane << ", region " << region << ", jobs " << jobs;
+            }
+        }
     }
 }
 
