@@ -9,7 +9,7 @@ from __future__ import annotations
 from . import _native
 from ._arguments import PLANES
 from ._calibrating import Calibration
-from ._lazy_datasets import open_recording
+from ._lazy import open_recording
 from ._measuring import calibrate
 from ._native import Analyser, Model_quality, Scale
 from ._photon_transfer import noise_from_flats

@@ -18,7 +18,8 @@ from batch_support import frames_of, output, settings, store_all
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _frame_blocks, _recordings
+from veldrane_polarization import _recordings
+from veldrane_polarization._lazy import frame_blocks
 
 COUNT, HEIGHT, WIDTH = 5, 64, 96
 BARE = dict(pixel_format="Mono12p", height=HEIGHT, width=WIDTH)
@@ -68,7 +69,7 @@ def opened(file, **more):
 def calls(monkeypatch):
     """What is read and which planes are computed, in their order."""
     seen = []
-    read, process = _recordings.Raw_recording.read, _frame_blocks.Settings.process
+    read, process = _recordings.Raw_recording.read, frame_blocks.Settings.process
 
     def reading(self, first, stop):
         seen.append((first, stop))
@@ -80,7 +81,7 @@ def calls(monkeypatch):
         return process(self, raw, threads)
 
     monkeypatch.setattr(_recordings.Raw_recording, "read", reading)
-    monkeypatch.setattr(_frame_blocks.Settings, "process", processing)
+    monkeypatch.setattr(frame_blocks.Settings, "process", processing)
     return seen
 
 
@@ -187,7 +188,7 @@ def test_nothing_is_made_for_each_frame_before_it_is_looked_at(bare, monkeypatch
     def made(*_):
         raise AssertionError("tasks were made")
 
-    for layer in (_frame_blocks._Blocks, _frame_blocks._Plane):
+    for layer in (frame_blocks._Blocks, frame_blocks._Plane):
         for method in ("__iter__", "get_output_keys", "cull"):
             monkeypatch.setattr(layer, method, made)
     assert opened(bare[0]).sizes["time"] == COUNT

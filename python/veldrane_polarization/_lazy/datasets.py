@@ -11,12 +11,12 @@ from typing import Any, Optional, Union
 
 import numpy as np
 
-from . import _arguments, _native, _settings, _trust, datasets
-from ._arguments import Layout
-from ._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from ._recordings import Recording
-from ._recordings import open_recording as find_recording
-from ._settings import Settings
+from .. import _arguments, _native, _settings, _trust, datasets
+from .._arguments import Layout
+from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
+from .._recordings import Recording
+from .._recordings import open_recording as find_recording
+from .._settings import Settings
 
 _LARGEST_BLOCK = 1 << 24
 _LARGEST_NUMBER = (1 << 63) - 1
@@ -160,8 +160,8 @@ def _check_installed() -> None:
 def _dataset(recording: Recording, settings: Settings, scaled: bool, frames_per_block: int) -> Any:
     import xarray
 
-    from . import _frame_blocks
-    from ._frame_blocks import RAW, Work
+    from . import frame_blocks
+    from .frame_blocks import RAW, Work
 
     height, width = recording.shape
     empty = settings.process(np.zeros((0, height, width), recording.dtype))
@@ -174,7 +174,7 @@ def _dataset(recording: Recording, settings: Settings, scaled: bool, frames_per_
         for name, attributes in about.items():
             if "scale_factor" in attributes:
                 scales[name] = attributes.pop("scale_factor"), attributes.pop("add_offset")
-    arrays = _frame_blocks.arrays_of(recording, frames_per_block, Work(settings, scales))
+    arrays = frame_blocks.arrays_of(recording, frames_per_block, Work(settings, scales))
     variables: dict[str, Any] = {
         RAW: (("time", "y", "x"), arrays[RAW], {"long_name": "raw samples", "units": "count"})
     }

@@ -13,10 +13,10 @@ from dask import array as da
 from dask.base import tokenize
 from dask.highlevelgraph import HighLevelGraph, Layer, MaterializedLayer
 
-from . import _arguments
-from ._arguments import Array
-from ._recordings import Picture_recording, Recording, Recording_changed, Recording_error
-from ._settings import Settings
+from .. import _arguments
+from .._arguments import Array
+from .._recordings import Picture_recording, Recording, Recording_changed, Recording_error
+from .._settings import Settings
 
 RAW = "raw"
 
