@@ -103,35 +103,41 @@ void compute_rows(
 // that go past these, and a third of the traffic is saved: no line is fetched to be overwritten.
 constexpr std::size_t least_streamed_pixels = std::size_t{1} << 20;
 
-bool can_be_streamed(
-    Polarization_computation_arguments const& arguments, std::int32_t const* plane) {
-    return arguments.height * arguments.width >= least_streamed_pixels &&
-           arguments.width % 4 == 0 && reinterpret_cast<std::uintptr_t>(plane) % 16 == 0;
+bool can_be_streamed(std::size_t width, std::int32_t const* plane) {
+    return width % 4 == 0 && reinterpret_cast<std::uintptr_t>(plane) % 16 == 0;
 }
 
+/// What all index lists need.
+struct Call {
+    Polarization_computation_arguments const& arguments;
+    std::int32_t* s1;
+    std::int32_t* s2;
+    bool streams;
+};
+
 template <typename Indices, bool rescale>
-void compute_with(
-    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2,
-    Signed_constants const& constants) {
-    if (can_be_streamed(arguments, s1) && can_be_streamed(arguments, s2)) {
-        compute_rows<Indices, rescale, Store::streaming>(arguments, s1, s2, constants);
+void compute_with(Call const& call, Signed_constants const& constants) {
+    if (call.streams) {
+        compute_rows<Indices, rescale, Store::streaming>(
+            call.arguments, call.s1, call.s2, constants);
     } else {
-        compute_rows<Indices, rescale, Store::ordinary>(arguments, s1, s2, constants);
+        compute_rows<Indices, rescale, Store::ordinary>(
+            call.arguments, call.s1, call.s2, constants);
     }
 }
 
 template <typename Indices>
-void compute_phase(
-    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2) {
+void compute_phase(Call const& call) {
+    Polarization_computation_arguments const& arguments = call.arguments;
     __m256 const limit = _mm256_set1_ps(arguments.maximum_output_value);
     Signed_constants constants{_mm256_cvtps_epi32(limit), {}};
     constants.rescaling.maximum_output_value = limit;
     if (arguments.maximum_output_value_integer == (1 << arguments.bit_depth) - 1) {
-        compute_with<Indices, false>(arguments, s1, s2, constants);
+        compute_with<Indices, false>(call, constants);
     } else {
         constants.rescaling.input_reciprocal =
             _mm256_rcp_ps(_mm256_set1_ps(arguments.maximum_input_value));
-        compute_with<Indices, true>(arguments, s1, s2, constants);
+        compute_with<Indices, true>(call, constants);
     }
 }
 
@@ -143,16 +149,21 @@ Blocked_pixels blocked_pixels(std::size_t height, std::size_t width) {
 }
 
 void compute_signed_blocks(
-    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2) {
+    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2,
+    std::size_t plane_pixels) {
+    Call const call{
+        arguments, s1, s2,
+        plane_pixels >= least_streamed_pixels && can_be_streamed(arguments.width, s1) &&
+            can_be_streamed(arguments.width, s2)};
     switch (arguments.polar_phase) {
     case 1:
-        return compute_phase<Phase_1_indices>(arguments, s1, s2);
+        return compute_phase<Phase_1_indices>(call);
     case 2:
-        return compute_phase<Phase_2_indices>(arguments, s1, s2);
+        return compute_phase<Phase_2_indices>(call);
     case 3:
-        return compute_phase<Phase_3_indices>(arguments, s1, s2);
+        return compute_phase<Phase_3_indices>(call);
     default:
-        return compute_phase<Phase_0_indices>(arguments, s1, s2);
+        return compute_phase<Phase_0_indices>(call);
     }
 }
 

@@ -23,7 +23,10 @@ Blocked_pixels blocked_pixels(std::size_t height, std::size_t width);
 /// Stores what the processor would of S1 and S2 less what it would of their opposites, in round to
 /// nearest. No plane of the record is written.
 /// @param s1 height * width numbers, or null if not wanted; and `s2`
+/// @param plane_pixels of the planes that these are a part of: large ones are stored past the
+/// caches
 void compute_signed_blocks(
-    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2);
+    Polarization_computation_arguments const& arguments, std::int32_t* s1, std::int32_t* s2,
+    std::size_t plane_pixels);
 
 } // namespace fixed

@@ -51,11 +51,14 @@ struct Shares {
     }
 };
 
+// As many for each thread, or else one has to work alone in the end.
 Shares shares_of(Size const& frame, Mode mode, unsigned threads) {
-    std::size_t const share_rows = std::max(
-        {mode == Mode::fast ? least_rows : std::size_t{2}, least_pixels / frame.width,
-         (frame.height - 1) / (threads * shares_per_thread) + 1});
-    return {frame.height, threads == 1 ? frame.height : share_rows};
+    std::size_t const least =
+        std::max(mode == Mode::fast ? least_rows : std::size_t{2}, least_pixels / frame.width);
+    std::size_t const most = std::max<std::size_t>(1, frame.height / least);
+    std::size_t const count =
+        most < threads ? most : threads * std::min(shares_per_thread, most / threads);
+    return {frame.height, (frame.height - 1) / (threads == 1 ? 1 : count) + 1};
 }
 
 } // namespace
@@ -76,7 +79,10 @@ public:
             [&](std::size_t begin, std::size_t end, unsigned thread, Plane_views const& wanted) {
                 std::size_t const rows = end - begin + (end == frame.height() ? 0 : 1);
                 workers_[thread].transform(
-                    {{frame.row(begin).data(), rows, frame.width()}, begin, end - begin},
+                    {{frame.row(begin).data(), rows, frame.width()},
+                     begin,
+                     end - begin,
+                     frame.height()},
                     from_row(wanted, begin, frame.width()),
                     from_row(signed_planes, begin, frame.width()), Row_below::kept);
             });
@@ -159,8 +165,8 @@ private:
             std::size_t const needed = first + rows == frame.height ? rows : rows + 1;
             frame.fill(first + made, first + needed, samples + made * width);
             worker.transform(
-                {{samples, needed, width}, first, rows}, from_row(planes, first, width),
-                from_row(signed_planes, first, width),
+                {{samples, needed, width}, first, rows, frame.height},
+                from_row(planes, first, width), from_row(signed_planes, first, width),
                 first + rows == end ? Row_below::kept : Row_below::overwritten);
             std::copy_n(samples + rows * width, (needed - rows) * width, samples);
             made = needed - rows;

@@ -47,13 +47,15 @@ Thread_team::~Thread_team() {
 }
 
 void Thread_team::start() {
-    others_.reserve(threads_ - 1);
     try {
+        others_.reserve(threads_ - 1);
         while (others_.size() + 1 < threads_) {
             auto const number = static_cast<unsigned>(others_.size() + 1);
             others_.emplace_back([this, number] { help(number); });
         }
     } catch (std::system_error const&) { // those there are do the work
+        threads_ = static_cast<unsigned>(others_.size() + 1);
+    } catch (std::bad_alloc const&) {
         threads_ = static_cast<unsigned>(others_.size() + 1);
     }
 }

@@ -80,7 +80,8 @@ void compute_signed(Band const& band, Settings const& settings, Signed_views con
     job.signed_s1 = memory_of(signed_planes.s1);
     job.signed_s2 = memory_of(signed_planes.s2);
     job.matrices = settings.matrices.by_position.data();
-    fixed::compute_signed_blocks(job.arguments, job.signed_s1, job.signed_s2);
+    fixed::compute_signed_blocks(
+        job.arguments, job.signed_s1, job.signed_s2, band.height * band.samples.width());
     auto const [rows, columns] = fixed::blocked_pixels(job.arguments.height, job.arguments.width);
     weighted::compute_rows(job, 0, rows, columns);
     weighted::compute_rows(job, rows, band.rows);

@@ -31,6 +31,9 @@ polarization::Plane_views planes_of(Targets const& targets, std::size_t index) {
 /// What one frame in flight needs.
 class Worker {
 public:
+    /// As many threads as a frame takes.
+    static constexpr std::size_t most_threads = 1024;
+
     Worker(polarization::Settings const& settings, polarization::Mode mode, std::size_t threads)
         : transform_{settings, {.mode = mode, .threads = static_cast<unsigned>(threads)}} {}
 
@@ -109,8 +112,8 @@ void process_frames(
     std::size_t const wanted = threads == 0 ? usable_processors() : threads;
     // Frames side by side lose no time to one another, so threads share a frame only where there
     // are too few of them.
-    std::size_t const sharing =
-        std::max<std::size_t>(1, wanted / std::max<std::size_t>(1, raw.count()));
+    std::size_t const sharing = std::clamp<std::size_t>(
+        wanted / std::max<std::size_t>(1, raw.count()), 1, Worker::most_threads);
     Worker own{settings, mode, sharing};
     if (raw.count() == 1) {
         own.process(raw, targets, 0);

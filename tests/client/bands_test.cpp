@@ -160,6 +160,23 @@ TEST(Bands, have_the_tables_of_their_own_rows) {
     std::cout << ways.compared() << " frames compared with those of one thread\n";
 }
 
+// Planes of 2^20 pixels and more are stored past the caches.
+TEST(Bands, are_the_frame_for_large_signed_planes) {
+    Size const size{.width = 1312, .height = 802};
+    Settings const settings = settings_of(2);
+    support::Samples const samples = samples_of(size);
+    Frame_view const frame{samples, size.height, size.width};
+    Signed_planes expected{size.height, size.width, {Plane::s1, Plane::s2}};
+    Frame_transform{settings}(frame, {}, expected.views());
+    Signed_planes planes{size.height, size.width, {Plane::s1, Plane::s2}};
+    Frame_transform transform{settings, {.threads = 2}};
+    transform(frame, {}, planes.views());
+    EXPECT_TRUE(planes.s1 == expected.s1 && planes.s2 == expected.s2);
+    planes = Signed_planes{size.height, size.width, {Plane::s1, Plane::s2}};
+    transform(rows_of(frame), {}, planes.views());
+    EXPECT_TRUE(planes.s1 == expected.s1 && planes.s2 == expected.s2);
+}
+
 TEST(Bands, follow_the_rounding_mode_of_the_caller) {
     Ways ways;
     for (int const rounding : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {

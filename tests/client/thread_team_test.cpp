@@ -6,9 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <cfenv>
 #include <iostream>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace client_test {
@@ -35,26 +37,48 @@ TEST(Thread_team, does_every_part_once) {
     std::cout << parts_done << " parts\n";
 }
 
+/// As many parts as threads, each of which waits for the others: every thread has one.
+void run_in_each_of_three_threads(Thread_team& team, Thread_team::Task const& task) {
+    ASSERT_EQ(team.threads(), 3U);
+    std::barrier all_have_begun{3};
+    team.run(3, [&](std::size_t part, unsigned thread) {
+        all_have_begun.arrive_and_wait();
+        task(part, thread);
+    });
+}
+
+// New threads inherit the environment, so the team has to be older than it.
 TEST(Thread_team, works_in_the_callers_floating_point_environment) {
     Thread_team team{3};
+    run_in_each_of_three_threads(team, [](std::size_t, unsigned) {});
+    std::atomic<int> parts{0};
     for (int const rounding : {FE_UPWARD, FE_TONEAREST, FE_DOWNWARD}) {
         std::fesetround(rounding);
-        team.run(30, [&](std::size_t, unsigned) { EXPECT_EQ(std::fegetround(), rounding); });
+        run_in_each_of_three_threads(team, [&](std::size_t, unsigned) {
+            EXPECT_EQ(std::fegetround(), rounding);
+            ++parts;
+        });
     }
     std::fesetround(FE_TONEAREST);
+    EXPECT_EQ(parts, 9);
 }
 
 TEST(Thread_team, throws_the_first_exception_and_goes_on_with_the_next_work) {
     Thread_team team{3};
-    for (int round = 0; round < 50; ++round) {
+    for (unsigned thrower = 0; thrower < 3; ++thrower) {
         EXPECT_THROW(
-            team.run(
-                20,
-                [](std::size_t part, unsigned) {
-                    if (part % 5 == 3) {
-                        throw std::runtime_error("part " + std::to_string(part));
+            run_in_each_of_three_threads(
+                team,
+                [&](std::size_t, unsigned thread) {
+                    if (thread == thrower) {
+                        throw std::runtime_error("of one thread");
                     }
                 }),
+            std::runtime_error);
+        EXPECT_THROW(
+            team.run(
+                20, [](std::size_t part,
+                       unsigned) { throw std::runtime_error("part " + std::to_string(part)); }),
             std::runtime_error);
         std::atomic<int> done{0};
         team.run(20, [&](std::size_t, unsigned) { ++done; });

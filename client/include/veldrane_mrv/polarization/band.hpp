@@ -19,13 +19,15 @@ struct Band {
     std::size_t first;
     /// How many it has, at least 2; an even number unless the frame ends with it.
     std::size_t rows;
+    /// Of the frame.
+    std::size_t height;
 
-    bool ends_frame() const { return rows == samples.height(); }
+    bool ends_frame() const { return first + rows == height; }
 };
 
 /// All rows of a frame.
 inline Band whole(Frame_view const& frame) {
-    return {frame, 0, frame.height()};
+    return {frame, 0, frame.height(), frame.height()};
 }
 
 /// A raw frame whose samples are made when they are needed, a few rows at a time, so that they
