@@ -71,10 +71,16 @@ void Sample_stream::find_next() {
         return;
     }
     while (passed_ <= wanted) {
-        if (!read_frame()) {
-            is_at_end_ = true;
+        try {
+            is_at_end_ = !read_frame();
+        } catch (...) {
+            is_at_end_ = is_at_end_ || is_within_frame_; // where the next one begins is not known
+            throw;
+        }
+        if (is_at_end_) {
             return;
         }
+        is_within_frame_ = false;
         ++passed_;
     }
     ++found_;
@@ -169,6 +175,7 @@ std::size_t Sample_stream::read_some(char* target, std::size_t count) {
         }
         ssize_t const read = ::read(descriptor_, target, count);
         if (read >= 0) {
+            is_within_frame_ = is_within_frame_ || read > 0;
             return static_cast<std::size_t>(read);
         }
         if (errno != EINTR && errno != EAGAIN) {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <new>
 #include <thread>
 #include <unistd.h>
 
@@ -170,6 +171,26 @@ TEST_F(Sample_streams, memory_is_taken_as_bytes_come) {
     EXPECT_NE(
         ending(text_of(1000), huge).find("after 1000 of its 2199023255552 bytes"),
         std::string::npos);
+}
+
+// What fails within a frame (memory that its next bytes lack, say) fails here in the question
+// whether to stop, which is asked before each read.
+TEST_F(Sample_streams, nothing_is_given_out_behind_a_frame_that_was_left_within) {
+    for (int const failing : {1, 2, 3}) {
+        Pipe pipe;
+        pipe.put(text_of(20));
+        int questions = 0;
+        Sample_stream source(pipe.reading_end(), "", "stdin", layout, {}, [&]() -> bool {
+            return ++questions == failing ? throw std::bad_alloc() : false;
+        });
+        EXPECT_THROW(source.has_frame(0), std::bad_alloc) << failing;
+        pipe.put(text_of(4 + 3 * 33).substr(20));
+        pipe.end();
+        bool const was_left_within = failing > 1; // the first read is that of the header
+        EXPECT_EQ(source.has_frame(0), !was_left_within) << failing;
+        EXPECT_EQ(source.count().has_value(), was_left_within) << failing;
+        EXPECT_EQ(questions > failing, !was_left_within) << failing;
+    }
 }
 
 TEST_F(Sample_streams, whoever_waits_can_be_stopped) {

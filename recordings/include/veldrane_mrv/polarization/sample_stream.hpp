@@ -34,7 +34,7 @@ public:
     Frame_place place(std::size_t number) const override;
     /// Waits for it.
     /// @throws File_failure if the stream cannot be read, is empty, begins like a picture or ends
-    ///         within a frame
+    ///         within a frame; what is thrown after a part of a frame was read ends the stream
     bool has_frame(std::size_t number) override;
 
 private:
@@ -60,8 +60,9 @@ private:
     bool has_bytes_ = false; // until they are fetched
     bool is_stopped_ = false;
     bool is_at_end_ = false;
-    std::size_t passed_ = 0; // frames that were read
-    std::size_t found_ = 0;  // selected ones among them
+    bool is_within_frame_ = false; // or within what is in front of it
+    std::size_t passed_ = 0;       // frames that were read
+    std::size_t found_ = 0;        // selected ones among them
 };
 
 } // namespace veldrane_mrv::polarization
