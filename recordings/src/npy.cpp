@@ -147,6 +147,7 @@ private:
             auto const [end, error] =
                 std::from_chars(rest_.data(), rest_.data() + rest_.size(), numbers.emplace_back());
             rest_.remove_prefix(static_cast<std::size_t>(end - rest_.data()));
+            take("L"); // of Python 2
             is_good = error == std::errc() && (take(",") || is_next(')'));
         }
         return is_good ? std::optional(numbers) : std::nullopt;

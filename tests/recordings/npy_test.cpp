@@ -86,6 +86,12 @@ TEST_F(Npy_files, keys_stand_in_any_order_and_notation) {
     EXPECT_EQ(read(*source, 0), (Samples{1, 8}));
 }
 
+TEST_F(Npy_files, shapes_may_be_written_by_python_2) {
+    auto const source = opened(head(described("|u1", "(2L, 1, 2L)")), 4);
+    ASSERT_EQ(source->count(), 2U);
+    EXPECT_EQ(read(*source, 1), (Samples{15, 22}));
+}
+
 TEST_F(Npy_files, arrays_that_are_no_frames_get_one_line) {
     auto const expect = [](std::string const& line, std::string const& words) {
         EXPECT_NE(line.find(words), std::string::npos) << line;
@@ -131,6 +137,8 @@ TEST_F(Npy_files, damaged_headers_are_told_from_others) {
           "{'descr': '|u1', 'fortran_order': 0, 'shape': (2, 2)}",
           "{'descr': '|u1', 'fortran_order': False, 'shape': (2 2)}",
           "{'descr': '|u1', 'fortran_order': False, 'shape': (-2, 2)}",
+          "{'descr': '|u1', 'fortran_order': False, 'shape': (2LL, 2)}",
+          "{'descr': '|u1', 'fortran_order': False, 'shape': (L, 2)}",
           "{'descr': '|u1', 'fortran_order': False, 'shape': (99999999999999999999, 2)}",
           "{'descr': '|u1', 'fortran_order': False, 'shape': (2, 2)} x",
           "{'descr': '|u1', 'fortran_order': False 'shape': (2, 2)}",
