@@ -22,55 +22,70 @@ namespace {
 namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 
-/// Room for frames that were handed out and are not looked at any more. Fresh memory of a few
-/// million samples takes the system longer than unpacking them.
+/// What reading one file used and the next frame of it can use again. Fresh memory of a few million
+/// samples takes the system longer than unpacking them.
 class Rooms {
 public:
-    Rooms() { free_.reserve(most_kept); }
+    explicit Rooms(std::size_t most_kept) : most_kept_{most_kept} {
+        slots_.reserve(most_kept);
+        frames_.reserve(most_kept);
+    }
 
     std::unique_ptr<polarization::Frame_slot> take() {
         std::lock_guard const lock{mutex_};
-        if (free_.empty()) {
+        if (slots_.empty()) {
             return std::make_unique<polarization::Frame_slot>();
         }
-        auto slot = std::move(free_.back());
-        free_.pop_back();
+        auto slot = std::move(slots_.back());
+        slots_.pop_back();
+        if (!frames_.empty()) {
+            slot->frame() = std::move(frames_.back());
+            frames_.pop_back();
+        }
         return slot;
     }
 
+    /// @param slot whose frame was read
     void give_back(std::unique_ptr<polarization::Frame_slot> slot) {
         std::lock_guard const lock{mutex_};
-        if (free_.size() < most_kept) {
-            free_.push_back(std::move(slot));
+        if (slots_.size() < most_kept_) {
+            slots_.push_back(std::move(slot));
+        }
+    }
+
+    void give_back(polarization::Frame frame) {
+        std::lock_guard const lock{mutex_};
+        if (frames_.size() < most_kept_) {
+            frames_.push_back(std::move(frame));
         }
     }
 
 private:
-    static constexpr std::size_t most_kept = 4;
-
+    std::size_t most_kept_;
     std::mutex mutex_;
-    std::vector<std::unique_ptr<polarization::Frame_slot>> free_;
+    std::vector<std::unique_ptr<polarization::Frame_slot>> slots_;
+    std::vector<polarization::Frame> frames_;
 };
 
 /// A frame in an array's hands. Its room may outlive the file.
 class Lent_frame {
 public:
-    explicit Lent_frame(std::shared_ptr<Rooms> rooms)
-        : rooms_{std::move(rooms)}, slot_{rooms_->take()} {}
-    ~Lent_frame() { rooms_->give_back(std::move(slot_)); }
+    Lent_frame(std::shared_ptr<Rooms> rooms, polarization::Frame frame)
+        : rooms_{std::move(rooms)}, frame_{std::move(frame)} {}
+    ~Lent_frame() { rooms_->give_back(std::move(frame_)); }
     Lent_frame(Lent_frame const&) = delete;
     Lent_frame& operator=(Lent_frame const&) = delete;
 
-    polarization::Frame_slot& slot() { return *slot_; }
+    polarization::Frame const& frame() const { return frame_; }
 
 private:
     std::shared_ptr<Rooms> rooms_;
-    std::unique_ptr<polarization::Frame_slot> slot_;
+    polarization::Frame frame_;
 };
 
 // The array keeps the samples where they are.
 py::array array_of(std::unique_ptr<Lent_frame> lent) {
-    polarization::Frame& frame = lent->slot().frame();
+    polarization::Frame const& frame = lent->frame();
     py::capsule const owner{
         lent.get(), [](void* pointer) { delete static_cast<Lent_frame*>(pointer); }};
     static_cast<void>(lent.release());
@@ -94,22 +109,33 @@ class Frame_file {
 public:
     Frame_file(
         std::filesystem::path const& file, std::optional<polarization::Raw_layout> const& layout)
-        : source_{polarization::open_frames(file, layout)} {}
+        : source_{polarization::open_frames(file, layout)}, rooms_{std::make_shared<Rooms>(
+                                                                count() > 1 ? rooms_of_many : 0)} {}
 
     std::size_t count() const { return source_->count().value_or(0); }
 
     py::array read(std::size_t number) {
-        auto lent = std::make_unique<Lent_frame>(rooms_);
+        auto slot = rooms_->take();
         unsigned sample_bits = 0;
         {
             py::gil_scoped_release const unlocked;
-            fetch(number, lent->slot());
-            sample_bits = lent->slot().sample_bits();
+            fetch(number, *slot);
+            sample_bits = slot->sample_bits();
         }
-        return sample_bits == 8 ? narrow_array_of(lent->slot().frame()) : array_of(std::move(lent));
+        if (sample_bits == 8) {
+            py::array result = narrow_array_of(slot->frame());
+            rooms_->give_back(std::move(slot));
+            return result;
+        }
+        auto lent = std::make_unique<Lent_frame>(rooms_, std::exchange(slot->frame(), {}));
+        rooms_->give_back(std::move(slot));
+        return array_of(std::move(lent));
     }
 
 private:
+    // For two threads. What one file keeps, no other can use.
+    static constexpr std::size_t rooms_of_many = 2;
+
     void fetch(std::size_t number, polarization::Frame_slot& slot) {
         std::lock_guard const lock{reading_};
         source_->read(number, slot);
@@ -117,7 +143,7 @@ private:
 
     std::unique_ptr<polarization::Frame_source> source_;
     std::mutex reading_;
-    std::shared_ptr<Rooms> rooms_ = std::make_shared<Rooms>();
+    std::shared_ptr<Rooms> rooms_;
 };
 
 // A slow disk, or a TIFF file whose pictures are counted, holds up no other thread.

@@ -2,7 +2,9 @@
 
 from __future__ import annotations
 
+import ctypes
 import itertools
+import os
 import pickle
 import random
 import struct
@@ -17,7 +19,7 @@ from batch_support import assert_equal, frames_of, options, output, run, setting
 from PIL import Image
 
 import veldrane_polarization as vp
-from veldrane_polarization import _recordings
+from veldrane_polarization import _native, _recordings
 from veldrane_polarization._recordings.frame_files import read_frame
 from veldrane_polarization.batch import output_group, work
 
@@ -394,3 +396,29 @@ def test_frames_that_are_kept_stay_as_they_were_read(tmp_path):
     assert len(places) == 1
     del recording
     assert all(np.array_equal(kept[each], frames[each]) for each in kept)
+
+
+def memory_in_use():
+    ctypes.CDLL(None).malloc_trim(0)
+    with open("/proc/self/statm", encoding="ascii") as pages:
+        return int(pages.read().split()[1]) * os.sysconf("SC_PAGE_SIZE")
+
+
+def test_arrays_hold_their_samples_and_little_is_kept_behind_them(tmp_path):
+    size = 2 << 20
+    (tmp_path / "in.raw").write_bytes(b"\1" * (8 * size))
+    file = _native.Frame_file(str(tmp_path / "in.raw"), "Mono16", 1024, 1024, 0, 0)
+    before = memory_in_use()
+    kept = [file.read(number) for number in range(8)]
+    assert memory_in_use() - before < 11 * size
+    kept.clear()
+    assert memory_in_use() - before < 5 * size
+
+
+def test_nothing_is_kept_of_a_file_of_one_frame(tmp_path):
+    (tmp_path / "in.pgm").write_bytes(b"P5 1024 1024 65535 " + b"\1" * (2 << 20))
+    before = memory_in_use()
+    opened = [_native.Frame_file(str(tmp_path / "in.pgm")) for _ in range(4)]
+    for file in opened:
+        file.read(0)
+    assert memory_in_use() - before < 1 << 20
