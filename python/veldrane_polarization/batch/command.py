@@ -326,6 +326,7 @@ def _process(
         threads = running.check_workers(client, line.patience)
         interruption.raise_if_interrupted()
         output_group.prepare(output, settings, recording)
+        output_group.clear_marks(output, frames)
         report.start()
         under_way = running.Run(client, recording, output, settings, report, line.patience)
         # Workers that have just left may come back, or others.

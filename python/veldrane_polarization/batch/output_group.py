@@ -277,6 +277,17 @@ def incomplete_frames(output: Output, settings: Settings, recording: Recording) 
     return np.flatnonzero(~marked[: recording.count])
 
 
+def clear_marks(output: Output, frames: Array) -> None:
+    """Of frames to be done. A chunk that is not whole has some, and nothing is taken over from it."""
+    stale = np.zeros(frames[-1] + 1 if frames.size else 0, bool)
+    stale[frames] = _marked(output, stale.size)[frames]
+    with _in_one_line(Path(output.path)):
+        for index in np.flatnonzero(stale).tolist():
+            number, place = divmod(index, output.frames_per_chunk)
+            with output.opened_marks(number) as (descriptor, start):
+                os.pwrite(descriptor, b"\0", start + place)
+
+
 def _marked(output: Output, count: int) -> Array:
     """Of all frames that the files of marks have room for. One of another size marks nothing."""
     size = output.frames_per_mark_file

@@ -13,6 +13,12 @@ _SECONDS = 0.5
 Value = TypeVar("Value")
 
 
+def is_passing(error: Exception) -> bool:
+    return isinstance(error, ConnectionError) or (
+        isinstance(error, OSError) and error.errno in PASSING_ERRORS
+    )
+
+
 class Retries:
     """Tries an action three times, and counts how often it took more than one."""
 
@@ -24,7 +30,7 @@ class Retries:
             try:
                 return action()
             except OSError as error:
-                if error.errno not in PASSING_ERRORS and not isinstance(error, ConnectionError):
+                if not is_passing(error):
                     raise
             self.count += 1
             # Workers that failed at the same moment do not come back at the same moment.

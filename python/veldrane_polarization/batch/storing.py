@@ -75,7 +75,7 @@ class Output:
         return expected == (size, file_size)
 
     def last_mark(self, first: int, last: int) -> int:
-        """When one of these frames, or one near them, was last marked, in nanoseconds.
+        """When one of these frames, or one near them, was last done, in nanoseconds.
 
         A file that is opened is looked up anew on network storage.
         """
@@ -85,6 +85,12 @@ class Output:
             with open(self.mark_file(number), "rb", buffering=0) as stream:
                 times.append(os.fstat(stream.fileno()).st_mtime_ns)
         return max(times)
+
+    def show_progress(self, number: int) -> None:
+        """That a frame of a chunk is done which has no mark yet, as `last_mark` tells."""
+        with contextlib.suppress(OSError):  # what storage refuses shows when the chunk is stored
+            file = self.mark_file(number * self.frames_per_chunk // self.frames_per_mark_file)
+            os.utime(file, follow_symlinks=False)
 
     @contextlib.contextmanager
     def opened_marks(self, number: int) -> Iterator[tuple[int, int]]:
@@ -156,43 +162,57 @@ class Chunk:
             self._gathered[name][position] = values
 
     def store(self, done: Sequence[int]) -> None:
-        """Make or replace the chunk, then mark the frames that are done.
+        """Make or replace the chunk, and mark the frames that are in it.
 
         Whoever looks sees a file whole or not at all, and no mark before its frame. Other frames
         that have a mark stay as they are: those of an earlier run, or of the worker that was given
         this chunk while this one had stopped.
         """
         count = self.output.frames_per_chunk
-        is_full = len(done) == count
-        if is_full:
+        if is_full := len(done) == count:
             self._finish_files()
         with self.output.opened_marks(self.number) as (descriptor, place):
             _lock(descriptor)
+            before = np.frombuffer(os.pread(descriptor, count, place), np.uint8) == 1
+            after = before.copy()
+            after[list(done)] = True
             if not is_full:
-                marks = np.frombuffer(os.pread(descriptor, count, place), np.uint8)
-                self._take_over(sorted({*np.flatnonzero(marks == 1).tolist()} - {*done}))
+                self._take_over(sorted({*np.flatnonzero(before).tolist()} - {*done}))
                 self._finish_files()
+            # Without a lock another writer may have marked frames that this chunk lacks.
+            os.pwrite(descriptor, before.tobytes(), place)
             for _, unfinished, file in self._files.values():
                 os.replace(unfinished, file)
             self._files.clear()
-            # A byte at a time: storage without locks may take those of others in between.
-            for position in done:
-                os.pwrite(descriptor, b"\1", place + position)
+            os.pwrite(descriptor, after.tobytes(), place)
 
     def _take_over(self, positions: Sequence[int]) -> None:
         """Frames that are stored in this chunk already."""
         for name, values in self._last.items() if positions else ():
             file = self.output.file_of(name, self.number, 1 + values.ndim)
-            with open(file, "rb") as stream:
-                data: Any = stream.read()
             size = self.output.frames_per_chunk * values.nbytes
-            if not self.output.is_whole(file, len(data), size):
-                raise ValueError(f"{file} was damaged during the run; {GO_ON}")
-            if self._compressor is not None:
-                data = self._compressor.decode(data)
-            stored = np.frombuffer(data, values.dtype).reshape(-1, *values.shape)
-            for position in positions:
-                self._put(position, name, stored[position])
+            with open(file, "rb") as stream:
+                if not self.output.is_whole(file, os.fstat(stream.fileno()).st_size, size):
+                    raise ValueError(f"{file} was damaged during the run; {GO_ON}")
+                stored = None if self._compressor is None else self._unpacked(stream, values)
+                for position in positions:
+                    if stored is None:
+                        stream.seek(position * values.nbytes)
+                        data = np.frombuffer(stream.read(values.nbytes), values.dtype)
+                        self._put(position, name, data.reshape(values.shape))
+                    else:
+                        self._put(position, name, stored[position])
+
+    def _unpacked(self, stream: io.BufferedReader, values: Array) -> Array:
+        """All frames of a plane's chunk, each like these values."""
+        try:
+            data = self._compressor.decode(stream.read())
+        except MemoryError:
+            raise
+        except Exception:  # each version of the codec has its own
+            raise ValueError(f"{stream.name} is damaged; remove it, and {GO_ON}") from None
+        unpacked: Array = np.frombuffer(data, values.dtype).reshape(-1, *values.shape)
+        return unpacked
 
     def _finish_files(self) -> None:
         """Network storage tells only now what it could not take."""
@@ -222,8 +242,8 @@ def _lock(descriptor: int) -> None:
     """Until the file is closed.
 
     Network storage brings marks of several machines together where they are written under a lock.
-    Where there are none, or a process has stopped with it in hand, it goes without: at worst a frame
-    is done again.
+    Where there are none, or a process has stopped with it in hand, it goes without: a chunk is then
+    marked for what its last writer put into it, and at worst frames are done again.
     """
     end = time.monotonic() + _SECONDS_FOR_A_LOCK
     while time.monotonic() < end:

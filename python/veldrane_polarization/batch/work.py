@@ -13,7 +13,7 @@ from .._native import software_version
 from .._recordings import Recording, Recording_changed
 from .._settings import Settings
 from . import metrics
-from .retrying import Retries
+from .retrying import Retries, is_passing
 from .storing import GO_ON, Chunk, Output, Output_lost
 
 # Frames of one stored chunk are read together, which may hold thousands of them.
@@ -71,16 +71,18 @@ class _Reader:
         self._part_of = {index: part for part in parts for index in part}
         self._part: Sequence[int] = ()
         self._block: Union[None, Array, Sequence[Array]] = None
+        # Whether the part has had its tries already.
+        self._is_tired = False
 
     def read(self, index: int) -> Array:
         part = self._part_of[index]
         if part is not self._part:
-            self._part, self._block = part, None
+            self._part, self._block, self._is_tired = part, None, False
             if len(part) > 1:
                 try:
                     self._block = self._read(part[0], part[-1] + 1)
-                except Exception:  # frame by frame it shows which one is at fault
-                    pass
+                except Exception as error:  # frame by frame it shows which one is at fault
+                    self._is_tired = is_passing(error)
         raw = (
             self._read(index, index + 1)[0] if self._block is None else self._block[index - part[0]]
         )
@@ -92,6 +94,8 @@ class _Reader:
         return np.ascontiguousarray(raw)
 
     def _read(self, first: int, stop: int) -> Union[Array, Sequence[Array]]:
+        if self._is_tired:
+            return self._recording.read(first, stop)
         return self._retries(lambda: self._recording.read(first, stop))
 
 
@@ -135,6 +139,11 @@ def _process_chunk(
 def _problem(error: Exception, step: str) -> str:
     if isinstance(error, OSError) and error.strerror:
         return f"cannot be {step} ({error.strerror}); see to its file, and {GO_ON}"
+    if isinstance(error, MemoryError) and step == "stored":
+        return (
+            "its chunk does not fit into memory; give more of it to the worker, or another OUT with "
+            "fewer --frames-per-chunk"
+        )
     # What this package says needs no word of Python's before it.
     return str(error) if isinstance(error, ValueError) else f"{type(error).__name__}: {error}"
 
@@ -152,6 +161,8 @@ def _stored(
     first = number * output.frames_per_chunk
     with Chunk(output, number) as chunk:
         for index in indices:
+            if index != indices[0]:
+                output.show_progress(number)
             try:
                 result = settings.process(reader.read(index))
             except Recording_changed:

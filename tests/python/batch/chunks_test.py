@@ -216,3 +216,97 @@ def test_a_million_frames_are_some_thousand_files(tmp_path, monkeypatch):
     missing = incomplete_frames(out, settings(), recording)
     assert missing.tolist() == [0, *range(7000, 8000), 123_456, count - 1]
     assert sum(len(files) for _, _, files in os.walk(out.path)) < 3100
+
+
+def test_a_writer_without_the_lock_marks_what_its_chunk_has(folder, out, tmp_path, monkeypatch):
+    """It stops behind its look at the marks; another goes on without the lock and does all."""
+    put_back = spoiled(folder / "f02.tif")
+    finish = storing.Chunk._finish_files
+
+    def stopping(chunk):
+        monkeypatch.setattr(storing.Chunk, "_finish_files", finish)
+        monkeypatch.setattr(storing, "_SECONDS_FOR_A_LOCK", 0.02)
+        put_back()
+        assert process(folder, out, range(4)) == []
+        finish(chunk)
+
+    monkeypatch.setattr(storing.Chunk, "_finish_files", stopping)
+    assert process(folder, out, range(4)) == [2]
+    assert_equal(out.path, frames_of(FRAMES), [0, 1, 3])
+    assert marked(tmp_path / "out.zarr") == [0, 1, 3]
+
+
+def test_a_lost_chunk_costs_only_the_frames_that_cannot_be_read(
+    folder, tmp_path, clock, monkeypatch, capsys
+):
+    line = options("--frames-per-chunk", PER_CHUNK)
+    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *line) == 0
+    os.unlink(tmp_path / "out.zarr" / "dolp" / "1.0.0")
+    spoiled(folder / "f05.tif")
+    capsys.readouterr()
+    assert command_on(Made_up_client(clock), tmp_path, monkeypatch, "in", *line) == 1
+    assert "3 frames done, 7 skipped, 1 failed" in capsys.readouterr().out
+    wanted = [*range(5), *range(6, FRAMES)]
+    assert_equal(tmp_path / "out.zarr", frames_of(FRAMES), wanted)
+    assert marked(tmp_path / "out.zarr") == wanted
+
+
+def problems(folder, out, indices):
+    recording = _recordings.open_recording(folder)
+    outcome = process_frames(recording, out, settings(), indices, vp.__version__)
+    return [problem for _, problem in outcome]
+
+
+def test_a_chunk_that_cannot_be_unpacked_is_told_with_its_file(folder, tmp_path):
+    out = output(tmp_path / "out.zarr", "lz4", frames_per_chunk=PER_CHUNK)
+    assert process(folder, out, [0, 1]) == []
+    file = out.file_of("s0", 0, 3)
+    size = os.path.getsize(file)
+    with open(file, "r+b") as stream:
+        stream.seek(16)
+        stream.write(b"\xff" * (size - 16))
+    line = f"{file} is damaged; remove it, and the same command goes on from here"
+    assert problems(folder, out, [2]) == [line]
+
+
+def test_a_chunk_beyond_memory_is_told_with_its_remedy(folder, out, monkeypatch):
+    process(folder, out, [])
+
+    def no_memory(*arguments):
+        raise MemoryError("Unable to allocate 9 GiB")
+
+    monkeypatch.setattr(storing.Chunk, "_put", no_memory)
+    (problem,) = problems(folder, out, [2])
+    assert problem.startswith("its chunk does not fit into memory; give more of it to the worker")
+    assert "--frames-per-chunk" in problem
+
+
+def test_a_chunk_is_gone_on_with_a_frame_at_a_time(folder, tmp_path, monkeypatch):
+    out = output(tmp_path / "out.zarr", "none", frames_per_chunk=PER_CHUNK)
+    assert process(folder, out, [0, 1, 3]) == []
+    sizes = []
+    from_buffer = np.frombuffer
+
+    def watched(data, *more):
+        sizes.append(len(data))
+        return from_buffer(data, *more)
+
+    monkeypatch.setattr(storing.np, "frombuffer", watched)
+    assert process(folder, out, [2]) == []
+    assert max(sizes) == 64 * 96 * 2
+    assert assert_equal(out.path, frames_of(FRAMES), range(4)) == 4
+
+
+def test_frames_of_a_chunk_show_that_the_run_goes_on(folder, out, monkeypatch):
+    process(folder, out, [])
+    os.utime(out.mark_file(0), (1, 1))
+    seen = []
+    put = storing.Chunk.put
+
+    def putting(chunk, position, planes):
+        seen.append(out.last_mark(0, 3) > 10**9)
+        put(chunk, position, planes)
+
+    monkeypatch.setattr(storing.Chunk, "put", putting)
+    assert process(folder, out, range(3)) == []
+    assert seen == [False, True, True]

@@ -6,12 +6,16 @@ import errno
 import os
 
 import pytest
-from batch_support import Made_up_client, assert_equal, frames_of
+import zarr
+from batch_support import Made_up_client, assert_equal, frames_of, output, settings
 from made_up_run import FRAMES, clock, command_on, recording
 
+import veldrane_polarization as vp
 from veldrane_polarization import _recordings
 from veldrane_polarization._recordings import frame_files
 from veldrane_polarization.batch import retrying
+from veldrane_polarization.batch.output_group import prepare
+from veldrane_polarization.batch.work import process_frames
 
 # Fixtures.
 __all__ = ["clock", "recording"]
@@ -114,3 +118,16 @@ def test_what_stays_is_tried_once(number, pauses):
     with pytest.raises(OSError):
         retries(act)
     assert len(failed) == 1 and retries.count == 0 and not pauses
+
+
+def test_frames_of_a_chunk_that_had_its_tries_have_one_each(tmp_path, pauses, monkeypatch):
+    zarr.save_array(str(tmp_path / "in.zarr"), frames_of(4), chunks=(4, 64, 96))
+    recording = _recordings.open_recording(tmp_path / "in.zarr")
+    error = OSError(errno.EIO, os.strerror(errno.EIO))
+    read, failed = failing(_recordings.Zarr_recording.read, error, 100, lambda *_: True)
+    monkeypatch.setattr(_recordings.Zarr_recording, "read", read)
+    out = output(tmp_path / "out.zarr", frames_per_chunk=4)
+    prepare(out, settings(), recording)
+    outcome = process_frames(recording, out, settings(), range(4), vp.__version__)
+    assert [problem[:36] for _, problem in outcome] == ["cannot be read (Input/output error);"] * 4
+    assert len(failed) == 3 + 4 and outcome.retries == 2
