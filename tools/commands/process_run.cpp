@@ -174,15 +174,16 @@ void Process_run::transform(Slot& slot) {
         transform_rows(slot);
         return;
     }
-    Sample_warnings const warnings = preparation_.apply(
-        slot.input, slot.frame, Dark_level::subtracted,
+    Prepared_frame const prepared = preparation_.apply(
+        slot.input, slot.room, Dark_level::subtracted,
         tells_saturation(slot.input.place()) ? &slot.saturated : nullptr);
-    slot.size = slot.frame.size();
+    slot.frame = &prepared.frame;
+    slot.size = slot.frame->size();
     if (stack_) {
         require_size_of_stack(slot);
     }
-    tell(warnings, slot.input.place());
-    slot.processor.run(slot.frame, slot.saturated);
+    tell(prepared.warnings, slot.input.place());
+    slot.processor.run(*slot.frame, slot.saturated);
     if (!has_checked_balance_.exchange(true)) {
         warn_of_imbalance(slot);
     }
@@ -209,7 +210,7 @@ void Process_run::work(Slot& slot) {
         }
         transform(slot);
         std::span<std::uint8_t const> const validity =
-            results_.masks_pictures(place) ? slot.processor.validity(slot.frame, slot.saturated)
+            results_.masks_pictures(place) ? slot.processor.validity(*slot.frame, slot.saturated)
                                            : std::span<std::uint8_t const>();
         if (!pipe_) {
             slot.staged = results_.stage(place, slot.processor, validity);
@@ -223,7 +224,7 @@ void Process_run::work(Slot& slot) {
 // One frame stands for all, the first that the transform takes: the same camera and the same
 // options made them.
 void Process_run::warn_of_imbalance(Slot& slot) const {
-    polarization::Balance const balance = polarization::check_balance(slot.frame.view());
+    polarization::Balance const balance = polarization::check_balance(slot.frame->view());
     if (balance.verdict == polarization::Balance::Verdict::unlikely) {
         warn(slot.input.place().name() + ": " + balance.explanation());
     }
@@ -279,7 +280,7 @@ void Process_run::tell(std::string const& line) {
 }
 
 std::string Process_run::line_of(Slot& slot) const {
-    Frame const& frame = slot.frame;
+    Frame const& frame = *slot.frame;
     std::string line = slot.input.place().name() + ": " + to_string(frame.size()) + ", " +
                        times_of(frame, slot.processor.milliseconds()) + (pipe_ ? "" : ", wrote");
     for (fs::path const& file : results_.files_of(slot.input.place())) {
@@ -367,7 +368,7 @@ polarization::Pipeline_result Process_run::through_pipeline(
     auto outcome = polarization::run_pipeline(
         pipeline,
         [&processing] {
-            return Slot{{}, {}, {}, Frame_processor(processing), {}, Staged_files(), 0};
+            return Slot{{}, {}, nullptr, {}, Frame_processor(processing), {}, Staged_files(), 0};
         },
         [&](std::size_t index, Slot& slot) {
             bool is_there = false;

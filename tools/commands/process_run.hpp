@@ -40,7 +40,8 @@ public:
 private:
     struct Slot {
         Frame_slot input;
-        Frame frame; // prepared, unless its rows went straight to the planes
+        Frame room;             // of `Frame_preparation`
+        Frame* frame = nullptr; // prepared, unless its rows went straight to the planes
         polarization::Size size;
         Frame_processor processor;
         std::vector<std::uint8_t> saturated; // of `Frame_preparation`

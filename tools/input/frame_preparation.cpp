@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <numeric>
-#include <utility>
 
 namespace polarize_tool {
 namespace {
@@ -182,20 +181,20 @@ Sample_warnings Frame_preparation::apply(
         });
 }
 
-Sample_warnings Frame_preparation::apply(
-    Frame_slot& slot, Frame& prepared, Dark_level level,
-    std::vector<std::uint8_t>* saturated) const {
+Prepared_frame Frame_preparation::apply(
+    Frame_slot& slot, Frame& room, Dark_level level, std::vector<std::uint8_t>* saturated) const {
     polarization::Size const whole = slot.size();
     std::string const name = slot.place().name();
     if (slot.is_decoded()) {
-        std::swap(slot.frame(), prepared);
-        return apply(prepared, name, level, saturated);
+        Frame& frame = slot.frame();
+        return {frame, apply(frame, name, level, saturated)};
     }
-    return apply_by_rows(
-        prepared, whole, name, level, saturated,
-        [&slot](std::size_t row, std::size_t column, std::span<std::uint16_t> target) {
-            slot.copy_row(row, column, target);
-        });
+    return {
+        room, apply_by_rows(
+                  room, whole, name, level, saturated,
+                  [&slot](std::size_t row, std::size_t column, std::span<std::uint16_t> target) {
+                      slot.copy_row(row, column, target);
+                  })};
 }
 
 Sample_warnings Frame_preparation::warnings(

@@ -27,6 +27,12 @@ struct Sample_warnings {
     std::string dark;
 };
 
+/// A frame as the transform takes it, in the memory of another object.
+struct Prepared_frame {
+    Frame& frame;
+    Sample_warnings warnings;
+};
+
 /// What samples tell before dark levels are taken off.
 struct Sample_findings {
     /// The largest of those above the bit depth, 0 if there are none.
@@ -68,9 +74,10 @@ public:
         Frame& frame, std::string const& name, Dark_level level = Dark_level::subtracted,
         std::vector<std::uint8_t>* saturated = nullptr) const;
 
-    /// The same from what was read, unpacked on the way. The frame of the slot is spent then.
-    Sample_warnings apply(
-        Frame_slot& slot, Frame& prepared, Dark_level level = Dark_level::subtracted,
+    /// The same from what was read, unpacked on the way into `room`. What can only be decoded as a
+    /// whole, or is already, takes no second frame: it is prepared where it is, in the slot.
+    Prepared_frame apply(
+        Frame_slot& slot, Frame& room, Dark_level level = Dark_level::subtracted,
         std::vector<std::uint8_t>* saturated = nullptr) const;
 
     /// The part of a frame that is left.

@@ -130,12 +130,12 @@ TEST_F(Frame_preparation_test, in_one_pass_is_what_the_steps_give) {
         Expected const expected = step_by_step(one, samples, dark);
 
         Frame_slot slot;
-        Frame from_bytes;
+        Frame room;
         std::vector<std::uint8_t> saturated{7};
         auto const source = polarization::open_frames(file, layout(one));
         source->read(0, slot);
-        Sample_warnings const warnings =
-            preparation.apply(slot, from_bytes, Dark_level::subtracted, &saturated);
+        auto const& [from_bytes, warnings] =
+            preparation.apply(slot, room, Dark_level::subtracted, &saturated);
         ASSERT_FALSE(slot.is_decoded());
         ASSERT_EQ(from_bytes.samples, expected.samples);
         ASSERT_EQ(saturated, expected.saturated);
@@ -158,6 +158,19 @@ TEST_F(Frame_preparation_test, in_one_pass_is_what_the_steps_give) {
     std::cout << compared << " samples\n";
 }
 
+TEST_F(Frame_preparation_test, a_picture_takes_no_second_frame) {
+    Case const one{Pixel_format::mono16, {4, 2}, Region{2, 0, 2, 2}, 1, false};
+    Frame_preparation const preparation(options(one, {}), std::nullopt);
+    test_files::write(folder_ / "picture.pgm", "P5 4 2 255\n" + std::string("abcdefgh"));
+    Frame_slot slot;
+    Frame room;
+    polarization::open_frames(folder_ / "picture.pgm")->read(0, slot);
+    auto const& [frame, warnings] = preparation.apply(slot, room);
+    EXPECT_EQ(&frame, &slot.frame());
+    EXPECT_EQ(room.samples.capacity(), 0U);
+    EXPECT_EQ(frame.samples, (Samples{'c' / 2, 'd' / 2, 'g' / 2, 'h' / 2}));
+}
+
 TEST_F(Frame_preparation_test, a_frame_darker_than_the_dark_frame_is_told_by_its_region) {
     Case one{Pixel_format::mono12p, {40, 8}, std::nullopt, 0, true};
     Samples samples(320, 30);
@@ -169,7 +182,7 @@ TEST_F(Frame_preparation_test, a_frame_darker_than_the_dark_frame_is_told_by_its
         Frame_slot slot;
         Frame frame;
         polarization::open_frames(file, layout(one))->read(0, slot);
-        return preparation.apply(slot, frame).dark;
+        return preparation.apply(slot, frame).warnings.dark;
     };
     EXPECT_EQ(warning(), "");
     one.region = Region{8, 0, 20, 4};
