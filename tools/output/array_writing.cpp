@@ -40,7 +40,9 @@ std::string_view ending_of(File_format format) {
     return endings[static_cast<std::size_t>(format)];
 }
 
-// Magic, length, and a dictionary padded with blanks.
+// Magic, length, and a dictionary padded with blanks. By hand, since the one writer that Debian
+// has, xtensor's, pads to 64 bytes, not to the page that mapped stacks start at, and writes the
+// samples too.
 std::vector<std::uint8_t> npy_head(
     Element_type kind, std::span<std::size_t const> shape, std::size_t alignment) {
     constexpr std::size_t start_size = 10;
