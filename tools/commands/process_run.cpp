@@ -150,6 +150,19 @@ void Process_run::work(Slot& slot) {
     });
 }
 
+// Bare numbers do not tell where one size ends and the next begins.
+void Process_run::require_size_of_pipe(Slot const& slot) {
+    if (put_out_ == 0) {
+        size_put_out_ = slot.size;
+    }
+    if (slot.size != size_put_out_) {
+        throw Output_exhausted(
+            "standard output", "ends before " + slot.input.place().name() + ", which has " +
+                                   to_string(slot.size) + " pixels and the frames before it " +
+                                   to_string(size_put_out_) + "; process it in a call of its own");
+    }
+}
+
 void Process_run::put_out(std::size_t index, Slot& slot) {
     try {
         if (index != put_out_) {
@@ -157,6 +170,7 @@ void Process_run::put_out(std::size_t index, Slot& slot) {
                 "standard output", "ends before " + slot.input.place().name() +
                                        ", since a gap would shift all behind it");
         }
+        require_size_of_pipe(slot);
         for (polarization::Plane const plane : results_.processing.planes.list()) {
             if (!pipe_->write(slot.processor.array(plane).bytes())) {
                 throw Interrupted();

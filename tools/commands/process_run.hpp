@@ -91,6 +91,7 @@ private:
     void publish(std::size_t index, Slot& slot);
     /// Numbers to standard output.
     void put_out(std::size_t index, Slot& slot);
+    void require_size_of_pipe(Slot const& slot);
     void remember(polarization::Frame_failure const& failure, Frame_place const& place);
     std::string line_of(Slot& slot) const;
     /// A frame whose files are there is done, whether or not anybody reads the line about it.
@@ -113,7 +114,8 @@ private:
     std::atomic<bool> has_checked_balance_ = false;
     std::optional<Input_files> inputs_of_stream_; // besides the stream
     std::optional<Plane_pipe> pipe_;
-    std::size_t put_out_ = 0;    // frames, to it
+    std::size_t put_out_ = 0; // frames, to it
+    polarization::Size size_put_out_;
     std::string output_failure_; // of standard output, by one thread at a time
     std::uint64_t pixels_ = 0;
     std::size_t done_before_ = 0; // frames that an earlier run did

@@ -258,6 +258,23 @@ TEST_F(Process_pipes, planes_end_where_a_frame_fails) {
     EXPECT_NE(outcome.errors.find("1 of 3 frames"), std::string::npos);
 }
 
+// Bare numbers do not tell where one size ends and the next begins.
+TEST_F(Process_pipes, planes_end_where_the_size_of_frames_changes) {
+    std::filesystem::copy_file(good(), folder_ / "a.png");
+    test_files::write(folder_ / "b.pgm", "P5 20 40 255\n" + std::string(20 * 40, 'x'));
+    std::filesystem::copy_file(good(), folder_ / "c.png");
+    for (std::string const jobs : {"1", "3"}) {
+        Outcome const outcome = program_run::run_command(
+            {POLARIZE_PROGRAM, "process", in_folder("[abc].p*"), "-o", "-", "--phase", "1",
+             "--bit-depth", "8", "--planes", "s0", "-q", "--jobs", jobs});
+        EXPECT_EQ(outcome.output.size(), 2U * 40U * 20U);
+        expect_one_line(
+            outcome, 1,
+            "b.pgm, which has 20 x 40 pixels and the frames before it 40 x 20; process it in a "
+            "call of its own; 1 of 3 frames");
+    }
+}
+
 TEST_F(Process_pipes, what_cannot_be_is_refused) {
     auto const expect = [](Names const& words, std::string const& line) {
         expect_one_line(program_run::run_command(words), 2, line);
