@@ -19,7 +19,7 @@ namespace {
 constexpr std::array<Source_kind const*, 5> kinds = {&bare_samples, &png, &pgm, &tiff, &npy};
 
 std::string problem_of_other_format(std::string_view bytes, Frame&, unsigned&) {
-    std::string const what_it_is_not = "not a PNG, TIFF or binary PGM image; ";
+    std::string const what_it_is_not = "not a PNG, TIFF, binary PGM or npy file; ";
     if (bytes.empty()) {
         return "is empty, " + what_it_is_not + "copy or record it again";
     }

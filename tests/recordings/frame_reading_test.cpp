@@ -180,10 +180,11 @@ TEST_F(Frame_reading, what_is_no_frame_is_refused) {
          "8 or 16 bits"},
         {test_files::tool_tiff(std::vector<float>(400), 20, 20), "8 or 16 bits"},
         {{'P', '2', ' ', '1', ' ', '1', ' ', '9', ' ', '5'}, "plain (ASCII) PGM"},
-        {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF or binary PGM"},
-        {{text.begin(), text.end()}, "not a PNG, TIFF or binary PGM"},
-        {encoded(pattern(20, 20, CV_8UC1), ".jpg"), "a JPEG, not a PNG, TIFF or binary PGM"},
-        {{}, "is empty, not a PNG, TIFF or binary PGM"}};
+        {encoded(pattern(20, 20, CV_8UC1), ".bmp"), "not a PNG, TIFF, binary PGM or npy file"},
+        {{text.begin(), text.end()}, "not a PNG, TIFF, binary PGM or npy file"},
+        {encoded(pattern(20, 20, CV_8UC1), ".jpg"),
+         "a JPEG, not a PNG, TIFF, binary PGM or npy file"},
+        {{}, "is empty, not a PNG, TIFF, binary PGM or npy file"}};
     for (Case const& refused : cases) {
         std::string const line = refusal(file(refused.bytes));
         EXPECT_NE(line.find(refused.reason), std::string::npos) << line;

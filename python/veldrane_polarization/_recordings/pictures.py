@@ -103,7 +103,7 @@ def open_pictures(path: Path) -> Picture_recording:
     names = [] if status else os.listdir(path)
     if failures and not places and any(name.lower().endswith(ENDINGS) for name in names):
         raise Recording_error(failures[0])
-    problem = "holds no PNG, TIFF or PGM files"
+    problem = "holds no PNG, TIFF, PGM or npy files"
     for place in places:
         file, number, _ = place
         try:

@@ -255,7 +255,7 @@ def test_names_that_are_no_utf_8_are_read_written_and_told(tmp_path):
     assert code == 1 and "1 frames done, 0 skipped, 1 failed" in printed
     assert (
         errors.count("\n") == 1
-        and r"f1\xff\xfe\x1b[31m \n.png: not a PNG, TIFF or binary PGM image" in errors
+        and r"f1\xff\xfe\x1b[31m \n.png: not a PNG, TIFF, binary PGM or npy file" in errors
     )
     attributes = json.loads((out / ".zattrs").read_text())
     assert json.dumps(attributes, ensure_ascii=False).encode()

@@ -77,7 +77,7 @@ CASES = [
     (("in.zarr", "in.zarr/out", *options()), "lie in each other"),
     (("link.zarr", "in.zarr", *options()), "lie in each other"),
     (("in.zarr", "empty", *options("--planes", "s0,s9")), "'s9'"),
-    (("empty", "out", *options()), "empty holds no PNG, TIFF or PGM files; give a folder"),
+    (("empty", "out", *options()), "empty holds no PNG, TIFF, PGM or npy files; give a folder"),
     (("in.zarr", "in.raw", *options()), "in.raw is a file"),
     (("in.zarr", "in.raw/out", *options()), "cannot be written (Not a directory)"),
     (("in.zarr", "/proc/none/out", *options()), "/proc/none/out cannot be written"),

@@ -260,7 +260,7 @@ def test_a_tiff_of_a_codec_with_loss_or_a_plugin_is_refused(tmp_path, number, wo
 @pytest.mark.parametrize(
     "data, words",
     [
-        (b"no picture at all", "not a PNG, TIFF or binary PGM image"),
+        (b"no picture at all", "not a PNG, TIFF, binary PGM or npy file"),
         (png(16, 0, [bytes(64)] * 4).replace(b"IDAT", b"IDAx"), "damaged or cut short"),
         (large_png(20000), "damaged or cut short"),
     ],

@@ -220,7 +220,7 @@ def test_metadata_that_are_no_file_or_of_another_format_are_refused(place, capsy
     (place / "in.zarr" / "zarr.json").write_text('{"zarr_format": 3}')
     refused(capsys, "is of zarr's format 3; write it again in format 2")
     (place / "in.zarr" / "zarr.json").unlink()
-    refused(capsys, "holds no PNG, TIFF or PGM files")
+    refused(capsys, "holds no PNG, TIFF, PGM or npy files")
 
 
 @pytest.mark.parametrize("codec", ("zstd", "lz4", "zlib", "gzip", "bz2", "lzma", "blosc", None))
