@@ -8,6 +8,7 @@
 #include <array>
 #include <cstring>
 #include <tiffio.h>
+#include <utility>
 #include <vector>
 
 namespace veldrane_mrv::polarization::recordings {
@@ -267,14 +268,26 @@ class File_stream : public Stream {
 public:
     explicit File_stream(Opened_file const& file) : file_{file} {}
 
+    /// libtiff has one answer for a file that ends early and for a disk that fails.
+    /// @throws File_failure once, if the system refused bytes
+    void throw_if_refused() {
+        if (int const error = std::exchange(error_, 0); error != 0) {
+            throw File_failure(
+                file_.name(), std::string("cannot be read: ") + std::strerror(error));
+        }
+    }
+
 private:
     std::size_t read_at(
         std::uint64_t offset, void* target, std::size_t count) const noexcept override {
-        return file_.read_into(offset, static_cast<char*>(target), count).count;
+        auto const [done, error] = file_.read_into(offset, static_cast<char*>(target), count);
+        error_ = error != 0 ? error : error_;
+        return done;
     }
     std::uint64_t size() const noexcept override { return file_.size(); }
 
     Opened_file const& file_;
+    mutable int error_ = 0;
 };
 
 std::string decode_tiff(std::string_view bytes, Frame& frame, unsigned& sample_bits) {
@@ -291,6 +304,7 @@ public:
     explicit Tiff(Opened_file file) : file_{std::move(file)} {
         image_ = stream_.open(file_.name().c_str(), errors_);
         if (image_ == nullptr) {
+            stream_.throw_if_refused();
             throw File_failure(file_.name(), damaged_image);
         }
         count_pictures();
@@ -321,6 +335,7 @@ void Tiff::count_pictures() {
     auto const count = static_cast<std::size_t>(TIFFNumberOfDirectories(image_.get()));
     if (errors_ != 0) {
         memory.throw_if_refused();
+        stream_.throw_if_refused();
     }
     count_ = std::max<std::size_t>(count, 1);
     if (errors_ != 0 && count > 0) {
@@ -364,6 +379,7 @@ void Tiff::fetch(std::size_t number, Fetched_frame& target) {
     std::string const problem =
         find(number) ? read_picture(image_.get(), target.frame, target.sample_bits) : damaged_image;
     if (!problem.empty()) {
+        stream_.throw_if_refused();
         throw File_failure(place(number).name(), problem);
     }
 }

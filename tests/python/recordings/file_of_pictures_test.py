@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import errno
+import os
 import sys
 import threading
 import time
@@ -107,3 +109,21 @@ def test_arguments_have_names(tmp_path):
         stride=0,
     )
     assert opened.count == 1
+
+
+def test_an_error_of_its_disk_is_told_as_one(tmp_path):
+    """What cannot be read at 0 is this process's memory: an input/output error."""
+    file = tmp_path / "run.tif"
+    written(file, frames_of(COUNT))
+    recording = _recordings.open_recording(file)
+    recording.read(0, 1)
+    folder = "/proc/self/fd"
+    names = [name for name in os.listdir(folder) if os.path.exists(f"{folder}/{name}")]
+    (opened,) = (int(name) for name in names if os.readlink(f"{folder}/{name}") == str(file))
+    with open("/proc/self/mem", "rb", buffering=0) as failing:
+        os.dup2(failing.fileno(), opened)
+    with pytest.raises(OSError, match="Input/output error") as failure:
+        recording.read(3, 4)
+    assert failure.value.errno == errno.EIO
+    # It is opened anew.
+    assert np.array_equal(recording.read(3, 4), frames_of(COUNT)[3:4])
