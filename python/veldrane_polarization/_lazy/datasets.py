@@ -14,7 +14,7 @@ import numpy as np
 from .. import _arguments, _native, _settings, _trust, datasets
 from .._arguments import Layout
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from .._recordings import Recording
+from .._recordings import Recording, Recording_error
 from .._recordings import open_recording as find_recording
 from .._settings import Settings
 
@@ -85,8 +85,9 @@ def open_recording(
     TypeError, ValueError
         As in `process`, at once.
     Recording_error
-        If `path` holds no frames; and for a frame that cannot be read, or a file that has changed
-        since, once it is looked at. A ValueError that names the file and the frame.
+        If `path` holds no frames; and once it is looked at for a frame that cannot be read, an array
+        of another shape, type or chunks than when it was opened, or a file of many frames of another
+        size or time. A ValueError that names the file and the frame. Other changes are not noticed.
     ImportError
         Without xarray or dask.
 
@@ -122,6 +123,8 @@ def open_recording(
     )
     shape = (recording.count, *recording.shape)
     settings.check_frames(np.dtype(recording.dtype), shape, str(file))
+    if not recording.count:
+        raise Recording_error(f"{file} holds no frames; give a recording with some")
     for failure in recording.failures:
         warnings.warn(failure, stacklevel=2)
     return _dataset(recording, settings, scaled, frames_per_block or recording.frames_per_task)
@@ -137,7 +140,7 @@ def _check_bare_samples(
     """Types alone; ranges depend on the file."""
     numbers = {"height": height, "width": width, "header_bytes": header_bytes, "stride": stride}
     for name, number in numbers.items():
-        if number is None:
+        if number is None and name != "header_bytes":
             continue
         _arguments.whole_number(name, number, -_LARGEST_NUMBER, _LARGEST_NUMBER)
         if number and pixel_format is None:

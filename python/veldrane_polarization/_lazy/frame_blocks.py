@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import functools
 import itertools
+import uuid
 from collections.abc import Iterator, Set
 from dataclasses import dataclass, replace
 from typing import Any
@@ -187,8 +188,11 @@ class _Plane(Layer):  # type: ignore[misc]
 def arrays_of(recording: Recording, frames_per_block: int, work: Work) -> dict[str, Any]:
     """The raw frames and every plane of the settings, (N, H, W) or (N, H, W, C), lazily."""
     names = (RAW, *work.settings.planes)
+    description = recording.description()
+    # A cluster keeps what it has under a name: without a time, nothing tells replaced files apart.
+    version = "" if "modified" in description else uuid.uuid4().hex
     token = "recording-" + tokenize(
-        recording.description(), frames_per_block, work.settings.identity(), sorted(work.scales)
+        description, version, frames_per_block, work.settings.identity(), sorted(work.scales)
     )
     blocks = _Blocks(token, recording, frames_per_block, names, work)
     return {name: _array_of(blocks, name) for name in names}

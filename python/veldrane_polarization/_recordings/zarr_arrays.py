@@ -33,7 +33,8 @@ class Zarr_recording:
     def read(self, first: int, stop: int) -> Array:
         folder = Path(self.path)
         metadata = _array_metadata(folder)
-        if (metadata.shape, metadata.chunks) != ((self.count, *self.shape), self.chunks):
+        wanted = (self.count, *self.shape), self.dtype, self.chunks
+        if (metadata.shape, metadata.dtype, metadata.chunks) != wanted:
             raise ValueError(f"{folder} is another array than at the start; put that one back")
         array = zarr_metadata.open_frames(folder, metadata)
         _check_chunks(array, folder, first, stop)

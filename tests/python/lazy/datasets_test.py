@@ -275,6 +275,7 @@ def test_a_file_that_changes_is_told(bare):
         ({"height": 0}, vp.Recording_error, "^height is 0; give 1 to"),
         ({"height": 64.0}, TypeError, "height is 64.0"),
         ({"header_bytes": 1 << 40}, vp.Recording_error, "^header_bytes is 1099511627776, but"),
+        ({"header_bytes": None}, TypeError, "^header_bytes is None; give"),
         ({"stride": 7}, vp.Recording_error, "^stride is 7; give at least 144"),
         ({"width": 8, "height": 3}, ValueError, "at least 2 rows and 16 columns"),
         ({"frames_per_block": 0}, ValueError, "frames_per_block is 0; give"),
@@ -322,3 +323,24 @@ def test_xarray_is_asked_for_where_it_is_needed(bare):
     )
     done = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True, check=True)
     assert json.loads(done.stdout).endswith("; install it, in Debian python3-xarray")
+
+
+def test_an_array_that_becomes_another_is_told(tmp_path):
+    file, samples = written(tmp_path, "zarr", frames_of(4, HEIGHT, WIDTH))
+    run = vp.open_recording(file, layout=2, **samples)
+    zarr.save_array(str(file), np.zeros((4, HEIGHT, WIDTH), np.uint8), chunks=(2, 40, 50))
+    with pytest.raises(vp.Recording_error, match="run.zarr is another array than at the start"):
+        run.raw.isel(time=0).compute()
+
+
+@pytest.mark.parametrize("kind", ("zarr", "folder"))
+def test_names_are_new_where_files_may_be_replaced(tmp_path, kind):
+    file, samples = written(tmp_path, kind, frames_of(2, HEIGHT, WIDTH))
+    first, second = (vp.open_recording(file, layout=2, **samples) for _ in range(2))
+    assert first.dolp.data.name != second.dolp.data.name
+
+
+def test_a_recording_without_frames_is_told(tmp_path):
+    file, samples = written(tmp_path, "zarr", np.zeros((0, HEIGHT, WIDTH), np.uint16))
+    with pytest.raises(vp.Recording_error, match="run.zarr holds no frames; give"):
+        vp.open_recording(file, layout=2, **samples)
