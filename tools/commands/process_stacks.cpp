@@ -3,6 +3,7 @@
 #include "input/input_files.hpp"
 #include "terminal/failure.hpp"
 #include "terminal/interruption.hpp"
+#include "terminal/memory.hpp"
 
 #include <algorithm>
 #include <unordered_map>
@@ -87,7 +88,7 @@ void Process_run::finish_stack(Recording const& recording) {
     if (stack_->is_finished()) {
         return;
     }
-    if (stack_->missing() > 0 && (is_exhausted_ || interruption_flag())) {
+    if (stack_->unfinished() > 0 && (is_exhausted_ || interruption_flag())) {
         is_stack_unfinished_ = true;
         return;
     }
@@ -119,9 +120,16 @@ Process_run::Counts Process_run::run_stack(Recording const& recording) {
         finish_stack(recording);
     } catch (Output_exhausted const& failure) {
         is_exhausted_ = true;
+        is_stack_unfinished_ = stack_.has_value() && !stack_->is_finished();
         failures_.emplace_back(failure.what());
     } catch (File_failure const& failure) {
         failures_.emplace_back(failure.what());
+    } catch (std::exception const& error) {
+        if (!is_lack_of_memory(error)) {
+            throw;
+        }
+        stack_.reset(); // before the line about it takes memory
+        failures_.push_back(recording.frames.front().file.string() + ": " + reason_of(error));
     }
     stack_.reset();
     return counts;

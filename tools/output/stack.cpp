@@ -72,16 +72,24 @@ polarization::Size told_size(fs::path const& told_by, Json const& told) {
     return {number("width"), number("height")};
 }
 
+// After fallocate() failed.
+void lengthen_without_room(int number, off_t size, fs::path const& file) {
+    bool const is_unable = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
+    if (!is_unable || ftruncate(number, size) != 0) {
+        fail_to_write(file, errno);
+    }
+}
+
 // Room is taken in advance, so that a full disk shows before hours of work.
 void take_room(Bulk_file const& part, fs::path const& file, std::uint64_t bytes) {
     int const number = part.descriptor().get();
     auto const size = static_cast<off_t>(bytes);
-    if (fallocate(number, 0, 0, size) == 0) {
-        return;
-    }
-    bool const is_unable = errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
-    if (!is_unable || ftruncate(number, size) != 0) {
-        fail_to_write(file, errno);
+    while (fallocate(number, 0, 0, size) != 0) {
+        if (errno != EINTR) {
+            lengthen_without_room(number, size, file);
+            return;
+        }
+        throw_if_interrupted();
     }
 }
 
@@ -122,26 +130,37 @@ Frame_stack::Frame_stack(
     std::function<polarization::Size()> const& size_of_frames)
     : results_{results}, recording_{recording}, sidecar_{file_of(
                                                     results, recording, "_stack.json")},
-      record_name_{file_of(results, recording, "_stack.part")}, done_(recording.frames.size()) {
-    bool const is_unfinished = is_there(record_name_);
-    if (is_unfinished && earlier == Earlier_stack::refused) {
+      record_name_{file_of(results, recording, "_stack.part")},
+      record_(std::in_place, record_name_), has_data_(recording.frames.size()),
+      done_(recording.frames.size()) {
+    try {
+        open(earlier, size_of_frames);
+    } catch (...) {
+        if (!record_->has_begun()) {
+            record_->remove();
+        }
+        throw;
+    }
+    if (record_) {
+        leave_unfinished(true);
+    }
+}
+
+void Frame_stack::open(
+    Earlier_stack earlier, std::function<polarization::Size()> const& size_of_frames) {
+    bool const is_resumed = earlier == Earlier_stack::resumed;
+    if (record_->has_begun() && earlier == Earlier_stack::refused) {
         throw File_failure(
             record_name_,
             "is an unfinished stack; give --resume to go on with it, or --overwrite to begin anew");
     }
-    if (is_unfinished && earlier == Earlier_stack::resumed) {
+    if (record_->has_begun() && is_resumed) {
         take_up_unfinished();
-    } else if (earlier == Earlier_stack::resumed && is_there(sidecar_)) {
+    } else if (is_resumed && is_there(sidecar_)) {
         take_up_finished();
     } else {
-        if (is_unfinished) {
-            Stack_record::require_idle(record_name_);
-        }
         set_size(size_of_frames());
         begin(earlier);
-    }
-    if (record_) {
-        leave_unfinished(true);
     }
 }
 
@@ -175,17 +194,41 @@ void Frame_stack::begin(Earlier_stack earlier) {
         refuse_existing(plane.part, rule(earlier != Earlier_stack::refused));
     }
     require_room();
-    unlink(record_name_.c_str());
+    remove_earlier_parts();
     try {
         make_files();
-        Stack_record::create(record_name_, description(), done_);
-        record_.emplace(record_name_);
+        record_->begin(description(), has_data_);
     } catch (Output_exhausted const& failure) {
-        abandon();
+        remove_parts();
         throw File_failure(failure); // other recordings may be shorter
     } catch (...) {
-        abandon();
+        remove_parts();
         throw;
+    }
+}
+
+// Those of planes that are not wanted now among them.
+void Frame_stack::remove_earlier_parts() {
+    if (!record_->has_begun()) {
+        return;
+    }
+    std::vector<fs::path> parts;
+    try {
+        Json const told = record_->description();
+        for (Json const& plane : told["planes"]) {
+            fs::path const name = fs::path(plane.at("file").get<std::string>()).filename();
+            if (name.string().starts_with(recording_.stem + "_")) {
+                parts.push_back(part_of(results_.folder / name));
+            }
+        }
+    } catch (std::runtime_error const&) {
+        parts.clear(); // a description that tells nothing
+    } catch (Json::exception const&) {
+        parts.clear();
+    }
+    record_->clear();
+    for (fs::path const& part : parts) {
+        unlink(part.c_str());
     }
 }
 
@@ -245,15 +288,21 @@ void Frame_stack::check_same(fs::path const& told_by, Json const& told) const {
 void Frame_stack::take_up(fs::path const& told_by, Json const& told) {
     set_size(told_size(told_by, told));
     check_same(told_by, told);
+}
+
+void Frame_stack::pass_over_done() {
     for (std::size_t number = 0; number < done_.size(); ++number) {
-        done_[number] = done_[number] && results_.has_files_of(recording_.frames[number]);
+        done_[number] = has_data_[number] && results_.has_files_of(recording_.frames[number]);
     }
 }
 
 void Frame_stack::take_up_unfinished() {
-    record_.emplace(record_name_);
-    done_ = record_->done(done_.size());
     take_up(record_name_, record_->description());
+    has_data_ = record_->done(has_data_.size());
+    pass_over_done();
+    for (Plane_file& plane : planes_) {
+        plane.is_part = is_there(plane.part);
+    }
     open_files();
 }
 
@@ -267,28 +316,37 @@ void Frame_stack::take_up_finished() {
         throw File_failure(sidecar_, "cannot be read" + std::string(begin_anew));
     }
     Json const told = parse_description(sidecar_, text);
-    done_.assign(done_.size(), true);
+    has_data_.assign(has_data_.size(), true);
     for (Json const& number : told.value("missing", Json::array())) {
-        if (number.is_number_unsigned() && number.get<std::size_t>() < done_.size()) {
-            done_[number.get<std::size_t>()] = false;
+        if (number.is_number_unsigned() && number.get<std::size_t>() < has_data_.size()) {
+            has_data_[number.get<std::size_t>()] = false;
         }
     }
     take_up(sidecar_, told);
+    pass_over_done();
+    for (Plane_file& plane : planes_) {
+        plane.is_part = false;
+    }
     open_files();
-    if (missing() > 0) {
-        Stack_record::create(record_name_, description(), done_);
-        record_.emplace(record_name_);
+    // A run that was to begin anew, and was killed before it did, left them at their full length.
+    for (Plane_file const& plane : planes_) {
+        unlink(plane.part.c_str());
+    }
+    if (unfinished() > 0) {
+        record_->begin(description(), has_data_);
+    } else {
+        record_->remove();
+        record_.reset();
     }
 }
 
 // A run that was killed while it gave the files their names has done so with some.
 void Frame_stack::open_files() {
     for (Plane_file& plane : planes_) {
-        plane.is_part = is_there(plane.part);
         fs::path const& place = plane.is_part ? plane.part : plane.name;
         refuse_existing(place, Existing_files::replace); // only regular files
         regular_files::Descriptor descriptor(
-            open(place.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+            ::open(place.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         struct stat status = {};
         if (!descriptor.is_open() || fstat(descriptor.get(), &status) != 0) {
             throw File_failure(
@@ -304,6 +362,10 @@ void Frame_stack::open_files() {
 }
 
 std::size_t Frame_stack::missing() const {
+    return static_cast<std::size_t>(std::count(has_data_.begin(), has_data_.end(), false));
+}
+
+std::size_t Frame_stack::unfinished() const {
     return static_cast<std::size_t>(std::count(done_.begin(), done_.end(), false));
 }
 
@@ -324,6 +386,7 @@ void Frame_stack::write(std::size_t number, Frame_processor const& processed) {
 
 void Frame_stack::note_done(std::size_t number) {
     record_->add(number);
+    has_data_[number] = true;
     done_[number] = true;
 }
 
@@ -341,8 +404,8 @@ void Frame_stack::fill_missing() {
         } else {
             nothing.resize(plane.format.frame_bytes());
         }
-        for (std::size_t number = 0; number < done_.size(); ++number) {
-            if (!done_[number]) {
+        for (std::size_t number = 0; number < has_data_.size(); ++number) {
+            if (!has_data_[number]) {
                 plane.file->write(
                     plane.format.offset_of(number), std::array<Bulk_file::Bytes, 1>{nothing});
             }
@@ -351,15 +414,16 @@ void Frame_stack::fill_missing() {
 }
 
 void Frame_stack::finish() {
-    if (missing() == done_.size()) {
-        abandon();
+    if (missing() == has_data_.size()) {
+        remove_parts();
+        end_record();
         return;
     }
     Json told = description();
     if (missing() > 0) {
         fill_missing();
-        for (std::size_t number = 0; number < done_.size(); ++number) {
-            if (!done_[number]) {
+        for (std::size_t number = 0; number < has_data_.size(); ++number) {
+            if (!has_data_[number]) {
                 told["missing"].push_back(number);
             }
         }
@@ -380,19 +444,20 @@ void Frame_stack::finish() {
     Staged_files files;
     files.add(sidecar_, told.dump(2) + "\n");
     files.publish();
-    unlink(record_name_.c_str());
-    record_.reset();
-    leave_unfinished(false);
+    end_record();
 }
 
-void Frame_stack::abandon() {
+void Frame_stack::remove_parts() {
     for (Plane_file& plane : planes_) {
-        if (plane.file) {
+        if (plane.file && plane.is_part) {
             unlink(plane.part.c_str());
-            plane.file.reset();
         }
+        plane.file.reset();
     }
-    unlink(record_name_.c_str());
+}
+
+void Frame_stack::end_record() {
+    record_->remove();
     record_.reset();
     leave_unfinished(false);
 }

@@ -51,7 +51,10 @@ public:
 
     polarization::Size const& size() const { return size_; }
     bool has(std::size_t number) const { return done_[number]; }
+    /// Frames without data.
     std::size_t missing() const;
+    /// Frames of which anything lacks, be it a picture.
+    std::size_t unfinished() const;
     bool is_finished() const { return !record_; }
     /// Of the planes, in the end.
     std::vector<std::filesystem::path> files() const;
@@ -79,25 +82,31 @@ private:
     };
     void set_size(polarization::Size const& size);
     nlohmann::ordered_json description() const;
+    void open(Earlier_stack earlier, std::function<polarization::Size()> const& size_of_frames);
     void begin(Earlier_stack earlier);
+    void remove_earlier_parts();
     void make_files();
     void take_up(std::filesystem::path const& told_by, nlohmann::ordered_json const& told);
+    void pass_over_done();
     void take_up_unfinished();
     void take_up_finished();
     void check_same(std::filesystem::path const& told_by, nlohmann::ordered_json const& told) const;
     void require_room() const;
     void open_files();
     void fill_missing();
-    void abandon();
+    /// That this run made.
+    void remove_parts();
+    void end_record();
 
     Results const& results_;
     Recording const& recording_;
     std::filesystem::path sidecar_;
     std::filesystem::path record_name_;
+    std::optional<Stack_record> record_; // of an unfinished one, closed after all its files
     polarization::Size size_;
     std::vector<Plane_file> planes_;
-    std::vector<bool> done_;
-    std::optional<Stack_record> record_; // of an unfinished one
+    std::vector<bool> has_data_; // in all planes
+    std::vector<bool> done_;     // and has its pictures
 };
 
 } // namespace polarize_tool

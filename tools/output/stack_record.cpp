@@ -2,6 +2,7 @@
 
 #include "output/staged_files.hpp"
 #include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
 
 #include <array>
 #include <cerrno>
@@ -11,7 +12,8 @@
 #include <string>
 #include <string_view>
 #include <sys/file.h>
-#include <utility>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace polarize_tool {
 namespace {
@@ -27,20 +29,37 @@ std::size_t description_size(std::string const& text) {
     return end == std::string::npos ? 0 : end + end_of_description.size();
 }
 
+Bulk_file::Bytes bytes_of(std::string const& text) {
+    return {reinterpret_cast<std::uint8_t const*>(text.data()), text.size()};
+}
+
+// The run that had it open before may have removed it, or yet another made a new one.
+bool bears(regular_files::Descriptor const& descriptor, std::filesystem::path const& file) {
+    struct stat open = {};
+    struct stat named = {};
+    return fstat(descriptor.get(), &open) == 0 && lstat(file.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
 regular_files::Descriptor open_alone(std::filesystem::path const& file) {
-    refuse_existing(file, Existing_files::replace); // only regular files
-    regular_files::Descriptor descriptor(
-        ::open(file.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!descriptor.is_open()) {
-        fail_to_write(file, errno);
+    constexpr int how = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    for (;;) {
+        throw_if_interrupted();
+        refuse_existing(file, Existing_files::replace); // only regular files
+        regular_files::Descriptor descriptor(::open(file.c_str(), how, 0666));
+        if (!descriptor.is_open()) {
+            fail_to_write(file, errno);
+        }
+        // A file system without locks cannot tell.
+        if (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            throw File_failure(
+                file, "another run is at work on this stack; wait for it, or choose another "
+                      "folder with -o");
+        }
+        if (bears(descriptor, file)) {
+            return descriptor;
+        }
     }
-    // A file system without locks cannot tell.
-    if (flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        throw File_failure(
-            file, "another run is at work on this stack; wait for it, or choose another folder "
-                  "with -o");
-    }
-    return descriptor;
 }
 
 } // namespace
@@ -55,59 +74,74 @@ nlohmann::ordered_json parse_description(
     return json;
 }
 
-void Stack_record::create(
-    std::filesystem::path const& file, Json const& description, std::vector<bool> const& done) {
-    std::string text = description.dump(2) + "\n";
-    for (std::size_t number = 0; number < done.size(); ++number) {
-        if (done[number]) {
-            text += std::to_string(number) + "\n";
-        }
-    }
-    Staged_files files;
-    files.add(file, text);
-    files.publish();
-}
-
-void Stack_record::require_idle(std::filesystem::path const& file) {
-    open_alone(file);
-}
-
-Stack_record::Stack_record(std::filesystem::path const& file) : file_(open_alone(file), file) {
-    std::string text;
+Stack_record::Stack_record(std::filesystem::path const& file)
+    : name_{file}, file_(open_alone(file), file) {
     constexpr std::size_t no_limit = std::numeric_limits<std::size_t>::max();
-    if (int const error = regular_files::read_all(file_.descriptor(), no_limit, text)) {
+    if (int const error = regular_files::read_all(file_.descriptor(), no_limit, text_)) {
         throw File_failure(file, "cannot be read: " + std::generic_category().message(error));
     }
-    description_ = parse_description(file, text);
-    std::size_t place = description_size(text);
-    for (std::size_t end = 0; (end = text.find('\n', place)) != std::string::npos;
-         place = end + 1) {
-        std::size_t number = 0;
-        char const* const last = text.data() + end;
-        if (std::from_chars(text.data() + place, last, number).ptr != last) {
-            throw File_failure(
-                file, "has a line that is no number of a frame; give --overwrite to begin anew");
-        }
-        numbers_.push_back(number);
+    // Of a run that was killed before its first frame, or made just now.
+    if (description_size(text_) == 0) {
+        text_.clear();
     }
-    size_ = place; // a torn line is written over
 }
 
-std::vector<bool> Stack_record::done(std::size_t count) const {
+Json Stack_record::description() const {
+    return parse_description(name_, text_);
+}
+
+std::vector<bool> Stack_record::done(std::size_t count) {
     std::vector<bool> done(count);
-    for (std::size_t const number : numbers_) {
-        if (number < count) {
-            done[number] = true;
+    std::size_t place = description_size(text_);
+    for (std::size_t end = 0; (end = text_.find('\n', place)) != std::string::npos;
+         place = end + 1) {
+        std::size_t number = 0;
+        char const* const last = text_.data() + end;
+        auto const [behind, error] = std::from_chars(text_.data() + place, last, number);
+        if (error != std::errc() || behind != last || number >= count) {
+            throw File_failure(
+                name_, "has a line that is no number of a frame; give --overwrite to begin anew");
         }
+        done[number] = true;
     }
+    size_ = place; // a torn line is written over
     return done;
 }
 
+void Stack_record::clear() {
+    text_.clear();
+    if (ftruncate(file_.descriptor().get(), 0) != 0) {
+        fail_to_write(name_, errno);
+    }
+}
+
+// The description comes last, and its own last bytes make it one: a run that is killed meanwhile
+// leaves none.
+void Stack_record::begin(Json const& description, std::vector<bool> const& done) {
+    clear();
+    std::string const text = description.dump(2) + "\n";
+    size_ = text.size();
+    std::string lines;
+    for (std::size_t number = 0; number < done.size(); ++number) {
+        if (done[number]) {
+            lines += std::to_string(number) + "\n";
+        }
+    }
+    append(lines);
+    file_.write(0, std::array<Bulk_file::Bytes, 1>{bytes_of(text)});
+}
+
+void Stack_record::append(std::string const& text) {
+    file_.write(size_, std::array<Bulk_file::Bytes, 1>{bytes_of(text)});
+    size_ += text.size();
+}
+
 void Stack_record::add(std::size_t number) {
-    std::string const line = std::to_string(number) + "\n";
-    Bulk_file::Bytes const bytes(reinterpret_cast<std::uint8_t const*>(line.data()), line.size());
-    file_.write(size_, std::array<Bulk_file::Bytes, 1>{bytes});
-    size_ += line.size();
+    append(std::to_string(number) + "\n");
+}
+
+void Stack_record::remove() const {
+    unlink(name_.c_str());
 }
 
 } // namespace polarize_tool

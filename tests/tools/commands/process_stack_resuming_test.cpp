@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fcntl.h>
+#include <memory>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <thread>
@@ -106,7 +107,59 @@ TEST_F(Process_stack_resuming, goes_on_after_being_killed_at_any_moment) {
     }
     EXPECT_EQ(stacked({"--resume"}).code, 0);
     EXPECT_EQ(files(), whole);
+    EXPECT_GT(unfinished, 0U);
     std::printf("unfinished after %u of %u runs\n", unfinished, runs);
+}
+
+// Whichever comes first: the others leave its files alone.
+TEST_F(Process_stack_resuming, runs_at_once_do_not_disturb_each_other) {
+    auto const whole = finished();
+    for (char const* const option : {"--overwrite", "--resume", "--quiet"}) {
+        forget_results();
+        std::filesystem::create_directory(results());
+        std::vector<std::unique_ptr<program_run::Running_program>> programs;
+        for (unsigned run = 0; run < 4; ++run) {
+            programs.push_back(std::make_unique<program_run::Running_program>(
+                Names{POLARIZE_PROGRAM, "process", in_folder("run.raw")} +
+                options(
+                    {"--stack", "--format", "npy", "--planes", "s0,normalized_stokes", option})));
+        }
+        unsigned done = 0;
+        for (auto const& program : programs) {
+            done += program->wait().code == 0 ? 1U : 0U;
+        }
+        EXPECT_GT(done, 0U) << option;
+        EXPECT_EQ(files(), whole) << option;
+    }
+}
+
+TEST_F(Process_stack_resuming, lines_of_a_record_are_numbers_of_its_frames) {
+    auto const whole = finished();
+    std::filesystem::create_directory(results());
+    for (char const* const name : {"run_s0.npy", "run_normalized_stokes.npy"}) {
+        test_files::write(result(name + std::string(".part")), Bytes(whole.at(name).size()));
+    }
+    for (char const* const line : {"\n", "x\n", "1 \n", "9\n", "99999999999999999999999\n"}) {
+        test_files::write(
+            result("run_stack.part"), text_of(whole.at("run_stack.json")) + "3\n" + line);
+        expect_one_line(stacked({"--resume"}), 1, "has a line that is no number of a frame");
+    }
+}
+
+TEST_F(Process_stack_resuming, beginning_anew_with_fewer_planes_leaves_no_part) {
+    auto const whole = finished();
+    std::filesystem::create_directory(results());
+    for (char const* const name : {"run_s0.npy", "run_normalized_stokes.npy"}) {
+        test_files::write(result(name + std::string(".part")), whole.at(name));
+    }
+    test_files::write(result("run_stack.part"), text_of(whole.at("run_stack.json")) + "0\n");
+    EXPECT_EQ(
+        process_with(
+            {in_folder("run.raw")},
+            options({"--stack", "--format", "npy", "--planes", "s0", "--overwrite"}))
+            .code,
+        0);
+    EXPECT_EQ(test_files::names_in(results()), (Names{"run_s0.npy", "run_stack.json"}));
 }
 
 TEST_F(Process_stack_resuming, an_interrupted_run_says_how_to_go_on) {

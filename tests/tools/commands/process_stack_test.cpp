@@ -163,6 +163,36 @@ TEST_F(Process_stack_of_pictures, a_frame_that_fails_is_missing_until_it_is_mend
     EXPECT_EQ(files(), whole);
 }
 
+// Files at their full length, of a run that was to begin anew and was killed before it did.
+TEST_F(Process_stack_of_pictures, a_finished_stack_is_mended_in_its_own_files) {
+    ASSERT_EQ(stacked_series().code, 0);
+    auto const whole = files();
+    forget_results();
+    test_files::write(picture("c"), std::string("no picture"));
+    ASSERT_EQ(stacked_series().code, 1);
+    for (std::string const name : {"series_s0.npy", "series_normalized_stokes.npy"}) {
+        test_files::write(result(name + ".part"), Bytes(whole.at(name).size()));
+    }
+    test_files::write(result("series_stack.part"), std::string("{\n  \"planes\""));
+    std::filesystem::copy_file(
+        good(), picture("c"), std::filesystem::copy_options::overwrite_existing);
+    EXPECT_EQ(stacked_series({"--resume"}).code, 0);
+    EXPECT_EQ(files(), whole);
+}
+
+TEST_F(Process_stack_of_pictures, frames_that_lack_a_picture_alone_keep_their_planes) {
+    Names const more = {"--planes", "dolp", "--stack", "--format", "raw", "--resume"};
+    ASSERT_EQ(process({in_folder("series")}, more).code, 0);
+    auto const whole = files();
+    test_files::write(picture("b"), std::string("no picture"));
+    expect_one_line(process({in_folder("series")}, more + Names{"--pictures"}), 1, "b.png");
+    auto const after = files();
+    EXPECT_FALSE(after.contains("b_degree.png"));
+    for (auto const& [name, bytes] : whole) {
+        EXPECT_TRUE(after.contains(name) && after.at(name) == bytes) << name;
+    }
+}
+
 TEST_F(Process_stack_of_pictures, frames_of_another_size_fail) {
     test_files::write(
         picture("b"), test_files::encoded(test_files::pattern(30, 20, CV_8UC1), ".png"));
