@@ -327,12 +327,14 @@ std::string Process_run::summary(std::size_t done, std::size_t total) const {
         return std::to_string(done_before_) + " of " + std::to_string(done_before_) +
                " frames were done already, results in " + results_.folder.string();
     }
-    char text[160];
-    std::snprintf(
-        text, sizeof text, "%zu of %zu frames in %.3f s, %.1f frames/s, %.0f Mpixel/s", done, total,
-        seconds_, static_cast<double>(done) / seconds_,
-        static_cast<double>(pixels_) / seconds_ / 1e6);
-    std::string line = text;
+    std::string line = std::to_string(done) + " of " + std::to_string(total) + " frames";
+    if (seconds_ > 0) { // some frame was begun
+        char text[120];
+        std::snprintf(
+            text, sizeof text, " in %.3f s, %.1f frames/s, %.0f Mpixel/s", seconds_,
+            static_cast<double>(done) / seconds_, static_cast<double>(pixels_) / seconds_ / 1e6);
+        line += text;
+    }
     if (done_before_ > 0) {
         line += ", " + std::to_string(done_before_) + " more were done already";
     }
@@ -359,7 +361,9 @@ void Process_run::report(std::size_t done, std::size_t total) {
     } else if (is_exhausted_) {
         complain(
             "stopped, since further results would fail likewise; " + count +
-            (is_stack_unfinished_ ? "; the same command with --resume goes on" : ""));
+            (is_stack_unfinished_
+                 ? "; the same command with --resume, and without --overwrite, goes on"
+                 : ""));
     }
 }
 
@@ -368,7 +372,9 @@ int Process_run::operator()() {
         return run_stream();
     }
     Found_frames found = look_for_frames(
-        options_.input.inputs, options_.input.raw_layout(), options_.input.selection);
+        options_.input.inputs, options_.input.raw_layout(), options_.input.selection,
+        results_.are_stacked ? polarization::Damaged_files::are_frames
+                             : polarization::Damaged_files::are_failures);
     require_frames(found);
     failures_ = std::move(found.failures);
     Made_folder const folder(found.frames.empty() || pipe_ ? fs::path() : results_.folder);

@@ -11,7 +11,7 @@ namespace polarize_tool {
 
 Found_frames look_for_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
-    Frame_selection const& selection) {
+    Frame_selection const& selection, polarization::Damaged_files damaged) {
     if (std::find(inputs.begin(), inputs.end(), standard_input) != inputs.end()) {
         throw Usage_error(
             "- stands for standard input, which process alone reads, and frames alone; name a "
@@ -19,7 +19,7 @@ Found_frames look_for_frames(
     }
     try {
         Found_frames found =
-            polarization::find_frames(inputs, raw, selection, throw_if_interrupted);
+            polarization::find_frames(inputs, raw, selection, throw_if_interrupted, damaged);
         for (std::string const& warning : found.warnings) {
             warn(warning);
         }

@@ -26,7 +26,8 @@ inline constexpr char const* standard_input = "-";
 /// @throws Interrupted, Usage_error
 Found_frames look_for_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& raw,
-    Frame_selection const& selection = {});
+    Frame_selection const& selection = {},
+    polarization::Damaged_files damaged = polarization::Damaged_files::are_failures);
 
 /// @throws Usage_error if no frame was selected, though no input failed
 void require_frames(Found_frames const& found);

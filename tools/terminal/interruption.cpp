@@ -10,8 +10,9 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler
 } // namespace
 
 char const* Interrupted::what() const noexcept {
-    return leaves_something ? "interrupted; the same command with --resume goes on"
-                            : "interrupted; nothing half-written stays";
+    return leaves_something
+               ? "interrupted; the same command with --resume, and without --overwrite, goes on"
+               : "interrupted; nothing half-written stays";
 }
 
 void leave_unfinished(bool something) {

@@ -174,7 +174,8 @@ TEST_F(Process_stack_resuming, an_interrupted_run_says_how_to_go_on) {
     Outcome const outcome = program.wait();
     EXPECT_EQ(outcome.code, 130);
     EXPECT_EQ(
-        outcome.errors, "veldrane-polarize: interrupted; the same command with --resume goes on\n");
+        outcome.errors, "veldrane-polarize: interrupted; the same command with --resume, and "
+                        "without --overwrite, goes on\n");
     EXPECT_EQ(test_files::names_in(results()), (Names{"run_s0.tif.part", "run_stack.part"}));
     Outcome const second =
         process_with({in_folder("run.raw")}, options({"--stack", "--planes", "s0", "--resume"}));
@@ -275,8 +276,8 @@ TEST_F(Process_stack_resuming, a_disk_that_fills_up_stops_the_run_and_resuming_e
     Outcome const outcome = process_with({in_folder("run.raw")}, more);
     EXPECT_EQ(outcome.code, 1);
     EXPECT_NE(outcome.errors.find("No space left on device"), std::string::npos) << outcome.errors;
-    EXPECT_TRUE(outcome.errors.ends_with(
-        " of 60 frames are done; the same command with --resume goes on\n"))
+    EXPECT_TRUE(outcome.errors.ends_with(" of 60 frames are done; the same command with --resume, "
+                                         "and without --overwrite, goes on\n"))
         << outcome.errors;
     EXPECT_TRUE(std::filesystem::exists(result("run_dolp.tif.part")));
     disk.grow();
