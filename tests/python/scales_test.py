@@ -213,7 +213,9 @@ def test_copies_of_public_objects_hold_the_same(way):
     )
     assert list(with_maps.maps) == ["dark_level", "gain", "bad_pixels"]
     parts = {"Analyser": objects["Calibration"].analysers[0], "Model_quality": with_maps.models[0]}
-    assert classes == {*objects, *parts}
+    assert classes == {*objects, *parts, "Recording_error"}
+    error = WAYS_TO_COPY[way](vp.Recording_error("run.raw: has changed"))
+    assert type(error) is vp.Recording_error and str(error) == "run.raw: has changed"
     for value in (*objects.values(), with_maps):
         copied = WAYS_TO_COPY[way](value)
         assert type(copied) is type(value) and content(copied) == content(value)
