@@ -163,6 +163,26 @@ TEST_F(Process_stack_of_pictures, a_frame_that_fails_is_missing_until_it_is_mend
     EXPECT_EQ(files(), whole);
 }
 
+// A TIFF could hold any number of frames; those behind it would move up.
+TEST_F(Process_stack_of_pictures, a_damaged_tiff_keeps_its_place) {
+    Bytes const tiff = test_files::encoded(test_files::pattern(40, 20, CV_8UC1), ".tif");
+    for (std::string const name : {"a", "b", "c", "d"}) {
+        std::filesystem::remove(picture(name));
+        test_files::write(picture(name).replace_extension(".tif"), tiff);
+    }
+    ASSERT_EQ(stacked_series().code, 0);
+    auto const whole = files();
+    forget_results();
+    std::filesystem::path const second = picture("b").replace_extension(".tif");
+    std::filesystem::resize_file(second, 60);
+    expect_one_line(stacked_series(), 1, "b.tif");
+    Bytes const told = test_files::read(result("series_stack.json"));
+    EXPECT_EQ(Json::parse(told.begin(), told.end())["missing"], Json::array({1}));
+    test_files::write(second, tiff);
+    EXPECT_EQ(stacked_series({"--resume"}).code, 0);
+    EXPECT_EQ(files(), whole);
+}
+
 // Files at their full length, of a run that was to begin anew and was killed before it did.
 TEST_F(Process_stack_of_pictures, a_finished_stack_is_mended_in_its_own_files) {
     ASSERT_EQ(stacked_series().code, 0);
