@@ -148,11 +148,11 @@ TEST_F(Process_stack_of_pictures, a_frame_that_fails_is_missing_until_it_is_mend
     Bytes const told = test_files::read(result("series_stack.json"));
     EXPECT_EQ(Json::parse(told.begin(), told.end())["missing"], Json::array({2}));
     Bytes const s0 = test_files::read(result("series_s0.npy"));
-    auto const third = s0.begin() + page + 2 * 2 * pixels;
+    auto const third = s0.begin() + page + std::size_t{2} * 2 * pixels;
     EXPECT_TRUE(std::all_of(third, third + 2 * pixels, [](auto byte) { return byte == 0; }));
     Bytes const stokes = test_files::read(result("series_normalized_stokes.npy"));
     std::vector<float> numbers(2 * pixels);
-    std::memcpy(numbers.data(), stokes.data() + page + 2 * 8 * pixels, 8 * pixels);
+    std::memcpy(numbers.data(), stokes.data() + page + std::size_t{2} * 8 * pixels, 8 * pixels);
     EXPECT_TRUE(std::ranges::all_of(numbers, [](float number) { return number != number; }));
     expect_one_line(stacked_series({"--resume"}), 1, "c.png");
     std::filesystem::copy_file(
