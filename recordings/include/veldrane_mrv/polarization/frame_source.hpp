@@ -19,12 +19,21 @@
 
 namespace veldrane_mrv::polarization {
 
+/// What a camera tells of one frame.
+struct Capture {
+    std::uint64_t frame_number = 0;   ///< the camera's count, which may wrap
+    std::uint64_t camera_time_ns = 0; ///< by the camera's clock, from whenever that began
+    std::uint64_t host_time_ns = 0;   ///< since 1970, by this machine's clock, as the frame arrived
+
+    friend bool operator==(Capture const&, Capture const&) = default;
+};
+
 /// What is known of a frame before it is read: the file that it is in, or the name of its source.
-/// What a camera tells besides (time, exposure, gain) belongs here, in fields that may be empty.
 struct Frame_place {
     std::filesystem::path file;
     std::size_t index = 0;
     std::size_t count = 1; // frames in the file
+    std::optional<Capture> capture = std::nullopt;
 
     bool is_part() const { return count > 1; }
     /// For messages: the file, and the number in it of one of several.
