@@ -140,3 +140,11 @@ extern Source_kind const bare_samples;
 constinit Source_kind const bare_samples{endings, true, nullptr, open_bare_samples};
 
 } // namespace veldrane_mrv::polarization::recordings
+
+namespace veldrane_mrv::polarization {
+
+std::shared_ptr<Frame_decoder const> sample_decoder(Raw_layout const& layout) {
+    return recordings::unpacker({layout});
+}
+
+} // namespace veldrane_mrv::polarization

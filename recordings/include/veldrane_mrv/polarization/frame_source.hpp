@@ -76,6 +76,10 @@ public:
     virtual Row_decoder const* by_rows() const { return nullptr; }
 };
 
+/// Decodes frames of bare samples.
+/// @param layout of which the header is not looked at
+std::shared_ptr<Frame_decoder const> sample_decoder(Raw_layout const& layout);
+
 /// What a source hands over: either `bytes` and who decodes them, or `frame` and `sample_bits`
 /// where these cannot be told apart. All memory is kept from one frame to the next.
 struct Fetched_frame {
