@@ -70,18 +70,33 @@ aravis::Owned<ArvCamera> opened(std::string const& id) {
                                                          : "those that do: " + ids_of(others)));
 }
 
-Camera_description description_of(ArvCamera* camera, std::string const& id) {
-    Camera_description description;
-    for (Camera_description const& other : list_cameras()) {
-        if (other.id == id || other.address == id) {
-            return other;
-        }
+std::string address_of(ArvCamera* camera) {
+    if (arv_camera_is_gv_device(camera) == FALSE) {
+        return "";
     }
-    description.id = id; // one that is reached by its address alone
-    description.vendor = text(call(arv_camera_get_vendor_name, camera));
-    description.model = text(call(arv_camera_get_model_name, camera));
-    description.serial = text(call(arv_camera_get_device_serial_number, camera));
-    return description;
+    GSocketAddress* const address =
+        arv_gv_device_get_device_address(ARV_GV_DEVICE(arv_camera_get_device(camera)));
+    if (!G_IS_INET_SOCKET_ADDRESS(address)) {
+        return "";
+    }
+    gchar* const words =
+        g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
+    std::string const result = text(words);
+    g_free(words);
+    return result;
+}
+
+// By asking the camera itself: to look for all of them takes a second.
+Camera_description description_of(ArvCamera* camera, std::string const& id) {
+    return {
+        id,
+        text(call(arv_camera_get_vendor_name, camera)),
+        text(call(arv_camera_get_model_name, camera)),
+        text(call(arv_camera_get_device_serial_number, camera)),
+        address_of(camera),
+        arv_camera_is_gv_device(camera) != FALSE   ? "GigEVision"
+        : arv_camera_is_uv_device(camera) != FALSE ? "USB3Vision"
+                                                   : "Fake"};
 }
 
 std::vector<std::string> pixel_formats_of(ArvCamera* camera) {
@@ -271,6 +286,9 @@ Camera_settings set_up(ArvCamera* camera, Camera_options const& options) {
     settings.frame_rate = set_number(camera, frame_rate_feature, options.frame_rate);
     settings.exposure_us = set_number(camera, exposure_feature, options.exposure_us);
     settings.gain = set_number(camera, gain_feature, options.gain);
+    if (call(arv_camera_are_chunks_available, camera)) { // which change what a buffer holds
+        call(arv_camera_set_chunk_mode, camera, FALSE);
+    }
     call(arv_camera_set_acquisition_mode, camera, ARV_ACQUISITION_MODE_CONTINUOUS);
     return settings;
 }
@@ -321,6 +339,7 @@ Ready_camera ready_camera(Camera_options const& options) {
     try {
         ready.description = description_of(ready.camera.get(), id);
         ready.settings = set_up(ready.camera.get(), options);
+        ready.pixel_format = call(arv_camera_get_pixel_format, ready.camera.get());
     } catch (Failure const&) {
         throw File_failure(
             "camera " + id, "breaks off while it is set up; check its cable, and whether another "

@@ -12,6 +12,7 @@ struct Ready_camera {
     Owned<ArvCamera> camera;
     Camera_description description;
     Camera_settings settings;
+    ArvPixelFormat pixel_format = 0; // by its number
     Raw_layout layout = {};
 };
 

@@ -52,10 +52,12 @@ void widen_socket(ArvStream* stream) {
     }
 }
 
-bool is_as_set_up(ArvBuffer* buffer, Camera_settings const& settings) {
+bool is_as_set_up(ArvBuffer* buffer, Ready_camera const& camera) {
+    Size const size = camera.settings.region.size();
     return arv_buffer_get_payload_type(buffer) == ARV_BUFFER_PAYLOAD_TYPE_IMAGE &&
-           arv_buffer_get_image_width(buffer) == static_cast<gint>(settings.region.width) &&
-           arv_buffer_get_image_height(buffer) == static_cast<gint>(settings.region.height);
+           arv_buffer_get_image_width(buffer) == static_cast<gint>(size.width) &&
+           arv_buffer_get_image_height(buffer) == static_cast<gint>(size.height) &&
+           arv_buffer_get_image_pixel_format(buffer) == camera.pixel_format;
 }
 
 } // namespace
@@ -137,7 +139,7 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
     bool goes_on = true;
     if (status != ARV_BUFFER_STATUS_SUCCESS) {
         feed_.note_incomplete(cause_of(status), number);
-    } else if (!is_as_set_up(buffer, ready_.settings)) {
+    } else if (!is_as_set_up(buffer, ready_)) {
         feed_.note_incomplete(Incomplete_cause::size_mismatch, number);
     } else {
         std::size_t size = 0;

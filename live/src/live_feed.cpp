@@ -85,14 +85,17 @@ bool Live_feed::give(std::string_view bytes, Capture const& capture, Steady_time
         return true;
     }
     std::unique_lock lock(mutex_);
-    note_number(capture.frame_number);
-    ++counts_.received;
-    if (!make_room(lock)) {
-        return true;
-    }
     if (is_closed_) {
-        ++counts_.dropped;
         return false;
+    }
+    note_number(capture.frame_number);
+    bool const has_room = make_room(lock);
+    if (is_closed_) {
+        return false;
+    }
+    ++counts_.received;
+    if (!has_room) {
+        return true;
     }
     Live_frame frame;
     if (!spare_.empty()) {

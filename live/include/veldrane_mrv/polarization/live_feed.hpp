@@ -102,7 +102,7 @@ public:
     /// room for.
     void drain();
 
-    /// Nobody takes any more, and `give` gives false.
+    /// Nobody takes any more: `give` counts nothing and gives false.
     void close();
 
     /// Whether `end` was called and no frame waits.
