@@ -6,6 +6,8 @@
 
 #include <array>
 #include <sys/stat.h>
+#include <tuple>
+#include <utility>
 
 namespace veldrane_mrv::polarization::recordings {
 namespace {
@@ -23,6 +25,29 @@ void refuse_picture(Opened_file const& file) {
         throw Argument_error(
             "--pixel-format", "for bare samples, but " + file.name().string() + " is " + kind,
             "leave the option out");
+    }
+}
+
+void refuse_contradiction(Opened_file const& file, Raw_layout const& told) {
+    if (!file.layout()) {
+        return;
+    }
+    Raw_layout const& given = *file.layout();
+    using Text = std::string;
+    for (auto const& [option, one, other] :
+         {std::tuple("--pixel-format", Text(name_of(given.format)), Text(name_of(told.format))),
+          std::tuple("--width", std::to_string(given.width), std::to_string(told.width)),
+          std::tuple("--height", std::to_string(given.height), std::to_string(told.height)),
+          std::tuple(
+              "--header-bytes", std::to_string(given.header_bytes),
+              std::to_string(told.header_bytes)),
+          std::tuple("--stride", std::to_string(given.stride), std::to_string(told.stride))}) {
+        if (one != other) {
+            throw Argument_error(
+                option,
+                one + ", but " + description_file_of(file.name()).string() + " tells " + other,
+                "leave out what describes the samples");
+        }
     }
 }
 
@@ -71,16 +96,28 @@ private:
 // frame either way.
 class Stored_frames : public Frame_source {
 public:
-    Stored_frames(Opened_file file, Sample_storage const& storage, std::size_t count)
-        : file_{std::move(file)}, layout_{storage.layout},
-          sample_bits_{storage.sample_bits}, count_{count}, unpacker_{unpacker(storage)} {}
+    struct Contents {
+        std::size_t count;
+        std::vector<Capture> captures{}; // of each frame, or none
+        std::vector<std::string> failures{};
+    };
+    Stored_frames(Opened_file file, Sample_storage const& storage, Contents contents)
+        : file_{std::move(file)}, layout_{storage.layout}, sample_bits_{storage.sample_bits},
+          contents_{std::move(contents)}, unpacker_{unpacker(storage)} {}
 
     std::string name() const override { return file_.name().string(); }
-    std::optional<std::size_t> count() const override { return count_; }
+    std::optional<std::size_t> count() const override { return contents_.count; }
     std::optional<Frame_shape> shape() const override {
         return Frame_shape{layout_.width, layout_.height, sample_bits_};
     }
-    Frame_place place(std::size_t number) const override { return {file_.name(), number, count_}; }
+    Frame_place place(std::size_t number) const override {
+        Frame_place place{file_.name(), number, contents_.count};
+        if (number < contents_.captures.size()) {
+            place.capture = contents_.captures[number];
+        }
+        return place;
+    }
+    std::vector<std::string> failures() const override { return contents_.failures; }
 
 private:
     void fetch(std::size_t number, Fetched_frame& target) override {
@@ -99,7 +136,7 @@ private:
     Opened_file file_;
     Raw_layout layout_;
     unsigned sample_bits_;
-    std::size_t count_;
+    Contents contents_;
     std::shared_ptr<Frame_decoder const> unpacker_;
 };
 
@@ -133,7 +170,37 @@ std::shared_ptr<Frame_decoder const> unpacker(Sample_storage const& storage) {
 
 std::unique_ptr<Frame_source> stored_frames(
     Opened_file file, Sample_storage const& storage, std::size_t count) {
-    return std::make_unique<Stored_frames>(std::move(file), storage, count);
+    return std::make_unique<Stored_frames>(
+        std::move(file), storage, Stored_frames::Contents{count});
+}
+
+std::unique_ptr<Frame_source> open_recording(Opened_file file, Recording_description description) {
+    Raw_layout const layout = description.layout();
+    refuse_contradiction(file, layout);
+    std::string const told_by = description_file_of(file.name()).string();
+    std::uint64_t const frame_bytes = layout.frame_bytes();
+    std::uint64_t const there = file.size() / frame_bytes;
+    bool const has_more = file.size() % frame_bytes != 0;
+    std::uint64_t const told = description.frames.value_or(there);
+    std::string const size = "has " + std::to_string(file.size()) + " bytes";
+    if (there > told || (there == told && has_more && description.frames)) {
+        throw File_failure(
+            file.name(), size + ", more than the " + std::to_string(told) + " frames that " +
+                             told_by + " tells; put the recording of this description back");
+    }
+    if (there == 0) {
+        throw File_failure(
+            file.name(), size + ", of which one frame takes " + std::to_string(frame_bytes) +
+                             "; copy or record it again");
+    }
+    Stored_frames::Contents contents{there, std::move(description.captures), {}};
+    if (there < told || has_more) {
+        contents.failures.push_back(
+            file.name().string() + ": is cut short within frame " + std::to_string(there) +
+            (description.frames ? " of " + std::to_string(told) : std::string()) +
+            "; the frames before it are read");
+    }
+    return std::make_unique<Stored_frames>(std::move(file), Sample_storage{layout}, contents);
 }
 
 extern Source_kind const bare_samples;

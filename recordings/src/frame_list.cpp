@@ -31,6 +31,14 @@ bool has_ending_of_frames(fs::path const& file, bool raw) {
     });
 }
 
+bool is_recording(fs::path const& file) {
+    try {
+        return has_ending_of_frames(file, true) && read_recording_description(file);
+    } catch (File_failure const&) {
+        return true; // reading it says what is wrong
+    }
+}
+
 std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
     std::vector<fs::path> files;
     std::error_code error;
@@ -40,7 +48,7 @@ std::vector<fs::path> files_in(fs::path const& folder, bool raw) {
         std::error_code ignored;
         // Links that lead nowhere and pipes are named by whoever reads them.
         if (file.filename().string().front() != '.' && !fs::is_directory(file, ignored) &&
-            has_ending_of_frames(file, raw)) {
+            (has_ending_of_frames(file, raw) || (!raw && is_recording(file)))) {
             files.push_back(file);
         }
     }
@@ -119,7 +127,9 @@ void look_into(
         return;
     }
     auto const source = recordings::open_frames(std::move(opened));
-    add_frames(found, file, source->count().value_or(0));
+    for (std::size_t index = 0; index < source->count().value_or(0); ++index) {
+        found.frames.push_back(source->place(index));
+    }
     for (std::string& failure : source->failures()) {
         found.failures.push_back(std::move(failure));
     }
@@ -174,6 +184,32 @@ Found_frames find_frames(
     }
     found.frames = selected(found.frames, selection);
     return found;
+}
+
+std::vector<Described_recording> described_recordings(
+    std::vector<std::string> const& inputs, bool has_layout) {
+    std::vector<Described_recording> described;
+    for (std::string const& input : inputs) {
+        std::vector<fs::path> files;
+        try {
+            files = files_of(input, has_layout).files;
+        } catch (File_failure const&) {
+            continue; // who looks for frames says what is wrong
+        }
+        for (fs::path const& file : files) {
+            std::error_code error;
+            if (!fs::exists(file, error)) {
+                continue;
+            }
+            auto description = read_recording_description(file);
+            if (!description) {
+                return {};
+            }
+            description->captures = {};
+            described.push_back({file, std::move(*description)});
+        }
+    }
+    return described;
 }
 
 Frame_list::Frame_list(std::vector<Frame_place> frames, std::optional<Raw_layout> const& layout)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "veldrane_mrv/polarization/frame_source.hpp"
+#include "veldrane_mrv/polarization/recording_description.hpp"
 #include "veldrane_mrv/polarization/regular_files.hpp"
 
 #include <cstddef>
@@ -89,6 +90,12 @@ struct Sample_storage {
 /// Frames one behind the other in a file that holds `count` of them.
 std::unique_ptr<Frame_source> stored_frames(
     Opened_file file, Sample_storage const& storage, std::size_t count);
+
+/// The frames of a recording, as what stands beside it tells. Of one that was cut short those that
+/// are there.
+/// @throws Argument_error if the file's own layout is another
+/// @throws File_failure if there is no frame, or more than was told
+std::unique_ptr<Frame_source> open_recording(Opened_file file, Recording_description description);
 
 /// Makes the samples of frames of what is stored so.
 std::shared_ptr<Frame_decoder const> unpacker(Sample_storage const& storage);

@@ -41,6 +41,9 @@ std::span<Source_kind const* const> source_kinds() {
 }
 
 std::unique_ptr<Frame_source> open_frames(Opened_file file) {
+    if (auto description = read_recording_description(file.name())) {
+        return open_recording(std::move(file), std::move(*description));
+    }
     auto const kind = std::find_if(kinds.begin(), kinds.end(), [&file](Source_kind const* known) {
         return known->needs_layout ? file.layout().has_value() : known->recognises(file.start());
     });

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "veldrane_mrv/polarization/frame_source.hpp"
+#include "veldrane_mrv/polarization/recording_description.hpp"
 
 #include <cstddef>
 #include <functional>
@@ -33,15 +34,28 @@ struct Found_frames {
 enum class Damaged_files { are_failures, are_frames };
 
 /// Looks into every input: a file counts itself, a folder the frames in it (names that end like
-/// images or, with `layout`, like recordings; hidden files not), a pattern that is no file's name
-/// the files that it matches. Within one folder or pattern numbers in names count as numbers, so
-/// that frame_2 comes before frame_10. Calibrations and their plots among them are no frames.
+/// images or, with `layout` or with a description beside them, like recordings; hidden files not),
+/// a pattern that is no file's name the files that it matches. Within one folder or pattern numbers
+/// in names count as numbers, so that frame_2 comes before frame_10. Calibrations and their plots
+/// among them are no frames.
 /// @param between_files called before each file; what it throws ends the search
 /// @throws Argument_error if `layout` is given for a picture
 Found_frames find_frames(
     std::vector<std::string> const& inputs, std::optional<Raw_layout> const& layout,
     Frame_selection const& selection = {}, std::function<void()> const& between_files = {},
     Damaged_files damaged = Damaged_files::are_failures);
+
+struct Described_recording {
+    std::filesystem::path file;
+    Recording_description description; ///< without `captures`
+};
+
+/// What stands beside the files that `find_frames` would take; nothing at all if one of them is no
+/// recording. Files that are not there are passed over.
+/// @param has_layout whether `find_frames` would get one
+/// @throws File_failure if a description is damaged
+std::vector<Described_recording> described_recordings(
+    std::vector<std::string> const& inputs, bool has_layout);
 
 /// Frames of any files in any order. Keeps the last file open, since the next frame is mostly of
 /// the same.

@@ -183,10 +183,12 @@ private:
 };
 
 /// One file: a PNG, a PGM, a TIFF of one or many pictures, an npy array of one or many frames, or
-/// with `layout` bare samples; told apart by content and not by name. A file that is none of them
-/// has one frame, which cannot be read.
+/// with `layout` bare samples; told apart by content and not by name. Bare samples beside which a
+/// description stands (recording_description.hpp) need no layout. A file that is none of them has
+/// one frame, which cannot be read.
 /// @throws File_failure if the file cannot be opened, or holds no frame as far as can be told
-/// @throws Argument_error if `layout` is given for a picture or an npy array
+/// @throws Argument_error if `layout` is given for a picture or an npy array, or contradicts a
+///         description
 std::unique_ptr<Frame_source> open_frames(
     std::filesystem::path const& file, std::optional<Raw_layout> const& layout = std::nullopt);
 
