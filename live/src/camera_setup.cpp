@@ -30,6 +30,7 @@ std::string joined(std::vector<std::string> const& words) {
 
 std::string ids_of(std::vector<Camera_description> const& cameras) {
     std::vector<std::string> ids;
+    ids.reserve(cameras.size());
     for (Camera_description const& camera : cameras) {
         ids.push_back(camera.id);
     }
@@ -81,7 +82,7 @@ std::string address_of(ArvCamera* camera) {
     }
     gchar* const words =
         g_inet_address_to_string(g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address)));
-    std::string const result = text(words);
+    std::string result = text(words);
     g_free(words);
     return result;
 }
