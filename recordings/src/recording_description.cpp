@@ -190,8 +190,8 @@ std::optional<Mosaic> mosaic_of(Fields const& fields) {
     }
 }
 
-Camera_settings settings_of(Fields const& fields) {
-    Camera_settings settings{
+Recorded_settings settings_of(Fields const& fields) {
+    Recorded_settings settings{
         fields.number("exposure_us"), fields.number("gain"), fields.number("frame_rate"), {}};
     if (fields.find("region") != nullptr) {
         Fields const region = fields.object("region");
@@ -290,7 +290,7 @@ Json told(std::optional<double> const& number) {
     return number ? Json(*number) : Json(nullptr);
 }
 
-Json json_of(Camera_settings const& settings) {
+Json json_of(Recorded_settings const& settings) {
     Json json = {
         {"exposure_us", told(settings.exposure_us)},
         {"gain", told(settings.gain)},

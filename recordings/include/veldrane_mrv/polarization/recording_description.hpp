@@ -32,13 +32,13 @@ struct Camera_identity {
     friend bool operator==(Camera_identity const&, Camera_identity const&) = default;
 };
 
-struct Camera_settings {
+struct Recorded_settings {
     std::optional<double> exposure_us;
     std::optional<double> gain;       ///< in the camera's unit
     std::optional<double> frame_rate; ///< frames a second
     std::optional<Region> region;     ///< of the sensor
 
-    friend bool operator==(Camera_settings const&, Camera_settings const&) = default;
+    friend bool operator==(Recorded_settings const&, Recorded_settings const&) = default;
 };
 
 /// Frames of a whole run.
@@ -59,7 +59,7 @@ struct Recording_description {
     /// Of the first pixel of a frame, where it is known.
     std::optional<Mosaic> mosaic;
     Camera_identity camera;
-    Camera_settings settings;
+    Recorded_settings settings;
     Receiving_counts counts;
     std::string begin;    ///< in UTC, such as 2026-01-31T12:00:00Z
     std::string software; ///< name and version of the program that recorded
