@@ -96,6 +96,24 @@ if(TARGET polarization_recordings)
     COMPONENT development)
 endif()
 
+# Likewise, for Aravis where the layer was built with it.
+if(TARGET polarization_live)
+  install(TARGETS polarization_live EXPORT veldrane_mrv_polarization_live
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  install(
+    DIRECTORY ${PROJECT_SOURCE_DIR}/live/include/
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+    COMPONENT development
+    FILES_MATCHING
+    PATTERN "*.hpp")
+  install(
+    EXPORT veldrane_mrv_polarization_live
+    NAMESPACE veldrane_mrv::
+    FILE veldrane_mrv_polarization-live-targets.cmake
+    DESTINATION ${package_dir}
+    COMPONENT development)
+endif()
+
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/veldrane_mrv_polarization-config.cmake.in
   ${PROJECT_BINARY_DIR}/veldrane_mrv_polarization-config.cmake INSTALL_DESTINATION ${package_dir}
@@ -117,6 +135,9 @@ if(TARGET polarization_client)
 endif()
 if(TARGET polarization_recordings)
   list(APPEND pkgconfig_names veldrane_mrv_polarization_recordings)
+endif()
+if(TARGET polarization_live)
+  list(APPEND pkgconfig_names veldrane_mrv_polarization_live)
 endif()
 foreach(name IN LISTS pkgconfig_names)
   configure_file(${CMAKE_CURRENT_LIST_DIR}/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)

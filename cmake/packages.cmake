@@ -29,12 +29,15 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libveldrane-mrv-polarization-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION
     "Headers, CMake package and pkg-config files of the shared library, and the layer for
-applications and the one that reads recordings as archives.")
+applications, the one that reads recordings and the one for cameras as archives.")
 set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libveldrane-mrv-polarization (= ${package_version})")
-# For the layer that reads recordings alone.
+# For the layers that read recordings and cameras alone.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libpng-dev, libtiff-dev")
+if(aravis_for_live)
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS ", libaravis-dev, pkg-config")
+endif()
 
 # What Debian wants beside the files of any package: copyright and changelog, in these packages
 # only.
