@@ -4,6 +4,7 @@
 #include "commands/calibration_series.hpp"
 #include "commands/noise_measurement.hpp"
 #include "input/input_files.hpp"
+#include "input/recorded_settings.hpp"
 #include "output/calibration_plot.hpp"
 #include "output/calibration_table.hpp"
 #include "output/image_writing.hpp"
@@ -288,8 +289,9 @@ void tell(
 
 } // namespace
 
-void run_calibrate(Calibrate_options const& options) {
+void run_calibrate(Calibrate_options options) {
     check_combinations(options);
+    take_from_recordings(options.input, options.samples, options.mosaic);
     Inputs const inputs(options);
     Outputs const outputs = outputs_of(options);
     refuse_lost_files(outputs, inputs.files(options));

@@ -34,6 +34,6 @@ struct Calibrate_options {
 
 /// Calibration, array file and pictures appear together at the end.
 /// @throws Usage_error, File_failure, polarization::Argument_error
-void run_calibrate(Calibrate_options const& options);
+void run_calibrate(Calibrate_options options);
 
 } // namespace polarize_tool

@@ -2,6 +2,7 @@
 #include "commands/plane_options.hpp"
 #include "commands/process_run.hpp"
 #include "input/option_values.hpp"
+#include "input/recorded_settings.hpp"
 #include "terminal/failure.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
@@ -77,6 +78,7 @@ void check_pipes(Command_line const& line, CLI::App const& command) {
 
 int run_process(Command_line& line, CLI::App const& command) {
     check_pipes(line, command);
+    take_from_recordings(line.run.input, line.samples, line.mosaic);
     std::optional<Raw_layout> const raw = line.run.input.raw_layout();
     check_planes(line, command);
     if (line.repetitions > 1 && line.run.jobs > 1) {

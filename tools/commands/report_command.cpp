@@ -2,6 +2,7 @@
 #include "input/frame_preparation.hpp"
 #include "input/input_files.hpp"
 #include "input/option_values.hpp"
+#include "input/recorded_settings.hpp"
 #include "input/transform_settings.hpp"
 #include "output/processing.hpp"
 #include "output/staged_files.hpp"
@@ -132,7 +133,8 @@ Rows settings_rows(
     return rows;
 }
 
-int run_report(Command_line const& line) {
+int run_report(Command_line& line) {
+    take_from_recordings(line.input, line.samples, line.mosaic);
     if (line.calibration_file.empty()) {
         line.mosaic.required();
     }

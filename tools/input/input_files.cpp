@@ -31,6 +31,9 @@ Input_files::Input_files(
         if (frame.file != last) {
             last = frame.file;
             add(last);
+            if (frame.capture) { // told by a file of its own
+                add(polarization::description_file_of(last));
+            }
         }
     }
     for (fs::path const& file : preparation.dark_files()) {

@@ -83,7 +83,8 @@ void add_input_options(CLI::App& command, Input_options& options, Frame_choice c
         "Raw frames: grey PNG, PGM, TIFF (of one or many pictures) or npy (of 2 or 3 "
         "dimensions) of 8 or 16 bits, folders of them, or quoted patterns such as 'run3/*.png'. "
         "With --pixel-format files of bare "
-        "samples that hold one or many frames; - is standard input, for process")
+        "samples that hold one or many frames; those with a description beside them, FILE.json, "
+        "need none of the options that it tells. - is standard input, for process")
         ->expected(CLI::detail::expected_max_vector_size)
         ->required()
         ->type_name("FRAME");

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -71,6 +72,8 @@ void add_sample_options(CLI::App& command, Sample_options& options);
 struct Mosaic_options {
     std::optional<int> phase;
     std::string layout;
+    /// The file that told the layout; empty if the user did.
+    std::filesystem::path told_by;
 
     /// @throws Usage_error if both or an unknown layout were given
     std::optional<veldrane_mrv::polarization::Mosaic> given() const;

@@ -73,6 +73,13 @@ Transform_settings transform_settings(
     }
     auto const calibration = polarization::load_calibration(calibration_file);
     auto const given = mosaic.given();
+    if (given && *given != calibration.mosaic && !mosaic.told_by.empty()) {
+        throw Usage_error(
+            mosaic.told_by.string() + " tells the layout " + given->to_string() + ", but " +
+            calibration_file.string() + " is for " + calibration.mosaic.to_string() +
+            "; give a calibration of this part of the sensor, or --layout " +
+            calibration.mosaic.to_string() + " if that is right");
+    }
     if (given && *given != calibration.mosaic) {
         throw Usage_error(
             "--phase or --layout is " + given->to_string() + ", but " + calibration_file.string() +

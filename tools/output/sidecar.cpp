@@ -4,6 +4,7 @@
 #include "veldrane_mrv/polarization/build_identification.hpp"
 #include "veldrane_mrv/polarization/number_meaning.hpp"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace polarize_tool {
@@ -152,6 +153,19 @@ Json runs_of(std::vector<Frame_place> const& frames) {
     return runs;
 }
 
+Json captures_of(std::vector<Frame_place> const& frames) {
+    Json captures = {
+        {"frame_number", Json::array()},
+        {"camera_time_ns", Json::array()},
+        {"host_time_ns", Json::array()}};
+    for (Frame_place const& place : frames) {
+        captures["frame_number"].push_back(place.capture->frame_number);
+        captures["camera_time_ns"].push_back(place.capture->camera_time_ns);
+        captures["host_time_ns"].push_back(place.capture->host_time_ns);
+    }
+    return captures;
+}
+
 } // namespace
 
 std::string sidecar(
@@ -160,6 +174,12 @@ std::string sidecar(
     Json json = meaning_json(plane, file, {array.width(), array.height()}, processing);
     Json const source = {{"file", utf8(place.file.string())}, {"frame", place.index}};
     json.update(circumstances_json(source, processing, origin));
+    if (auto const& capture = place.capture) {
+        json["capture"] = {
+            {"frame_number", capture->frame_number},
+            {"camera_time_ns", capture->camera_time_ns},
+            {"host_time_ns", capture->host_time_ns}};
+    }
     return json.dump(2) + "\n";
 }
 
@@ -175,6 +195,10 @@ nlohmann::ordered_json stack_description(
         {{"pixel_format", pixel_format_of(origin.pixel_format)}}, processing, origin));
     json["missing"] = Json::array();
     json["frames"] = runs_of(frames);
+    if (std::ranges::all_of(
+            frames, [](Frame_place const& place) { return place.capture.has_value(); })) {
+        json["capture"] = captures_of(frames);
+    }
     return json;
 }
 
