@@ -53,12 +53,29 @@ unsigned scaled(std::uint16_t value, unsigned full_scale, unsigned steps) {
     return (limited * steps + full_scale / 2) / full_scale;
 }
 
-void mask(Colour_picture& picture, std::span<std::uint8_t const> validity) {
+void mask(std::span<Colour> pixels, std::span<std::uint8_t const> validity) {
     for (std::size_t index = 0; index < validity.size(); ++index) {
         if (validity[index] != 0) {
-            picture.pixels[index] = invalid_colour;
+            pixels[index] = invalid_colour;
         }
     }
+}
+
+std::array<Colour, level_count> const& rounded_degree_colours() {
+    static std::array<Colour, level_count> const colours = [] {
+        std::array<Colour, level_count> made{};
+        std::ranges::transform(degree_colours(), made.begin(), rounded);
+        return made;
+    }();
+    return colours;
+}
+
+template <class Draw>
+Colour_picture drawn(Picture_source const& source, Draw const& draw) {
+    Colour_picture picture{
+        source.width, source.height, std::vector<Colour>(source.width * source.height)};
+    draw(source, picture.pixels);
+    return picture;
 }
 
 } // namespace
@@ -92,31 +109,32 @@ std::vector<Colour> const& angle_degree_colours() {
     return colours;
 }
 
-Colour_picture angle_degree_picture(Picture_source const& source) {
+void draw_angle_degree(Picture_source const& source, std::span<Colour> pixels) {
     std::vector<Colour> const& colours = angle_degree_colours();
-    Colour_picture picture{source.width, source.height, {}};
-    picture.pixels.reserve(source.azimuth.size());
-    for (std::size_t index = 0; index < source.azimuth.size(); ++index) {
+    for (std::size_t index = 0; index < pixels.size(); ++index) {
         // The azimuth runs 90 degrees ahead of the angle.
         unsigned const azimuth = scaled(source.azimuth[index], source.full_scale, hue_count);
         unsigned const hue = (azimuth + hue_count / 2) % hue_count;
         unsigned const level = scaled(source.degree[index], source.full_scale, level_count - 1);
-        picture.pixels.push_back(colours[hue * level_count + level]);
+        pixels[index] = colours[hue * level_count + level];
     }
-    mask(picture, source.validity);
-    return picture;
+    mask(pixels, source.validity);
+}
+
+void draw_degree(Picture_source const& source, std::span<Colour> pixels) {
+    auto const& colours = rounded_degree_colours();
+    for (std::size_t index = 0; index < pixels.size(); ++index) {
+        pixels[index] = colours[scaled(source.degree[index], source.full_scale, level_count - 1)];
+    }
+    mask(pixels, source.validity);
+}
+
+Colour_picture angle_degree_picture(Picture_source const& source) {
+    return drawn(source, draw_angle_degree);
 }
 
 Colour_picture degree_picture(Picture_source const& source) {
-    std::array<Colour, level_count> colours{};
-    std::ranges::transform(degree_colours(), colours.begin(), rounded);
-    Colour_picture picture{source.width, source.height, {}};
-    picture.pixels.reserve(source.degree.size());
-    for (std::uint16_t const degree : source.degree) {
-        picture.pixels.push_back(colours[scaled(degree, source.full_scale, level_count - 1)]);
-    }
-    mask(picture, source.validity);
-    return picture;
+    return drawn(source, draw_degree);
 }
 
 std::uint16_t fine_degree(double degree) {

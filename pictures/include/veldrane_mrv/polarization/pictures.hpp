@@ -77,6 +77,10 @@ Colour_picture angle_degree_picture(Picture_source const& source);
 /// The degree on the scale of `degree_colours`. Needs no azimuth.
 Colour_picture degree_picture(Picture_source const& source);
 
+/// The same into memory of the caller's, which has a colour for each pixel of the source.
+void draw_angle_degree(Picture_source const& source, std::span<Colour> pixels);
+void draw_degree(Picture_source const& source, std::span<Colour> pixels);
+
 /// The legend of `angle_degree_picture`: in a disc that fills `side` by `side` pixels the hue of an
 /// angle lies in its direction from the centre (twice), the degree is the distance from it. Outside
 /// of the disc the colours go on.
