@@ -1,5 +1,6 @@
-# Where Debian expects things. Two components: `runtime` (library, program) and `development`
-# (headers, the layer for applications as an archive, CMake package, pkg-config files). The
+# Where Debian expects things. Components: `runtime` (library, program), `development`
+# (headers, the layer for applications as an archive, CMake package, pkg-config files) and, where it is
+# built, `gstreamer` (the plug-in). The
 # library's file name carries no version: programs load it by exactly this name.
 if(NOT DEFINED CMAKE_INSTALL_LIBDIR
    AND EXISTS /etc/debian_version
@@ -46,6 +47,14 @@ if(TARGET veldrane-polarize)
       DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
       COMPONENT runtime)
   endif()
+endif()
+if(TARGET gstveldranepolarization)
+  set(gstreamer_dir ${CMAKE_INSTALL_LIBDIR}/gstreamer-1.0)
+  install(TARGETS gstveldranepolarization LIBRARY DESTINATION ${gstreamer_dir} COMPONENT gstreamer)
+  # As above, for gstreamer/CMakeLists.txt.
+  install(
+    CODE "file(RPATH_REMOVE FILE \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${gstreamer_dir}/libgstveldranepolarization.so\")"
+    COMPONENT gstreamer)
 endif()
 install(
   FILES ${PROJECT_SOURCE_DIR}/include/veldrane_mrv_polarization_processor_vector_avx2.hpp

@@ -1,4 +1,4 @@
-# Two Debian packages, runtime and development: `cpack` in a release build.
+# Debian packages, runtime and development, and one for GStreamer where it is built: `cpack` in a release build.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VENDOR Veldrane)
 set(CPACK_PACKAGE_CONTACT "Veldrane MRV polarization maintainers <maintainers@example.org>")
@@ -39,10 +39,26 @@ if(aravis_for_live)
   string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS ", libaravis-dev, pkg-config")
 endif()
 
+set(package_components RUNTIME DEVELOPMENT)
+if(TARGET gstveldranepolarization)
+  list(APPEND CPACK_COMPONENTS_ALL gstreamer)
+  list(APPEND package_components GSTREAMER)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_NAME gstreamer1.0-veldrane-polarization)
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_GSTREAMER_DESCRIPTION
+      "GStreamer plug-in for polarisation image sensors: its element turns raw frames into planes of
+intensity, linear Stokes quantities, angle and degree of linear polarisation, or into pictures.")
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_DEPENDS
+      "libveldrane-mrv-polarization (= ${package_version})")
+  set(CPACK_DEBIAN_GSTREAMER_PACKAGE_SHLIBDEPS ON)
+  # The library of the other package, which none on this machine need have.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src)
+endif()
+
 # What Debian wants beside the files of any package: copyright and changelog, in these packages
 # only.
 string(TIMESTAMP package_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
-foreach(component RUNTIME DEVELOPMENT)
+foreach(component IN LISTS package_components)
   string(TOLOWER ${component} component_name)
   set(package ${CPACK_DEBIAN_${component}_PACKAGE_NAME})
   set(changelog ${PROJECT_BINARY_DIR}/packages/${package}/changelog.Debian)
