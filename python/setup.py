@@ -1,4 +1,4 @@
-"""Builds the native module by CMake and puts it, with the processor, into the package."""
+"""Builds the native modules by CMake and puts them, with the processor, into the package."""
 
 from __future__ import annotations
 
@@ -48,7 +48,8 @@ class Build_by_cmake(build_ext):
         )
         jobs = os.environ.get("CMAKE_BUILD_PARALLEL_LEVEL", str(os.cpu_count() or 1))
         subprocess.run(
-            ["cmake", "--build", build, "-j", jobs, "--target", "veldrane_polarization_native"],
+            ["cmake", "--build", build, "-j", jobs, "--target"]
+            + [f"veldrane_polarization{name}" for name in ("_native", "_native_cameras")],
             check=True,
         )
 

@@ -1,9 +1,10 @@
 /// @file
-/// The parts of the native module; each adds its names to it.
+/// What the modules have in common, and the parts of the native one; each adds its names to it.
 #pragma once
 
 #include <chrono>
 #include <cstddef>
+#include <exception>
 #include <pybind11/pybind11.h>
 #include <string>
 #include <string_view>
@@ -20,6 +21,9 @@ public:
 private:
     std::chrono::steady_clock::time_point next_look_ = std::chrono::steady_clock::now();
 };
+
+/// Turns what the libraries throw into what Python knows.
+void translate_error(std::exception_ptr pending);
 
 /// Text of any bytes, as Python holds names of files that are no UTF-8.
 pybind11::str text_of_bytes(std::string_view bytes);

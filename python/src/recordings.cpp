@@ -1,4 +1,5 @@
 #include "bindings.hpp"
+#include "frame_rooms.hpp"
 
 #include "veldrane_mrv/polarization/frame_list.hpp"
 
@@ -22,77 +23,6 @@ namespace {
 namespace py = pybind11;
 namespace polarization = veldrane_mrv::polarization;
 
-/// What reading one file used and the next frame of it can use again. Fresh memory of a few million
-/// samples takes the system longer than unpacking them.
-class Rooms {
-public:
-    explicit Rooms(std::size_t most_kept) : most_kept_{most_kept} {
-        slots_.reserve(most_kept);
-        frames_.reserve(most_kept);
-    }
-
-    std::unique_ptr<polarization::Frame_slot> take() {
-        std::lock_guard const lock{mutex_};
-        if (slots_.empty()) {
-            return std::make_unique<polarization::Frame_slot>();
-        }
-        auto slot = std::move(slots_.back());
-        slots_.pop_back();
-        if (!frames_.empty()) {
-            slot->frame() = std::move(frames_.back());
-            frames_.pop_back();
-        }
-        return slot;
-    }
-
-    /// @param slot whose frame was read
-    void give_back(std::unique_ptr<polarization::Frame_slot> slot) {
-        std::lock_guard const lock{mutex_};
-        if (slots_.size() < most_kept_) {
-            slots_.push_back(std::move(slot));
-        }
-    }
-
-    void give_back(polarization::Frame frame) {
-        std::lock_guard const lock{mutex_};
-        if (frames_.size() < most_kept_) {
-            frames_.push_back(std::move(frame));
-        }
-    }
-
-private:
-    std::size_t most_kept_;
-    std::mutex mutex_;
-    std::vector<std::unique_ptr<polarization::Frame_slot>> slots_;
-    std::vector<polarization::Frame> frames_;
-};
-
-/// A frame in an array's hands. Its room may outlive the file.
-class Lent_frame {
-public:
-    Lent_frame(std::shared_ptr<Rooms> rooms, polarization::Frame frame)
-        : rooms_{std::move(rooms)}, frame_{std::move(frame)} {}
-    ~Lent_frame() { rooms_->give_back(std::move(frame_)); }
-    Lent_frame(Lent_frame const&) = delete;
-    Lent_frame& operator=(Lent_frame const&) = delete;
-
-    polarization::Frame const& frame() const { return frame_; }
-
-private:
-    std::shared_ptr<Rooms> rooms_;
-    polarization::Frame frame_;
-};
-
-// The array keeps the samples where they are.
-py::array array_of(std::unique_ptr<Lent_frame> lent) {
-    polarization::Frame const& frame = lent->frame();
-    py::capsule const owner{
-        lent.get(), [](void* pointer) { delete static_cast<Lent_frame*>(pointer); }};
-    static_cast<void>(lent.release());
-    return py::array_t<std::uint16_t>{
-        std::vector<std::size_t>{frame.height, frame.width}, frame.samples.data(), owner};
-}
-
 py::array narrow_array_of(polarization::Frame const& frame) {
     py::array_t<std::uint8_t> result{std::vector<std::size_t>{frame.height, frame.width}};
     std::uint8_t* const target = result.mutable_data();
@@ -109,7 +39,7 @@ class Frame_file {
 public:
     Frame_file(
         std::filesystem::path const& file, std::optional<polarization::Raw_layout> const& layout)
-        : source_{polarization::open_frames(file, layout)}, rooms_{std::make_shared<Rooms>(
+        : source_{polarization::open_frames(file, layout)}, rooms_{std::make_shared<Frame_rooms>(
                                                                 count() > 1 ? rooms_of_many : 0)} {}
 
     std::size_t count() const { return source_->count().value_or(0); }
@@ -127,9 +57,7 @@ public:
             rooms_->give_back(std::move(slot));
             return result;
         }
-        auto lent = std::make_unique<Lent_frame>(rooms_, std::exchange(slot->frame(), {}));
-        rooms_->give_back(std::move(slot));
-        return array_of(std::move(lent));
+        return lend_frame(rooms_, std::move(slot));
     }
 
 private:
@@ -143,7 +71,7 @@ private:
 
     std::unique_ptr<polarization::Frame_source> source_;
     std::mutex reading_;
-    std::shared_ptr<Rooms> rooms_;
+    std::shared_ptr<Frame_rooms> rooms_;
 };
 
 // A slow disk, or a TIFF file whose pictures are counted, holds up no other thread.

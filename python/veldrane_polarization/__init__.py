@@ -9,6 +9,8 @@ from __future__ import annotations
 from . import _native
 from ._arguments import PLANES
 from ._calibrating import Calibration
+from ._camera_error import Camera_error
+from ._cameras import Camera, Camera_frame, list_cameras, open_camera
 from ._lazy import open_recording
 from ._measuring import calibrate
 from ._native import Analyser, Model_quality, Scale
@@ -33,6 +35,9 @@ __all__ = [
     "PLANES",
     "Analyser",
     "Calibration",
+    "Camera",
+    "Camera_error",
+    "Camera_frame",
     "Inspection",
     "Model_quality",
     "Noise",
@@ -46,7 +51,9 @@ __all__ = [
     "imperfect_pixels",
     "imperfect_sensor",
     "inspect",
+    "list_cameras",
     "noise_from_flats",
+    "open_camera",
     "open_recording",
     "pack",
     "process",
