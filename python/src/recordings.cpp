@@ -44,6 +44,14 @@ public:
 
     std::size_t count() const { return source_->count().value_or(0); }
 
+    py::list failures() const {
+        py::list lines;
+        for (std::string const& line : source_->failures()) {
+            lines.append(text_of_bytes(line));
+        }
+        return lines;
+    }
+
     py::array read(std::size_t number) {
         auto slot = rooms_->take();
         unsigned sample_bits = 0;
@@ -109,6 +117,38 @@ py::tuple find_pictures(std::filesystem::path const& input) {
     return py::make_tuple(places, failures);
 }
 
+py::array_t<std::uint64_t> numbers_of(
+    std::vector<polarization::Capture> const& captures,
+    std::uint64_t polarization::Capture::*number) {
+    py::array_t<std::uint64_t> numbers{static_cast<py::ssize_t>(captures.size())};
+    std::ranges::transform(captures, numbers.mutable_data(), number);
+    return numbers;
+}
+
+// What stands beside a recording, as far as it is needed to read it; None if nothing does. Times
+// and numbers of its frames are None where there are none.
+py::object recording_description(std::filesystem::path const& file) {
+    std::optional<polarization::Recording_description> told;
+    {
+        py::gil_scoped_release const unlocked;
+        told = polarization::read_recording_description(file);
+    }
+    if (!told) {
+        return py::none();
+    }
+    py::object captures = py::none();
+    if (!told->captures.empty()) {
+        using polarization::Capture;
+        captures = py::make_tuple(
+            numbers_of(told->captures, &Capture::frame_number),
+            numbers_of(told->captures, &Capture::camera_time_ns),
+            numbers_of(told->captures, &Capture::host_time_ns));
+    }
+    return py::make_tuple(
+        std::string(name_of(told->format)), told->size.height, told->size.width,
+        told->mosaic ? py::cast(told->mosaic->to_string()) : py::none(), captures);
+}
+
 } // namespace
 
 void bind_recordings(py::module_& module) {
@@ -121,7 +161,9 @@ void bind_recordings(py::module_& module) {
             py::init(&open_bare_samples), py::arg("file"), py::arg("pixel_format"),
             py::arg("height"), py::arg("width"), py::arg("header_bytes"), py::arg("stride"))
         .def_property_readonly("count", &Frame_file::count)
+        .def_property_readonly("failures", &Frame_file::failures)
         .def("read", &Frame_file::read);
+    module.def("recording_description", &recording_description);
     module.def("find_pictures", &find_pictures);
 }
 

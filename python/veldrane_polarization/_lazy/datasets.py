@@ -14,7 +14,7 @@ import numpy as np
 from .. import _arguments, _native, _settings, _trust, datasets
 from .._arguments import Layout
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from .._recordings import Recording, Recording_error
+from .._recordings import Recording, Recording_error, description_beside
 from .._recordings import open_recording as find_recording
 from .._settings import Settings
 
@@ -51,7 +51,8 @@ def open_recording(
     ----------
     path : str or path
         A folder of PNG, TIFF, PGM or npy files, a TIFF or npy file of many frames, a zarr array (N,
-        H, W), or a file of bare samples.
+        H, W), or a file of bare samples. One that a camera's recorder described (docs/recordings.md)
+        needs no `layout`, `bit_depth` nor anything else.
     layout, planes, mode, calibration, full_scale, signed, noise, zero_direction
         As in `process`.
     bit_depth : int, optional
@@ -78,7 +79,8 @@ def open_recording(
         ``raw`` and a variable for each plane by its name, with the dimensions (time, y, x):
         ``azimuth`` in degrees, modulo 180, ``dolp`` as a fraction, ``s0`` in counts. Planes of one
         frame that are computed at once come from one task, which reads it once; what is not looked
-        at is not computed.
+        at is not computed. Where a camera's recorder told them, ``frame_number``, ``camera_time``
+        (nanoseconds of its own clock) and ``host_time`` are coordinates of ``time``.
 
     Raises
     ------
@@ -107,6 +109,11 @@ def open_recording(
     """
     file = Path(_arguments.file_name("path", path)).absolute()
     _check_bare_samples(pixel_format, height, width, header_bytes, stride)
+    told = description_beside(file)
+    if told is not None:
+        pixel_format = pixel_format or told.pixel_format
+        height, width = height or told.height, width or told.width
+        layout = told.layout if layout is None else layout
     if bit_depth is None:
         if pixel_format is None:
             raise TypeError("bit_depth is missing; give the significant bits of a sample")
@@ -127,7 +134,24 @@ def open_recording(
         raise Recording_error(f"{file} holds no frames; give a recording with some")
     for failure in recording.failures:
         warnings.warn(failure, stacklevel=2)
-    return _dataset(recording, settings, scaled, frames_per_block or recording.frames_per_task)
+    dataset = _dataset(recording, settings, scaled, frames_per_block or recording.frames_per_task)
+    if told is None or told.captures is None:
+        return dataset
+    return dataset.assign_coords(_captures(told.captures, recording.count))
+
+
+def _captures(captures: tuple[_arguments.Array, ...], count: int) -> dict[str, Any]:
+    """What the camera told of each frame, without those that a cut recording has lost."""
+    number, camera_time, host_time = (each[:count] for each in captures)
+    return {
+        "frame_number": ("time", number, {"long_name": "the camera's count, which may wrap"}),
+        "camera_time": (
+            "time",
+            camera_time,
+            {"long_name": "time by the camera's clock in nanoseconds"},
+        ),
+        "host_time": ("time", host_time.view("datetime64[ns]"), {"long_name": "arrival, in UTC"}),
+    }
 
 
 def _check_bare_samples(

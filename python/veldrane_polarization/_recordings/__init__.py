@@ -3,12 +3,14 @@
 from __future__ import annotations
 
 from .common import PASSING_ERRORS, Recording_changed, Recording_error, text_of_name
+from .frame_files import Description, description_beside
 from .opening import Recording, open_recording
 from .pictures import Picture_recording
 from .raw import Raw_recording
 from .zarr_arrays import Zarr_recording, blosc_sizes
 
 __all__ = [
+    "Description",
     "PASSING_ERRORS",
     "Picture_recording",
     "Raw_recording",
@@ -17,6 +19,7 @@ __all__ = [
     "Recording_error",
     "Zarr_recording",
     "blosc_sizes",
+    "description_beside",
     "open_recording",
     "text_of_name",
 ]

@@ -4,11 +4,12 @@ from __future__ import annotations
 
 import functools
 import os
+from pathlib import Path
 from typing import Any, NamedTuple, Optional
 
 from .. import _native
 from .._arguments import Array
-from .common import PASSING_ERRORS
+from .common import PASSING_ERRORS, Recording_error
 
 
 _PASSING = {
@@ -35,6 +36,42 @@ def count_in(file: str, layout: Optional[Layout] = None) -> int:
         If the file holds none: its name, what is wrong and the remedy.
     """
     return _opened(file, layout).count
+
+
+class Description(NamedTuple):
+    """What stands beside a recording of a camera's frames.
+
+    `layout` is None where the mosaic is not known; `captures` has frame numbers, times of the
+    camera and of the host in nanoseconds, an element a frame, or is None.
+    """
+
+    pixel_format: str
+    height: int
+    width: int
+    layout: Optional[str]
+    captures: Optional[tuple[Array, ...]]
+
+
+def description_beside(path: Path) -> Optional[Description]:
+    """None if there is none, or `path` is no file.
+
+    Raises
+    ------
+    Recording_error
+        If it is damaged: its name, the key and the remedy.
+    """
+    if not path.is_file():
+        return None
+    try:
+        told = _native.recording_description(str(path))
+    except ValueError as error:
+        raise Recording_error(str(error)) from None
+    return None if told is None else Description(*told)
+
+
+def failures_in(file: str, layout: Layout) -> tuple[str, ...]:
+    """What should have held frames and does not, a line each."""
+    return tuple(_opened(file, layout).failures)
 
 
 def read_frame(file: str, number: int = 0, layout: Optional[Layout] = None) -> Array:

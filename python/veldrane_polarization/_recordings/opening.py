@@ -8,7 +8,7 @@ from typing import Optional, Union
 
 from .. import _native
 from .common import Naming, Recording_error, check_regular, on_the_command_line
-from .frame_files import count_in
+from .frame_files import count_in, description_beside
 from .pictures import ENDINGS, Picture_recording, open_pictures
 from .raw import Raw_recording, open_raw
 from .zarr_arrays import Zarr_recording, open_array
@@ -33,6 +33,8 @@ def open_recording(
     try:
         if not path.exists():
             raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
+        if pixel_format is None and (told := description_beside(path)):
+            pixel_format, height, width, *_ = told
         if pixel_format is not None:
             return open_raw(path, pixel_format, height, width, header, stride, named)
         return _stored(path, named)

@@ -17,7 +17,7 @@ from .common import (
     description_of,
     modified_of,
 )
-from .frame_files import Layout, count_in, read_frame
+from .frame_files import Layout, count_in, failures_in, read_frame
 from .zarr_metadata import LARGEST_SIDE, MOST_FRAMES
 
 
@@ -101,6 +101,7 @@ def open_raw(
     layout = Layout(pixel_format, height, width, header, stride or 0)
     try:
         count = count_in(str(path), layout)
+        failures = failures_in(str(path), layout)
     except ValueError as error:
         raise Recording_error(str(error)) from None
     if count > MOST_FRAMES:
@@ -117,4 +118,5 @@ def open_raw(
         stride or 0,
         status.st_size,
         modified_of(status),
+        failures=failures,
     )

@@ -16,7 +16,7 @@ import numpy as np
 from .. import _arguments, _native
 from .._native import Calibration
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from .._recordings import Recording, open_recording
+from .._recordings import Recording, description_beside, open_recording
 from .._settings import Settings
 from .._trust import Noise
 from . import cluster, interruption, output_group, running
@@ -31,7 +31,7 @@ _MOST_BYTES_OF_A_CHUNK = (1 << 31) - (1 << 16)
 _DESCRIPTION = """Turns a recording into a zarr group with one array for each plane, frame by frame.
 
 IN is a zarr array (N, H, W), a folder of grey PNG, TIFF, PGM or npy files, a TIFF or npy file of
-many frames, or a file of bare samples (--pixel-format). OUT is made, or gone on with: frames that are complete in it are
+many frames, or a file of bare samples (--pixel-format; not if its recorder described it). OUT is made, or gone on with: frames that are complete in it are
 skipped. Workers read IN and write OUT themselves, under the same paths."""
 
 _EPILOG = """exit codes: 0 all frames are done, 1 some failed (they are listed) or could not be
@@ -248,6 +248,17 @@ def _settings(line: argparse.Namespace) -> Settings:
     )
 
 
+def _take_from_recording(line: argparse.Namespace) -> None:
+    """What its recorder told of IN, in place of options."""
+    told = description_beside(Path(line.input))
+    if told is None:
+        return
+    if line.pixel_format is None:
+        line.pixel_format, line.height, line.width = told[:3]
+    if line.layout is None:
+        line.layout = told.layout
+
+
 def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
     if recording.dtype == "uint8" and settings.scale.bit_depth > 8:
         raise Usage_error(
@@ -285,6 +296,7 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     """The command. Returns the exit code."""
     line = _parser().parse_line(arguments)
     _check_line(line)
+    _take_from_recording(line)
     settings = _settings(line)
     source, path = _absolute(Path(line.input)), _absolute(Path(line.output))
     recording = open_recording(
