@@ -1,7 +1,9 @@
 #include "camera_stream.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -12,6 +14,8 @@ namespace {
 // for these frames wait in the feed.
 constexpr int buffers = 8;
 constexpr guint64 patience_us = 50'000;
+constexpr std::size_t least_socket_bytes = 4U << 20U;
+constexpr std::size_t most_socket_bytes = 256U << 20U;
 
 Incomplete_cause cause_of(ArvBufferStatus status) {
     switch (status) {
@@ -27,28 +31,36 @@ Incomplete_cause cause_of(ArvBufferStatus status) {
     }
 }
 
-bool is_loopback(ArvCamera* camera) {
-    GSocketAddress* const address =
-        arv_gv_device_get_interface_address(ARV_GV_DEVICE(arv_camera_get_device(camera)));
+bool is_loopback(GSocketAddress* address) {
     return G_IS_INET_SOCKET_ADDRESS(address) &&
            g_inet_address_get_is_loopback(
                g_inet_socket_address_get_address(G_INET_SOCKET_ADDRESS(address))) != FALSE;
 }
 
-// A packet socket on loopback receives nothing and says nothing about it.
+// A packet socket on loopback receives nothing and says nothing about it. A camera on this machine
+// may be found by way of another interface, though what it sends does not come that way.
+bool is_on_loopback(ArvCamera* camera) {
+    ArvGvDevice* const device = ARV_GV_DEVICE(arv_camera_get_device(camera));
+    return is_loopback(arv_gv_device_get_device_address(device)) ||
+           is_loopback(arv_gv_device_get_interface_address(device));
+}
+
 void choose_socket(ArvCamera* camera, bool may_use_packet_socket) {
     if (arv_camera_is_gv_device(camera) != FALSE &&
-        (!may_use_packet_socket || is_loopback(camera))) {
+        (!may_use_packet_socket || is_on_loopback(camera))) {
         arv_camera_gv_set_stream_options(camera, ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
     }
 }
 
-// The system's default holds a fraction of a frame.
-void widen_socket(ArvStream* stream) {
+// The system's default holds a fraction of a large frame, Aravis' automatic size less than one
+// small frame, since the system counts about twice a packet's bytes. The system cuts off what it
+// does not allow (net.core.rmem_max).
+void widen_socket(ArvStream* stream, std::size_t frame_bytes) {
     if (ARV_IS_GV_STREAM(stream)) {
+        auto const bytes = std::clamp(4 * frame_bytes, least_socket_bytes, most_socket_bytes);
         g_object_set(
-            stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_AUTO, "socket-buffer-size", 0,
-            nullptr);
+            stream, "socket-buffer", ARV_GV_STREAM_SOCKET_BUFFER_FIXED, "socket-buffer-size",
+            static_cast<gint>(bytes), nullptr);
     }
 }
 
@@ -103,11 +115,11 @@ void Camera_stream::start_sending() {
     ArvCamera* const camera = ready_.camera.get();
     choose_socket(camera, options_.may_use_packet_socket);
     stream_.reset(call(arv_camera_create_stream, camera, ArvStreamCallback{}, gpointer{}));
-    widen_socket(stream_.get());
     is_lost_ = false;
     loss_handler_ = g_signal_connect(
         arv_camera_get_device(camera), "control-lost", G_CALLBACK(&Camera_stream::note_loss), this);
     guint const payload = call(arv_camera_get_payload, camera);
+    widen_socket(stream_.get(), payload);
     for (int i = 0; i < buffers; ++i) {
         arv_stream_push_buffer(stream_.get(), arv_buffer_new_allocate(payload));
     }
@@ -138,7 +150,7 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
     std::uint64_t const number = arv_buffer_get_frame_id(buffer);
     bool goes_on = true;
     if (status != ARV_BUFFER_STATUS_SUCCESS) {
-        feed_.note_incomplete(cause_of(status), number);
+        feed_.note_incomplete(cause_of(status), number > 0 ? std::optional{number} : std::nullopt);
     } else if (!is_as_set_up(buffer, ready_)) {
         feed_.note_incomplete(Incomplete_cause::size_mismatch, number);
     } else {
@@ -149,6 +161,9 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
             {number, arv_buffer_get_timestamp(buffer), arv_buffer_get_system_timestamp(buffer)},
             arrival);
     }
+    // The number comes with the first packet: where that is missing, there would be one from
+    // before.
+    arv_buffer_set_frame_id(buffer, 0);
     arv_stream_push_buffer(stream_.get(), buffer);
     return goes_on;
 }

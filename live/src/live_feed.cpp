@@ -55,9 +55,11 @@ Live_feed::Live_feed(std::size_t frame_bytes, std::size_t capacity, Drop_policy 
 
 void Live_feed::note_number(std::uint64_t number) {
     if (last_number_) {
-        counts_.lost += frames_between(*last_number_, number);
+        std::uint64_t const between = frames_between(*last_number_, number);
+        counts_.lost += between - std::min(between, unnumbered_);
     }
     last_number_ = number;
+    unnumbered_ = 0;
 }
 
 // False if the frame that arrives has to go.
@@ -118,6 +120,8 @@ void Live_feed::note_incomplete(Incomplete_cause cause, std::optional<std::uint6
     ++counts_.incomplete[static_cast<std::size_t>(cause)];
     if (number) {
         note_number(*number);
+    } else {
+        ++unnumbered_;
     }
 }
 
@@ -125,6 +129,7 @@ void Live_feed::note_reconnection() {
     std::scoped_lock const lock(mutex_);
     ++counts_.reconnections;
     last_number_.reset();
+    unnumbered_ = 0;
 }
 
 void Live_feed::end(std::string failure) {

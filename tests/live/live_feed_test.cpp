@@ -157,6 +157,16 @@ TEST(Live_feed, every_frame_is_accounted_for) {
     EXPECT_EQ(feed.counts().reconnections, 1U);
 }
 
+TEST(Live_feed, an_incomplete_frame_without_a_number_is_not_counted_as_lost_too) {
+    Live_feed feed(frame_bytes, 2, Drop_policy::oldest);
+    give(feed, 5);
+    feed.note_incomplete(Incomplete_cause::time_out);
+    give(feed, 8);
+    EXPECT_EQ(feed.counts().lost, 1U);
+    give(feed, 10);
+    EXPECT_EQ(feed.counts().lost, 2U);
+}
+
 TEST(Live_feed, numbers_wrap_as_cameras_count) {
     using polarization::frames_between;
     EXPECT_EQ(frames_between(7, 8), 0U);

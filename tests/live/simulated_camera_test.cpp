@@ -52,10 +52,10 @@ TEST_F(Simulated_camera, sends_the_sensors_frames_in_every_pixel_format) {
             ASSERT_TRUE(frame.is_complete) << name;
             EXPECT_EQ(frame.pixel_format, name);
             EXPECT_EQ(frame.region, region_of(size));
-            EXPECT_EQ(frame.data, payload_of(sent[index_of(frame)], region_of(size), format))
+            EXPECT_TRUE(frame.data == payload_of(sent[index_of(frame)], region_of(size), format))
                 << name;
         }
-        EXPECT_NE(frames[0].data, frames[1].data);
+        EXPECT_FALSE(frames[0].data == frames[1].data);
     }
     EXPECT_EQ(camera.stop().size(), polarization::all_pixel_formats.size());
 }
@@ -66,7 +66,7 @@ TEST_F(Simulated_camera, sends_a_region_from_an_odd_corner) {
     auto const sent = exposures({size, 2}, 12);
     for (Received const& frame : receive(camera.id(), {.frames = 3, .region = region})) {
         EXPECT_EQ(frame.region, region);
-        EXPECT_EQ(frame.data, payload_of(sent[index_of(frame)], region, Pixel_format::mono12p));
+        EXPECT_TRUE(frame.data == payload_of(sent[index_of(frame)], region, Pixel_format::mono12p));
     }
 }
 

@@ -123,6 +123,7 @@ private:
     std::deque<Live_frame> waiting_;
     std::vector<Live_frame> spare_; // whose memory is used again
     std::optional<std::uint64_t> last_number_;
+    std::uint64_t unnumbered_ = 0; // incomplete ones since, which are in the next gap
     Live_counts counts_;
     std::string failure_;
     bool has_ended_ = false;
