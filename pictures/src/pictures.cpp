@@ -47,11 +47,27 @@ Fine_colour angle_colour(unsigned hue, double dim) {
         lightness * dim, chroma * dim * std::cos(direction), chroma * dim * std::sin(direction));
 }
 
-// A number on the source's scale, brought to 0..steps and rounded.
-unsigned scaled(std::uint16_t value, unsigned full_scale, unsigned steps) {
-    unsigned const limited = std::min<unsigned>(value, full_scale);
-    return (limited * steps + full_scale / 2) / full_scale;
-}
+/// Numbers on the source's scale, brought to 0..steps and rounded: (number * steps + full_scale /
+/// 2) / full_scale. The quotient is a product with 2^42 / full_scale, rounded up: that is off by
+/// less than full_scale / 2^42 of a dividend below 2^26, which is too little to reach the next
+/// whole number.
+class Scaled {
+public:
+    Scaled(unsigned full_scale, unsigned steps)
+        : full_scale_{full_scale}, steps_{steps}, reciprocal_{
+                                                      (std::uint64_t{1} << 42) / full_scale + 1} {}
+
+    unsigned operator()(std::uint16_t number) const {
+        unsigned const limited = std::min<unsigned>(number, full_scale_);
+        unsigned const dividend = limited * steps_ + full_scale_ / 2;
+        return static_cast<unsigned>(dividend * reciprocal_ >> 42);
+    }
+
+private:
+    unsigned full_scale_;
+    unsigned steps_;
+    std::uint64_t reciprocal_;
+};
 
 void mask(std::span<Colour> pixels, std::span<std::uint8_t const> validity) {
     for (std::size_t index = 0; index < validity.size(); ++index) {
@@ -111,11 +127,13 @@ std::vector<Colour> const& angle_degree_colours() {
 
 void draw_angle_degree(Picture_source const& source, std::span<Colour> pixels) {
     std::vector<Colour> const& colours = angle_degree_colours();
+    Scaled const azimuth_of(source.full_scale, hue_count);
+    Scaled const level_of_degree(source.full_scale, level_count - 1);
     for (std::size_t index = 0; index < pixels.size(); ++index) {
         // The azimuth runs 90 degrees ahead of the angle.
-        unsigned const azimuth = scaled(source.azimuth[index], source.full_scale, hue_count);
+        unsigned const azimuth = azimuth_of(source.azimuth[index]);
         unsigned const hue = (azimuth + hue_count / 2) % hue_count;
-        unsigned const level = scaled(source.degree[index], source.full_scale, level_count - 1);
+        unsigned const level = level_of_degree(source.degree[index]);
         pixels[index] = colours[hue * level_count + level];
     }
     mask(pixels, source.validity);
@@ -123,8 +141,9 @@ void draw_angle_degree(Picture_source const& source, std::span<Colour> pixels) {
 
 void draw_degree(Picture_source const& source, std::span<Colour> pixels) {
     auto const& colours = rounded_degree_colours();
+    Scaled const level_of_degree(source.full_scale, level_count - 1);
     for (std::size_t index = 0; index < pixels.size(); ++index) {
-        pixels[index] = colours[scaled(source.degree[index], source.full_scale, level_count - 1)];
+        pixels[index] = colours[level_of_degree(source.degree[index])];
     }
     mask(pixels, source.validity);
 }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <vector>
 
 namespace {
@@ -129,6 +130,25 @@ TEST(Pictures, invalid_pixels_are_grey_and_no_other_is) {
     for (Colour_picture const& picture : {angle_degree_picture(source), degree_picture(source)}) {
         EXPECT_EQ(std::ranges::count(picture.pixels, invalid_colour), 1);
         EXPECT_EQ(picture.pixels[100], invalid_colour);
+    }
+}
+
+TEST(Pictures, every_number_of_every_scale_is_rounded_to_the_nearest_colour) {
+    std::vector<std::uint16_t> numbers(65536);
+    std::iota(numbers.begin(), numbers.end(), std::uint16_t{0});
+    auto const& colours = angle_degree_colours();
+    for (unsigned const scale : {1U, 2U, 3U, 255U, 719U, 1023U, 4095U, 16383U, 65534U, 65535U}) {
+        Colour_picture const picture =
+            angle_degree_picture({numbers, numbers, numbers.size(), 1, scale});
+        std::size_t wrong = 0;
+        for (std::size_t index = 0; index < numbers.size(); ++index) {
+            std::size_t const limited = std::min<std::size_t>(index, scale);
+            std::size_t const azimuth = (limited * hue_count + scale / 2) / scale;
+            std::size_t const level = (limited * (level_count - 1) + scale / 2) / scale;
+            std::size_t const hue = (azimuth + hue_count / 2) % hue_count;
+            wrong += picture.pixels[index] != colours[hue * level_count + level] ? 1U : 0U;
+        }
+        EXPECT_EQ(wrong, 0U) << "scale " << scale;
     }
 }
 
