@@ -111,7 +111,7 @@ std::vector<Fine_colour> angle_colours() {
 std::vector<Colour> const& angle_degree_colours() {
     static std::vector<Colour> const colours = [] {
         std::vector<Colour> made;
-        made.reserve(hue_count * level_count);
+        made.reserve(std::size_t{hue_count} * level_count);
         for (unsigned hue = 0; hue < hue_count; ++hue) {
             for (unsigned level = 0; level < level_count; ++level) {
                 // Most of a scene is polarised by a few per cent: the square root lets that be
