@@ -140,6 +140,7 @@ void renew_conversion(Parts& parts, Size const& size, Samples samples) {
 }
 
 gboolean start(GstBaseTransform* base) {
+    parts_of(base).stream.refusal.clear(); // each attempt is told its reason
     return succeeds(base, [] { polarization::check(polarization::processor_features()); });
 }
 
