@@ -6,16 +6,17 @@
 
 #include <exception>
 #include <new>
+#include <utility>
 
 namespace veldrane_python {
 
 namespace polarization = veldrane_mrv::polarization;
 
 // What they say may hold the name of a file, which pybind11 takes for UTF-8.
-void translate_error(std::exception_ptr const pending) {
+void translate_error(std::exception_ptr pending) {
     try {
         if (pending) {
-            std::rethrow_exception(pending);
+            std::rethrow_exception(std::move(pending));
         }
     } catch (polarization::Argument_error const& error) {
         PyErr_SetObject(PyExc_ValueError, text_of_bytes(error.what()).ptr());

@@ -24,10 +24,10 @@ namespace polarization = veldrane_mrv::polarization;
 /// Row, column, height, width: the order of arrays.
 using Rows_first = std::tuple<std::size_t, std::size_t, std::size_t, std::size_t>;
 
-void translate_camera_error(std::exception_ptr const pending) {
+void translate_camera_error(std::exception_ptr pending) {
     try {
         if (pending) {
-            std::rethrow_exception(pending);
+            std::rethrow_exception(std::move(pending));
         }
     } catch (polarization::File_failure const& error) {
         py::object const of_cameras =
@@ -81,7 +81,12 @@ public:
         description_ = source_->description();
         settings_ = source_->settings();
     }
-    ~Camera() { stop(); }
+    ~Camera() {
+        try {
+            stop();
+        } catch (...) { // memory; the source ends with this object in any case
+        }
+    }
     Camera(Camera const&) = delete;
     Camera& operator=(Camera const&) = delete;
 
