@@ -1,6 +1,7 @@
 // veldrane-polarize takes what was recorded from a camera as it is: what stands beside it takes the
 // place of options, and what was told of a frame stays with its planes.
 #include "process_fixture.hpp"
+#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 #include "veldrane_mrv/polarization/recording_writer.hpp"
 
@@ -114,6 +115,26 @@ TEST_F(Process_recordings, options_go_before_the_mosaic_and_never_against_the_sa
     EXPECT_EQ(
         outcome.errors, "veldrane-polarize: --width is 35, but " + recording() +
                             ".json tells 36; leave out what describes the samples\n");
+}
+
+TEST_F(Process_recordings, of_another_mosaic_than_the_calibration_are_refused) {
+    record("run.raw");
+    std::string const file = in_folder("sensor.json");
+    save(ideal_calibration(Mosaic::from_phase(2)), file);
+    Names options = {"-o", results(), "--calibration", file};
+    Outcome const outcome = process_with({recording()}, options);
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(
+        outcome.errors,
+        "veldrane-polarize: " + recording() + ".json tells the layout 135,0,90,45, but " + file +
+            " is for 90,45,135,0; give a calibration of this part of the sensor, or --layout "
+            "90,45,135,0 if that is right\n");
+    options.insert(options.end(), {"--phase", "2"});
+    EXPECT_EQ(process_with({recording()}, options).code, 0);
+    save(ideal_calibration(Mosaic::from_phase(3)), file, Existing_files::replace);
+    forget_results();
+    options.resize(4);
+    EXPECT_EQ(process_with({recording()}, options).code, 0);
 }
 
 TEST_F(Process_recordings, of_unknown_mosaic_ask_for_it) {
