@@ -5,6 +5,7 @@
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
 
+#include <optional>
 #include <utility>
 
 namespace veldrane_mrv::polarization {
@@ -14,7 +15,7 @@ class Running_camera : public Camera_source {
 public:
     Running_camera(aravis::Ready_camera camera, Camera_options const& options)
         : Camera_source(camera.layout, options, camera.description, camera.settings),
-          stream_(std::move(camera), options, feed()) {}
+          camera_{std::move(camera)}, options_{options} {}
     ~Running_camera() override {
         feed().close(); // for a stream that waits for room
     }
@@ -22,9 +23,16 @@ public:
     Running_camera& operator=(Running_camera const&) = delete;
 
 private:
-    void stop_receiving() override { stream_.stop(); }
+    void begin_receiving() override { stream_.emplace(std::move(camera_), options_, feed()); }
+    void stop_receiving() override {
+        if (stream_) {
+            stream_->stop();
+        }
+    }
 
-    aravis::Camera_stream stream_;
+    aravis::Ready_camera camera_; // until it sends
+    Camera_options options_;
+    std::optional<aravis::Camera_stream> stream_;
 };
 
 } // namespace

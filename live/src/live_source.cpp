@@ -19,17 +19,12 @@ std::size_t checked(std::size_t waiting_frames) {
     return waiting_frames;
 }
 
-std::optional<Steady_time> end_of(std::optional<double> seconds) {
-    if (!seconds) {
-        return std::nullopt;
-    }
+void check_seconds(std::optional<double> seconds) {
     constexpr double longest = 1e9;
-    if (!(*seconds > 0 && *seconds <= longest)) {
+    if (seconds && !(*seconds > 0 && *seconds <= longest)) {
         throw Argument_error(
             "time in seconds", std::to_string(*seconds), "give more than 0 and at most 1e9");
     }
-    return std::chrono::steady_clock::now() +
-           std::chrono::nanoseconds(std::llround(*seconds * 1e9));
 }
 
 } // namespace
@@ -37,9 +32,11 @@ std::optional<Steady_time> end_of(std::optional<double> seconds) {
 Live_source::Live_source(
     std::string name, std::filesystem::path file, Raw_layout const& layout, Live_options options)
     : name_{std::move(name)}, file_{std::move(file)}, layout_{layout}, options_{std::move(options)},
-      decoder_{sample_decoder(layout)},
-      feed_{layout.frame_bytes(), checked(options_.waiting_frames), options_.drop},
-      until_{end_of(options_.seconds)} {}
+      decoder_{sample_decoder(layout)}, feed_{
+                                            layout.frame_bytes(), checked(options_.waiting_frames),
+                                            options_.drop} {
+    check_seconds(options_.seconds);
+}
 
 Live_source::~Live_source() {
     feed_.close();
@@ -61,7 +58,21 @@ Frame_place Live_source::place(std::size_t number) const {
     return place;
 }
 
+void Live_source::begin() {
+    has_begun_ = true;
+    is_at_end_ = true; // unless they begin
+    begin_receiving();
+    is_at_end_ = false;
+    if (options_.seconds) {
+        until_ = std::chrono::steady_clock::now() +
+                 std::chrono::nanoseconds(std::llround(*options_.seconds * 1e9));
+    }
+}
+
 bool Live_source::has_frame(std::size_t number) {
+    if (!has_begun_) {
+        begin();
+    }
     while (found_ <= number && !is_at_end_) {
         if (find_next()) {
             ++found_;

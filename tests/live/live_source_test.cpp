@@ -99,6 +99,36 @@ TEST_F(Live_source_of_a_thread, it_ends_behind_so_many_frames) {
     EXPECT_EQ(read_all(source), (Numbers{1, 2}));
 }
 
+class Beginning_source : public Live_source {
+public:
+    explicit Beginning_source(bool fails)
+        : Live_source("camera A", "live", ::layout()), fails_{fails} {}
+    int begun() const { return begun_; }
+
+private:
+    void begin_receiving() override {
+        ++begun_;
+        if (fails_) {
+            throw polarization::File_failure("camera A", "does not begin to send");
+        }
+        give(*this, 1);
+        feed().end();
+    }
+
+    bool fails_;
+    int begun_ = 0;
+};
+
+TEST_F(Live_source_of_a_thread, whoever_gives_frames_begins_with_the_first_question_for_one) {
+    Beginning_source source(false);
+    EXPECT_EQ(source.begun(), 0);
+    EXPECT_EQ(read_all(source), (Numbers{1}));
+    EXPECT_EQ(source.begun(), 1);
+    Beginning_source silent(true);
+    EXPECT_THROW(silent.has_frame(0), polarization::File_failure);
+    EXPECT_FALSE(silent.has_frame(0));
+}
+
 TEST_F(Live_source_of_a_thread, it_ends_in_time) {
     Live_options options;
     options.seconds = 0.05;

@@ -73,7 +73,8 @@ private:
     Camera_settings settings_;
 };
 
-/// Opens a camera, sets it up and lets it send until the source goes or ends.
+/// Opens a camera and sets it up. It sends from the first call of `has_frame` until the source ends
+/// or goes.
 /// @throws File_failure in the name of the camera if it cannot be reached or refuses a setting, or
 ///         if this library was built without cameras
 /// @throws Argument_error for no camera, or several and no id; for an option that the camera has

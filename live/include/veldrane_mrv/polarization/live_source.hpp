@@ -19,7 +19,7 @@ struct Live_options {
     Drop_policy drop = Drop_policy::newest;
     /// So many frames, then the source ends; without a number it goes on.
     std::optional<std::size_t> frames;
-    /// So long after it began, the source ends.
+    /// So long after the first frame was asked for, the source ends.
     std::optional<double> seconds;
     /// Asked several times a second; once it gives true the source receives no more and ends behind
     /// the frames that wait.
@@ -46,7 +46,7 @@ public:
     std::optional<Frame_shape> shape() const override;
     /// With its capture, for the frame that `has_frame` has found last.
     Frame_place place(std::size_t number) const override;
-    /// Waits for it.
+    /// Waits for it. Whoever gives frames begins with the first call.
     /// @throws File_failure once, behind the last frame, if the camera went away
     bool has_frame(std::size_t number) override;
 
@@ -60,11 +60,16 @@ public:
     Live_feed& feed() { return feed_; }
 
 protected:
+    /// Lets whoever gives frames begin, once.
+    /// @throws File_failure if they cannot
+    virtual void begin_receiving() {}
+
     /// Stops whoever gives frames; what was given can still be taken. Several times, any thread.
     virtual void stop_receiving() {}
 
 private:
     void fetch(std::size_t number, Fetched_frame& target) override;
+    void begin();
     bool find_next();
     void end_of_frames();
 
@@ -78,6 +83,7 @@ private:
     Capture capture_;
     Steady_time arrival_;
     std::optional<Steady_time> until_;
+    bool has_begun_ = false;
     bool has_bytes_ = false;
     bool is_stopped_ = false;
     bool is_at_end_ = false;
