@@ -6,6 +6,7 @@
 #include "terminal/interruption.hpp"
 #include "terminal/messages.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
+#include "veldrane_mrv/polarization/camera.hpp"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -38,7 +39,9 @@ public:
 
 std::string version_text() {
     return "veldrane-polarize " VELDRANE_VERSION "\nprocessor: " +
-           veldrane_mrv::polarization::processor_identification();
+           veldrane_mrv::polarization::processor_identification() + "\ncameras: " +
+           (veldrane_mrv::polarization::is_built_with_cameras() ? "by Aravis"
+                                                                : "left out of this build");
 }
 
 // The help or the version, which the parser reports like errors.
@@ -108,6 +111,7 @@ int main(int argument_count, char** arguments) {
     program.require_subcommand(1);
     int exit_code = polarize_tool::all_done;
     polarize_tool::add_process_command(program, exit_code);
+    polarize_tool::add_live_command(program, exit_code);
     polarize_tool::add_inspect_command(program, exit_code);
     polarize_tool::add_report_command(program, exit_code);
     polarize_tool::add_simulate_command(program, exit_code);

@@ -3,7 +3,7 @@
 
 _veldrane_polarize() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' word
-    local commands='process inspect report simulate calibrate'
+    local commands='process live inspect report simulate calibrate'
     COMPREPLY=()
     for word in "${COMP_WORDS[@]:1:COMP_CWORD - 1}"; do
         if [[ " $commands " == *" $word "* ]]; then
@@ -17,6 +17,7 @@ _veldrane_polarize() {
         --phase) values='0 1 2 3' ;;
         --layout) values='0,135,45,90 45,90,0,135 90,45,135,0 135,0,90,45' ;;
         --format) values='tiff png raw npy' ;;
+        --drop) values='newest oldest none' ;;
         --mode) values='fast calibrated' ;;
         --model) values='position gain pixel' ;;
         --units) values='scaled degrees radians' ;;

@@ -20,6 +20,7 @@ inline constexpr int interrupted = 130;
 /// kin mean wrong usage.
 void add_simulate_command(CLI::App& program, int& exit_code);
 void add_process_command(CLI::App& program, int& exit_code);
+void add_live_command(CLI::App& program, int& exit_code);
 void add_calibrate_command(CLI::App& program, int& exit_code);
 void add_inspect_command(CLI::App& program, int& exit_code);
 void add_report_command(CLI::App& program, int& exit_code);

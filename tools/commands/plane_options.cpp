@@ -218,7 +218,7 @@ void settle_results(
     results.origin = {
         options.samples.shift,
         preparation.dark_files(),
-        preparation.region(),
+        preparation.region_on_sensor(),
         options.calibration_file,
         calibration,
         calibration ? polarization::hash_of_maps(*calibration) : std::string(),

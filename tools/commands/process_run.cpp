@@ -10,7 +10,6 @@
 #include "veldrane_mrv/polarization/pipeline.hpp"
 
 #include <algorithm>
-#include <cstdio>
 #include <limits>
 #include <new>
 #include <numeric>
@@ -22,22 +21,6 @@ namespace polarize_tool {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string times_of(Frame const& frame, std::vector<double> times) {
-    std::sort(times.begin(), times.end());
-    double const best = times.front();
-    double const median = (times[(times.size() - 1) / 2] + times[times.size() / 2]) / 2.0;
-    double const rate = static_cast<double>(frame.samples.size()) / median / 1000.0;
-    char text[160];
-    if (times.size() == 1) {
-        std::snprintf(text, sizeof text, "transform %.3f ms, %.0f Mpixel/s", median, rate);
-    } else {
-        std::snprintf(
-            text, sizeof text, "transform best %.3f ms, median %.3f ms of %zu, %.0f Mpixel/s", best,
-            median, times.size(), rate);
-    }
-    return text;
-}
 
 // Frames side by side lose no time to one another, so threads share a frame only where there are
 // fewer frames than threads.
@@ -54,8 +37,12 @@ Process_run::Process_run(
     Process_options const& options, Frame_preparation const& preparation, Results const& results)
     : options_{options}, preparation_{preparation}, results_{results} {
     if (results.are_piped()) {
-        pipe_.emplace([] { return interruption_flag().load(); });
+        pipe_.emplace([this] { return is_stopped_early(); });
     }
+}
+
+bool Process_run::is_stopped_early() const {
+    return is_exhausted_ || (interruption_flag() && !options_.finishes_when_interrupted);
 }
 
 // Every failure of a frame becomes one line that names it.
@@ -112,8 +99,13 @@ std::vector<Frame_place> Process_run::without_clashes(std::vector<Frame_place> c
 }
 
 bool Process_run::fetch(polarization::Frame_source& source, std::size_t number, Slot& slot) {
-    if (!source.has_frame(number)) {
-        return false;
+    try {
+        if (!source.has_frame(number)) {
+            return false;
+        }
+    } catch (Output_exhausted const&) { // of a source that keeps what it reads
+        is_exhausted_ = true;
+        throw;
     }
     Frame_place const place = source.place(number);
     naming(place, [&] {
@@ -132,7 +124,7 @@ void Process_run::work(Slot& slot) {
     Frame_place const& place = slot.input.place();
     naming(place, [&] {
         Origin const& origin = results_.origin;
-        if (origin.calibration) {
+        if (origin.calibration && !preparation_.takes_part_of_sensor()) {
             check_sensor(
                 slot.input.size(), place.name(), *origin.calibration, origin.calibration_file,
                 origin.region.has_value());
@@ -190,6 +182,9 @@ void Process_run::publish(std::size_t index, Slot& slot) {
         } else {
             slot.staged.publish();
         }
+        if (recorded_ != nullptr) {
+            recorded_->frames[slot.number].capture = slot.input.place().capture;
+        }
         if (stack_) {
             stack_->note_done(slot.number);
         }
@@ -198,31 +193,6 @@ void Process_run::publish(std::size_t index, Slot& slot) {
     if (!options_.is_quiet && !slot.input.place().is_part() && !stack_) {
         tell(line_of(slot));
     }
-}
-
-void Process_run::tell(std::string const& line) {
-    if (pipe_) {
-        remark(line);
-        return;
-    }
-    try {
-        say(line);
-    } catch (Output_exhausted const& failure) {
-        output_failure_ = failure.what();
-        is_exhausted_ = true;
-    }
-}
-
-std::string Process_run::line_of(Slot& slot) const {
-    Frame const& frame = *slot.frame;
-    std::string line = slot.input.place().name() + ": " + to_string(frame.size()) + ", " +
-                       times_of(frame, slot.processor.milliseconds()) + (pipe_ ? "" : ", wrote");
-    for (fs::path const& file : results_.files_of(slot.input.place())) {
-        if (file.extension() != ".json") {
-            line.append(" ").append(file.string());
-        }
-    }
-    return line;
 }
 
 Process_run::Numbers Process_run::without_done(std::vector<Frame_place> const& frames) {
@@ -282,7 +252,7 @@ void Process_run::remember(polarization::Frame_failure const& failure, Frame_pla
 
 polarization::Pipeline_result Process_run::through_pipeline(
     polarization::Frame_source& source, unsigned jobs, Numbers const& numbers) {
-    Progress progress(source.count().value_or(0), !options_.is_quiet);
+    Progress progress(source.count().value_or(0), !options_.is_quiet && !options_.frame_done);
     polarization::Pipeline_options pipeline;
     pipeline.threads = jobs;
     pipeline.frames_in_flight = jobs == 1 ? 1 : 0;
@@ -290,7 +260,7 @@ polarization::Pipeline_result Process_run::through_pipeline(
     // A stream is taken for long.
     processing.threads =
         threads_of_a_frame(jobs, source.count().value_or(std::numeric_limits<std::size_t>::max()));
-    pipeline.stop_requested = [this] { return is_exhausted_ || interruption_flag(); };
+    pipeline.stop_requested = [this] { return is_stopped_early(); };
     auto const counting_failure = [&progress](auto const& stage) {
         try {
             stage();
@@ -314,57 +284,15 @@ polarization::Pipeline_result Process_run::through_pipeline(
         [&](std::size_t index, Slot& slot) {
             counting_failure([&] { publish(index, slot); });
             progress.add(slot.size.width * slot.size.height);
+            if (options_.frame_done) {
+                options_.frame_done(index);
+            }
         });
     seconds_ += progress.seconds();
     std::sort(outcome.failed.begin(), outcome.failed.end(), [](auto const& a, auto const& b) {
         return a.index < b.index;
     });
     return outcome;
-}
-
-std::string Process_run::summary(std::size_t done, std::size_t total) const {
-    if (total == 0) {
-        return std::to_string(done_before_) + " of " + std::to_string(done_before_) +
-               " frames were done already, results in " + results_.folder.string();
-    }
-    std::string line = std::to_string(done) + " of " + std::to_string(total) + " frames";
-    if (seconds_ > 0) { // some frame was begun
-        char text[120];
-        std::snprintf(
-            text, sizeof text, " in %.3f s, %.1f frames/s, %.0f Mpixel/s", seconds_,
-            static_cast<double>(done) / seconds_, static_cast<double>(pixels_) / seconds_ / 1e6);
-        line += text;
-    }
-    if (done_before_ > 0) {
-        line += ", " + std::to_string(done_before_) + " more were done already";
-    }
-    return done + done_before_ == 0 || pipe_ ? line
-                                             : line + ", results in " + results_.folder.string();
-}
-
-void Process_run::report(std::size_t done, std::size_t total) {
-    if (!options_.is_quiet && !is_exhausted_ && (total > 1 || done_before_ > 0)) {
-        tell(summary(done, total));
-    }
-    for (std::string const& failure : failures_) {
-        complain(failure);
-    }
-    // How many more would have come over a pipe shows at its end alone.
-    std::string const count =
-        std::to_string(done + done_before_) +
-        (!options_.input.reads_standard_input()
-             ? " of " + std::to_string(total + done_before_) + " frames are done"
-         : done == 1 ? " frame is done"
-                     : " frames are done");
-    if (!output_failure_.empty()) {
-        complain(output_failure_ + "; " + count);
-    } else if (is_exhausted_) {
-        complain(
-            "stopped, since further results would fail likewise; " + count +
-            (is_stack_unfinished_
-                 ? "; the same command with --resume, and without --overwrite, goes on"
-                 : ""));
-    }
 }
 
 int Process_run::operator()() {
@@ -390,7 +318,7 @@ int Process_run::operator()() {
         Numbers const numbers = without_done(frames);
         counts = {run(frames, numbers), numbers.size()};
     }
-    report(counts.done, counts.total);
+    report(counts);
     return exit_code();
 }
 

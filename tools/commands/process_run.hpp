@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,10 @@ struct Process_options {
     unsigned jobs = 0; // one a core
     bool is_quiet = false;
     bool passes_over_done = false;
+    /// Whether an interruption ends no more than the source: what came from it is still done.
+    bool finishes_when_interrupted = false;
+    /// Gets the number of each frame whose planes are where they go; in place of a bar.
+    std::function<void(std::size_t)> frame_done;
 };
 
 /// One run of `process`.
@@ -36,6 +41,19 @@ public:
     /// Does all frames that can be done and says what could not.
     /// @return the program's exit code
     int operator()();
+
+    struct Counts {
+        std::size_t done = 0;
+        std::size_t total = 0;
+    };
+    /// Does the frames of a source that come but once.
+    /// @param recording into whose stack they go, if there are stacks; gets what the camera tells
+    ///        of each frame
+    Counts do_stream(polarization::Frame_source& source, Recording* recording = nullptr);
+    /// Says what could not be done.
+    void report_failures(Counts const& counts);
+    /// @throws Interrupted
+    int exit_code() const;
 
 private:
     struct Slot {
@@ -65,13 +83,12 @@ private:
         polarization::Frame_source& source, unsigned jobs, Numbers const& numbers = {});
     /// From standard input, whose frames come but once.
     int run_stream();
-    struct Counts {
-        std::size_t done = 0;
-        std::size_t total = 0;
-    };
     /// Recording by recording into stacks.
     Counts run_stacks(std::vector<Frame_place> frames);
-    Counts run_stack(Recording const& recording);
+    Counts run_stack(Recording const& recording, std::function<Counts()> const& run_frames);
+    Counts run_recording(Recording const& recording);
+    Counts run_once_through(polarization::Frame_source& source);
+    bool is_stopped_early() const;
     void finish_stack(Recording const& recording);
     /// Recordings whose stacks fall on no input and on no other stack.
     std::vector<Recording> recordings_without_clashes(std::vector<Frame_place> frames);
@@ -96,8 +113,7 @@ private:
     std::string line_of(Slot& slot) const;
     /// A frame whose files are there is done, whether or not anybody reads the line about it.
     void tell(std::string const& line);
-    void report(std::size_t done, std::size_t total);
-    int exit_code() const;
+    void report(Counts const& counts);
     std::string summary(std::size_t done, std::size_t total) const;
     template <class Action>
     void naming(Frame_place const& place, Action action);
@@ -113,6 +129,7 @@ private:
     std::atomic<bool> has_warned_of_dark_ = false;
     std::atomic<bool> has_checked_balance_ = false;
     std::optional<Input_files> inputs_of_stream_; // besides the stream
+    Recording* recorded_ = nullptr;               // from the stream, into a stack
     std::optional<Plane_pipe> pipe_;
     std::size_t put_out_ = 0; // frames, to it
     polarization::Size size_put_out_;

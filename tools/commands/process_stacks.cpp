@@ -57,7 +57,7 @@ polarization::Size Process_run::size_of_frames(Recording const& recording) const
     if (preparation_.region()) {
         return preparation_.region()->size();
     }
-    if (auto const layout = options_.input.raw_layout()) {
+    if (auto const& layout = results_.origin.pixel_format) {
         return {layout->width, layout->height};
     }
     Frame_list source(recording.frames, std::nullopt);
@@ -88,7 +88,8 @@ void Process_run::finish_stack(Recording const& recording) {
     if (stack_->is_finished()) {
         return;
     }
-    if (stack_->unfinished() > 0 && (is_exhausted_ || interruption_flag())) {
+    bool const can_go_on = !options_.finishes_when_interrupted; // another run, with the same frames
+    if (can_go_on && stack_->unfinished() > 0 && (is_exhausted_ || interruption_flag())) {
         is_stack_unfinished_ = true;
         return;
     }
@@ -106,7 +107,15 @@ void Process_run::finish_stack(Recording const& recording) {
     tell(line);
 }
 
-Process_run::Counts Process_run::run_stack(Recording const& recording) {
+Process_run::Counts Process_run::run_recording(Recording const& recording) {
+    return run_stack(recording, [&]() -> Counts {
+        Numbers const numbers = without_done(recording.frames);
+        return {run(recording.frames, numbers), numbers.size()};
+    });
+}
+
+Process_run::Counts Process_run::run_stack(
+    Recording const& recording, std::function<Counts()> const& run_frames) {
     Earlier_stack const earlier = options_.passes_over_done ? Earlier_stack::resumed
                                   : results_.existing == Existing_files::replace
                                       ? Earlier_stack::replaced
@@ -114,9 +123,7 @@ Process_run::Counts Process_run::run_stack(Recording const& recording) {
     Counts counts{0, recording.frames.size()};
     try {
         stack_.emplace(results_, recording, earlier, [&] { return size_of_frames(recording); });
-        Numbers const numbers = without_done(recording.frames);
-        counts.total = numbers.size();
-        counts.done = run(recording.frames, numbers);
+        counts = run_frames();
         finish_stack(recording);
     } catch (Output_exhausted const& failure) {
         is_exhausted_ = true;
@@ -142,7 +149,7 @@ Process_run::Counts Process_run::run_stacks(std::vector<Frame_place> frames) {
             counts.total += recording.frames.size();
             continue;
         }
-        Counts const more = run_stack(recording);
+        Counts const more = run_recording(recording);
         counts.done += more.done;
         counts.total += more.total;
     }

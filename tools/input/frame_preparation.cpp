@@ -53,14 +53,25 @@ void cut(Frame& frame, Region const& region) {
 }
 
 Frame_preparation::Frame_preparation(
-    Sample_options const& options, std::optional<Raw_layout> const& raw)
-    : bit_depth_{options.depth(raw)}, shift_{options.shift}, region_{options.region()} {
+    Sample_options const& options, std::optional<Raw_layout> const& raw,
+    std::optional<polarization::Region> const& frames_on_sensor)
+    : bit_depth_{options.depth(raw)}, shift_{options.shift}, region_{options.region()},
+      frames_on_sensor_{frames_on_sensor} {
     if (bit_depth_ < 1) {
         throw Usage_error("--shift " + std::to_string(shift_) + " leaves nothing of the samples");
     }
     if (!options.dark_frames.empty()) {
         read_dark(options, raw);
     }
+}
+
+std::optional<Region> Frame_preparation::region_on_sensor() const {
+    if (!frames_on_sensor_ || !region_) {
+        return region_ ? region_ : frames_on_sensor_;
+    }
+    return Region{
+        frames_on_sensor_->column + region_->column, frames_on_sensor_->row + region_->row,
+        region_->width, region_->height};
 }
 
 void Frame_preparation::read_dark(

@@ -53,11 +53,18 @@ class Frame_preparation {
 public:
     /// Reads the dark frames, of the same kind as the frames.
     /// @throws File_failure, Usage_error
-    Frame_preparation(Sample_options const& options, std::optional<Raw_layout> const& raw);
+    /// @param frames_on_sensor the part of the sensor that frames are, if they are not all of it
+    Frame_preparation(
+        Sample_options const& options, std::optional<Raw_layout> const& raw,
+        std::optional<polarization::Region> const& frames_on_sensor = std::nullopt);
 
     int bit_depth() const { return bit_depth_; }
     int shift() const { return shift_; }
     std::optional<polarization::Region> const& region() const { return region_; }
+    /// Where frames lie as they are when they were cut; nothing if they are all of the sensor.
+    std::optional<polarization::Region> region_on_sensor() const;
+    /// Whether frames are a part of the sensor before they are cut.
+    bool takes_part_of_sensor() const { return frames_on_sensor_.has_value(); }
     bool subtracts_dark() const { return dark_.has_value(); }
     /// The files of the dark frames, each once.
     std::vector<std::filesystem::path> const& dark_files() const { return dark_files_; }
@@ -112,6 +119,7 @@ private:
     int bit_depth_;
     int shift_;
     std::optional<polarization::Region> region_;
+    std::optional<polarization::Region> frames_on_sensor_;
     std::optional<polarization::Dark_frame> dark_;
     std::vector<float> dark_means_;
     double mean_of_dark_ = 0.0; // in the part that is left of frames

@@ -151,7 +151,8 @@ int Sample_options::depth(std::optional<Raw_layout> const& raw) const {
     return static_cast<int>(polarization::bit_depth_of(raw->format)) - shift;
 }
 
-void add_sample_options(CLI::App& command, Sample_options& options) {
+void add_sample_options(
+    CLI::App& command, Sample_options& options, std::string const& region_help) {
     add_whole_number(
         command, "--bit-depth", options.bit_depth, {1, 16},
         "Significant bits B of a sample, 1 to 16; required for images, else that of the pixel "
@@ -159,11 +160,7 @@ void add_sample_options(CLI::App& command, Sample_options& options) {
     add_whole_number(
         command, "--shift", options.shift, {0, 15},
         "Move samples down by so many bits, for those that lie at the upper end of 16");
-    command
-        .add_option(
-            "--region", options.region_text,
-            "Take this part of each frame. The mosaic is given for the whole frame: an odd COLUMN "
-            "or ROW is taken care of")
+    command.add_option("--region", options.region_text, region_help)
         ->type_name("COLUMN,ROW,WIDTH,HEIGHT");
     add_words(
         command, "--dark", options.dark_frames,

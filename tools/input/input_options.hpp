@@ -66,7 +66,11 @@ struct Sample_options {
     /// @throws Usage_error if there is neither
     int depth(std::optional<Raw_layout> const& raw) const;
 };
-void add_sample_options(CLI::App& command, Sample_options& options);
+inline constexpr char const* cut_help = "Take this part of each frame. The mosaic is given for the "
+                                        "whole frame: an odd COLUMN or ROW is "
+                                        "taken care of";
+void add_sample_options(
+    CLI::App& command, Sample_options& options, std::string const& region_help = cut_help);
 
 /// --phase and --layout.
 struct Mosaic_options {

@@ -36,7 +36,7 @@ void check_options(
             "--dark would take the dark level off twice, since " + file.string() +
             " has that of every pixel; leave --dark out");
     }
-    auto const& region = preparation.region();
+    auto const region = preparation.region_on_sensor();
     Region const& covered = maps.region;
     bool const is_covered =
         !region || (region->column >= covered.column && region->row >= covered.row &&
@@ -64,7 +64,7 @@ Transform_settings transform_settings(
     std::optional<unsigned> full_scale, Frame_preparation const& preparation,
     double zero_direction) {
     polarization::Scale const scale(preparation.bit_depth(), full_scale);
-    auto const region = preparation.region().value_or(Region());
+    auto const region = preparation.region_on_sensor().value_or(Region());
     if (calibration_file.empty()) {
         auto settings = polarization::ideal_settings(
             mosaic.required().of_region(region.row, region.column), scale);
@@ -91,7 +91,7 @@ Transform_settings transform_settings(
     settings.noise = calibration.noise;
     if (calibration.maps) {
         check_options(*calibration.maps, calibration_file, preparation);
-        Region const part = preparation.region().value_or(calibration.maps->region);
+        Region const part = preparation.region_on_sensor().value_or(calibration.maps->region);
         settings.tables =
             std::make_shared<polarization::Sensor_tables>(calibration, part, zero_direction);
         settings.mosaic = calibration.mosaic.of_region(part.row, part.column);

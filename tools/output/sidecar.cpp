@@ -158,10 +158,14 @@ Json captures_of(std::vector<Frame_place> const& frames) {
         {"frame_number", Json::array()},
         {"camera_time_ns", Json::array()},
         {"host_time_ns", Json::array()}};
-    for (Frame_place const& place : frames) {
-        captures["frame_number"].push_back(place.capture->frame_number);
-        captures["camera_time_ns"].push_back(place.capture->camera_time_ns);
-        captures["host_time_ns"].push_back(place.capture->host_time_ns);
+    auto const told_of = [](Frame_place const& place, auto member) {
+        return place.capture ? Json((*place.capture).*member) : Json(nullptr);
+    };
+    for (Frame_place const& place : frames) { // some of which may not have come
+        captures["frame_number"].push_back(told_of(place, &polarization::Capture::frame_number));
+        captures["camera_time_ns"].push_back(
+            told_of(place, &polarization::Capture::camera_time_ns));
+        captures["host_time_ns"].push_back(told_of(place, &polarization::Capture::host_time_ns));
     }
     return captures;
 }
@@ -195,7 +199,7 @@ nlohmann::ordered_json stack_description(
         {{"pixel_format", pixel_format_of(origin.pixel_format)}}, processing, origin));
     json["missing"] = Json::array();
     json["frames"] = runs_of(frames);
-    if (std::ranges::all_of(
+    if (std::ranges::any_of(
             frames, [](Frame_place const& place) { return place.capture.has_value(); })) {
         json["capture"] = captures_of(frames);
     }

@@ -17,6 +17,7 @@ using veldrane_mrv::polarization::File_failure;
 class Output_exhausted : public File_failure {
 public:
     using File_failure::File_failure;
+    explicit Output_exhausted(File_failure const& failure) : File_failure(failure) {}
 };
 
 /// The command line asks for something that cannot be; nothing has been done.
