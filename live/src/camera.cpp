@@ -15,7 +15,11 @@ class Running_camera : public Camera_source {
 public:
     Running_camera(aravis::Ready_camera camera, Camera_options const& options)
         : Camera_source(camera.layout, options, camera.description, camera.settings),
-          camera_{std::move(camera)}, options_{options} {}
+          camera_{std::move(camera)}, options_{options} {
+        if (options.sends_at_once) {
+            send();
+        }
+    }
     ~Running_camera() override {
         feed().close(); // for a stream that waits for room
     }
@@ -23,7 +27,12 @@ public:
     Running_camera& operator=(Running_camera const&) = delete;
 
 private:
-    void begin_receiving() override { stream_.emplace(std::move(camera_), options_, feed()); }
+    void send() { stream_.emplace(std::move(camera_), options_, feed()); }
+    void begin_receiving() override {
+        if (!stream_) {
+            send();
+        }
+    }
     void stop_receiving() override {
         if (stream_) {
             stream_->stop();

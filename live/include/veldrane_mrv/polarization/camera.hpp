@@ -43,6 +43,8 @@ struct Camera_options {
     /// process has the right to (CAP_NET_RAW). Never done on a loopback address, where nothing
     /// would arrive.
     bool may_use_packet_socket = true;
+    /// Or from the first call of `has_frame` on, for those who take long to get ready.
+    bool sends_at_once = true;
     /// Start of the names of results.
     std::string stem = "live";
     Live_options live;
@@ -73,8 +75,7 @@ private:
     Camera_settings settings_;
 };
 
-/// Opens a camera and sets it up. It sends from the first call of `has_frame` until the source ends
-/// or goes.
+/// Opens a camera, sets it up and lets it send until the source goes or ends.
 /// @throws File_failure in the name of the camera if it cannot be reached or refuses a setting, or
 ///         if this library was built without cameras
 /// @throws Argument_error for no camera, or several and no id; for an option that the camera has

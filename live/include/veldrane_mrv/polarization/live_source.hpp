@@ -46,7 +46,7 @@ public:
     std::optional<Frame_shape> shape() const override;
     /// With its capture, for the frame that `has_frame` has found last.
     Frame_place place(std::size_t number) const override;
-    /// Waits for it. Whoever gives frames begins with the first call.
+    /// Waits for it.
     /// @throws File_failure once, behind the last frame, if the camera went away
     bool has_frame(std::size_t number) override;
 
@@ -60,7 +60,7 @@ public:
     Live_feed& feed() { return feed_; }
 
 protected:
-    /// Lets whoever gives frames begin, once.
+    /// Called once, when the first frame is asked for: lets whoever gives frames begin.
     /// @throws File_failure if they cannot
     virtual void begin_receiving() {}
 
