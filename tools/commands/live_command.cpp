@@ -284,6 +284,7 @@ int run_live_command(Command_line& line, CLI::App const& command) {
         statistics.refresh();
         return interruption_flag().load();
     };
+    line.camera.sends_at_once = false; // first calibration and dark frames are read
     auto const camera = opened(line.camera);
     Live_sinks sinks;
     std::optional<Frame_preparation> preparation;
