@@ -46,13 +46,17 @@ private:
 
 /// What follows from options and caps; of the streaming thread.
 struct Stream {
+    /// Of the frames, by their caps.
+    Size size;
+    Samples samples = Samples::of_8_bits;
+    /// Missing while the options are none for these frames.
     std::optional<Frame_conversion> conversion;
     /// Of the options that it was made of.
     std::uint64_t version = 0;
     /// Read once, while the file's name stays.
     std::string calibration_file;
     std::shared_ptr<Calibration const> calibration;
-    /// Why caps were refused, until some are taken: sources offer theirs again and again.
+    /// Why caps or frames were refused, until some are taken: sources offer theirs again and again.
     std::string refusal;
 };
 
@@ -118,14 +122,15 @@ Output chosen_output(Parts& parts) {
     return parts.options.look([](Options const& options, auto) { return options.output; });
 }
 
-// For frames of that kind, by the options as they are now.
-void renew_conversion(Parts& parts, Size const& size, Samples samples) {
+// By the options as they are now.
+void renew_conversion(Parts& parts) {
     Stream& stream = parts.stream;
     stream.conversion.reset(); // its memory is free for the new one
     Options options;
-    parts.options.look([&](Options const& current, std::uint64_t version) {
+    std::uint64_t version = 0;
+    parts.options.look([&](Options const& current, std::uint64_t current_version) {
         options = current;
-        stream.version = version;
+        version = current_version;
     });
     if (options.calibration != stream.calibration_file) {
         stream.calibration.reset();
@@ -136,7 +141,9 @@ void renew_conversion(Parts& parts, Size const& size, Samples samples) {
             stream.calibration_file = options.calibration;
         }
     }
-    stream.conversion.emplace(options, stream.calibration, size, samples);
+    stream.conversion.emplace(options, stream.calibration, stream.size, stream.samples);
+    stream.version = version;
+    stream.refusal.clear();
 }
 
 gboolean start(GstBaseTransform* base) {
@@ -202,14 +209,12 @@ void explain_mismatch(GstBaseTransform* base) {
 
 gboolean set_info(GstVideoFilter* filter, GstCaps*, GstVideoInfo* in, GstCaps*, GstVideoInfo*) {
     Parts& parts = parts_of(filter);
-    Size const size{
+    parts.stream.size = {
         static_cast<std::size_t>(GST_VIDEO_INFO_WIDTH(in)),
         static_cast<std::size_t>(GST_VIDEO_INFO_HEIGHT(in))};
     bool const is_narrow = GST_VIDEO_INFO_FORMAT(in) == GST_VIDEO_FORMAT_GRAY8;
-    return succeeds(filter, [&] {
-        renew_conversion(parts, size, is_narrow ? Samples::of_8_bits : Samples::of_16_bits);
-        parts.stream.refusal.clear();
-    });
+    parts.stream.samples = is_narrow ? Samples::of_8_bits : Samples::of_16_bits;
+    return succeeds(filter, [&] { renew_conversion(parts); });
 }
 
 gboolean sink_event(GstBaseTransform* base, GstEvent* event) {
@@ -244,13 +249,13 @@ GstFlowReturn transform_frame(GstVideoFilter* filter, GstVideoFrame* in, GstVide
         return format_of(output) == GST_VIDEO_FRAME_FORMAT(out);
     };
     // A change of the format waits for the negotiation that it has asked for.
-    bool const has_changed = parts.options.look([&](Options const& options, std::uint64_t version) {
-        return version != parts.stream.version && fits(options.output);
+    bool const is_due = parts.options.look([&](Options const& options, std::uint64_t version) {
+        return (!conversion || version != parts.stream.version) && fits(options.output);
     });
     GstFlowReturn flow = GST_FLOW_ERROR;
     succeeds(filter, [&] {
-        if (has_changed && conversion) {
-            renew_conversion(parts, conversion->size(), conversion->samples());
+        if (is_due) {
+            renew_conversion(parts);
         }
         // Both may have changed while they were negotiated.
         if (!conversion || !fits(conversion->output())) {

@@ -39,7 +39,6 @@ public:
         polarization::Size const& size, Samples samples);
 
     Output output() const { return output_; }
-    Samples samples() const { return samples_; }
     polarization::Size size() const { return planes_.size(); }
 
     /// Samples of 16 bits have the lower byte first. So does a plane; a picture has four bytes a

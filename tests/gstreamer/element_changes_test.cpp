@@ -104,4 +104,43 @@ TEST(Element_changes, a_property_that_cannot_be_ends_the_stream_with_its_reason)
     EXPECT_EQ(harness.errors(), std::vector<std::string>{"the phase is 4; give 0, 1, 2 or 3"});
 }
 
+TEST(Element_changes, a_property_that_is_mended_brings_the_planes_back) {
+    Harness harness({{"plane", "s0"}, {"layout", "2"}});
+    Frame const frame = frame_of({32, 8}, 8);
+    auto const settings = ideal_settings(Mosaic::from_phase(2), Scale(8));
+    ASSERT_TRUE(harness.takes(GST_VIDEO_FORMAT_GRAY8, frame.size()));
+    for (unsigned round = 0; round < 2; ++round) {
+        harness.set("layout", "4");
+        EXPECT_EQ(harness.push(frame), GST_FLOW_ERROR);
+        EXPECT_EQ(harness.push(frame), GST_FLOW_ERROR); // and not in silence as if it were taken
+        EXPECT_EQ(harness.errors(), std::vector<std::string>{"the phase is 4; give 0, 1, 2 or 3"});
+        EXPECT_EQ(harness.waiting(), 0U);
+        harness.set("layout", "2");
+        EXPECT_EQ(harness.push(frame), GST_FLOW_OK);
+        expect_output(harness.pull(), frame, settings, Output::s0);
+    }
+    EXPECT_TRUE(harness.errors().empty());
+}
+
+// The format of what comes out would change with the property, which is negotiated.
+TEST(Element_changes, a_property_that_is_mended_after_negotiation_failed_does_too) {
+    Harness harness({{"plane", "s0"}, {"layout", "2"}});
+    Frame const frame = frame_of({32, 8}, 8);
+    auto const settings = ideal_settings(Mosaic::from_phase(2), Scale(8));
+    ASSERT_TRUE(harness.takes(GST_VIDEO_FORMAT_GRAY8, frame.size()));
+    for (auto const& [plane, output] :
+         {std::pair("degree", Output::degree), std::pair("degree", Output::degree),
+          std::pair("s0", Output::s0)}) {
+        harness.set("plane", "angle");
+        harness.set("layout", "4");
+        EXPECT_NE(harness.push(frame), GST_FLOW_OK);
+        EXPECT_EQ(harness.errors(), std::vector<std::string>{"the phase is 4; give 0, 1, 2 or 3"});
+        harness.set("plane", plane);
+        harness.set("layout", "2");
+        EXPECT_EQ(harness.push(frame), GST_FLOW_OK);
+        expect_output(harness.pull(), frame, settings, output);
+    }
+    EXPECT_TRUE(harness.errors().empty());
+}
+
 } // namespace
