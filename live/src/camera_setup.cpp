@@ -134,6 +134,29 @@ Pixel_format set_pixel_format(ArvCamera* camera, std::string const& wanted) {
     return parse_pixel_format(format);
 }
 
+bool has_feature(ArvCamera* camera, char const* name) {
+    return call(arv_camera_is_feature_available, camera, name) != FALSE;
+}
+
+// Neighbours in the frame would not be neighbours in the mosaic, or mirrored ones.
+void refuse_moved_pixels(ArvCamera* camera) {
+    for (char const* const name : {"DecimationHorizontal", "DecimationVertical"}) {
+        if (has_feature(camera, name) && call(arv_camera_get_integer, camera, name) > 1) {
+            throw Argument_error(
+                std::string(name) + " of the camera",
+                std::to_string(call(arv_camera_get_integer, camera, name)),
+                "set it to 1, since pixels that are left out leave no mosaic");
+        }
+    }
+    for (char const* const name : {"ReverseX", "ReverseY"}) {
+        if (has_feature(camera, name) && call(arv_camera_get_boolean, camera, name)) {
+            throw Argument_error(
+                std::string(name) + " of the camera", "on",
+                "turn it off, since it mirrors the mosaic and the angles with it");
+        }
+    }
+}
+
 // Sums of neighbours mix the analysers.
 void refuse_binning(ArvCamera* camera) {
     if (!call(arv_camera_is_binning_available, camera)) {
@@ -238,8 +261,7 @@ constexpr Number_feature frame_rate_feature = {
     arv_camera_set_frame_rate,
     arv_camera_get_frame_rate};
 
-/// @return what the camera has then, if it tells
-std::optional<double> set_number(
+std::optional<double> put_number(
     ArvCamera* camera, Number_feature const& feature, std::optional<double> wanted) {
     if (!call(feature.is_available, camera)) {
         if (wanted) {
@@ -263,6 +285,21 @@ std::optional<double> set_number(
     return call(feature.get, camera);
 }
 
+/// @return what the camera has then, if it tells
+std::optional<double> set_number(
+    ArvCamera* camera, Number_feature const& feature, std::optional<double> wanted) {
+    try {
+        return put_number(camera, feature, wanted);
+    } catch (aravis::Failure const&) {
+        if (wanted) {
+            throw Argument_error(
+                feature.name, number(*wanted) + feature.unit,
+                "leave it out, since this camera refuses it as it is set up now");
+        }
+        return std::nullopt; // nobody asked for it
+    }
+}
+
 // A camera that chooses for itself would overwrite what is set.
 void end_automatic(ArvCamera* camera, Camera_options const& options) {
     if (options.exposure_us && call(arv_camera_is_exposure_auto_available, camera)) {
@@ -276,6 +313,7 @@ void end_automatic(ArvCamera* camera, Camera_options const& options) {
 Camera_settings set_up(ArvCamera* camera, Camera_options const& options) {
     Camera_settings settings;
     refuse_binning(camera);
+    refuse_moved_pixels(camera);
     settings.pixel_format = set_pixel_format(camera, options.pixel_format);
     if (options.region) {
         set_region(camera, *options.region);

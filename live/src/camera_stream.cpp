@@ -10,9 +10,6 @@
 namespace veldrane_mrv::polarization::aravis {
 namespace {
 
-// What a camera fills while frames before it are copied; more only helps against long stalls, and
-// for these frames wait in the feed.
-constexpr int buffers = 8;
 constexpr guint64 patience_us = 50'000;
 constexpr std::size_t least_socket_bytes = 4U << 20U;
 constexpr std::size_t most_socket_bytes = 256U << 20U;
@@ -111,23 +108,32 @@ void Camera_stream::note_loss(ArvDevice*, void* stream) {
     static_cast<Camera_stream*>(stream)->is_lost_ = true;
 }
 
+// In the thread of the stream, which may have filled several buffers before one is handed on.
+void Camera_stream::note_arrival(void*, ArvStreamCallbackType type, ArvBuffer* buffer) {
+    if (type == ARV_STREAM_CALLBACK_TYPE_BUFFER_DONE) {
+        *static_cast<Steady_time*>(const_cast<void*>(arv_buffer_get_user_data(buffer))) =
+            std::chrono::steady_clock::now();
+    }
+}
+
 void Camera_stream::start_sending() {
     ArvCamera* const camera = ready_.camera.get();
     choose_socket(camera, options_.may_use_packet_socket);
-    stream_.reset(call(arv_camera_create_stream, camera, ArvStreamCallback{}, gpointer{}));
+    stream_.reset(call(arv_camera_create_stream, camera, &Camera_stream::note_arrival, gpointer{}));
     is_lost_ = false;
     loss_handler_ = g_signal_connect(
         arv_camera_get_device(camera), "control-lost", G_CALLBACK(&Camera_stream::note_loss), this);
     guint const payload = call(arv_camera_get_payload, camera);
     widen_socket(stream_.get(), payload);
-    for (int i = 0; i < buffers; ++i) {
-        arv_stream_push_buffer(stream_.get(), arv_buffer_new_allocate(payload));
+    for (Steady_time& arrival : arrivals_) {
+        arv_stream_push_buffer(
+            stream_.get(), arv_buffer_new_full(payload, nullptr, &arrival, nullptr));
     }
     call(arv_camera_start_acquisition, camera);
 }
 
 void Camera_stream::stop_sending() {
-    if (!is_lost_) {
+    if (ready_.camera && !is_lost_) {
         Error error; // of a camera that goes at this moment
         arv_camera_stop_acquisition(ready_.camera.get(), error.slot());
     }
@@ -144,7 +150,6 @@ void Camera_stream::let_go() {
 
 // False once nobody takes frames.
 bool Camera_stream::hand_on(ArvBuffer* buffer) {
-    auto const arrival = std::chrono::steady_clock::now();
     // Of a buffer that is not whole nothing but status and number may be asked.
     ArvBufferStatus const status = arv_buffer_get_status(buffer);
     std::uint64_t const number = arv_buffer_get_frame_id(buffer);
@@ -159,13 +164,22 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
         goes_on = feed_.give(
             {static_cast<char const*>(data), size},
             {number, arv_buffer_get_timestamp(buffer), arv_buffer_get_system_timestamp(buffer)},
-            arrival);
+            *static_cast<Steady_time const*>(arv_buffer_get_user_data(buffer)));
     }
     // The number comes with the first packet: where that is missing, there would be one from
     // before.
     arv_buffer_set_frame_id(buffer, 0);
     arv_stream_push_buffer(stream_.get(), buffer);
     return goes_on;
+}
+
+// What arrived whole before the camera stopped.
+void Camera_stream::hand_on_rest() {
+    while (ArvBuffer* const buffer = arv_stream_try_pop_buffer(stream_.get())) {
+        if (!hand_on(buffer)) {
+            return;
+        }
+    }
 }
 
 // True if the camera went away.
@@ -222,6 +236,9 @@ void Camera_stream::receive() {
             break;
         }
         stop_sending();
+        if (stream_) {
+            hand_on_rest();
+        }
     } catch (std::exception const&) { // memory
         failure = "cannot be received from any more, since memory is short; end other programs";
     }

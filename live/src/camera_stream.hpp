@@ -4,6 +4,7 @@
 
 #include "camera_setup.hpp"
 
+#include <array>
 #include <atomic>
 #include <thread>
 
@@ -31,10 +32,17 @@ private:
     bool find_again();
     bool is_stopping() const { return is_stopping_; }
     bool hand_on(ArvBuffer* buffer);
+    void hand_on_rest();
+    static void note_arrival(void* stream, ArvStreamCallbackType type, ArvBuffer* buffer);
+
+    /// What a camera fills while frames before it are copied; more only helps against long stalls,
+    /// and for these frames wait in the feed.
+    static constexpr std::size_t buffers = 8;
 
     Ready_camera ready_;
     Camera_options options_;
     Live_feed& feed_;
+    std::array<Steady_time, buffers> arrivals_; // of the buffers, each of which knows its own
     Owned<ArvStream> stream_;
     gulong loss_handler_ = 0;
     std::atomic<bool> is_lost_ = false;

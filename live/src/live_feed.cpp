@@ -12,6 +12,9 @@ namespace {
 // A signal that asks for the end may interrupt another thread than the one that waits.
 constexpr std::chrono::milliseconds patience(50);
 
+// More than a camera's stream has buffers for.
+constexpr std::size_t most_while_draining = 16;
+
 } // namespace
 
 std::string_view name_of(Incomplete_cause cause) {
@@ -64,6 +67,9 @@ void Live_feed::note_number(std::uint64_t number) {
 
 // False if the frame that arrives has to go.
 bool Live_feed::make_room(std::unique_lock<std::mutex>& lock) {
+    if (is_draining_) {
+        return true;
+    }
     if (drop_ == Drop_policy::none) {
         room_came_.wait(
             lock, [this] { return waiting_.size() < capacity_ || is_draining_ || is_closed_; });
@@ -87,7 +93,7 @@ bool Live_feed::give(std::string_view bytes, Capture const& capture, Steady_time
         return true;
     }
     std::unique_lock lock(mutex_);
-    if (is_closed_) {
+    if (is_closed_ || (is_draining_ && ++given_while_draining_ > most_while_draining)) {
         return false;
     }
     note_number(capture.frame_number);

@@ -4,6 +4,7 @@
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/camera.hpp"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <gtest/gtest.h>
@@ -231,6 +232,24 @@ TEST_F(Camera_as_source, what_the_camera_has_not_is_refused) {
     options.exposure_us = 1e9;
     EXPECT_THROW(open_camera(options), polarization::Argument_error);
     EXPECT_EQ(receive_all(*open_camera(options_of(1))).size(), 1U);
+}
+
+// The buffers of the stream lie full while nobody makes room.
+TEST_F(Camera_as_source, what_has_arrived_is_handed_on_when_the_source_is_stopped) {
+    Camera_process camera(small({"--frames", "8"}));
+    std::atomic<bool> is_requested = false;
+    Camera_options options = options_of(100);
+    options.live.drop = Drop_policy::none;
+    options.live.waiting_frames = 1;
+    options.live.stop_requested = [&is_requested] { return is_requested.load(); };
+    auto const source = open_camera(options);
+    ASSERT_TRUE(source->has_frame(0));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500)); // all eight have been sent
+    is_requested = true;
+    auto const rest = receive_all(*source);
+    EXPECT_EQ(numbers_of(rest).size(), source->counts().received);
+    EXPECT_EQ(source->counts().received, 8U);
+    EXPECT_EQ(source->counts().lost + source->counts().dropped, 0U);
 }
 
 } // namespace

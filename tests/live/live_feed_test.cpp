@@ -105,6 +105,22 @@ TEST(Live_feed, who_waits_for_room_is_let_go) {
     }
 }
 
+TEST(Live_feed, nothing_is_dropped_near_the_end_and_the_end_comes) {
+    for (Drop_policy const drop : {Drop_policy::newest, Drop_policy::oldest, Drop_policy::none}) {
+        Live_feed feed(frame_bytes, 1, drop);
+        EXPECT_TRUE(give(feed, 1));
+        feed.drain();
+        std::uint64_t number = 2;
+        while (give(feed, number)) {
+            ASSERT_LT(++number, 100U);
+        }
+        EXPECT_EQ(number, 18U);
+        EXPECT_EQ(taken(feed).size(), 17U);
+        EXPECT_EQ(feed.counts().received, 17U);
+        EXPECT_EQ(feed.counts().dropped, 0U);
+    }
+}
+
 TEST(Live_feed, frames_that_wait_can_be_taken_behind_the_end) {
     Live_feed feed(frame_bytes, 4, Drop_policy::newest);
     give(feed, 1);

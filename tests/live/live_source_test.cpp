@@ -137,6 +137,28 @@ TEST_F(Live_source_of_a_thread, it_ends_in_time) {
     EXPECT_EQ(read_all(source), (Numbers{1}));
 }
 
+TEST_F(Live_source_of_a_thread, it_ends_though_frames_go_on_coming) {
+    for (auto const drop :
+         {polarization::Drop_policy::newest, polarization::Drop_policy::oldest,
+          polarization::Drop_policy::none}) {
+        Live_options options;
+        options.seconds = 0.05;
+        options.waiting_frames = 2;
+        options.drop = drop;
+        Live_source source("camera A", "live", layout(), options);
+        std::atomic<bool> has_ended = false;
+        std::thread giver([&] {
+            for (std::uint64_t number = 1; !has_ended; ++number) {
+                give(source, number);
+            }
+        });
+        std::size_t const frames = read_all(source).size();
+        has_ended = true;
+        giver.join();
+        EXPECT_GT(frames, 0U);
+    }
+}
+
 TEST_F(Live_source_of_a_thread, it_hands_on_what_has_arrived_when_it_is_stopped) {
     std::atomic<bool> is_requested = false;
     Live_options options;

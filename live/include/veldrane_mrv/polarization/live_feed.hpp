@@ -98,8 +98,8 @@ public:
         Live_frame& frame, std::optional<Steady_time> until = std::nullopt,
         std::function<bool()> const& stop_requested = {});
 
-    /// Who gives is about to end: `give` waits no more, and one frame more may wait than there is
-    /// room for.
+    /// The end is near: `give` waits no more and drops nothing. So that who knows nothing of the
+    /// end does not put it off, it takes 16 frames more and then gives false.
     void drain();
 
     /// Nobody takes any more: `give` counts nothing and gives false.
@@ -128,6 +128,7 @@ private:
     std::string failure_;
     bool has_ended_ = false;
     bool is_draining_ = false;
+    std::size_t given_while_draining_ = 0;
     bool is_closed_ = false;
 };
 

@@ -64,7 +64,8 @@ protected:
     /// @throws File_failure if they cannot
     virtual void begin_receiving() {}
 
-    /// Stops whoever gives frames; what was given can still be taken. Several times, any thread.
+    /// Stops whoever gives frames; what was given can still be taken. Called several times, by the
+    /// thread that reads.
     virtual void stop_receiving() {}
 
 private:
