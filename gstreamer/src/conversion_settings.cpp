@@ -64,6 +64,11 @@ int bit_depth_of(
                 " are for samples of " + expected + " bits",
             "give frames as they were for the calibration");
     }
+    if (samples == Samples::of_8_bits && depth > 8) {
+        throw Argument_error(
+            "bit-depth", std::to_string(depth) + ", but the frames are of 8 bits (GRAY8)",
+            "put video/x-raw,format=GRAY16_LE before the element, or give bit-depth=8");
+    }
     return depth;
 }
 

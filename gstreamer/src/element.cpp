@@ -58,6 +58,8 @@ struct Stream {
     std::shared_ptr<Calibration const> calibration;
     /// Why caps or frames were refused, until some are taken: sources offer theirs again and again.
     std::string refusal;
+    /// Depth that samples were told to exceed, 0 for none: a stream of such frames is told once.
+    int exceeded_depth = 0;
 };
 
 /// GStreamer makes and frees the object as C has it; what has constructors is apart.
@@ -85,15 +87,19 @@ GstBaseTransformClass* parent_class() {
 }
 
 template <class Object>
+void post(Object* object, GstMessageType type, GQuark domain, int code, std::string const& line) {
+    gst_element_message_full(
+        reinterpret_cast<GstElement*>(object), type, domain, code, g_strdup(line.c_str()), nullptr,
+        "element.cpp", "polarization", 0);
+}
+
+template <class Object>
 void tell(Object* object, GQuark domain, int code, std::string const& line) {
     std::string& refusal = parts_of(object).stream.refusal;
-    if (refusal == line) {
-        return;
+    if (refusal != line) {
+        refusal = line;
+        post(object, GST_MESSAGE_ERROR, domain, code, line);
     }
-    refusal = line;
-    gst_element_message_full(
-        reinterpret_cast<GstElement*>(object), GST_MESSAGE_ERROR, domain, code,
-        g_strdup(line.c_str()), nullptr, "element.cpp", "polarization", 0);
 }
 
 // Whether `action` ended without an exception; none of these may reach C.
@@ -242,6 +248,23 @@ Rows<Byte> rows_of(GstVideoFrame const* frame) {
         GST_VIDEO_FRAME_PLANE_STRIDE(frame, 0)};
 }
 
+// Once for each depth that is asked for.
+void warn_of_excess(GstVideoFilter* filter, Stream& stream) {
+    unsigned const largest = stream.conversion->largest_excess();
+    polarization::Scale const& scale = stream.conversion->scale();
+    if (largest == 0 || stream.exceeded_depth == scale.bit_depth()) {
+        return;
+    }
+    stream.exceeded_depth = scale.bit_depth();
+    post(
+        filter, GST_MESSAGE_WARNING, GST_STREAM_ERROR, GST_STREAM_ERROR_FORMAT,
+        "the frames have samples up to " + std::to_string(largest) + ", above the full scale " +
+            std::to_string(scale.largest_sample()) +
+            " of bit-depth=" + std::to_string(scale.bit_depth()) +
+            "; the total intensity may clip; give a larger bit-depth, 16 for samples at the upper "
+            "end of 16 bits");
+}
+
 GstFlowReturn transform_frame(GstVideoFilter* filter, GstVideoFrame* in, GstVideoFrame* out) {
     Parts& parts = parts_of(filter);
     auto& conversion = parts.stream.conversion;
@@ -263,6 +286,7 @@ GstFlowReturn transform_frame(GstVideoFilter* filter, GstVideoFrame* in, GstVide
             return;
         }
         (*conversion)(rows_of<std::byte const>(in), rows_of<std::byte>(out));
+        warn_of_excess(filter, parts.stream);
         flow = GST_FLOW_OK;
     });
     return flow;

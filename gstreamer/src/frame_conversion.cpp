@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 #include <span>
 
 namespace polarization_element {
@@ -34,6 +35,30 @@ std::vector<std::uint8_t> intensity_levels(unsigned full_scale) {
     return levels;
 }
 
+/// The largest of samples above a limit of the form 2^n - 1; several threads may look.
+class Excess {
+public:
+    explicit Excess(unsigned limit) : limit_{limit} {}
+
+    void look(std::span<std::uint16_t const> samples) {
+        // The bits of all samples together are quick to find and tell whether to look closer.
+        std::uint16_t bits = 0;
+        for (std::uint16_t const sample : samples) {
+            bits |= sample;
+        }
+        if (bits > limit_) {
+            std::lock_guard const lock{mutex_};
+            largest_ = std::max<unsigned>(largest_, *std::ranges::max_element(samples));
+        }
+    }
+    unsigned largest() const { return largest_; }
+
+private:
+    unsigned limit_;
+    std::mutex mutex_;
+    unsigned largest_ = 0;
+};
+
 // Whether a plane can be written where it is to go: elements without gaps, at their alignment.
 bool holds_plane(Rows<std::byte> const& target, std::size_t width) {
     return target.stride == static_cast<std::ptrdiff_t>(width * sizeof(std::uint16_t)) &&
@@ -56,13 +81,14 @@ Frame_conversion::Frame_conversion(
       planes_{size.height, size.width, planes_of(options)},
       colours_(is_picture(options.output) ? size.width : 0) {
     if (output_ == Output::intensity) {
-        levels_ = intensity_levels(transform_.settings().scale.full_scale());
+        levels_ = intensity_levels(scale().full_scale());
     }
 }
 
 void Frame_conversion::operator()(
     Rows<std::byte const> const& frame, Rows<std::byte> const& target) {
     std::size_t const width = size().width;
+    Excess excess(scale().largest_sample());
     polarization::Frame_rows const rows{
         size().height, width, [&](std::size_t begin, std::size_t end, std::uint16_t* samples) {
             auto const format = samples_ == Samples::of_8_bits ? polarization::Pixel_format::mono8
@@ -70,6 +96,7 @@ void Frame_conversion::operator()(
             std::size_t const bytes = bytes_per_row(format, width);
             for (std::size_t row = begin; row != end; ++row, samples += width) {
                 unpack_row(format, {frame[row], bytes}, {samples, width});
+                excess.look({samples, width});
             }
         }};
     polarization::Plane_views views = planes_.views();
@@ -86,6 +113,7 @@ void Frame_conversion::operator()(
         transform_(rows, views);
         store_plane(target);
     }
+    largest_excess_ = excess.largest();
 }
 
 void Frame_conversion::store_plane(Rows<std::byte> const& target) {
@@ -98,7 +126,7 @@ void Frame_conversion::store_plane(Rows<std::byte> const& target) {
 
 void Frame_conversion::draw_picture(Rows<std::byte> const& target) {
     polarization::Plane_views const views = planes_.views();
-    unsigned const full_scale = transform_.settings().scale.full_scale();
+    unsigned const full_scale = scale().full_scale();
     for (std::size_t row = 0; row < size().height; ++row) {
         auto const part = [&]<class Element>(std::span<Element> plane) {
             return row_of(std::span<Element const>(plane), row, size());

@@ -6,6 +6,7 @@
 #include "conversion_settings.hpp"
 #include "veldrane_mrv/polarization/frame_transform.hpp"
 #include "veldrane_mrv/polarization/pictures.hpp"
+#include "veldrane_mrv/polarization/scale.hpp"
 #include "veldrane_mrv/polarization/views.hpp"
 
 #include <cstddef>
@@ -40,6 +41,9 @@ public:
 
     Output output() const { return output_; }
     polarization::Size size() const { return planes_.size(); }
+    polarization::Scale const& scale() const { return transform_.settings().scale; }
+    /// In the last frame, above those of the bit depth; 0 if there is none.
+    unsigned largest_excess() const { return largest_excess_; }
 
     /// Samples of 16 bits have the lower byte first. So does a plane; a picture has four bytes a
     /// pixel: blue, green, red, 255. Bytes between the rows of `target` are left alone.
@@ -53,6 +57,7 @@ private:
     Samples samples_;
     polarization::Frame_transform transform_;
     polarization::Planes planes_;
+    unsigned largest_excess_ = 0;
     /// Of one row of a picture.
     std::vector<polarization::Colour> colours_;
     /// Of each S0, for its picture.

@@ -108,8 +108,10 @@ void install_properties(GObjectClass* object_class) {
         property_bit_depth,
         number(
             "bit-depth", "Bit depth",
-            "Significant bits of a sample, 1 to 16; 0 is 8 for GRAY8 and that of the calibration's "
-            "maps for GRAY16_LE, where it is required without maps",
+            "Significant bits of a sample, 1 to 16, 8 at most for GRAY8; 0 is 8 for GRAY8 and that "
+            "of "
+            "the calibration's maps for GRAY16_LE, where it is required without maps. Larger "
+            "samples are warned of once; all of each frame are looked at",
             16, usual.bit_depth));
     install(
         property_calibration,

@@ -118,10 +118,20 @@ std::size_t Harness::waiting() {
 }
 
 std::vector<std::string> Harness::errors() {
+    return texts_of(GST_MESSAGE_ERROR);
+}
+
+std::vector<std::string> Harness::warnings() {
+    return texts_of(GST_MESSAGE_WARNING);
+}
+
+std::vector<std::string> Harness::texts_of(GstMessageType type) {
     std::vector<std::string> texts;
-    while (GstMessage* const message = gst_bus_pop_filtered(bus_, GST_MESSAGE_ERROR)) {
+    while (GstMessage* const message = gst_bus_pop_filtered(bus_, type)) {
         GError* error = nullptr;
-        gst_message_parse_error(message, &error, nullptr);
+        auto* const parse =
+            type == GST_MESSAGE_ERROR ? gst_message_parse_error : gst_message_parse_warning;
+        parse(message, &error, nullptr);
         texts.emplace_back(error->message);
         g_clear_error(&error);
         gst_message_unref(message);

@@ -52,10 +52,14 @@ public:
     Received pull();
     std::size_t waiting();
 
-    /// Texts of the errors so far.
+    /// Texts of the errors since this was asked last; messages of other kinds are lost.
     std::vector<std::string> errors();
+    /// Likewise.
+    std::vector<std::string> warnings();
 
 private:
+    std::vector<std::string> texts_of(GstMessageType type);
+
     GstHarness* harness_;
     GstBus* bus_;
     GstVideoFormat format_ = GST_VIDEO_FORMAT_UNKNOWN;

@@ -37,6 +37,11 @@ TEST(Element_refusals, each_is_one_error_with_value_and_remedy) {
          {32, 8},
          "bit-depth is not given; give the significant bits of a sample, such as bit-depth=12: "
          "16-bit frames do not tell them"},
+        {{{"layout", "2"}, {"bit-depth", "12"}},
+         gray8,
+         {32, 8},
+         "bit-depth is 12, but the frames are of 8 bits (GRAY8); put video/x-raw,format=GRAY16_LE "
+         "before the element, or give bit-depth=8"},
         {{{"layout", "2"}},
          gray8,
          {15, 8},
@@ -96,6 +101,37 @@ TEST(Element_refusals, corrected_properties_are_taken) {
     harness.set("layout", "2");
     EXPECT_TRUE(harness.takes(gray8, {32, 8}));
     EXPECT_EQ(harness.push(expected_outputs::frame_of({32, 8}, 8)), GST_FLOW_OK);
+}
+
+// The planes are those of `process`, which warns as well.
+TEST(Element_refusals, samples_above_the_bit_depth_are_warned_of_once) {
+    for (std::string const threads : {"1", "2"}) {
+        Harness harness(
+            {{"plane", "s0"}, {"layout", "2"}, {"bit-depth", "12"}, {"threads", threads}});
+        auto const frame = expected_outputs::frame_of({512, 530}, 12);
+        ASSERT_TRUE(harness.takes(gray16, frame.size()));
+        ASSERT_EQ(harness.push(frame), GST_FLOW_OK);
+        EXPECT_TRUE(harness.warnings().empty());
+        auto large = frame;
+        large.samples[17] = 4096;
+        large.samples.back() = 5000;
+        ASSERT_EQ(harness.push(large), GST_FLOW_OK);
+        ASSERT_EQ(harness.push(large), GST_FLOW_OK);
+        harness.set("full-scale", "4095");
+        ASSERT_EQ(harness.push(large), GST_FLOW_OK);
+        EXPECT_EQ(
+            harness.warnings(),
+            std::vector<std::string>{
+                "the frames have samples up to 5000, above the full scale 4095 of bit-depth=12; "
+                "the total intensity may clip; give a larger bit-depth, 16 for samples at the "
+                "upper end of 16 bits"});
+        harness.set("bit-depth", "10");
+        ASSERT_EQ(harness.push(frame), GST_FLOW_OK);
+        EXPECT_EQ(harness.warnings().size(), 1U);
+        harness.set("bit-depth", "13");
+        ASSERT_EQ(harness.push(large), GST_FLOW_OK);
+        EXPECT_TRUE(harness.warnings().empty());
+    }
 }
 
 } // namespace
