@@ -1,11 +1,13 @@
 """Cameras from Python: what is refused, and frames of the simulated camera on 127.0.0.1."""
 
 import contextlib
+import gc
 import os
 import signal
 import socket
 import subprocess
 import sys
+import textwrap
 import threading
 import time
 
@@ -16,24 +18,28 @@ import veldrane_polarization as vp
 from veldrane_polarization import _cameras
 
 PROGRAM = os.environ.get("SIMULATED_CAMERA")
+LONGEST_WAIT = 500  # seconds, for the camera; less than ctest gives a file of tests
 needs_camera = pytest.mark.skipif(PROGRAM is None, reason="SIMULATED_CAMERA names no program")
 
 
 @contextlib.contextmanager
 def the_only_camera():
     """One at a time on a machine: the lock that the tests in C++ take."""
+    deadline = time.monotonic() + LONGEST_WAIT
     with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as lock:
         while True:
             try:
                 lock.bind("\0simulated_camera")
                 break
             except OSError:
+                if time.monotonic() > deadline:
+                    raise TimeoutError("somebody else keeps the camera") from None
                 time.sleep(0.02)
         yield
 
 
 @contextlib.contextmanager
-def simulated_camera(*options):
+def camera_process(*options):
     serial = f"SIM{os.getpid()}"
     command = ["/usr/bin/setpriv", "--pdeathsig", "KILL", PROGRAM, "--serial", serial]
     with the_only_camera(), subprocess.Popen(
@@ -41,9 +47,15 @@ def simulated_camera(*options):
     ) as camera:
         assert camera.stdout.readline() == "ready\n"
         try:
-            yield next(each for each in vp.list_cameras() if each.serial == serial)
+            yield camera, next(each for each in vp.list_cameras() if each.serial == serial)
         finally:
             camera.kill()
+
+
+@contextlib.contextmanager
+def simulated_camera(*options):
+    with camera_process(*options) as (_, about):
+        yield about
 
 
 @pytest.mark.parametrize(
@@ -103,6 +115,13 @@ def test_a_camera_is_an_iterator_that_is_given_back():
     assert camera.layout((90, 45, 135, 0)) == (135, 0, 90, 45)
 
 
+def test_a_camera_that_somebody_keeps_is_not_waited_for_without_end(monkeypatch):
+    with the_only_camera():
+        monkeypatch.setattr(sys.modules[__name__], "LONGEST_WAIT", 0)
+        with pytest.raises(TimeoutError, match="keeps the camera"), the_only_camera():
+            pass
+
+
 def test_without_a_camera_nothing_of_it_is_loaded():
     code = "import veldrane_polarization; print('aravis' in open('/proc/self/maps').read())"
     done = subprocess.run([sys.executable, "-B", "-c", code], capture_output=True, text=True)
@@ -142,6 +161,151 @@ def test_interrupted_a_camera_is_given_back():
         assert list(camera) == [] and camera.counts.received == 1
         with vp.open_camera(about.id) as camera:
             assert next(camera).frame_number == 1
+
+
+@needs_camera
+class Test_a_camera_that_sends_no_more:
+    """After its first frame. Each script is a process of its own, which may hang."""
+
+    @pytest.fixture(scope="class")
+    def run(self):
+        with simulated_camera("--frames", "1") as about:
+
+            def run(script):
+                begin = f"""
+                    import os, signal, sys, threading, time
+                    import veldrane_polarization as vp
+                    camera = vp.open_camera({about.id!r})
+                    next(camera)
+                """
+                code = textwrap.dedent(begin) + textwrap.dedent(script)
+                done = subprocess.run(
+                    [sys.executable, "-B", "-c", code], capture_output=True, text=True, timeout=15
+                )
+                assert (done.returncode, done.stderr) == (0, "")
+                return done.stdout
+
+            yield run
+
+    def test_is_given_back_by_the_handler_of_a_signal(self, run):
+        script = """
+            signal.signal(signal.SIGALRM, lambda *_: camera.close())
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            print(list(camera), camera.counts.received)
+            print(next(vp.open_camera(camera.description.id)).frame_number)
+        """
+        assert run(script) == "[] 1\n1\n"
+
+    def test_is_given_back_by_a_handler_that_raises(self, run):
+        script = """
+            def handler(*_):
+                camera.close()
+                raise KeyError
+            signal.signal(signal.SIGALRM, handler)
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            try:
+                next(camera)
+            except KeyError:
+                print(next(vp.open_camera(camera.description.id)).frame_number)
+        """
+        assert run(script) == "1\n"
+
+    def test_is_not_asked_in_the_handler_of_a_signal(self, run):
+        script = """
+            signal.signal(signal.SIGALRM, lambda *_: next(camera))
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            try:
+                next(camera)
+            except RuntimeError as error:
+                print(str(error).split(";")[1])
+        """
+        assert run(script) == " ask outside the handler\n"
+
+    def test_is_given_back_by_another_thread(self, run):
+        script = """
+            threading.Timer(0.1, camera.close).start()
+            print(list(camera), camera.counts.received)
+        """
+        assert run(script) == "[] 1\n"
+
+    def test_lets_signals_through_to_one_of_two_threads(self, run):
+        script = """
+            def handler(*_):
+                raise KeyError
+            other = threading.Thread(target=list, args=[camera])
+            other.start()
+            time.sleep(0.1)  # until it waits for a frame
+            signal.signal(signal.SIGALRM, handler)
+            signal.setitimer(signal.ITIMER_REAL, 0.1)
+            try:
+                next(camera)
+            except KeyError:
+                camera.close()
+                other.join()
+                print(list(camera))
+        """
+        assert run(script) == "[]\n"
+
+    def test_lets_the_interpreter_end(self, run):
+        script = """
+            for _ in range(2):
+                threading.Thread(target=list, args=[camera], daemon=True).start()
+            time.sleep(0.1)
+        """
+        assert run(script) == ""
+
+    def test_stays_with_its_process_after_a_fork(self, run):
+        script = """
+            threading.Thread(target=list, args=[camera], daemon=True).start()
+            time.sleep(0.1)
+            child = os.fork()
+            if child == 0:
+                print(list(camera), flush=True)
+                sys.exit()
+            print(os.waitpid(child, 0)[1])
+        """
+        assert run(script) == "[]\n0\n"
+
+
+@needs_camera
+def test_counts_do_not_wait_for_a_camera_that_is_given_back():
+    with camera_process() as (process, about):
+        camera = vp.open_camera(about.id, frames=1)
+        assert len(list(camera)) == 1
+        closing = threading.Thread(target=camera.close)
+        process.send_signal(signal.SIGSTOP)  # so that it does not answer for ten seconds
+        try:
+            closing.start()
+            for _ in range(20):
+                assert camera.counts.received >= 1
+                time.sleep(0.01)
+            assert closing.is_alive()
+        finally:
+            process.send_signal(signal.SIGCONT)
+            closing.join()
+
+
+@needs_camera
+def test_arrays_outlive_their_camera():
+    with simulated_camera("--different", "8", "--rate", "200") as about:
+        with vp.open_camera(about.id, frames=16, drop="none") as camera:
+            frames = [(frame.samples, frame.samples.copy()) for frame in camera]
+            counts = camera.counts
+        del camera
+        gc.collect()
+        assert len(frames) == 16 and len({whole.tobytes() for _, whole in frames}) == 8
+        assert all(np.array_equal(kept, whole) for kept, whole in frames)
+        assert counts.lost == 0
+
+
+@needs_camera
+def test_frames_that_closing_lets_go_are_counted_as_dropped():
+    with simulated_camera("--frames", "4", "--rate", "200") as about:
+        with vp.open_camera(about.id) as camera:
+            next(camera)
+            while camera.counts.received < 4:
+                time.sleep(0.01)
+        assert (camera.counts.received, camera.counts.dropped) == (4, 3)
 
 
 @needs_camera
