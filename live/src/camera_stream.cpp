@@ -11,6 +11,7 @@ namespace veldrane_mrv::polarization::aravis {
 namespace {
 
 constexpr guint64 patience_us = 50'000;
+constexpr guint64 patience_for_room_us = 1'000;
 constexpr std::size_t least_socket_bytes = 4U << 20U;
 constexpr std::size_t most_socket_bytes = 256U << 20U;
 
@@ -43,10 +44,19 @@ bool is_on_loopback(ArvCamera* camera) {
 }
 
 void choose_socket(ArvCamera* camera, bool may_use_packet_socket) {
-    if (arv_camera_is_gv_device(camera) != FALSE &&
-        (!may_use_packet_socket || is_on_loopback(camera))) {
+    if (!may_use_packet_socket || is_on_loopback(camera)) {
         arv_camera_gv_set_stream_options(camera, ARV_GV_STREAM_OPTION_PACKET_SOCKET_DISABLED);
     }
+}
+
+void set_up_network(ArvCamera* camera, bool may_use_packet_socket) {
+    if (arv_camera_is_gv_device(camera) == FALSE) {
+        return;
+    }
+    choose_socket(camera, may_use_packet_socket);
+    // The largest that get through, found by trial in some tenths of a second: each packet costs
+    // the receiver an interruption.
+    arv_camera_gv_set_packet_size_adjustment(camera, ARV_GV_PACKET_SIZE_ADJUSTMENT_ALWAYS);
 }
 
 // The system's default holds a fraction of a large frame, Aravis' automatic size less than one
@@ -108,26 +118,17 @@ void Camera_stream::note_loss(ArvDevice*, void* stream) {
     static_cast<Camera_stream*>(stream)->is_lost_ = true;
 }
 
-// In the thread of the stream, which may have filled several buffers before one is handed on.
-void Camera_stream::note_arrival(void*, ArvStreamCallbackType type, ArvBuffer* buffer) {
-    if (type == ARV_STREAM_CALLBACK_TYPE_BUFFER_DONE) {
-        *static_cast<Steady_time*>(const_cast<void*>(arv_buffer_get_user_data(buffer))) =
-            std::chrono::steady_clock::now();
-    }
-}
-
 void Camera_stream::start_sending() {
     ArvCamera* const camera = ready_.camera.get();
-    choose_socket(camera, options_.may_use_packet_socket);
-    stream_.reset(call(arv_camera_create_stream, camera, &Camera_stream::note_arrival, gpointer{}));
+    set_up_network(camera, options_.may_use_packet_socket);
+    stream_.reset(call(arv_camera_create_stream, camera, ArvStreamCallback{}, gpointer{}));
     is_lost_ = false;
     loss_handler_ = g_signal_connect(
         arv_camera_get_device(camera), "control-lost", G_CALLBACK(&Camera_stream::note_loss), this);
     guint const payload = call(arv_camera_get_payload, camera);
     widen_socket(stream_.get(), payload);
-    for (Steady_time& arrival : arrivals_) {
-        arv_stream_push_buffer(
-            stream_.get(), arv_buffer_new_full(payload, nullptr, &arrival, nullptr));
+    for (int i = 0; i < buffers; ++i) {
+        arv_stream_push_buffer(stream_.get(), arv_buffer_new_allocate(payload));
     }
     call(arv_camera_start_acquisition, camera);
 }
@@ -144,12 +145,30 @@ void Camera_stream::let_go() {
         g_signal_handler_disconnect(arv_camera_get_device(ready_.camera.get()), loss_handler_);
     }
     loss_handler_ = 0;
+    for (Arrived_buffer const& arrived : arrived_) {
+        g_object_unref(arrived.buffer);
+    }
+    arrived_.clear();
     stream_.reset(); // ends its thread, which uses the camera
     ready_.camera.reset();
 }
 
+// Null if none arrives, or in time.
+ArvBuffer* Camera_stream::pop(bool waits) {
+    // Those that arrive while the feed is full are taken at once, so that each is given its time.
+    guint64 const patience = arrived_.empty() ? patience_us : patience_for_room_us;
+    ArvBuffer* const buffer = waits ? arv_stream_timeout_pop_buffer(stream_.get(), patience)
+                                    : arv_stream_try_pop_buffer(stream_.get());
+    if (buffer != nullptr) {
+        arrived_.push_back({buffer, std::chrono::steady_clock::now()});
+    }
+    return buffer;
+}
+
 // False once nobody takes frames.
-bool Camera_stream::hand_on(ArvBuffer* buffer) {
+bool Camera_stream::hand_on_first() {
+    auto const [buffer, arrival] = arrived_.front();
+    arrived_.pop_front();
     // Of a buffer that is not whole nothing but status and number may be asked.
     ArvBufferStatus const status = arv_buffer_get_status(buffer);
     std::uint64_t const number = arv_buffer_get_frame_id(buffer);
@@ -164,7 +183,7 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
         goes_on = feed_.give(
             {static_cast<char const*>(data), size},
             {number, arv_buffer_get_timestamp(buffer), arv_buffer_get_system_timestamp(buffer)},
-            *static_cast<Steady_time const*>(arv_buffer_get_user_data(buffer)));
+            arrival);
     }
     // The number comes with the first packet: where that is missing, there would be one from
     // before.
@@ -173,23 +192,31 @@ bool Camera_stream::hand_on(ArvBuffer* buffer) {
     return goes_on;
 }
 
+bool Camera_stream::hand_on_what_fits() {
+    while (!arrived_.empty() && !feed_.would_wait()) {
+        if (!hand_on_first()) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // What arrived whole before the camera stopped.
 void Camera_stream::hand_on_rest() {
-    while (ArvBuffer* const buffer = arv_stream_try_pop_buffer(stream_.get())) {
-        if (!hand_on(buffer)) {
-            return;
-        }
+    while (pop(false) != nullptr) {
+    }
+    while (!arrived_.empty() && hand_on_first()) {
     }
 }
 
 // True if the camera went away.
 bool Camera_stream::receive_until_loss() {
     while (!is_stopping()) {
-        ArvBuffer* const buffer = arv_stream_timeout_pop_buffer(stream_.get(), patience_us);
-        if (buffer != nullptr && !hand_on(buffer)) {
+        bool const is_there = pop(true) != nullptr;
+        if (!hand_on_what_fits()) {
             return false;
         }
-        if (buffer == nullptr && is_lost_) {
+        if (!is_there && is_lost_ && arrived_.empty()) {
             return true;
         }
     }

@@ -4,8 +4,8 @@
 
 #include "camera_setup.hpp"
 
-#include <array>
 #include <atomic>
+#include <deque>
 #include <thread>
 
 namespace veldrane_mrv::polarization::aravis {
@@ -31,19 +31,25 @@ private:
     bool receive_until_loss();
     bool find_again();
     bool is_stopping() const { return is_stopping_; }
-    bool hand_on(ArvBuffer* buffer);
+    ArvBuffer* pop(bool waits);
+    bool hand_on_what_fits();
+    bool hand_on_first();
     void hand_on_rest();
-    static void note_arrival(void* stream, ArvStreamCallbackType type, ArvBuffer* buffer);
 
     /// What a camera fills while frames before it are copied; more only helps against long stalls,
     /// and for these frames wait in the feed.
-    static constexpr std::size_t buffers = 8;
+    static constexpr int buffers = 8;
+
+    struct Arrived_buffer {
+        ArvBuffer* buffer; // of the stream again, once it is handed on
+        Steady_time time;
+    };
 
     Ready_camera ready_;
     Camera_options options_;
     Live_feed& feed_;
-    std::array<Steady_time, buffers> arrivals_; // of the buffers, each of which knows its own
     Owned<ArvStream> stream_;
+    std::deque<Arrived_buffer> arrived_; // and not handed on
     gulong loss_handler_ = 0;
     std::atomic<bool> is_lost_ = false;
     std::atomic<bool> is_stopping_ = false;

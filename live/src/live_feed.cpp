@@ -121,6 +121,12 @@ bool Live_feed::give(std::string_view bytes, Capture const& capture, Steady_time
     return true;
 }
 
+bool Live_feed::would_wait() const {
+    std::scoped_lock const lock(mutex_);
+    return drop_ == Drop_policy::none && waiting_.size() >= capacity_ && !is_draining_ &&
+           !is_closed_;
+}
+
 void Live_feed::note_incomplete(Incomplete_cause cause, std::optional<std::uint64_t> number) {
     std::scoped_lock const lock(mutex_);
     ++counts_.incomplete[static_cast<std::size_t>(cause)];

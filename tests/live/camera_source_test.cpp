@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -250,6 +251,16 @@ TEST_F(Camera_as_source, what_has_arrived_is_handed_on_when_the_source_is_stoppe
     EXPECT_EQ(numbers_of(rest).size(), source->counts().received);
     EXPECT_EQ(source->counts().received, 8U);
     EXPECT_EQ(source->counts().lost + source->counts().dropped, 0U);
+}
+
+TEST_F(Camera_as_source, packets_are_as_large_as_the_road_takes) {
+    constexpr unsigned long leader_and_trailer = 2;
+    for (auto const& [mtu, packets] : {std::pair("1500", 20UL), std::pair("9000", 4UL)}) {
+        Camera_process camera(small({"--mtu", mtu, "--frames", "3"}));
+        EXPECT_EQ(receive_all(*open_camera(options_of(3))).size(), 3U);
+        Sent const said = camera.stop().at(0);
+        EXPECT_EQ(said.packets, said.frames * (packets + leader_and_trailer)) << mtu;
+    }
 }
 
 } // namespace

@@ -78,6 +78,9 @@ public:
     /// @return false once nobody takes any more
     bool give(std::string_view bytes, Capture const& capture, Steady_time arrival);
 
+    /// Whether `give` would wait for room now.
+    bool would_wait() const;
+
     /// Counts a frame that is not whole.
     /// @param number if it is known
     void note_incomplete(
