@@ -14,7 +14,7 @@ import numpy as np
 from .. import _arguments, _native, _settings, _trust, datasets
 from .._arguments import Layout
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from .._recordings import Recording, Recording_error, description_beside
+from .._recordings import Recording, Recording_error, description_beside, layout_beside
 from .._recordings import open_recording as find_recording
 from .._settings import Settings
 
@@ -109,11 +109,12 @@ def open_recording(
     """
     file = Path(_arguments.file_name("path", path)).absolute()
     _check_bare_samples(pixel_format, height, width, header_bytes, stride)
-    told = description_beside(file)
+    told = description_beside(file, _as_argument)
     if told is not None:
         pixel_format = pixel_format or told.pixel_format
         height, width = height or told.height, width or told.width
-        layout = told.layout if layout is None else layout
+        if layout is None:
+            layout = layout_beside(file, told, calibration, _as_argument)
     if bit_depth is None:
         if pixel_format is None:
             raise TypeError("bit_depth is missing; give the significant bits of a sample")
@@ -126,7 +127,7 @@ def open_recording(
         _arguments.whole_number("frames_per_block", frames_per_block, 1, _LARGEST_BLOCK)
     _check_installed()
     recording = find_recording(
-        file, pixel_format, height, width, header_bytes, stride, lambda argument: argument
+        file, pixel_format, height, width, header_bytes, stride, _as_argument
     )
     shape = (recording.count, *recording.shape)
     settings.check_frames(np.dtype(recording.dtype), shape, str(file))
@@ -138,6 +139,10 @@ def open_recording(
     if told is None or told.captures is None:
         return dataset
     return dataset.assign_coords(_captures(told.captures, recording.count))
+
+
+def _as_argument(argument: str) -> str:
+    return argument
 
 
 def _captures(captures: tuple[_arguments.Array, ...], count: int) -> dict[str, Any]:

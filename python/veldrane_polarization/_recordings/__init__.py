@@ -2,8 +2,14 @@
 
 from __future__ import annotations
 
-from .common import PASSING_ERRORS, Recording_changed, Recording_error, text_of_name
-from .frame_files import Description, description_beside
+from .common import (
+    PASSING_ERRORS,
+    Recording_changed,
+    Recording_error,
+    on_the_command_line,
+    text_of_name,
+)
+from .frame_files import Description, description_beside, layout_beside
 from .opening import Recording, open_recording
 from .pictures import Picture_recording
 from .raw import Raw_recording
@@ -20,6 +26,8 @@ __all__ = [
     "Zarr_recording",
     "blosc_sizes",
     "description_beside",
+    "layout_beside",
+    "on_the_command_line",
     "open_recording",
     "text_of_name",
 ]

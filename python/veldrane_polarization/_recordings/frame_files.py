@@ -9,7 +9,7 @@ from typing import Any, NamedTuple, Optional
 
 from .. import _native
 from .._arguments import Array
-from .common import PASSING_ERRORS, Recording_error
+from .common import PASSING_ERRORS, Naming, Recording_error, on_the_command_line
 
 
 _PASSING = {
@@ -52,21 +52,43 @@ class Description(NamedTuple):
     captures: Optional[tuple[Array, ...]]
 
 
-def description_beside(path: Path) -> Optional[Description]:
+def description_beside(path: Path, named: Naming = on_the_command_line) -> Optional[Description]:
     """None if there is none, or `path` is no file.
 
     Raises
     ------
     Recording_error
-        If it is damaged: its name, the key and the remedy.
+        If it is damaged: its name, the key and the remedy, in the words of `named`.
     """
     if not path.is_file():
         return None
     try:
         told = _native.recording_description(str(path))
     except ValueError as error:
-        raise Recording_error(str(error)) from None
+        problem, separator, remedy = str(error).rpartition("; ")
+        for argument in ("pixel_format", "width", "height"):
+            remedy = remedy.replace(on_the_command_line(argument), named(argument))
+        raise Recording_error(problem + separator + remedy) from None
     return None if told is None else Description(*told)
+
+
+def layout_beside(path: Path, told: Description, calibration: Any, named: Naming) -> Optional[str]:
+    """The layout of a recording for which none is given.
+
+    Raises
+    ------
+    ValueError
+        If it is another than that of the calibration, which need not be one.
+    """
+    if told.layout is None or not isinstance(calibration, _native.Calibration):
+        return told.layout
+    if _native.phase_of_text(told.layout) != calibration.phase:
+        raise ValueError(
+            f"{path}.json tells the layout {told.layout}, but the calibration is for "
+            f"{calibration.layout}; give a calibration of this part of the sensor, or "
+            f"{named('layout')} if that of the calibration is right"
+        )
+    return told.layout
 
 
 def failures_in(file: str, layout: Layout) -> tuple[str, ...]:

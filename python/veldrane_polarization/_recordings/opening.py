@@ -33,7 +33,7 @@ def open_recording(
     try:
         if not path.exists():
             raise Recording_error(f"{path} does not exist; give a zarr array, a folder or a file")
-        if pixel_format is None and (told := description_beside(path)):
+        if pixel_format is None and (told := description_beside(path, named)):
             pixel_format, height, width, *_ = told
         if pixel_format is not None:
             return open_raw(path, pixel_format, height, width, header, stride, named)

@@ -16,7 +16,14 @@ import numpy as np
 from .. import _arguments, _native
 from .._native import Calibration
 from .._pixel_formats import PIXEL_FORMATS, bit_depth_of
-from .._recordings import Recording, description_beside, open_recording
+from .._recordings import (
+    Description,
+    Recording,
+    description_beside,
+    layout_beside,
+    on_the_command_line,
+    open_recording,
+)
 from .._settings import Settings
 from .._trust import Noise
 from . import cluster, interruption, output_group, running
@@ -210,9 +217,14 @@ def _noise_of(
     return None
 
 
-def _settings(line: argparse.Namespace) -> Settings:
+def _settings(line: argparse.Namespace, told: Optional[Description]) -> Settings:
     calibration = _calibration_of(line)
     layout = line.layout
+    if layout is None and told is not None:
+        try:
+            layout = layout_beside(Path(line.input), told, calibration, on_the_command_line)
+        except ValueError as error:
+            raise Usage_error(str(error)) from None
     if layout is not None and layout in ("0", "1", "2", "3"):
         layout = int(layout)
     bit_depth = line.bit_depth
@@ -248,15 +260,12 @@ def _settings(line: argparse.Namespace) -> Settings:
     )
 
 
-def _take_from_recording(line: argparse.Namespace) -> None:
-    """What its recorder told of IN, in place of options."""
+def _take_from_recording(line: argparse.Namespace) -> Optional[Description]:
+    """What its recorder told of IN; of the samples in place of options."""
     told = description_beside(Path(line.input))
-    if told is None:
-        return
-    if line.pixel_format is None:
+    if told is not None and line.pixel_format is None:
         line.pixel_format, line.height, line.width = told[:3]
-    if line.layout is None:
-        line.layout = told.layout
+    return told
 
 
 def _check_frames(recording: Recording, settings: Settings, path: Path) -> None:
@@ -296,8 +305,7 @@ def run(arguments: Optional[Sequence[str]] = None) -> int:
     """The command. Returns the exit code."""
     line = _parser().parse_line(arguments)
     _check_line(line)
-    _take_from_recording(line)
-    settings = _settings(line)
+    settings = _settings(line, _take_from_recording(line))
     source, path = _absolute(Path(line.input)), _absolute(Path(line.output))
     recording = open_recording(
         source, line.pixel_format, line.height, line.width, line.header_bytes or 0, line.stride

@@ -114,6 +114,34 @@ def test_a_damaged_description_is_one_line(file, changes, problem):
         vp.open_recording(file)
 
 
+def test_a_layout_that_nobody_gave_is_not_to_be_left_out(file, tmp_path):
+    other = vp.Calibration.ideal(0)
+    told = (
+        f"{file}.json tells the layout 135,0,90,45, but the calibration is for (0, 135, 45, 90); "
+        "give a calibration of this part of the sensor, or {} if that of the calibration is right"
+    )
+    with pytest.raises(ValueError) as refused:
+        vp.open_recording(file, calibration=other)
+    assert str(refused.value) == told.format("layout")
+    assert vp.open_recording(file, calibration=other, layout=0).attrs["phase"] == 0
+    assert vp.open_recording(file, calibration=vp.Calibration.ideal(3)).attrs["phase"] == 3
+    with pytest.raises(TypeError, match="calibration is a str"):
+        vp.open_recording(file, calibration="sensor.json")
+    saved = tmp_path / "sensor.json"
+    other.save(saved)
+    code, _, errors = run(file, tmp_path / "out.zarr", "--calibration", saved, "-q")
+    assert code == 2
+    assert told.format("--layout") in errors and errors.count("\n") == 1
+
+
+def test_a_damaged_description_is_told_in_words_of_python(file):
+    describe(file, version=2)
+    with pytest.raises(
+        vp.Recording_error, match="the samples with pixel_format, width and height$"
+    ):
+        vp.open_recording(file)
+
+
 def test_a_task_carries_no_numbers(file):
     recording = _recordings.open_recording(file)
     assert recording.count == COUNT
