@@ -1,5 +1,6 @@
 #include "veldrane_mrv/polarization/recording_description.hpp"
 
+#include "description_format.hpp"
 #include "source_kind.hpp"
 
 #include "veldrane_mrv/polarization/argument_error.hpp"
@@ -21,11 +22,8 @@ namespace {
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
-constexpr std::string_view mark = "veldrane-recording";
-constexpr std::uint64_t version = 1;
-
-// Of 8 million frames.
-constexpr std::size_t largest_file = std::size_t{512} << 20;
+using recordings::description_mark;
+using recordings::description_version;
 
 // Deeper texts could exhaust the stack; an object finds its keys one by one.
 constexpr int deepest_level = 8;
@@ -253,7 +251,7 @@ std::vector<Capture> captures_of(Fields const& fields, std::size_t frames) {
 
 Recording_description description_of(Fields const& fields) {
     std::uint64_t const its_version = fields.required("version", fields.whole("version", 1));
-    if (its_version > version) {
+    if (its_version > description_version) {
         fields.refuse_key(
             "version", "is " + std::to_string(its_version) + ", of a newer program than this one");
     }
@@ -282,53 +280,6 @@ Recording_description description_of(Fields const& fields) {
     return description;
 }
 
-Json told(std::string const& text) {
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
-Json told(std::optional<double> const& number) {
-    return number ? Json(*number) : Json(nullptr);
-}
-
-Json json_of(Recorded_settings const& settings) {
-    Json json = {
-        {"exposure_us", told(settings.exposure_us)},
-        {"gain", told(settings.gain)},
-        {"frame_rate", told(settings.frame_rate)},
-        {"region", nullptr}};
-    if (auto const& region = settings.region) {
-        json["region"] = {
-            {"column", region->column},
-            {"row", region->row},
-            {"width", region->width},
-            {"height", region->height}};
-    }
-    return json;
-}
-
-Json json_of(Receiving_counts const& counts) {
-    Json incomplete = Json::object();
-    for (auto const& [cause, count] : counts.incomplete) {
-        incomplete[cause] = count;
-    }
-    return {
-        {"received", counts.received},
-        {"lost", counts.lost},
-        {"dropped", counts.dropped},
-        {"incomplete", incomplete}};
-}
-
-// In one line: a line a frame would hide all else.
-void append_numbers(
-    std::string& text, char const* key, std::vector<Capture> const& captures,
-    std::uint64_t Capture::*number) {
-    text.append(",\n  \"").append(key).append("\": [");
-    for (std::size_t index = 0; index < captures.size(); ++index) {
-        text.append(index == 0 ? "" : ", ").append(std::to_string(captures[index].*number));
-    }
-    text += ']';
-}
-
 } // namespace
 
 Raw_layout Recording_description::layout() const {
@@ -350,56 +301,21 @@ std::optional<Recording_description> read_recording_description(fs::path const& 
         return std::nullopt;
     }
     std::string text;
-    if (int const error = regular_files::read_all(input.descriptor, largest_file, text)) {
+    if (int const error = regular_files::read_all(input.descriptor, largest_description, text)) {
         refuse(file, "", "cannot be read: " + std::generic_category().message(error));
     }
-    if (text.find(mark) == std::string::npos) {
+    if (text.find(description_mark) == std::string::npos) {
         return std::nullopt;
     }
-    if (text.size() > largest_file) {
+    if (text.size() > largest_description) {
         refuse(file, "", "is larger than 512 MB");
     }
     Json const json = parsed(file, text);
     auto const format = json.is_object() ? json.find("format") : json.end();
-    if (format == json.end() || *format != Json(mark)) {
+    if (format == json.end() || *format != Json(description_mark)) {
         return std::nullopt;
     }
     return description_of({file, "", json});
-}
-
-std::string recording_description_text(Recording_description const& description) {
-    Camera_identity const& camera = description.camera;
-    Json json = {
-        {"format", mark},
-        {"version", version},
-        {"pixel_format", name_of(description.format)},
-        {"width", description.size.width},
-        {"height", description.size.height},
-        {"frames", nullptr},
-        {"layout", nullptr},
-        {"camera",
-         {{"id", told(camera.id)},
-          {"vendor", told(camera.vendor)},
-          {"model", told(camera.model)},
-          {"serial", told(camera.serial)}}},
-        {"settings", json_of(description.settings)},
-        {"counts", json_of(description.counts)},
-        {"begin", told(description.begin)},
-        {"software", told(description.software)}};
-    if (description.frames) {
-        json["frames"] = *description.frames;
-    }
-    if (description.mosaic) {
-        json["layout"] = description.mosaic->to_string();
-    }
-    std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace);
-    text.resize(text.size() - 2); // "\n}"
-    if (!description.captures.empty()) {
-        append_numbers(text, "frame_number", description.captures, &Capture::frame_number);
-        append_numbers(text, "camera_time_ns", description.captures, &Capture::camera_time_ns);
-        append_numbers(text, "host_time_ns", description.captures, &Capture::host_time_ns);
-    }
-    return text + "\n}\n";
 }
 
 } // namespace veldrane_mrv::polarization

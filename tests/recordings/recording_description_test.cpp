@@ -234,6 +234,19 @@ TEST_F(Recording_descriptions, that_are_damaged_get_one_line) {
         line(": values are nested too deeply"));
 }
 
+TEST_F(Recording_descriptions, that_would_be_too_large_leave_out_what_is_of_each_frame) {
+    std::string const whole = recording_description_text(described());
+    EXPECT_EQ(recording_description_text(described(), whole.size()), whole);
+    std::string const text = recording_description_text(described(), whole.size() - 1);
+    auto without = described();
+    without.captures.clear();
+    EXPECT_EQ(text, recording_description_text(without));
+    EXPECT_EQ(recording_description_text(described(), 0), text);
+    write(text);
+    EXPECT_EQ(open_frames(file_)->count(), 3U);
+    EXPECT_FALSE(open_frames(file_)->place(0).capture);
+}
+
 TEST_F(Recording_descriptions, of_endless_recordings_are_refused) {
     std::string const told = refusal_with("\"frames\": 3", "\"frames\": 18446744073709551615");
     EXPECT_NE(told.find("frame_number: is no list of 18446744073709551615"), std::string::npos);

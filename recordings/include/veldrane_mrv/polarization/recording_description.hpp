@@ -79,7 +79,12 @@ std::filesystem::path description_file_of(std::filesystem::path const& recording
 std::optional<Recording_description> read_recording_description(
     std::filesystem::path const& recording);
 
-/// The text of the file. Bytes that are no UTF-8 are replaced.
-std::string recording_description_text(Recording_description const& description);
+/// Of FILE.json in bytes; larger ones are refused. 8 million frames of the longest numbers.
+inline constexpr std::size_t largest_description = std::size_t{512} << 20;
+
+/// The text of the file. Bytes that are no UTF-8 are replaced. Without `captures` if it would be
+/// longer than `largest` with them.
+std::string recording_description_text(
+    Recording_description const& description, std::size_t largest = largest_description);
 
 } // namespace veldrane_mrv::polarization
