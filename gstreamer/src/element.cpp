@@ -2,6 +2,7 @@
 
 #include "frame_conversion.hpp"
 #include "properties.hpp"
+#include "refusals.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
@@ -102,6 +103,13 @@ void tell(Object* object, GQuark domain, int code, std::string const& line) {
     }
 }
 
+// Nothing if there is no reason.
+void tell_negotiation(GstBaseTransform* base, std::string const& reason) {
+    if (!reason.empty()) {
+        tell(base, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION, reason);
+    }
+}
+
 // Whether `action` ended without an exception; none of these may reach C.
 template <class Object, class Action>
 bool succeeds(Object* object, Action const& action) {
@@ -193,24 +201,26 @@ GstCaps* transform_caps(
     return result;
 }
 
-// Why nothing behind takes what comes out, if that is so.
-void explain_mismatch(GstBaseTransform* base) {
-    Parts& parts = parts_of(base);
+// Why nothing behind takes what comes out of frames with such caps, if that is so.
+void explain_mismatch(GstBaseTransform* base, GstCaps* frames) {
+    GstCaps* const given = transform_caps(base, GST_PAD_SINK, frames, nullptr);
     GstCaps* const taken = gst_pad_peer_query_caps(base->srcpad, nullptr);
-    GstCaps* const given =
-        gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, given_format(parts), nullptr);
-    if (gst_caps_can_intersect(taken, given) == FALSE) {
-        tell(
-            base, GST_CORE_ERROR, GST_CORE_ERROR_NEGOTIATION,
-            is_picture(chosen_output(parts))
-                ? "plane is a picture, in BGRx, which the next element does not take; put "
-                  "videoconvert before it, or give plane=s0, s1, s2, azimuth or dolp for GRAY16_LE"
-                : "plane is one of 16-bit numbers, in GRAY16_LE, which the next element does not "
-                  "take; put videoconvert before it, or give plane=angle, degree or intensity for "
-                  "BGRx");
-    }
-    gst_caps_unref(taken);
+    tell_negotiation(base, reason_behind(chosen_output(parts_of(base)), given, taken));
     gst_caps_unref(given);
+    gst_caps_unref(taken);
+}
+
+// The pad refuses caps before the element sees them: the reason has to be told still earlier.
+GstPadProbeReturn explain_refusal(GstPad* pad, GstPadProbeInfo* info, void* base) {
+    GstEvent* const event = gst_pad_probe_info_get_event(info);
+    if (GST_EVENT_TYPE(event) == GST_EVENT_CAPS) {
+        GstCaps* caps = nullptr;
+        gst_event_parse_caps(event, &caps);
+        GstCaps* const taken = gst_pad_get_pad_template_caps(pad);
+        tell_negotiation(static_cast<GstBaseTransform*>(base), reason_before(caps, taken));
+        gst_caps_unref(taken);
+    }
+    return GST_PAD_PROBE_OK;
 }
 
 gboolean set_info(GstVideoFilter* filter, GstCaps*, GstVideoInfo* in, GstCaps*, GstVideoInfo*) {
@@ -224,19 +234,30 @@ gboolean set_info(GstVideoFilter* filter, GstCaps*, GstVideoInfo* in, GstCaps*, 
 }
 
 gboolean sink_event(GstBaseTransform* base, GstEvent* event) {
-    bool const has_caps = GST_EVENT_TYPE(event) == GST_EVENT_CAPS;
-    gboolean const is_done = parent_class()->sink_event(base, event);
-    if (has_caps && is_done == FALSE) {
-        explain_mismatch(base);
+    if (GST_EVENT_TYPE(event) != GST_EVENT_CAPS) {
+        return parent_class()->sink_event(base, event);
     }
+    GstCaps* caps = nullptr;
+    gst_event_parse_caps(event, &caps);
+    gst_caps_ref(caps); // the event is given away
+    gboolean const is_done = parent_class()->sink_event(base, event);
+    if (is_done == FALSE) {
+        explain_mismatch(base, caps);
+    } else {
+        parts_of(base).stream.refusal.clear(); // caps as before need no new conversion
+    }
+    gst_caps_unref(caps);
     return is_done;
 }
 
 // Negotiates anew if need be, as after a change of properties.
 GstFlowReturn submit_input_buffer(GstBaseTransform* base, gboolean is_discont, GstBuffer* input) {
     GstFlowReturn const flow = parent_class()->submit_input_buffer(base, is_discont, input);
-    if (flow == GST_FLOW_NOT_NEGOTIATED) {
-        explain_mismatch(base);
+    GstCaps* const caps =
+        flow == GST_FLOW_NOT_NEGOTIATED ? gst_pad_get_current_caps(base->sinkpad) : nullptr;
+    if (caps != nullptr) {
+        explain_mismatch(base, caps);
+        gst_caps_unref(caps);
     }
     return flow;
 }
@@ -355,6 +376,9 @@ void initialise_class(void* type_class, void*) {
 
 void initialise(GTypeInstance* instance, void*) {
     reinterpret_cast<Element*>(instance)->parts = new Parts;
+    auto* const base = reinterpret_cast<GstBaseTransform*>(instance);
+    gst_pad_add_probe(
+        base->sinkpad, GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM, explain_refusal, base, nullptr);
 }
 
 } // namespace

@@ -134,4 +134,37 @@ TEST(Element_refusals, samples_above_the_bit_depth_are_warned_of_once) {
     }
 }
 
+// The pad refuses these by itself, and most elements before it have no words for it.
+TEST(Element_refusals, frames_that_are_not_raw_are_named) {
+    Harness harness({{"plane", "s0"}, {"layout", "2"}});
+    auto const frame = expected_outputs::frame_of({32, 8}, 8);
+    ASSERT_TRUE(harness.takes(gray8, frame.size()));
+    for (auto const& [format, name] :
+         {std::pair(GST_VIDEO_FORMAT_RGB, "RGB"), {GST_VIDEO_FORMAT_GRAY16_BE, "GRAY16_BE"}}) {
+        for (unsigned round = 0; round < 2; ++round) {
+            EXPECT_FALSE(harness.takes(format, frame.size()));
+            EXPECT_FALSE(harness.takes(format, frame.size()));
+            EXPECT_EQ(
+                harness.errors(), std::vector<std::string>{
+                                      std::string("the frames are ") + name +
+                                      "; give raw frames as the sensor has them, in GRAY8 or "
+                                      "GRAY16_LE"});
+            ASSERT_TRUE(harness.takes(gray8, frame.size()));
+            EXPECT_EQ(harness.push(frame), GST_FLOW_OK);
+        }
+    }
+}
+
+TEST(Element_refusals, a_size_that_the_next_element_does_not_take_is_told) {
+    Harness harness({{"plane", "s0"}, {"layout", "2"}});
+    harness.set_behind("video/x-raw, width=64");
+    EXPECT_FALSE(harness.takes(gray8, {32, 8}));
+    EXPECT_EQ(
+        harness.errors(),
+        std::vector<std::string>{
+            "the frames have a size or rate that the next element does not take; change the caps "
+            "behind the element, or put videoscale or videorate there"});
+    EXPECT_TRUE(harness.takes(gray8, {64, 8}));
+}
+
 } // namespace
