@@ -33,10 +33,11 @@ applications, the one that reads recordings and the one for cameras as archives.
 set(package_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "libveldrane-mrv-polarization (= ${package_version})")
-# For the layers that read recordings and cameras alone.
+# For the layers that read recordings and cameras alone. Debian's libaravis-dev lacks libusb-1.0-0-dev,
+# which its own pkg-config file asks for.
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "libpng-dev, libtiff-dev")
 if(aravis_for_live)
-  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS ", libaravis-dev, pkg-config")
+  string(APPEND CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS ", libaravis-dev, libusb-1.0-0-dev, pkg-config")
 endif()
 
 set(package_components RUNTIME DEVELOPMENT)

@@ -6,7 +6,8 @@ namespace {
 
 [[noreturn]] void refuse() {
     throw File_failure(
-        "cameras", "this build cannot reach any; install libaravis-dev and build it again");
+        "cameras", "this build cannot reach any; install libaravis-dev and libusb-1.0-0-dev and "
+                   "build it again");
 }
 
 } // namespace
