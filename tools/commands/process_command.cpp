@@ -88,7 +88,7 @@ int run_process(Command_line& line, CLI::App const& command) {
     }
     check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, raw);
-    settle_results(line, command, preparation, raw);
+    settle_results(line, command, preparation, raw ? raw : line.run.input.recorded_layout);
     line.results.processing.repetitions = line.repetitions;
     if (line.run.passes_over_done) { // of a frame that is not done, what is there is a part of it
         line.results.existing = Existing_files::replace;

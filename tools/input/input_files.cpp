@@ -22,6 +22,14 @@ std::optional<std::pair<dev_t, ino_t>> identity_of(fs::path const& file) {
                                             : std::nullopt;
 }
 
+bool is_described(fs::path const& file) {
+    try {
+        return polarization::read_recording_description(file).has_value();
+    } catch (File_failure const&) {
+        return true; // damaged, but still the user's
+    }
+}
+
 } // namespace
 
 Input_files::Input_files(
@@ -31,13 +39,16 @@ Input_files::Input_files(
         if (frame.file != last) {
             last = frame.file;
             add(last);
-            if (frame.capture) { // told by a file of its own
+            if (frame.capture || is_described(last)) { // the first spares reading it again
                 add(polarization::description_file_of(last));
             }
         }
     }
     for (fs::path const& file : preparation.dark_files()) {
         add(file);
+        if (is_described(file)) {
+            add(polarization::description_file_of(file));
+        }
     }
 }
 

@@ -145,10 +145,12 @@ int Sample_options::depth(std::optional<Raw_layout> const& raw) const {
     if (bit_depth != 0) {
         return bit_depth;
     }
-    if (!raw) {
+    int const stored =
+        raw ? static_cast<int>(polarization::bit_depth_of(raw->format)) : recorded_depth;
+    if (stored == 0) {
         throw Usage_error("--bit-depth is required for images, whose files do not tell it");
     }
-    return static_cast<int>(polarization::bit_depth_of(raw->format)) - shift;
+    return stored - shift;
 }
 
 void add_sample_options(

@@ -34,6 +34,8 @@ struct Input_options {
     std::uint64_t header_bytes = 0;
     std::size_t stride = 0;
     Frame_selection selection;
+    /// What all of them tell of themselves, for what is told of the results.
+    std::optional<Raw_layout> recorded_layout;
 
     /// Whether frames come from standard input, which - stands for.
     bool reads_standard_input() const;
@@ -59,10 +61,11 @@ struct Sample_options {
     int shift = 0;
     std::string region_text;
     std::vector<std::string> dark_frames;
+    int recorded_depth = 0; ///< that of recordings; 0 if they tell none
 
     /// @throws Usage_error if the text is no region
     std::optional<veldrane_mrv::polarization::Region> region() const;
-    /// The depth that was given, or that of the pixel format.
+    /// The depth that was given, or that of the pixel format or the recordings.
     /// @throws Usage_error if there is neither
     int depth(std::optional<Raw_layout> const& raw) const;
 };

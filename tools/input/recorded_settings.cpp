@@ -38,9 +38,7 @@ unsigned depth_of(Described_recording const& recording) {
 void take_layout(Recordings const& recordings, Input_options& input) {
     auto const same = [&recordings](auto value_of) { return !differing(recordings, value_of); };
     if (same(format_of) && same([](auto const& recording) { return recording.description.size; })) {
-        input.pixel_format = name_of(format_of(recordings.front()));
-        input.width = recordings.front().description.size.width;
-        input.height = recordings.front().description.size.height;
+        input.recorded_layout = recordings.front().description.layout();
     }
 }
 
@@ -51,7 +49,7 @@ void take_depth(Recordings const& recordings, Sample_options& samples) {
             "--bit-depth", "the bit depth", std::to_string(depth), *other,
             std::to_string(depth_of(*other)));
     }
-    samples.bit_depth = static_cast<int>(depth) - samples.shift;
+    samples.recorded_depth = static_cast<int>(depth);
 }
 
 void take_mosaic(Recordings const& recordings, Mosaic_options& mosaic) {
@@ -84,7 +82,7 @@ void take_from_recordings(Input_options& input, Sample_options& samples, Mosaic_
     if (!has_format) {
         take_layout(recordings, input);
     }
-    if (input.pixel_format.empty() && samples.bit_depth == 0) {
+    if (!has_format && samples.bit_depth == 0) {
         take_depth(recordings, samples);
     }
     if (!has_mosaic) {

@@ -178,6 +178,40 @@ TEST_F(Process_recordings, lie_in_folders) {
     EXPECT_TRUE(std::filesystem::exists(result("a_000002_dolp.tif")));
 }
 
+TEST_F(Process_recordings, lend_no_layout_to_other_files_of_their_folder) {
+    record("a.raw", 3, Pixel_format::mono16);
+    test_files::write(folder_ / "bare.raw", test_files::read(in_folder("a.raw")));
+    std::filesystem::remove(good());
+    std::string const folder = folder_.path().string();
+    Outcome outcome = process_with({folder}, {"-o", folder, "--format", "raw", "--planes", "dolp"});
+    ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_TRUE(std::filesystem::exists(in_folder("a_000002_dolp.raw")));
+    EXPECT_FALSE(std::filesystem::exists(in_folder("bare_000000_dolp.raw")));
+    outcome = process_with({folder}, {"-o", results(), "--planes", "dolp"});
+    ASSERT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_TRUE(std::filesystem::exists(result("a_000000_dolp.tif")));
+    EXPECT_FALSE(std::filesystem::exists(result("a_000000_dolp_dolp.tif")));
+}
+
+TEST_F(Process_recordings, go_with_pictures_as_dark_frames) {
+    record("run.raw");
+    std::string const dark = in_folder("dark.png");
+    test_files::write(
+        dark, test_files::encoded(
+                  test_files::pattern(
+                      static_cast<int>(size.width), static_cast<int>(size.height), CV_8UC1),
+                  ".png"));
+    Outcome const outcome = process_with({recording()}, {"-o", results(), "--dark", dark});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+}
+
+TEST_F(Process_recordings, of_few_bits_are_not_shifted_away) {
+    record("run.raw", 1, Pixel_format::mono8);
+    Outcome const outcome = process_with({recording()}, {"-o", results(), "--shift", "8"});
+    EXPECT_EQ(outcome.code, 2);
+    EXPECT_EQ(outcome.errors, "veldrane-polarize: --shift 8 leaves nothing of the samples\n");
+}
+
 TEST_F(Process_recordings, are_read_by_inspect_report_and_as_dark_frames) {
     record("run.raw");
     record("dark.raw", 2);
@@ -221,6 +255,23 @@ TEST_F(Process_recordings, keep_their_descriptions) {
         run({"report", recording()}, {"-o", recording() + ".json", "--overwrite"});
     EXPECT_EQ(outcome.code, 1);
     EXPECT_NE(outcome.errors.find("is an input and would be lost"), std::string::npos);
+}
+
+TEST_F(Process_recordings, keep_descriptions_that_tell_of_no_frame) {
+    record("run.raw");
+    record("dark.raw");
+    Recording_description short_one;
+    short_one.format = Pixel_format::mono12p;
+    short_one.size = size;
+    short_one.mosaic = Mosaic::from_phase(3);
+    std::string const dark = in_folder("dark.raw");
+    test_files::write(folder_ / "run.raw.json", recording_description_text(short_one));
+    for (std::string const& file : {recording(), dark}) {
+        Outcome const outcome =
+            run({"report", recording()}, {"-o", file + ".json", "--overwrite", "--dark", dark});
+        EXPECT_EQ(outcome.code, 1);
+        EXPECT_NE(outcome.errors.find("is an input and would be lost"), std::string::npos);
+    }
 }
 
 } // namespace
