@@ -207,17 +207,36 @@ void put_region(ArvCamera* camera, Region const& region) {
     call(arv_camera_set_integer, camera, "OffsetY", static_cast<gint64>(region.row));
 }
 
+// Packed samples run on from row to row in what cameras send, and begin at a byte in each row here.
+void check_rows(Pixel_format format, std::size_t width, bool is_given) {
+    if (width * stored_bits_of(format) % 8 != 0) {
+        throw Argument_error(
+            std::string("width of the ") + (is_given ? "region" : "camera's own region"),
+            std::to_string(width),
+            "give a region whose width is a multiple of 4, so that rows end with a byte in " +
+                std::string(name_of(format)) + ", or choose another pixel format");
+    }
+}
+
+/// @return whether the camera took it; it is as it was if not
+bool takes_region(ArvCamera* camera, Region const& region) {
+    Region const before = region_of(camera);
+    try {
+        put_region(camera, region);
+    } catch (aravis::Failure const&) {
+        // What the camera has now tells whether it took the region.
+    }
+    if (region_of(camera) == region) {
+        return true;
+    }
+    put_region(camera, before);
+    return false;
+}
+
 void set_region(ArvCamera* camera, Region const& region) {
     Size const sensor = sensor_of(camera, {});
     bool const is_inside = sensor == Size{} || fits(region, sensor);
-    if (is_inside) {
-        try {
-            put_region(camera, region);
-        } catch (aravis::Failure const&) {
-            // What the camera has now tells whether it took the region.
-        }
-    }
-    if (is_inside && region_of(camera) == region) {
+    if (is_inside && takes_region(camera, region)) {
         return;
     }
     std::string const steps =
@@ -227,7 +246,7 @@ void set_region(ArvCamera* camera, Region const& region) {
         " and " + std::to_string(call(arv_camera_get_height_increment, camera));
     throw Argument_error(
         "region of the camera", to_string(region),
-        "this camera takes regions of " + to_string(sensor) + " pixels, " + steps);
+        "this camera takes regions within " + to_string(sensor) + " pixels, " + steps);
 }
 
 struct Number_feature {
@@ -310,15 +329,24 @@ void end_automatic(ArvCamera* camera, Camera_options const& options) {
     }
 }
 
+// A program that was killed leaves its camera sending to where nobody listens.
+void end_earlier_run(ArvCamera* camera) {
+    aravis::Error error; // of a camera that does not send
+    arv_camera_stop_acquisition(camera, error.slot());
+}
+
 Camera_settings set_up(ArvCamera* camera, Camera_options const& options) {
     Camera_settings settings;
+    end_earlier_run(camera);
     refuse_binning(camera);
     refuse_moved_pixels(camera);
     settings.pixel_format = set_pixel_format(camera, options.pixel_format);
     if (options.region) {
+        check_rows(settings.pixel_format, options.region->width, true);
         set_region(camera, *options.region);
     }
     settings.region = region_of(camera);
+    check_rows(settings.pixel_format, settings.region.width, options.region.has_value());
     settings.sensor = sensor_of(camera, settings.region);
     end_automatic(camera, options);
     // The longest exposure may hang on the frame rate, so this is first.
@@ -332,16 +360,7 @@ Camera_settings set_up(ArvCamera* camera, Camera_options const& options) {
     return settings;
 }
 
-// Packed samples run on from row to row in what cameras send, and begin at a byte in each row here.
 Raw_layout layout_of(Camera_settings const& settings) {
-    std::size_t const bits = settings.region.width * stored_bits_of(settings.pixel_format);
-    if (bits % 8 != 0) {
-        throw Argument_error(
-            "width of the region", std::to_string(settings.region.width),
-            "give one whose rows end with a byte in " +
-                std::string(name_of(settings.pixel_format)) +
-                ", a multiple of 4, or choose another pixel format");
-    }
     return make_raw_layout(
         std::string(name_of(settings.pixel_format)), settings.region.width, settings.region.height,
         0, 0);

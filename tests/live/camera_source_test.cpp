@@ -69,6 +69,7 @@ std::vector<Received> receive_all(Camera_source& source, std::size_t first = 0) 
 
 std::vector<std::uint64_t> numbers_of(std::vector<Received> const& frames) {
     std::vector<std::uint64_t> numbers;
+    numbers.reserve(frames.size());
     for (Received const& frame : frames) {
         numbers.push_back(frame.number);
     }
@@ -260,6 +261,20 @@ TEST_F(Camera_as_source, packets_are_as_large_as_the_road_takes) {
         EXPECT_EQ(receive_all(*open_camera(options_of(3))).size(), 3U);
         Sent const said = camera.stop().at(0);
         EXPECT_EQ(said.packets, said.frames * (packets + leader_and_trailer)) << mtu;
+    }
+}
+
+TEST_F(Camera_as_source, a_refused_region_leaves_the_camera_as_it_was) {
+    Camera_process camera(small());
+    Region const before{4, 6, 100, 60};
+    Camera_options options = options_of(1);
+    options.region = before;
+    EXPECT_EQ(receive_all(*open_camera(options)).size(), 1U);
+    for (Region const region : {Region{0, 0, 1, 1}, Region{100, 0, 100, 60}}) {
+        options.region = region;
+        EXPECT_THROW(open_camera(options), polarization::Argument_error);
+        options.region.reset();
+        EXPECT_EQ(open_camera(options)->settings().region, before);
     }
 }
 
