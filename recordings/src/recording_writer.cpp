@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <string>
+#include <sys/file.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -31,6 +32,20 @@ void refuse_existing(fs::path const& file, Existing_files existing) {
     }
 }
 
+// Another's writer holds a lock on its samples as long as it lives.
+void refuse_under_way(fs::path const& part) {
+    Descriptor const other(open(part.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (other.is_open() && flock(other.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        throw File_failure(part, "is a recording under way; choose another name");
+    }
+}
+
+// Shares the lock of the open file, which thereby outlives the closing of what was written.
+Descriptor locked(Descriptor const& samples) {
+    flock(samples.get(), LOCK_EX | LOCK_NB); // a file system that has no locks does without
+    return Descriptor(fcntl(samples.get(), F_DUPFD_CLOEXEC, 0));
+}
+
 std::span<std::byte const> bytes_of(std::string const& text) {
     return std::as_bytes(std::span(text));
 }
@@ -41,7 +56,8 @@ Recording_writer::Recording_writer(
     fs::path const& file, Recording_description description, Existing_files existing)
     : file_{file}, description_file_{description_file_of(file)},
       description_{std::move(description)}, existing_{existing},
-      frame_bytes_{description_.layout().frame_bytes()}, samples_part_{created(part_of(file_))} {
+      frame_bytes_{description_.layout().frame_bytes()},
+      samples_part_{created(part_of(file_))}, lock_{locked(samples_part_)} {
     try {
         description_part_.emplace(created(part_of(description_file_)));
         description_.frames.reset();
@@ -72,6 +88,7 @@ Descriptor Recording_writer::created(fs::path const& part) const {
     }
     if (existing_ == Existing_files::replace) {
         refuse_existing(part, existing_); // only regular files
+        refuse_under_way(part);
         unlink(part.c_str());
     }
     Descriptor descriptor = regular_files::create(part);

@@ -133,6 +133,20 @@ TEST_F(Recording_writers, refuse_what_is_there) {
     EXPECT_EQ(files_in(folder_.path()), 2U);
 }
 
+TEST_F(Recording_writers, leave_one_under_way_alone) {
+    Recording_writer writer(file_, described());
+    writer.append(filled(1), {});
+    EXPECT_EQ(
+        refusal(Existing_files::replace),
+        part_.string() + ": is a recording under way; choose another name");
+    writer.append(filled(2), {});
+    writer.finish({});
+    EXPECT_EQ(open_frames(file_)->count(), 2U);
+    EXPECT_EQ(files_in(folder_.path()), 2U);
+    record(3, Existing_files::replace); // the first is finished, though its writer lives
+    EXPECT_EQ(first_sample(), 3);
+}
+
 TEST_F(Recording_writers, keep_an_older_one_until_they_finish) {
     record(1);
     Recording_writer writer(file_, described(), Existing_files::replace);

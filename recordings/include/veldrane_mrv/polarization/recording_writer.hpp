@@ -23,7 +23,7 @@ public:
     ///        `counts` and `captures`. Where `begin` or `software` is empty, this fills them
     /// @param existing whether an older recording, finished or not, may be replaced; it stays until
     ///        `finish`, its unfinished files do not
-    /// @throws File_failure if the files cannot be made
+    /// @throws File_failure if the files cannot be made, or another writer is at work on them
     /// @throws Argument_error if a frame is too large for memory
     Recording_writer(
         std::filesystem::path const& file, Recording_description description,
@@ -61,6 +61,7 @@ private:
     std::uint64_t size_ = 0;     // of whole frames
     std::uint64_t reserved_ = 0; // bytes on the disk for the description
     regular_files::Descriptor samples_part_;
+    regular_files::Descriptor lock_; // on it, against another writer that replaces
     std::optional<regular_files::Descriptor> description_part_;
     bool is_finished_ = false;
 };
