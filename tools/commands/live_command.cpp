@@ -1,4 +1,5 @@
 #include "commands/commands.hpp"
+#include "commands/live_checks.hpp"
 #include "commands/live_run.hpp"
 #include "commands/plane_options.hpp"
 #include "input/option_values.hpp"
@@ -71,7 +72,9 @@ constexpr char const* record_help =
     "Record the raw frames, as they arrive: FILE holds the samples, FILE.json camera, settings, "
     "frame "
     "numbers and time stamps, and `process` takes FILE as it is. With -o, or alone: no planes are "
-    "made then";
+    "made then. Frames are recorded as they are taken for planes: where these are slow, what is "
+    "dropped "
+    "is missing here too";
 
 constexpr char const* output_help =
     "Folder of the results, made if missing: live_000000_PLANE.tif and so on. - writes the planes "
@@ -99,9 +102,9 @@ constexpr char const* example =
     "A line on a terminal tells frames, rate, latency (from a frame's arrival until its planes "
     "are\n"
     "where they go: the median of the last 4096 frames, and what 99 % of them do not exceed), and\n"
-    "what was lost, incomplete or dropped; the last line tells the same of the whole run. Frames "
-    "that\n"
-    "are not complete are counted and go no further. Ctrl-C ends the run behind the frames that "
+    "what was lost, incomplete or dropped; the last line tells of the whole run, but for the\n"
+    "latency. Frames that are not complete are counted and go no further. Ctrl-C ends the run "
+    "behind the frames that "
     "have\n"
     "arrived; a second one ends it at once.";
 
@@ -131,6 +134,9 @@ void check_line(Command_line& line, CLI::App const& command) {
         throw Usage_error(
             "--record is -, but a recording is two files; give the name of one, or ./- for it");
     }
+    if (!line.record_file.empty() && line.overwrites) {
+        refuse_other_description(line.record_file);
+    }
     if (!line.makes_planes()) {
         refuse_options_without_planes(command);
         static_cast<void>(line.mosaic.given());
@@ -140,6 +146,12 @@ void check_line(Command_line& line, CLI::App const& command) {
         throw Usage_error(
             "--stack takes its room before the first frame, but how many come is not said; give "
             "--frames N, or leave it out");
+    }
+    if (line.results.are_stacked && *line.camera.live.frames > most_stacked_frames) {
+        throw Usage_error(
+            "--frames is " + std::to_string(*line.camera.live.frames) +
+            ", but a stack has at most " + std::to_string(most_stacked_frames) +
+            "; give fewer, or several runs");
     }
     bool const overwrites_recording = line.overwrites && !line.record_file.empty();
     Plane_options piped = line;
@@ -293,6 +305,13 @@ int run_live_command(Command_line& line, CLI::App const& command) {
         settle_results(line, command, *preparation, camera->layout());
         check_sensor_of(*camera, line);
         refuse_earlier_results(*camera, line.results);
+        if (line.results.are_stacked) {
+            check_room_of_stack(
+                line.results, camera->settings().region.size(), *line.camera.live.frames);
+        }
+        if (!line.record_file.empty()) {
+            refuse_lost_inputs(line.record_file, line.calibration_file, *preparation);
+        }
         sinks.results = &line.results;
         sinks.preparation = &*preparation;
     }
@@ -304,6 +323,8 @@ int run_live_command(Command_line& line, CLI::App const& command) {
         sinks.recording = &*recording;
     }
     sinks.frames = line.camera.live.frames;
+    sinks.seconds = line.camera.live.seconds;
+    sinks.drop = line.camera.live.drop;
     sinks.jobs = line.jobs;
     sinks.is_quiet = line.is_quiet;
     return run_live(*camera, statistics, sinks);

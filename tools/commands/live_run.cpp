@@ -29,7 +29,7 @@ public:
     Frame_place place(std::size_t number) const override { return source_.place(number); }
 
     bool has_frame(std::size_t number) override {
-        if (!source_.has_frame(number)) {
+        if (!finds(number)) {
             return false;
         }
         if (number == seen_) {
@@ -40,7 +40,19 @@ public:
         return true;
     }
 
+    /// Whether the camera did before the run was to end.
+    bool went_away() const { return went_away_; }
+
 private:
+    bool finds(std::size_t number) {
+        try {
+            return source_.has_frame(number);
+        } catch (File_failure const&) {
+            went_away_ = true;
+            throw;
+        }
+    }
+
     void fetch(std::size_t number, polarization::Fetched_frame& target) override {
         fetch_from(source_, number, target);
     }
@@ -62,6 +74,7 @@ private:
     Live_statistics& statistics_;
     polarization::Recording_writer* recording_;
     std::size_t seen_ = 0;
+    bool went_away_ = false;
 };
 
 polarization::Receiving_counts receiving_counts(polarization::Live_counts const& counts) {
@@ -75,7 +88,9 @@ polarization::Receiving_counts receiving_counts(polarization::Live_counts const&
 }
 
 // What they are is in the summary; what to do is said where anything was.
-void warn_of_losses(std::string const& name, polarization::Live_counts const& counts) {
+void warn_of_losses(
+    std::string const& name, polarization::Live_counts const& counts,
+    polarization::Drop_policy drop, bool went_away) {
     if (counts.dropped > 0) {
         warn(
             name + ": " + std::to_string(counts.dropped) + " of " +
@@ -83,22 +98,50 @@ void warn_of_losses(std::string const& name, polarization::Live_counts const& co
             " frames were dropped, since they came faster than they were processed; give fewer "
             "--planes, a lower --frame-rate, or a larger --waiting for a burst");
     }
-    if (counts.lost + counts.all_incomplete() > 0) {
-        warn(
-            name + ": " + told_losses(counts) +
-            "; give the network larger buffers and packets, or the camera a lower --frame-rate");
+    // A camera that goes away leaves the frame that it was sending.
+    std::uint64_t const broken_off = counts.reconnections + (went_away ? 1 : 0);
+    if (counts.lost == 0 && counts.all_incomplete() <= broken_off) {
+        return;
     }
+    warn(
+        name + ": " + told_losses(counts) +
+        (drop == polarization::Drop_policy::none
+             ? "; with --drop none a camera loses what is processed, written or read from standard "
+               "output too slowly: give fewer --planes or a lower --frame-rate; if it is not that, "
+               "the network larger buffers and packets"
+             : "; give the network larger buffers and packets, or the camera a lower "
+               "--frame-rate"));
+}
+
+// Where a second signal ends the program at once. No run goes on with either.
+std::string line_of_what_stays(Live_sinks const& sinks) {
+    std::string what;
+    if (sinks.recording != nullptr) {
+        std::string const file = sinks.recording->file().string();
+        what = file + ".part and " + file +
+               ".json.part stay, and are the recording if renamed to " + file + " and " + file +
+               ".json";
+    }
+    if (sinks.results != nullptr && sinks.results->are_stacked) {
+        what += (what.empty() ? "" : "; ") + std::string("the unfinished stack in ") +
+                sinks.results->folder.string() + " stays until --overwrite replaces it";
+    }
+    return what.empty() ? what : "interrupted at once; " + what;
 }
 
 class Live_run {
 public:
     Live_run(
         polarization::Live_source& source, Live_statistics& statistics, Live_sinks const& sinks)
-        : source_{source}, statistics_{statistics}, sinks_{sinks}, frames_{
-                                                                       source, statistics,
-                                                                       sinks.recording} {}
+        : source_{source}, statistics_{statistics}, sinks_{sinks},
+          frames_{source, statistics, sinks.recording}, what_stays_{line_of_what_stays(sinks)} {}
+
+    ~Live_run() { tell_what_stays(nullptr); }
+    Live_run(Live_run const&) = delete;
+    Live_run& operator=(Live_run const&) = delete;
 
     int operator()() {
+        tell_what_stays(what_stays_.empty() ? nullptr : what_stays_.c_str());
         statistics_.watch(source_);
         return sinks_.results != nullptr ? make_planes() : record_alone();
     }
@@ -109,6 +152,10 @@ private:
         options.jobs = sinks_.jobs;
         options.is_quiet = sinks_.is_quiet;
         options.finishes_when_interrupted = true;
+        options.end_is_near = [this] {
+            return interruption_flag().load() ||
+                   (sinks_.seconds && statistics_.seconds() > *sinks_.seconds);
+        };
         options.frame_done = [this](std::size_t number) { statistics_.note_done(number); };
         Process_run run(options, *sinks_.preparation, *sinks_.results);
         Recording stacked = recording_of_stack();
@@ -152,14 +199,23 @@ private:
             whereto += ", results in " + sinks_.results->folder.string();
         }
         if (!sinks_.is_quiet) {
-            bool const is_piped = sinks_.results != nullptr && sinks_.results->are_piped();
-            (is_piped ? remark : say)(statistics_.summary() + ", " + told_losses(counts) + whereto);
+            tell(statistics_.summary() + ", " + told_losses(counts) + whereto);
         }
-        warn_of_losses(source_.name(), counts);
+        warn_of_losses(source_.name(), counts, sinks_.drop, frames_.went_away());
         for (std::string const& failure : failures_) {
             complain(failure);
         }
         failed_ = !failures_.empty();
+    }
+
+    // What else there is to say goes elsewhere.
+    void tell(std::string const& line) {
+        bool const is_piped = sinks_.results != nullptr && sinks_.results->are_piped();
+        try {
+            (is_piped ? remark : say)(line);
+        } catch (Output_exhausted const& failure) {
+            failures_.emplace_back(failure.what());
+        }
     }
 
     void finish_recording(polarization::Live_counts const& counts, std::string& whereto) {
@@ -171,6 +227,7 @@ private:
         } catch (File_failure const& failure) {
             failures_.emplace_back(failure.what());
         }
+        tell_what_stays(nullptr);
     }
 
     polarization::Live_source& source_;
@@ -178,6 +235,7 @@ private:
     Live_sinks const& sinks_;
     Watched_frames frames_;
     std::vector<std::string> failures_;
+    std::string what_stays_;
     bool failed_ = false;
 };
 

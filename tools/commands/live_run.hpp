@@ -20,6 +20,9 @@ struct Live_sinks {
     polarization::Recording_writer* recording = nullptr;
     /// Of a stack.
     std::optional<std::size_t> frames;
+    /// Of the run: behind them nobody waits for a reader of standard output that takes nothing.
+    std::optional<double> seconds;
+    polarization::Drop_policy drop = polarization::Drop_policy::newest;
     unsigned jobs = 0; // one a core
     bool is_quiet = false;
 };

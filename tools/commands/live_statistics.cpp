@@ -83,6 +83,8 @@ void Live_statistics::note_arrival(std::size_t number, polarization::Steady_time
     if (!first_arrival_) {
         first_arrival_ = arrival;
     }
+    last_arrival_ = arrival;
+    ++arrived_;
 }
 
 void Live_statistics::note_done(std::size_t number) {
@@ -95,12 +97,27 @@ void Live_statistics::note_done(std::size_t number) {
     refresh();
 }
 
-void Live_statistics::refresh() {
+void Live_statistics::warn_of_silence(polarization::Steady_time now) {
+    constexpr double longest = 5.0;
+    if (first_arrival_ || has_warned_ || source_ == nullptr) {
+        return;
+    }
+    waiting_since_ = waiting_since_.value_or(now);
+    if (seconds_between(*waiting_since_, now) >= longest) {
+        has_warned_ = true;
+        warn(
+            source_->name() + ": no frame has come for 5 s (" + told_losses(source_->counts()) +
+            "); look whether it waits for a trigger and whether a firewall lets its packets in, or "
+            "try --no-packet-socket");
+    }
+}
+
+void Live_statistics::refresh(polarization::Steady_time now) {
+    std::lock_guard const lock(mutex_);
+    warn_of_silence(now);
     if (!is_shown_) {
         return;
     }
-    std::lock_guard const lock(mutex_);
-    auto const now = std::chrono::steady_clock::now();
     double const seconds = seconds_between(last_shown_, now);
     if (source_ == nullptr || seconds < 1.0) {
         return;
@@ -116,6 +133,11 @@ void Live_statistics::refresh() {
 std::size_t Live_statistics::done() const {
     std::lock_guard const lock(mutex_);
     return done_;
+}
+
+double Live_statistics::seconds() const {
+    std::lock_guard const lock(mutex_);
+    return first_arrival_ ? seconds_between(*first_arrival_, std::chrono::steady_clock::now()) : 0;
 }
 
 std::string Live_statistics::latency() const {
@@ -135,8 +157,14 @@ std::string Live_statistics::summary() const {
     if (done_ > 0) {
         double const seconds = seconds_between(*first_arrival_, last_done_);
         char text[80];
-        std::snprintf(
-            text, sizeof text, " in %.3f s, %.1f frames/s", seconds, rate_of(done_, seconds));
+        std::snprintf(text, sizeof text, " in %.3f s", seconds);
+        line += text;
+    }
+    double const between =
+        done_ > 0 && arrived_ > 1 ? seconds_between(*first_arrival_, last_arrival_) : 0;
+    if (between > 0) {
+        char text[40];
+        std::snprintf(text, sizeof text, ", %.1f frames/s", rate_of(arrived_ - 1, between));
         line += text;
     }
     return line + latency();

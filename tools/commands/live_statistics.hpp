@@ -16,7 +16,7 @@ namespace polarize_tool {
 
 namespace polarization = veldrane_mrv::polarization;
 
-/// Of the last 4096 frames.
+/// Of the last 4096 frames, so that memory does not grow with a run.
 class Latencies {
 public:
     void add(double milliseconds);
@@ -29,7 +29,7 @@ private:
     std::size_t next_ = 0;
 };
 
-/// "30 frames lost, 2 incomplete (1 missing packets, 1 time-out), 4 dropped"
+/// "lost 30, incomplete 2 (1 missing packets, 1 time-out), dropped 4"
 std::string told_losses(polarization::Live_counts const& counts);
 
 /// For any number of threads.
@@ -49,15 +49,20 @@ public:
 
     void note_arrival(std::size_t number, polarization::Steady_time arrival);
     void note_done(std::size_t number);
-    /// Shows the line if a second has passed.
-    void refresh();
+    /// Shows the line if a second has passed. Warns once, terminal or not, if the source has given
+    /// no frame for five seconds.
+    void refresh(polarization::Steady_time now = std::chrono::steady_clock::now());
 
     std::size_t done() const;
-    /// Such as "300 frames in 10.000 s, 30.0 frames/s, latency 4.1 ms, 99 % within 7.9 ms".
+    /// Since the first frame arrived; 0 before.
+    double seconds() const;
+    /// Such as "300 frames in 10.000 s, 30.0 frames/s, latency 4.1 ms, 99 % within 7.9 ms": of the
+    /// whole run, but the latency of the last 4096 frames. The rate is that of their arrival.
     std::string summary() const;
 
 private:
     std::string latency() const;
+    void warn_of_silence(polarization::Steady_time now);
 
     bool is_shown_;
     mutable std::mutex mutex_; // guards what follows
@@ -66,7 +71,11 @@ private:
     Latencies latencies_;
     std::size_t done_ = 0;
     std::size_t shown_done_ = 0;
+    std::size_t arrived_ = 0;
+    std::optional<polarization::Steady_time> waiting_since_; // for the first frame
+    bool has_warned_ = false;
     std::optional<polarization::Steady_time> first_arrival_;
+    polarization::Steady_time last_arrival_;
     polarization::Steady_time last_done_;
     polarization::Steady_time last_shown_;
 };

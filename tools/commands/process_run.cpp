@@ -37,7 +37,7 @@ Process_run::Process_run(
     Process_options const& options, Frame_preparation const& preparation, Results const& results)
     : options_{options}, preparation_{preparation}, results_{results} {
     if (results.are_piped()) {
-        pipe_.emplace([this] { return is_stopped_early(); });
+        pipe_.emplace([this] { return is_stopped_early(); }, options.end_is_near);
     }
 }
 

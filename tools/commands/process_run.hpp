@@ -26,6 +26,8 @@ struct Process_options {
     bool passes_over_done = false;
     /// Whether an interruption ends no more than the source: what came from it is still done.
     bool finishes_when_interrupted = false;
+    /// Asked while standard output takes nothing: once it gives true, that is waited for no longer.
+    std::function<bool()> end_is_near;
     /// Gets the number of each frame whose planes are where they go; in place of a bar.
     std::function<void(std::size_t)> frame_done;
 };

@@ -5,7 +5,9 @@
 #include "terminal/interruption.hpp"
 #include "terminal/messages.hpp"
 
+#include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <semaphore.h>
 #include <system_error>
@@ -16,6 +18,8 @@ namespace polarize_tool {
 namespace {
 
 sem_t arrivals;
+std::atomic<bool> is_urgent = false;
+static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler");
 
 // Runs in whatever thread the system chooses. To block signals for all but one is no way: libraries
 // start threads before main(), as those for linear algebra do.
@@ -23,10 +27,10 @@ void count_arrival(int signal) {
     int const error = errno;
     // Here, so that whoever is waiting in a system call knows when it returns.
     request_interruption();
-    sem_post(&arrivals);
-    if (signal == SIGQUIT) { // counts as two, since whoever sends it will not wait
-        sem_post(&arrivals);
+    if (signal == SIGQUIT) { // whoever sends it will not wait
+        is_urgent = true;
     }
+    sem_post(&arrivals);
     errno = error;
 }
 
@@ -35,10 +39,18 @@ void wait_for_arrival() {
     }
 }
 
-// The second one. A thread of its own: unlike the handler it may take a mutex.
+// The second one, where a terminal and whoever started the program may both send the first. A
+// thread of its own: unlike the handler it may take a mutex.
 void serve_arrivals() {
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds same(500);
     wait_for_arrival();
-    wait_for_arrival();
+    auto const first = Clock::now();
+    bool is_second = false;
+    while (!is_second && !is_urgent) {
+        wait_for_arrival();
+        is_second = Clock::now() - first > same;
+    }
     remove_staged_files();
     complain_at_once(Interrupted().what());
     _exit(interrupted);

@@ -3,6 +3,7 @@
 #include "terminal/failure.hpp"
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -32,14 +33,17 @@ void widen(int pipe) {
 
 } // namespace
 
-Plane_pipe::Plane_pipe(std::function<bool()> stop_requested)
-    : stop_requested_{std::move(stop_requested)}, own_{open_without_waiting()},
-      descriptor_{own_.is_open() ? own_.get() : STDOUT_FILENO} {
+Plane_pipe::Plane_pipe(std::function<bool()> stop_requested, std::function<bool()> end_is_near)
+    : stop_requested_{std::move(stop_requested)}, end_is_near_{std::move(end_is_near)},
+      own_{open_without_waiting()}, descriptor_{own_.is_open() ? own_.get() : STDOUT_FILENO} {
     widen(descriptor_);
 }
 
 bool Plane_pipe::write(std::span<std::uint8_t const> bytes) {
     constexpr int patience = 100; // milliseconds
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::seconds longest_stall(2);
+    auto last_taken = Clock::now();
     while (!bytes.empty()) {
         pollfd output = {descriptor_, POLLOUT, 0};
         bool const has_room = poll(&output, 1, patience) > 0;
@@ -47,6 +51,11 @@ bool Plane_pipe::write(std::span<std::uint8_t const> bytes) {
             return false;
         }
         if (!has_room) {
+            if (end_is_near_ && Clock::now() - last_taken > longest_stall && end_is_near_()) {
+                throw Output_exhausted(
+                    "standard output",
+                    "has taken nothing for 2 s, and is given up; what it has ends within a frame");
+            }
             continue;
         }
         ssize_t const written = ::write(descriptor_, bytes.data(), bytes.size());
@@ -54,6 +63,7 @@ bool Plane_pipe::write(std::span<std::uint8_t const> bytes) {
             throw Output_exhausted(
                 "standard output", std::string("cannot be written: ") + std::strerror(errno));
         }
+        last_taken = Clock::now();
         bytes = bytes.subspan(written < 0 ? 0 : static_cast<std::size_t>(written));
     }
     return true;

@@ -5,11 +5,15 @@ namespace {
 
 std::atomic<bool> requested = false;
 std::atomic<bool> leaves_something = false;
+std::atomic<char const*> what_stays = nullptr;
 static_assert(std::atomic<bool>::is_always_lock_free, "set by a signal's handler");
 
 } // namespace
 
 char const* Interrupted::what() const noexcept {
+    if (char const* const line = what_stays) {
+        return line;
+    }
     return leaves_something
                ? "interrupted; the same command with --resume, and without --overwrite, goes on"
                : "interrupted; nothing half-written stays";
@@ -17,6 +21,10 @@ char const* Interrupted::what() const noexcept {
 
 void leave_unfinished(bool something) {
     leaves_something = something;
+}
+
+void tell_what_stays(char const* line) {
+    what_stays = line;
 }
 
 std::atomic<bool> const& interruption_flag() {

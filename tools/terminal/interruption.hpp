@@ -17,6 +17,10 @@ public:
 /// Whether something stays now if the program is interrupted, with which another run can go on.
 void leave_unfinished(bool something);
 
+/// What is said then of files that stay if the program ends at once, such as a recording under way.
+/// @param line lives until it is replaced; null if nothing of the kind stays
+void tell_what_stays(char const* line);
+
 /// Set by `request_interruption`, never cleared.
 std::atomic<bool> const& interruption_flag();
 

@@ -2,11 +2,17 @@
 // recordings.
 #include "commands/live_run.hpp"
 
+#include "commands/live_checks.hpp"
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+
 #include "test_files.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -66,6 +72,7 @@ protected:
         sinks.jobs = 2;
         sinks.is_quiet = true;
         sinks.frames = frames_;
+        sinks.drop = drop_;
         if (makes_planes) {
             sinks.results = &results_;
             sinks.preparation = &preparation;
@@ -90,6 +97,7 @@ protected:
     polarize_tool::Sample_options samples_;
     polarize_tool::Results results_;
     std::optional<std::size_t> frames_;
+    polarization::Drop_policy drop_ = polarization::Drop_policy::newest;
     std::string errors_;
 };
 
@@ -172,8 +180,120 @@ TEST_F(Live_run, ends_at_a_place_that_takes_nothing) {
     Live_source source("camera 1", "live", layout());
     give(source, 1);
     source.feed().end();
-    EXPECT_ANY_THROW(run(source));
-    testing::internal::GetCapturedStderr();
+    try {
+        run(source);
+        ADD_FAILURE() << "it takes something";
+    } catch (polarize_tool::File_failure const& failure) {
+        testing::internal::GetCapturedStderr();
+        EXPECT_NE(std::string(failure.what()).find(results_.folder.string()), std::string::npos)
+            << failure.what();
+    }
+}
+
+TEST_F(Live_run, takes_a_frame_that_a_dying_camera_broke_off_for_no_fault_of_the_network) {
+    for (int const incomplete : {1, 2}) {
+        Live_source source("camera 1", "live", layout());
+        give(source, 1);
+        for (int i = 0; i < incomplete; ++i) {
+            source.feed().note_incomplete(polarization::Incomplete_cause::time_out);
+        }
+        source.feed().end("went away; check its power");
+        EXPECT_EQ(run(source), 1);
+        EXPECT_EQ(errors_.find("larger buffers") != std::string::npos, incomplete > 1) << errors_;
+        fs::remove_all(results_.folder);
+    }
+}
+
+TEST_F(Live_run, names_the_sink_where_no_frame_is_dropped) {
+    drop_ = polarization::Drop_policy::none;
+    Live_source source("camera 1", "live", layout());
+    give(source, 1);
+    give(source, 9);
+    source.feed().end();
+    EXPECT_EQ(run(source), 0);
+    EXPECT_NE(errors_.find("lost 7"), std::string::npos) << errors_;
+    EXPECT_NE(errors_.find("--drop none"), std::string::npos) << errors_;
+}
+
+class Asking_source : public Live_source {
+public:
+    using Live_source::Live_source;
+    std::string meanwhile;
+
+private:
+    void begin_receiving() override { meanwhile = polarize_tool::Interrupted().what(); }
+};
+
+TEST_F(Live_run, a_second_signal_would_leave_the_recording) {
+    Asking_source source("camera 1", "live", layout());
+    give(source, 1);
+    source.feed().end();
+    fs::path const file = folder_.path() / "run.raw";
+    EXPECT_EQ(run(source, false, file), 0);
+    EXPECT_NE(source.meanwhile.find(file.string() + ".part"), std::string::npos)
+        << source.meanwhile;
+    EXPECT_STREQ(polarize_tool::Interrupted().what(), "interrupted; nothing half-written stays");
+}
+
+TEST_F(Live_run, a_recording_replaces_no_dark_frame_and_no_calibration) {
+    fs::path const dark = folder_.path() / "dark.raw";
+    test_files::write(dark, frame(0));
+    samples_.dark_frames = {dark.string()};
+    polarize_tool::Frame_preparation const preparation(samples_, layout());
+    fs::path const calibration = folder_.path() / "cal.json";
+    test_files::write(calibration, std::string("{}"));
+    for (char const* const name : {"dark.raw", "dark", "cal", "cal.json"}) {
+        fs::path const file = folder_.path() / name;
+        bool const is_lost = fs::path(name) != "dark";
+        if (is_lost) {
+            EXPECT_THROW(
+                polarize_tool::refuse_lost_inputs(file, calibration, preparation),
+                polarize_tool::File_failure)
+                << name;
+        } else {
+            EXPECT_NO_THROW(polarize_tool::refuse_lost_inputs(file, calibration, preparation));
+        }
+    }
+    EXPECT_THROW(
+        polarize_tool::refuse_other_description(folder_.path() / "cal"),
+        polarize_tool::File_failure);
+    EXPECT_NO_THROW(polarize_tool::refuse_other_description(folder_.path() / "none"));
+}
+
+TEST_F(Live_run, a_stack_needs_room_before_its_frames_are_listed) {
+    results_.folder = folder_.path() / "not" / "made";
+    EXPECT_NO_THROW(polarize_tool::check_room_of_stack(results_, {width, height}, 2));
+    EXPECT_THROW(
+        polarize_tool::check_room_of_stack(results_, {60000, 60000}, 1'000'000),
+        polarize_tool::Usage_error);
+}
+
+TEST(Live_statistics, tell_the_rate_of_arrival) {
+    Live_statistics statistics(4, false);
+    auto const start = std::chrono::steady_clock::now();
+    statistics.note_arrival(0, start);
+    statistics.note_done(0);
+    EXPECT_EQ(statistics.summary().find("frames/s"), std::string::npos) << statistics.summary();
+    for (int i = 1; i < 3; ++i) {
+        statistics.note_arrival(
+            static_cast<std::size_t>(i), start + std::chrono::milliseconds(500 * i));
+    }
+    EXPECT_NE(statistics.summary().find(", 2.0 frames/s"), std::string::npos)
+        << statistics.summary();
+}
+
+TEST(Live_statistics, warn_once_where_nothing_comes) {
+    Live_source source("camera 1", "live", polarization::make_raw_layout("Mono8", 4, 4, 0, 0));
+    Live_statistics statistics(4, false);
+    statistics.watch(source);
+    auto const start = std::chrono::steady_clock::now();
+    testing::internal::CaptureStderr();
+    for (int const seconds : {0, 4, 6, 12}) {
+        statistics.refresh(start + std::chrono::seconds(seconds));
+    }
+    std::string const errors = testing::internal::GetCapturedStderr();
+    EXPECT_NE(errors.find("no frame has come for 5 s"), std::string::npos) << errors;
+    EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
 }
 
 TEST(Latencies, tell_what_a_share_of_frames_does_not_exceed) {
