@@ -154,7 +154,7 @@ void check_line(Command_line& line, CLI::App const& command) {
             "; give fewer, or several runs");
     }
     bool const overwrites_recording = line.overwrites && !line.record_file.empty();
-    Plane_options piped = line;
+    Plane_options piped = static_cast<Plane_options const&>(line);
     piped.overwrites = line.overwrites && !overwrites_recording;
     check_piped_planes(piped, command);
     check_planes(line, command);
@@ -213,6 +213,7 @@ std::string id_of_the_only_camera() {
     auto const cameras = polarization::list_cameras();
     require_cameras(cameras);
     std::vector<std::string> ids;
+    ids.reserve(cameras.size());
     for (Camera_description const& camera : cameras) {
         ids.push_back(camera.id + " (" + camera.model + ")");
     }

@@ -84,6 +84,7 @@ CLI::Option* add_choice(
     CLI::App& command, std::string const& names, Target& target,
     std::vector<std::pair<std::string, Choice>> const& choices, std::string const& help) {
     std::vector<std::string> words;
+    words.reserve(choices.size());
     for (auto const& choice : choices) {
         words.push_back(choice.first);
     }
