@@ -217,7 +217,7 @@ def _noise_of(
     return None
 
 
-def _settings(line: argparse.Namespace, told: Optional[Description]) -> Settings:
+def _settings(line: argparse.Namespace, told: Optional[Description] = None) -> Settings:
     calibration = _calibration_of(line)
     layout = line.layout
     if layout is None and told is not None:
