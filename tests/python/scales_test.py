@@ -162,6 +162,7 @@ def public_objects():
     calibration = vp.imperfect_sensor(2, 5)
     return {
         "Calibration": calibration,
+        "Camera_frame": vp.Camera_frame(simulation.frames[0], 65535, 1, 2),
         "Inspection": vp.inspect(simulation.frames[0]),
         "Noise": vp.Noise(2.5, 2.4),
         "Result": vp.process(
@@ -192,7 +193,7 @@ def content(value):
             value.zero_direction,
             *(content(value.stokes(name)) for name in ("s0", "s1", "s2")),
         ]
-    if isinstance(value, vp.Simulation):
+    if isinstance(value, (vp.Camera_frame, vp.Simulation)):
         return [content(each) for each in vars(value).values()]
     if isinstance(value, vp.Calibration):
         return value, {name: content(numbers) for name, numbers in value.maps.items()}
@@ -213,9 +214,11 @@ def test_copies_of_public_objects_hold_the_same(way):
     )
     assert list(with_maps.maps) == ["dark_level", "gain", "bad_pixels"]
     parts = {"Analyser": objects["Calibration"].analysers[0], "Model_quality": with_maps.models[0]}
-    assert classes == {*objects, *parts, "Recording_error"}
-    error = WAYS_TO_COPY[way](vp.Recording_error("run.raw: has changed"))
-    assert type(error) is vp.Recording_error and str(error) == "run.raw: has changed"
+    errors = {"Camera_error", "Recording_error"}
+    assert classes == {*objects, *parts, *errors, "Camera"}  # a camera is a connection
+    for name in errors:
+        error = WAYS_TO_COPY[way](getattr(vp, name)("run.raw: has changed"))
+        assert type(error) is getattr(vp, name) and str(error) == "run.raw: has changed"
     for value in (*objects.values(), with_maps):
         copied = WAYS_TO_COPY[way](value)
         assert type(copied) is type(value) and content(copied) == content(value)
