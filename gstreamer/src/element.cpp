@@ -313,21 +313,21 @@ GstFlowReturn transform_frame(GstVideoFilter* filter, GstVideoFrame* in, GstVide
     return flow;
 }
 
-void set_property(GObject* object, guint id, GValue const* value, GParamSpec* specification) {
+void set_property(GObject* object, guint id, GValue const* value, GParamSpec* parameter) {
     bool is_known = false;
     parts_of(object).options.change(
         [&](Options& options) { is_known = set_option(options, id, value); });
     if (!is_known) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, specification);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, parameter);
     }
     gst_base_transform_reconfigure_src(reinterpret_cast<GstBaseTransform*>(object));
 }
 
-void get_property(GObject* object, guint id, GValue* value, GParamSpec* specification) {
+void get_property(GObject* object, guint id, GValue* value, GParamSpec* parameter) {
     bool const is_known = parts_of(object).options.look(
         [&](Options const& options, auto) { return get_option(options, id, value); });
     if (!is_known) {
-        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, specification);
+        G_OBJECT_WARN_INVALID_PROPERTY_ID(object, id, parameter);
     }
 }
 

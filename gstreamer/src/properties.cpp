@@ -86,8 +86,8 @@ GParamSpec* number(
 
 void install_properties(GObjectClass* object_class) {
     Options const usual;
-    auto const install = [object_class](Property id, GParamSpec* specification) {
-        g_object_class_install_property(object_class, id, specification);
+    auto const install = [object_class](Property id, GParamSpec* parameter) {
+        g_object_class_install_property(object_class, id, parameter);
     };
     gst_type_mark_as_plugin_api(plane_type(), GstPluginAPIFlags{});
     gst_type_mark_as_plugin_api(mode_type(), GstPluginAPIFlags{});
