@@ -67,61 +67,34 @@ install(
   DESTINATION ${package_dir}
   COMPONENT development)
 
-# An export of its own: whoever wants the processor alone need not have what this layer depends on.
-if(TARGET polarization_client)
-  install(TARGETS polarization_client polarization_pictures polarization_simulation
-          EXPORT veldrane_mrv_polarization_client
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+# Archives for applications, with an export of their own: whoever wants the processor alone need not
+# have what a layer depends on.
+# usage: install_layer(NAME FOLDER...), of the libraries polarization_FOLDER
+function(install_layer name)
+  if(NOT TARGET polarization_${name})
+    return()
+  endif()
+  list(TRANSFORM ARGN PREPEND polarization_ OUTPUT_VARIABLE libraries)
+  list(TRANSFORM ARGN REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/\\1/include/" OUTPUT_VARIABLE headers)
+  set(export veldrane_mrv_polarization_${name})
+  install(TARGETS ${libraries} EXPORT ${export} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+                                                        COMPONENT development)
   install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/client/include/ ${PROJECT_SOURCE_DIR}/pictures/include/
-              ${PROJECT_SOURCE_DIR}/simulation/include/
+    DIRECTORY ${headers}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
     COMPONENT development
     FILES_MATCHING
     PATTERN "*.hpp")
   install(
-    EXPORT veldrane_mrv_polarization_client
+    EXPORT ${export}
     NAMESPACE veldrane_mrv::
-    FILE veldrane_mrv_polarization-client-targets.cmake
+    FILE veldrane_mrv_polarization-${name}-targets.cmake
     DESTINATION ${package_dir}
     COMPONENT development)
-endif()
-
-# Likewise, for libpng and libtiff.
-if(TARGET polarization_recordings)
-  install(TARGETS polarization_recordings EXPORT veldrane_mrv_polarization_recordings
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-  install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/recordings/include/
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    COMPONENT development
-    FILES_MATCHING
-    PATTERN "*.hpp")
-  install(
-    EXPORT veldrane_mrv_polarization_recordings
-    NAMESPACE veldrane_mrv::
-    FILE veldrane_mrv_polarization-recordings-targets.cmake
-    DESTINATION ${package_dir}
-    COMPONENT development)
-endif()
-
-# Likewise, for Aravis where the layer was built with it.
-if(TARGET polarization_live)
-  install(TARGETS polarization_live EXPORT veldrane_mrv_polarization_live
-          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
-  install(
-    DIRECTORY ${PROJECT_SOURCE_DIR}/live/include/
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    COMPONENT development
-    FILES_MATCHING
-    PATTERN "*.hpp")
-  install(
-    EXPORT veldrane_mrv_polarization_live
-    NAMESPACE veldrane_mrv::
-    FILE veldrane_mrv_polarization-live-targets.cmake
-    DESTINATION ${package_dir}
-    COMPONENT development)
-endif()
+endfunction()
+install_layer(client client pictures simulation)
+install_layer(recordings recordings)
+install_layer(live live)
 
 configure_package_config_file(
   ${CMAKE_CURRENT_LIST_DIR}/veldrane_mrv_polarization-config.cmake.in
