@@ -211,7 +211,7 @@ void Camera_stream::hand_on_rest() {
 
 // True if the camera went away.
 bool Camera_stream::receive_until_loss() {
-    while (!is_stopping()) {
+    while (!is_stopping_) {
         bool const is_there = pop(true) != nullptr;
         if (!hand_on_what_fits()) {
             return false;
@@ -229,7 +229,7 @@ bool Camera_stream::find_again() {
                      std::chrono::milliseconds(std::llround(options_.reconnect_seconds * 1e3));
     Camera_options again = options_;
     again.id = ready_.description.id;
-    while (!is_stopping() && std::chrono::steady_clock::now() < end) {
+    while (!is_stopping_ && std::chrono::steady_clock::now() < end) {
         try {
             Ready_camera found = ready_camera(again);
             if (found.layout.frame_bytes() != ready_.layout.frame_bytes() ||
@@ -269,7 +269,7 @@ void Camera_stream::receive() {
     } catch (std::exception const&) { // memory
         failure = "cannot be received from any more, since memory is short; end other programs";
     }
-    feed_.end(is_stopping() ? std::string() : failure);
+    feed_.end(is_stopping_ ? std::string() : failure);
 }
 
 } // namespace veldrane_mrv::polarization::aravis

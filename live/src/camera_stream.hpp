@@ -30,7 +30,6 @@ private:
     void receive();
     bool receive_until_loss();
     bool find_again();
-    bool is_stopping() const { return is_stopping_; }
     ArvBuffer* pop(bool waits);
     bool hand_on_what_fits();
     bool hand_on_first();

@@ -153,9 +153,8 @@ void check_line(Command_line& line, CLI::App const& command) {
             ", but a stack has at most " + std::to_string(most_stacked_frames) +
             "; give fewer, or several runs");
     }
-    bool const overwrites_recording = line.overwrites && !line.record_file.empty();
     Plane_options piped = static_cast<Plane_options const&>(line);
-    piped.overwrites = line.overwrites && !overwrites_recording;
+    piped.overwrites = line.overwrites && line.record_file.empty(); // else it means the recording
     check_piped_planes(piped, command);
     check_planes(line, command);
 }
