@@ -304,6 +304,7 @@ def _native_module() -> ModuleType:
         from . import _native_cameras
     except ImportError as error:
         raise Camera_error(
-            f"cameras: cannot be reached, since {error}; install libaravis-0.8-0"
-        ) from None
+            "cameras: cannot be reached, since Aravis is not installed or this package was built "
+            "without it; install libaravis-0.8-0"
+        ) from error
     return _native_cameras

@@ -327,3 +327,10 @@ def test_what_the_camera_refuses_is_told_in_a_line():
             vp.open_camera(about.id, exposure_us=1e20)
         with pytest.raises(vp.Camera_error, match="^camera none: does not answer; those that do: "):
             vp.open_camera("none")
+
+
+def test_what_is_missing_for_cameras_is_told_in_a_line(monkeypatch):
+    monkeypatch.setitem(sys.modules, "veldrane_polarization._native_cameras", None)
+    monkeypatch.delattr(vp, "_native_cameras", raising=False)
+    with pytest.raises(vp.Camera_error, match="^cameras: cannot be reached, since .*; install "):
+        vp.list_cameras()
