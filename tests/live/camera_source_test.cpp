@@ -53,6 +53,22 @@ std::vector<std::byte> bytes_of(Camera_source const& source) {
     return {first, first + source.bytes().size()};
 }
 
+std::size_t frames_told_of(Camera_source const& source) {
+    Live_counts const counts = source.counts();
+    return counts.received + counts.all_incomplete() + counts.lost;
+}
+
+// All that the camera sends has come, one way or another. A source that lacks a frame ends after
+// half a minute: no time that is short for a test is long enough for a machine that stands still.
+std::unique_ptr<Camera_source> open_until_told_of(std::size_t frames, Camera_options options) {
+    auto const opened = std::make_shared<Camera_source const*>(nullptr);
+    options.live.seconds = 30.0;
+    options.live.stop_requested = [opened, frames] { return frames_told_of(**opened) >= frames; };
+    auto source = open_camera(options);
+    *opened = source.get();
+    return source;
+}
+
 struct Received {
     std::uint64_t number;
     std::vector<std::byte> bytes;
@@ -117,9 +133,7 @@ TEST_F(Camera_as_source, a_region_is_the_sensors_from_an_odd_corner) {
 TEST_F(Camera_as_source, every_frame_with_lost_packets_is_accounted_for) {
     Camera_process camera(small({"--frames", "150", "--lose", "2"}));
     auto const sent = exposures({size}, 12);
-    Camera_options options = options_of(150);
-    options.live.seconds = 3.0;
-    auto source = open_camera(options);
+    auto source = open_until_told_of(150, options_of(150));
     std::vector<Received> const frames = receive_all(*source);
     Live_counts const counts = source->counts();
     source = nullptr;
@@ -185,8 +199,7 @@ TEST_F(Camera_as_source, frames_of_another_size_are_not_handed_on) {
              "--change-size-at", "4:" + other});
         Camera_options options = options_of(8);
         options.region = Region{0, 0, 160, 120};
-        options.live.seconds = 0.6;
-        auto const source = open_camera(options);
+        auto const source = open_until_told_of(8, options);
         EXPECT_EQ(numbers_of(receive_all(*source)), (std::vector<std::uint64_t>{1, 2, 3})) << other;
         EXPECT_EQ(source->counts().of(Incomplete_cause::size_mismatch), 5U) << other;
     }
@@ -201,7 +214,12 @@ TEST_F(Camera_as_source, what_a_slow_reader_gets_is_his_choice) {
         options.live.seconds = 1.0;
         auto const source = open_camera(options);
         ASSERT_TRUE(source->has_frame(0));
-        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        // Without drops not all can come while nobody makes room.
+        std::chrono::milliseconds const patience(drop == Drop_policy::none ? 500 : 30000);
+        auto const until = std::chrono::steady_clock::now() + patience;
+        while (frames_told_of(*source) < 20 && std::chrono::steady_clock::now() < until) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
         auto const numbers = numbers_of(receive_all(*source, 1));
         Live_counts const counts = source->counts();
         if (drop == Drop_policy::newest) {

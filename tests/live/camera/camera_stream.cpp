@@ -57,10 +57,10 @@ void Camera_stream::acquire(std::atomic<bool> const& ends) try {
     Camera_link link(request.receiver, std::max(request.packet_size, smallest_packet), faults_);
     auto const period = nanoseconds(static_cast<std::int64_t>(1e9 / request.frame_rate));
     auto const start = steady_clock::now();
+    auto due = start;
     auto goes_on = [&] { return !ends && registers_.is_acquiring(); };
     while (goes_on()) {
         std::uint64_t const index = link.sent().frames;
-        auto const due = start + static_cast<std::int64_t>(index) * period;
         if (index == schedule_.frames || steady_clock::now() < due) {
             auto const soon = steady_clock::now() + between_looks;
             std::this_thread::sleep_until(index == schedule_.frames ? soon : std::min(soon, due));
@@ -74,6 +74,12 @@ void Camera_stream::acquire(std::atomic<bool> const& ends) try {
             number_of_frame(schedule_.first_number, index), nanoseconds_since(start),
             request.pixel_format_number, region};
         link.send(image, payloads[index % payloads.size()], period / 2);
+        due += period;
+        // No camera sends in a burst what it was held up with: whoever receives it on the same
+        // machine was held up too, and the burst would overrun its socket.
+        if (auto const now = steady_clock::now(); now > due + period) {
+            due = now;
+        }
     }
     print(link.sent());
 } catch (std::runtime_error const& error) {
