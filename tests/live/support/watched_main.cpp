@@ -86,6 +86,7 @@ void start_anew(int attempt, std::vector<std::string> words, std::string const& 
     setenv(attempt_variable, std::to_string(attempt).c_str(), 1);
     words.push_back("--gtest_filter=" + tests);
     std::vector<char*> command;
+    command.reserve(words.size() + 1);
     for (std::string& word : words) {
         command.push_back(word.data());
     }
