@@ -1,0 +1,1 @@
+// Starts the page.
