@@ -1,3 +1,4 @@
+#include "commands/camera_options.hpp"
 #include "commands/commands.hpp"
 #include "commands/live_checks.hpp"
 #include "commands/live_run.hpp"
@@ -7,7 +8,6 @@
 #include "terminal/interruption.hpp"
 #include "terminal/messages.hpp"
 #include "terminal/visible_text.hpp"
-#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/camera.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
@@ -36,17 +36,6 @@ struct Command_line : Plane_options {
     bool makes_planes() const { return !results.folder.empty(); }
 };
 
-constexpr char const* camera_help =
-    "The camera, by its id as --list shows it or by its address in the network; not needed where "
-    "there is but one";
-
-constexpr char const* pixel_format_help =
-    "What the camera sends; without it what it is set to. The bit depth follows from it";
-
-constexpr char const* region_help =
-    "The part of the sensor that the camera sends; without it what it is set to. --phase, --layout "
-    "and --calibration are those of the whole sensor always: an odd COLUMN or ROW is taken care of";
-
 constexpr char const* drop_help =
     "Which frame goes when one arrives and --waiting frames wait already: newest, that one; "
     "oldest, the one that waits longest; none, none, and a camera that goes on sending meanwhile "
@@ -58,15 +47,6 @@ constexpr char const* waiting_help =
 
 constexpr char const* seconds_help =
     "So long after the camera begins to send, the run ends, 0.001 to 1e9";
-
-constexpr char const* reconnect_help = "Wait so long for a camera that goes away, up to 1e6 "
-                                       "seconds, and go on when it is back; without "
-                                       "it the run ends";
-
-constexpr char const* socket_help =
-    "Receive by way of the system's network stack only, where a camera in the network might "
-    "otherwise be received past it with the right to do so (CAP_NET_RAW); try it where no frame "
-    "arrives";
 
 constexpr char const* record_help =
     "Record the raw frames, as they arrive: FILE holds the samples, FILE.json camera, settings, "
@@ -185,15 +165,6 @@ std::string table_of(std::vector<Camera_description> const& cameras) {
     return table;
 }
 
-void require_cameras(std::vector<Camera_description> const& cameras) {
-    if (cameras.empty()) {
-        throw File_failure(
-            "cameras",
-            "none answers; check power and cable, and that its address lies in the network "
-            "of this machine");
-    }
-}
-
 int list(CLI::App const& command) {
     for (CLI::Option const* const option : command.get_options()) {
         if (option->count() > 0 && option->get_name() != "--list") {
@@ -206,33 +177,6 @@ int list(CLI::App const& command) {
     require_cameras(cameras);
     say_lines(table_of(cameras));
     return all_done;
-}
-
-std::string id_of_the_only_camera() {
-    auto const cameras = polarization::list_cameras();
-    require_cameras(cameras);
-    std::vector<std::string> ids;
-    ids.reserve(cameras.size());
-    for (Camera_description const& camera : cameras) {
-        ids.push_back(camera.id + " (" + camera.model + ")");
-    }
-    if (cameras.size() > 1) {
-        throw Usage_error(
-            "--camera is not given, and " + std::to_string(cameras.size()) +
-            " cameras answer; choose " + listed(ids));
-    }
-    return cameras.front().id;
-}
-
-std::unique_ptr<Camera_source> opened(polarization::Camera_options& options) {
-    if (options.id.empty()) {
-        options.id = id_of_the_only_camera();
-    }
-    try {
-        return open_camera(options);
-    } catch (polarization::Argument_error const& error) {
-        throw Usage_error(error.what());
-    }
 }
 
 // Where the first pixel of a frame lies on the sensor tells what mosaic a recording has.
@@ -259,25 +203,6 @@ polarization::Recording_description description_of(
     return description;
 }
 
-// Maps of pixels belong to places on the sensor.
-void check_sensor_of(Camera_source const& camera, Command_line const& line) {
-    auto const& calibration = line.results.origin.calibration;
-    if (calibration && calibration->maps && calibration->maps->sensor != camera.settings().sensor) {
-        throw File_failure(
-            camera.name(), "has a sensor of " + to_string(camera.settings().sensor) +
-                               " pixels, but the maps of " + line.calibration_file.string() +
-                               " are for one of " + to_string(calibration->maps->sensor) +
-                               "; give the calibration of this camera, made of whole frames");
-    }
-}
-
-Frame_preparation prepared_for(Camera_source const& camera, Command_line& line) {
-    Sample_options samples = line.samples;
-    samples.region_text.clear(); // which the camera has cut out
-    samples.bit_depth = samples.depth(camera.layout());
-    return {samples, std::nullopt, camera.settings().region};
-}
-
 // What an earlier run left would fail every frame.
 void refuse_earlier_results(Camera_source const& camera, Results const& results) {
     for (auto const& file : results.files_of(camera.place(0))) {
@@ -297,13 +222,13 @@ int run_live_command(Command_line& line, CLI::App const& command) {
         return interruption_flag().load();
     };
     line.camera.sends_at_once = false; // first calibration and dark frames are read
-    auto const camera = opened(line.camera);
+    auto const camera = opened_camera(line.camera);
     Live_sinks sinks;
     std::optional<Frame_preparation> preparation;
     if (line.makes_planes()) {
-        preparation.emplace(prepared_for(*camera, line));
+        preparation.emplace(preparation_for(*camera, line.samples));
         settle_results(line, command, *preparation, camera->layout());
-        check_sensor_of(*camera, line);
+        check_sensor_of(*camera, line.results.origin.calibration, line.calibration_file);
         refuse_earlier_results(*camera, line.results);
         if (line.results.are_stacked) {
             check_room_of_stack(
@@ -328,25 +253,6 @@ int run_live_command(Command_line& line, CLI::App const& command) {
     sinks.jobs = line.jobs;
     sinks.is_quiet = line.is_quiet;
     return run_live(*camera, statistics, sinks);
-}
-
-void add_camera_options(CLI::App& command, Command_line& line) {
-    std::string const group = "Camera";
-    auto& camera = line.camera;
-    command.add_option("--camera", camera.id, camera_help)->type_name("ID")->group(group);
-    command.add_flag("--list", line.lists, "Show the cameras that answer, and end")->group(group);
-    add_pixel_format(command, camera.pixel_format, pixel_format_help)->group(group);
-    auto const add_setting = [&](char const* name, Range range, char const* help, auto& target) {
-        add_number(command, name, range, help, [&target](double value) {
-            target = value;
-        })->group(group);
-    };
-    add_setting("--exposure", {1e-3, 1e12}, "Exposure in microseconds", camera.exposure_us);
-    add_setting("--gain", {-1e6, 1e6}, "Gain in the camera's unit, mostly dB", camera.gain);
-    add_setting("--frame-rate", {1e-6, 1e6}, "Frames a second", camera.frame_rate);
-    add_setting("--reconnect", {0, 1e6}, reconnect_help, camera.reconnect_seconds);
-    command.add_flag("--no-packet-socket{false}", camera.may_use_packet_socket, socket_help)
-        ->group(group);
 }
 
 void add_run_options(CLI::App& command, Command_line& line) {
@@ -383,8 +289,12 @@ void add_live_command(CLI::App& program, int& exit_code) {
         "live",
         "Computes the polarimetric planes of a camera's frames while they arrive, or records "
         "the frames.");
-    add_camera_options(command, *line);
-    add_sample_options(command, line->samples, region_help);
+    add_camera(command, line->camera.id);
+    command.add_flag("--list", line->lists, "Show the cameras that answer, and end")
+        ->group(camera_group);
+    add_pixel_format(command, line->camera.pixel_format, camera_format_help)->group(camera_group);
+    add_camera_settings(command, line->camera);
+    add_sample_options(command, line->samples, camera_region_help);
     add_mosaic_options(command, line->mosaic);
     add_run_options(command, *line);
     add_plane_options(command, *line);

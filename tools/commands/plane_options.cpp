@@ -18,6 +18,8 @@ using polarization::Mode;
 using polarization::Plane;
 using polarization::Plane_set;
 
+constexpr char const* planes_group = "Planes";
+
 constexpr char const* planes_help =
     "Planes to compute, separated by commas: s0, s1, s2, azimuth, dolp (16 bits a number unless "
     "--signed or --units say otherwise), normalized_stokes (32-bit floats, S1/S0 and S2/S0), or "
@@ -99,22 +101,6 @@ void refuse_unfit_format(Plane_options const& options) {
     }
 }
 
-void check_weights(Plane_options const& options) {
-    if (options.calibration_file.empty()) {
-        static_cast<void>(options.mosaic.required());
-    } else if (options.mode == Mode::fast) {
-        throw Usage_error(
-            "--mode fast applies weights to few pixels only; leave out --calibration or --mode");
-    }
-    static_cast<void>(options.mosaic.given());
-    if (options.zero_direction && options.calibration_file.empty() &&
-        options.mode != Mode::calibrated) {
-        throw Usage_error(
-            "--zero-direction turns weights, which fast mode applies to few pixels only; add "
-            "--mode calibrated or --calibration, or leave it out");
-    }
-}
-
 // Options that would change nothing: whoever gives one expects something of it.
 void refuse_options_without_effect(Plane_options const& options, CLI::App const& command) {
     Plane_set const planes = planes_of(options.planes);
@@ -139,10 +125,6 @@ void refuse_options_without_effect(Plane_options const& options, CLI::App const&
     if (options.full_scale && !has_integers) {
         refuse("--full-scale", "s0, s1, s2, azimuth and dolp");
     }
-    if (options.read_noise && !options.electrons_per_count) {
-        throw Usage_error(
-            "--read-noise is in electrons, but --electrons-per-count is not given; add it");
-    }
     bool const has_angles = planes.contains(Plane::s1) || planes.contains(Plane::s2) ||
                             planes.contains(Plane::azimuth) ||
                             planes.contains(Plane::normalized_stokes);
@@ -162,6 +144,26 @@ std::optional<polarization::Noise_model> noise_of(
 }
 
 } // namespace
+
+void check_weights(Plane_options const& options) {
+    if (options.calibration_file.empty()) {
+        static_cast<void>(options.mosaic.required());
+    } else if (options.mode == Mode::fast) {
+        throw Usage_error(
+            "--mode fast applies weights to few pixels only; leave out --calibration or --mode");
+    }
+    static_cast<void>(options.mosaic.given());
+    if (options.zero_direction && options.calibration_file.empty() &&
+        options.mode != Mode::calibrated) {
+        throw Usage_error(
+            "--zero-direction turns weights, which fast mode applies to few pixels only; add "
+            "--mode calibrated or --calibration, or leave it out");
+    }
+    if (options.read_noise && !options.electrons_per_count) {
+        throw Usage_error(
+            "--read-noise is in electrons, but --electrons-per-count is not given; add it");
+    }
+}
 
 void check_planes(Plane_options const& options, CLI::App const& command) {
     check_weights(options);
@@ -230,44 +232,47 @@ void settle_results(
     results.pictures.are_masked = options.is_masked;
 }
 
-void add_plane_options(CLI::App& command, Plane_options& options) {
-    std::string const group = "Planes";
-    command.add_option("--planes", options.planes, planes_help)
-        ->type_name("LIST")
-        ->capture_default_str()
-        ->group(group);
+void add_weight_options(CLI::App& command, Plane_options& options) {
     command.add_option("--calibration", options.calibration_file, calibration_help)
         ->type_name("FILE.json")
-        ->group(group);
+        ->group(planes_group);
     add_choice<Mode>(
         command, "--mode", options.mode, {{"fast", Mode::fast}, {"calibrated", Mode::calibrated}},
         mode_help)
-        ->group(group);
+        ->group(planes_group);
+    add_number(
+        command, "--zero-direction", {-360.0, 360.0}, zero_direction_help,
+        [&options](double degrees) { options.zero_direction = degrees; })
+        ->default_str("0")
+        ->group(planes_group);
+    add_number(
+        command, "--electrons-per-count", {1e-3, 1e6}, electrons_help,
+        [&options](double number) { options.electrons_per_count = number; })
+        ->group(planes_group);
+    add_number(command, "--read-noise", {0, 1e6}, read_noise_help, [&options](double number) {
+        options.read_noise = number;
+    })->group(planes_group);
+}
+
+void add_plane_options(CLI::App& command, Plane_options& options) {
+    command.add_option("--planes", options.planes, planes_help)
+        ->type_name("LIST")
+        ->capture_default_str()
+        ->group(planes_group);
+    add_weight_options(command, options);
     command
         .add_flag(
             "--signed", options.is_signed,
             "S1 and S2 with their signs, as 32-bit integers; otherwise negative ones are stored "
             "as 0")
-        ->group(group);
-    add_number(
-        command, "--zero-direction", {-360.0, 360.0}, zero_direction_help,
-        [&options](double degrees) { options.zero_direction = degrees; })
-        ->default_str("0")
-        ->group(group);
+        ->group(planes_group);
     add_choice<Units>(
         command, "--units", options.units,
         {{"scaled", Units::scaled}, {"degrees", Units::degrees}, {"radians", Units::radians}},
         units_help)
-        ->group(group);
+        ->group(planes_group);
     add_whole_number(command, "--full-scale", options.full_scale, {1, 65535}, full_scale_help)
-        ->group(group);
-    add_number(
-        command, "--electrons-per-count", {1e-3, 1e6}, electrons_help,
-        [&options](double number) { options.electrons_per_count = number; })
-        ->group(group);
-    add_number(command, "--read-noise", {0, 1e6}, read_noise_help, [&options](double number) {
-        options.read_noise = number;
-    })->group(group);
+        ->group(planes_group);
 }
 
 void add_result_options(

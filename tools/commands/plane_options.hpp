@@ -35,6 +35,14 @@ struct Plane_options {
     bool overwrites = false;
 };
 
+/// Of these --calibration, --mode, --zero-direction, --electrons-per-count and --read-noise: how
+/// pixels are weighted, and how far they are trusted, whatever is made of them.
+void add_weight_options(CLI::App& command, Plane_options& options);
+
+/// @throws Usage_error for options of `add_weight_options` that do not fit together, or without a
+///         mosaic
+void check_weights(Plane_options const& options);
+
 /// --planes, --calibration, --mode and what else tells what is computed.
 void add_plane_options(CLI::App& command, Plane_options& options);
 
