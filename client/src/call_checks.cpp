@@ -82,9 +82,9 @@ void check_overlap(std::vector<Buffer> buffers) {
 }
 
 void check_buffers(
-    Source const& source, Plane_views const& planes, Signed_views const& signed_planes) {
-    std::size_t const pixels = source.size.height * source.size.width;
-    std::vector<Buffer> buffers{{"", source.samples}};
+    std::span<std::uint16_t const> samples, std::size_t pixels, Plane_views const& planes,
+    Signed_views const& signed_planes) {
+    std::vector<Buffer> buffers{{"", samples}};
     buffers.reserve(3 + every_plane.size());
     auto const add = [&](std::string_view name, auto elements, std::size_t elements_needed) {
         check_plane(name, elements, elements_needed);
@@ -127,19 +127,54 @@ void check_rounding_mode() {
     }
 }
 
+void check_band(Band const& band) {
+    std::size_t const rows_below = band.ends_frame() ? 0 : 1;
+    bool const is_band = band.first % 2 == 0 && band.rows >= 2 && band.first < band.height &&
+                         band.rows <= band.height - band.first &&
+                         (band.rows % 2 == 0 || band.ends_frame()) &&
+                         band.samples.height() == band.rows + rows_below;
+    if (!is_band) {
+        throw Argument_error{
+            "the band",
+            std::to_string(band.rows) + " rows from row " + std::to_string(band.first) + " of " +
+                std::to_string(band.height) + " on, with the samples of " +
+                std::to_string(band.samples.height()),
+            "give an even number of rows from an even one on, with the samples of the row below, "
+            "or all that are left"};
+    }
+}
+
+void check_parts(
+    Size const& frame, std::span<std::uint16_t const> samples, std::size_t pixels,
+    Settings const& settings, Plane_views const& planes, Signed_views const& signed_planes) {
+    check_frame_size(frame);
+    check_buffers(samples, pixels, planes, signed_planes);
+    check(settings.matrices);
+    check_tables(frame, settings);
+    check(processor_features());
+    if (!signed_planes.empty()) {
+        check_rounding_mode();
+    }
+}
+
 } // namespace
 
 void check_call_of(
     Source const& source, Settings const& settings, Plane_views const& planes,
     Signed_views const& signed_planes) {
-    check_frame_size(source.size);
-    check_buffers(source, planes, signed_planes);
-    check(settings.matrices);
-    check_tables(source.size, settings);
-    check(processor_features());
-    if (!signed_planes.empty()) {
-        check_rounding_mode();
-    }
+    check_parts(
+        source.size, source.samples, source.size.height * source.size.width, settings, planes,
+        signed_planes);
+}
+
+void check_band_call(
+    Band const& band, Settings const& settings, Plane_views const& planes,
+    Signed_views const& signed_planes) {
+    check_band(band);
+    std::size_t const width = band.samples.width();
+    check_parts(
+        {width, band.height}, band.samples.samples(), band.rows * width, settings, planes,
+        signed_planes);
 }
 
 } // namespace veldrane_mrv::polarization

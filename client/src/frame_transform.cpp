@@ -5,6 +5,7 @@
 #include "processor_call.hpp"
 #include "thread_team.hpp"
 
+#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/guarantees.hpp"
 #include "veldrane_mrv/polarization/pipeline.hpp"
 
@@ -104,6 +105,22 @@ public:
             });
     }
 
+    void run(Band const& band, Plane_views const& planes, Signed_views const& signed_planes) {
+        check_band_call(band, settings_, planes, signed_planes);
+        check_mode_and_noise(planes);
+        bool const is_whole = band.first == 0 && band.ends_frame();
+        if (options_.mode == Mode::fast && !planes.normalized_stokes.empty()) {
+            if (!is_whole) {
+                throw Argument_error{
+                    "the plane normalized_stokes", "wanted of a part of a frame",
+                    "want it of whole frames in fast mode"};
+            }
+            run(band.samples, planes, signed_planes);
+            return;
+        }
+        workers_.front().transform(band, planes, signed_planes, Row_below::kept);
+    }
+
 private:
     struct Worker {
         Band_transform transform;
@@ -114,6 +131,10 @@ private:
     void check(
         Source const& source, Plane_views const& planes, Signed_views const& signed_planes) const {
         check_call_of(source, settings_, planes, signed_planes);
+        check_mode_and_noise(planes);
+    }
+
+    void check_mode_and_noise(Plane_views const& planes) const {
         check_mode(settings_, options_.mode);
         if (!planes.uncertainty.empty()) {
             static_cast<void>(noise_of(settings_));
@@ -210,6 +231,11 @@ void Frame_transform::operator()(
 void Frame_transform::operator()(
     Frame_rows const& frame, Plane_views const& planes, Signed_views const& signed_planes) {
     parts_->run(frame, planes, signed_planes);
+}
+
+void Frame_transform::operator()(
+    Band const& band, Plane_views const& planes, Signed_views const& signed_planes) {
+    parts_->run(band, planes, signed_planes);
 }
 
 } // namespace veldrane_mrv::polarization

@@ -18,6 +18,7 @@
 #include <array>
 #include <atomic>
 #include <cfenv>
+#include <cstring>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -223,6 +224,98 @@ TEST(Bands, pass_on_what_making_a_row_throws) {
             EXPECT_EQ(first_difference(planes.views(), expected).value_or("equal"), "equal");
         }
     }
+}
+
+Band band_of(Frame_view const& frame, std::size_t first, std::size_t end) {
+    std::size_t const rows = end - first;
+    std::size_t const below = end < frame.height() ? 1 : 0;
+    return {{frame.row(first).data(), rows + below, frame.width()}, first, rows, frame.height()};
+}
+
+/// Bands by themselves against the frame that they are of.
+class Single_bands {
+public:
+    Single_bands(Settings const& settings, Mode mode, Frame_view const& frame)
+        : frame_{frame}, transform_{settings, {.mode = mode}}, wanted_{every_plane_at_once},
+          expected_{frame.height(), frame.width(), wanted_}, signed_expected_{
+                                                                 frame.height(), frame.width(),
+                                                                 wanted_} {
+        transform_(frame, expected_.views(), signed_expected_.views());
+        if (mode == Mode::fast) {
+            wanted_.erase(Plane::normalized_stokes);
+        }
+    }
+
+    void compare(std::size_t first, std::size_t end) {
+        std::size_t const width = frame_.width();
+        Planes planes{end - first, width, wanted_};
+        Signed_planes signed_planes{end - first, width, wanted_};
+        transform_(band_of(frame_, first, end), planes.views(), signed_planes.views());
+        auto const expect_equal = [&](auto part, auto whole, std::size_t step) {
+            if (part.empty()) {
+                return;
+            }
+            EXPECT_EQ(std::memcmp(part.data(), whole.data() + first * step, part.size_bytes()), 0)
+                << "rows " << first << " to " << end << " of " << to_string(frame_.size());
+        };
+        for_each_plane(
+            [&](Plane plane, auto part, auto whole) {
+                expect_equal(part, whole, elements_per_pixel(plane) * width);
+            },
+            planes.views(), expected_.views());
+        expect_equal(std::span(signed_planes.s1), std::span(signed_expected_.s1), width);
+        expect_equal(std::span(signed_planes.s2), std::span(signed_expected_.s2), width);
+    }
+
+private:
+    Frame_view frame_;
+    Frame_transform transform_;
+    Plane_set wanted_;
+    Planes expected_;
+    Signed_planes signed_expected_;
+};
+
+TEST(Bands, alone_have_the_bits_of_their_frame) {
+    std::size_t compared = 0;
+    for (std::size_t seed = 0; seed < 8; ++seed) {
+        Size const size{40 + 7 * seed, 20 + seed};
+        Settings settings =
+            seed < 4 ? settings_of(seed) : settings_with_maps(Calibration_model::pixel, size);
+        settings.noise = Noise_model{2.5, 4};
+        support::Samples const samples = samples_of(size);
+        for (Mode const mode : {Mode::fast, Mode::calibrated}) {
+            if (mode == Mode::fast && settings.tables) {
+                continue;
+            }
+            Single_bands bands{settings, mode, {samples, size.height, size.width}};
+            for (std::size_t first = 0; first + 6 <= size.height; first += 2) {
+                bands.compare(first, first + 2);
+                bands.compare(first, first + 6);
+                bands.compare(first, size.height);
+                compared += 3;
+            }
+        }
+    }
+    std::cout << compared << " bands compared with their frames\n";
+}
+
+TEST(Bands, that_are_none_are_refused) {
+    support::Samples const samples = samples_of({64, 41});
+    Frame_transform transform{settings_of(1)};
+    auto const compute = [&](std::size_t first, std::size_t rows, std::size_t samples_rows) {
+        Planes planes{rows, 64, {Plane::dolp}};
+        transform(Band{{samples.data(), samples_rows, 64}, first, rows, 41}, planes.views());
+    };
+    EXPECT_NO_THROW(compute(4, 6, 7));
+    EXPECT_NO_THROW(compute(38, 3, 3));
+    EXPECT_THROW(compute(4, 6, 6), Argument_error);  // without the row below
+    EXPECT_THROW(compute(5, 6, 7), Argument_error);  // from an odd row on
+    EXPECT_THROW(compute(4, 5, 6), Argument_error);  // an odd number
+    EXPECT_THROW(compute(40, 1, 1), Argument_error); // a single row
+    EXPECT_THROW(compute(40, 4, 5), Argument_error); // beyond the frame
+    Planes planes{6, 64, {Plane::normalized_stokes}};
+    EXPECT_THROW(
+        transform(Band{{samples.data(), 7, 64}, 4, 6, 41}, planes.views()), Argument_error);
 }
 
 TEST(Bands, are_checked_before_a_row_is_made) {
