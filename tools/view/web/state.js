@@ -1,11 +1,12 @@
 // What the page shows, in one place: who wants something else sets it here, who shows it listens.
 //
 // In the address, so that who is given it sees the same:
-//   views      names of view_titles, one or four
-//   zoom       screen pixels for a pixel of the frame, or 'fit'
+//   views      ids of quantities.js, one or four
+//   zoom       CSS pixels for a pixel of the frame, or 'fit'
 //   centre     [x, y] of the view's centre in pixels of the frame, or null for the frame's own
 //   map        'hue' or 'second', the colours of angles
-//   s0_top     S0 that is shown as white, degree_top: degree with the last colour; null: by the frame
+//   s0_top     element of S0 that is shown as white, degree_top: degree with the last colour; null: by
+//              the frame
 //   overlay    whether saturated and not valid pixels are marked
 //   loupe      whether the loupe is shown
 //   number     the frame that is wanted
@@ -15,29 +16,22 @@
 // Not in the address:
 //   active     index in views of the view that keys are for
 //   pointer    {row, column} that values are shown for, or null
-//   source     what /source says, header: what /frame says of the frame that is shown; null before
+//   source     what /source says, colours: what /colours says; null before
+//   header     what /frame says of the frame that is shown; null before
+//   failed     number of the frame that was wanted and is not to be had, or null
+//   scales     {s0_top, degree_top} in force
+//   measured   number of the last frame that the held pixels and regions were measured in
+//   drawn      region whose second corner is still to be given, or null
 
-export const view_titles = {
-  s0: 'Intensity S0',
-  angle: 'Angle, dimmed by the degree',
-  degree: 'Degree of polarisation',
-  raw: 'Raw mosaic',
-  angle_only: 'Angle',
-  s1_s0: 'S1/S0',
-  s2_s0: 'S2/S0',
-  analysers: 'Four analysers',
-  i0: 'Analyser 0°',
-  i45: 'Analyser 45°',
-  i90: 'Analyser 90°',
-  i135: 'Analyser 135°',
-};
+import {quantity_of} from './quantities.js';
+
 export const speeds = [0.125, 0.25, 0.5, 1, 2, 4, 8];
 export const most_held = 8;
 const most_zoom = 64;
 const least_zoom = 1 / 64;
 
 const in_address = {
-  views: ['s0', 'angle', 'degree', 'raw'],
+  views: ['s0', 'angle_degree', 'dolp', 'raw'],
   zoom: 'fit',
   centre: null,
   map: 'hue',
@@ -53,6 +47,18 @@ const in_address = {
   held: [],
 };
 
+const not_in_address = {
+  active: 0,
+  pointer: null,
+  source: null,
+  colours: null,
+  header: null,
+  failed: null,
+  scales: null,
+  measured: null,
+  drawn: null,
+};
+
 export const limited = (value, least, most) => Math.min(Math.max(value, least), most);
 export const limited_zoom = (zoom) => limited(zoom, least_zoom, most_zoom);
 
@@ -65,7 +71,10 @@ const positive = (text, most) => {
   const value = Number(text);
   return value > 0 && value <= most ? value : undefined;
 };
-const flag = {write: (value) => (value ? '1' : '0'), read: (text) => (/^[01]$/.test(text) ? text === '1' : undefined)};
+const flag = {
+  write: (value) => (value ? '1' : '0'),
+  read: (text) => (/^[01]$/.test(text) ? text === '1' : undefined),
+};
 
 const held_text = (item) => {
   const place = item.region ?? [item.column, item.row];
@@ -86,7 +95,7 @@ const forms = {
     write: (views) => views.join(','),
     read: (text) => {
       const views = text.split(',');
-      const known = views.every((name) => Object.hasOwn(view_titles, name));
+      const known = views.every((name) => quantity_of(name) !== undefined);
       return known && (views.length === 1 || views.length === 4) ? views : undefined;
     },
   },
@@ -153,7 +162,7 @@ export const from_fragment = (fragment) => {
 export const new_state = () => {
   const listeners = [];
   const state = {
-    now: {...structuredClone(in_address), active: 0, pointer: null, source: null, header: null},
+    now: {...structuredClone(in_address), ...not_in_address},
     set(changes) {
       const changed = new Set();
       for (const [name, value] of Object.entries(changes)) {
