@@ -1,12 +1,12 @@
 // What the page shows, in one place: who wants something else sets it here, who shows it listens.
 //
 // In the address, so that who is given it sees the same:
-//   views      ids of quantities.js, one or four
-//   zoom       CSS pixels for a pixel of the frame, or 'fit'
+//   views      names of view_titles, one or four
+//   zoom       pixels of the screen for a pixel of the frame, or 'fit'
 //   centre     [x, y] of the view's centre in pixels of the frame, or null for the frame's own
 //   map        'hue' or 'second', the colours of angles
-//   s0_top     element of S0 that is shown as white, degree_top: degree with the last colour; null: by
-//              the frame
+//   s0_top     S0 that is shown as white, in sample units; degree_top: degree with the last colour;
+//              null: by the frame
 //   overlay    whether saturated and not valid pixels are marked
 //   loupe      whether the loupe is shown
 //   number     the frame that is wanted
@@ -16,22 +16,32 @@
 // Not in the address:
 //   active     index in views of the view that keys are for
 //   pointer    {row, column} that values are shown for, or null
-//   source     what /source says, colours: what /colours says; null before
-//   header     what /frame says of the frame that is shown; null before
+//   source     what /source says, header: what /frame says of the frame that is shown; null before
 //   failed     number of the frame that was wanted and is not to be had, or null
-//   scales     {s0_top, degree_top} in force
 //   measured   number of the last frame that the held pixels and regions were measured in
 //   drawn      region whose second corner is still to be given, or null
 
-import {quantity_of} from './quantities.js';
-
+export const view_titles = {
+  s0: 'Intensity S0',
+  angle: 'Angle, dimmed by the degree',
+  degree: 'Degree of polarisation',
+  raw: 'Raw mosaic',
+  angle_only: 'Angle',
+  s1_s0: 'S1/S0',
+  s2_s0: 'S2/S0',
+  analysers: 'Four analysers',
+  i0: 'Analyser 0°',
+  i45: 'Analyser 45°',
+  i90: 'Analyser 90°',
+  i135: 'Analyser 135°',
+};
 export const speeds = [0.125, 0.25, 0.5, 1, 2, 4, 8];
 export const most_held = 8;
 const most_zoom = 64;
 const least_zoom = 1 / 64;
 
 const in_address = {
-  views: ['s0', 'angle_degree', 'dolp', 'raw'],
+  views: ['s0', 'angle', 'degree', 'raw'],
   zoom: 'fit',
   centre: null,
   map: 'hue',
@@ -51,10 +61,8 @@ const not_in_address = {
   active: 0,
   pointer: null,
   source: null,
-  colours: null,
   header: null,
   failed: null,
-  scales: null,
   measured: null,
   drawn: null,
 };
@@ -81,7 +89,7 @@ const held_text = (item) => {
   return place.join(',') + (item.name ? '~' + encodeURIComponent(item.name) : '');
 };
 const held_item = (text) => {
-  const [place, name] = text.split('~');
+  const [place, name] = text.split(/~(.*)/s);
   const numbers = place.split(',').map(whole);
   if (numbers.includes(undefined) || (numbers.length !== 2 && numbers.length !== 4)) return null;
   const item = numbers.length === 2 ? {row: numbers[1], column: numbers[0]} : {region: numbers};
@@ -95,7 +103,7 @@ const forms = {
     write: (views) => views.join(','),
     read: (text) => {
       const views = text.split(',');
-      const known = views.every((name) => quantity_of(name) !== undefined);
+      const known = views.every((name) => Object.hasOwn(view_titles, name));
       return known && (views.length === 1 || views.length === 4) ? views : undefined;
     },
   },
