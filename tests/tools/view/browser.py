@@ -4,6 +4,7 @@ Needs Debian's chromium and chromium-driver and Python's standard library alone.
 """
 
 import base64
+import http.server
 import json
 import os
 import re
@@ -13,6 +14,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import urllib.error
 import urllib.request
@@ -31,6 +33,11 @@ FLAGS = [
     "--disable-sync",
     "--hide-scrollbars",
 ]
+# What the program sends with its page.
+POLICY = (
+    "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; "
+    "img-src data: blob:; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"
+)
 # Keys that have no character, by the names that KeyboardEvent.key gives them.
 NAMED_KEYS = {
     "Backspace": "\ue003",
@@ -297,8 +304,47 @@ class Browser:
         ends = time.monotonic() + seconds
         while time.monotonic() < ends:
             names = os.listdir(self.downloads)
-            if names and not any(name.endswith((".crdownload", ".tmp")) for name in names):
+            if names and not any(re.search(r"^\.|\.crdownload$", name) for name in names):
                 paths = [os.path.join(self.downloads, name) for name in names]
                 return max(paths, key=os.path.getmtime)
             time.sleep(0.02)
         sys.exit("the page has saved no file")
+
+
+class Page_folder:
+    """Files of folders served as /page/NAME beside a page "/" of one's own, for the time of a `with`."""
+
+    def __init__(self, page, *folders):
+        media_types = {".css": "text/css", ".js": "text/javascript"}
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_GET(self):
+                name = self.path.removeprefix("/page/")
+                paths = [
+                    path for path in (os.path.join(f, name) for f in folders) if "/" not in name
+                ]
+                path = next(filter(os.path.isfile, paths), None)
+                self.send_response(200 if self.path == "/" or path else 404)
+                kind = media_types.get(os.path.splitext(name)[1], "text/html; charset=utf-8")
+                self.send_header("Content-Type", kind)
+                self.send_header("Content-Security-Policy", POLICY)
+                self.end_headers()
+                if self.path == "/":
+                    self.wfile.write(page.encode())
+                elif path:
+                    with open(path, "rb") as stream:
+                        self.wfile.write(stream.read())
+
+            def log_message(self, *_):
+                pass
+
+        self.server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Handler)
+        self.address = f"http://127.0.0.1:{self.server.server_port}/"
+
+    def __enter__(self):
+        threading.Thread(target=self.server.serve_forever, daemon=True).start()
+        return self
+
+    def __exit__(self, *_):
+        self.server.shutdown()
+        self.server.server_close()

@@ -1,22 +1,20 @@
-// What a view can show: the planes that its picture is made of and how it is coloured.
-// `scale` names the end of its colours in the state's scales; `planes` are those of /frame.
-export const quantities = [
-  {id: 's0', title: 'Intensity S0', planes: ['s0'], colours: 's0', scale: 's0_top'},
-  {id: 'angle_degree', title: 'Angle, dimmed by the degree', planes: ['azimuth', 'dolp'],
-   colours: 'angle', scale: 'degree_top'},
-  {id: 'dolp', title: 'Degree', planes: ['dolp'], colours: 'degree', scale: 'degree_top'},
-  {id: 'azimuth', title: 'Angle', planes: ['azimuth', 'dolp'], colours: 'angle', scale: null},
-  {id: 's1_s0', title: 'S1/S0', planes: ['s1_s0'], colours: 'signed', scale: 'degree_top'},
-  {id: 's2_s0', title: 'S2/S0', planes: ['s2_s0'], colours: 'signed', scale: 'degree_top'},
-  {id: 'raw', title: 'Raw mosaic', planes: ['raw'], colours: 's0', scale: 'raw_top'},
-  {id: 'analysers', title: 'Four analysers', planes: ['i0', 'i45', 'i90', 'i135'],
-   parts: ['i0', 'i45', 'i90', 'i135'], colours: 's0', scale: 'raw_top'},
-  {id: 'i0', title: 'Analyser 0°', planes: ['i0'], colours: 's0', scale: 'raw_top'},
-  {id: 'i45', title: 'Analyser 45°', planes: ['i45'], colours: 's0', scale: 'raw_top'},
-  {id: 'i90', title: 'Analyser 90°', planes: ['i90'], colours: 's0', scale: 'raw_top'},
-  {id: 'i135', title: 'Analyser 135°', planes: ['i135'], colours: 's0', scale: 'raw_top'},
-];
+// What a view can show: the planes that its picture is made of, the table of its colours, and which
+// of the scales ends them.
+const analysers = ['i0', 'i45', 'i90', 'i135'];
+const samples = {colours: 's0', scale: 'raw'};
+const signs = {colours: 'signed', scale: 'degree'};
 
-const by_id = new Map(quantities.map((quantity) => [quantity.id, quantity]));
+export const quantities = {
+  s0: {planes: ['s0'], colours: 's0', scale: 's0'},
+  angle: {planes: ['azimuth', 'dolp'], colours: 'angle', scale: 'degree'},
+  degree: {planes: ['dolp'], colours: 'degree', scale: 'degree'},
+  raw: {planes: ['raw'], ...samples},
+  angle_only: {planes: ['azimuth', 'dolp'], colours: 'angle', scale: null},
+  s1_s0: {planes: ['s1_s0'], ...signs},
+  s2_s0: {planes: ['s2_s0'], ...signs},
+  analysers: {planes: analysers, parts: analysers, ...samples},
+};
+for (const name of analysers) quantities[name] = {planes: [name], ...samples};
 
-export const quantity_of = (id) => by_id.get(id);
+/** Pictures in a view, two in a row: most have one. */
+export const parts_of = (name) => quantities[name].parts ?? [name];

@@ -1,0 +1,166 @@
+// Histograms and time lines.
+
+const most_points = 2000;
+
+/** What was measured in each of the last frames: {number, time in s or null, pixels, valid, of}. */
+export const new_record = () => {
+  // In the order of arrival, which is that of forgetting; a frame seen again is the newest.
+  const frames = new Map();
+  return {
+    add(frame) {
+      frames.delete(frame.number);
+      frames.set(frame.number, frame);
+      if (frames.size > most_points) frames.delete(frames.keys().next().value);
+    },
+    clear: () => frames.clear(),
+    last: () => [...frames.values()].at(-1) ?? null,
+    at: (number) => frames.get(number) ?? null,
+    in_order: () => [...frames.values()].sort((one, other) => one.number - other.number),
+  };
+};
+
+/**
+ * Lines through the means of a quantity: lists of [number of the frame, mean]. They end where there
+ * is no mean, and where an angle, which begins again after `period`, has taken the shorter way round.
+ */
+export const lines_of = (frames, quantity, period = null) => {
+  const lines = [[]];
+  for (const frame of frames) {
+    const mean = frame.of[quantity]?.mean ?? null;
+    const line = lines.at(-1);
+    const breaks = mean === null ||
+        (period && line.length > 0 && Math.abs(mean - line.at(-1)[1]) > period / 2);
+    if (breaks && line.length > 0) lines.push([]);
+    if (mean !== null) lines.at(-1).push([frame.number, mean]);
+  }
+  return lines.filter((line) => line.length > 0);
+};
+
+/** Least and largest of the values in `lines`, with room where they are the same; the span of frames. */
+export const extent_of = (lines) => {
+  let [from, to, least, largest] = [Infinity, -Infinity, Infinity, -Infinity];
+  for (const line of lines) {
+    for (const [number, mean] of line) {
+      from = Math.min(from, number);
+      to = Math.max(to, number);
+      least = Math.min(least, mean);
+      largest = Math.max(largest, mean);
+    }
+  }
+  if (from > to) return null;
+  const room = least === largest ? Math.max(Math.abs(least) / 1000, 1e-3) : 0;
+  return {from, to: Math.max(to, from + 1), least: least - room, largest: largest + room};
+};
+
+/** A number with as many digits as tell `step` apart, five at most behind the point. */
+export const rounded = (value, step) =>
+    value === null ? '–'
+                   : value.toFixed(Math.min(5, Math.max(0, 1 - Math.floor(Math.log10(step || 1)))));
+
+const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(name);
+
+/** A canvas as large as it is shown, cleared, with a context in CSS pixels. */
+const prepared = (canvas) => {
+  const dense = globalThis.devicePixelRatio || 1;
+  const [width, height] = [canvas.clientWidth, canvas.clientHeight];
+  if (canvas.width !== Math.round(width * dense)) canvas.width = Math.round(width * dense);
+  if (canvas.height !== Math.round(height * dense)) canvas.height = Math.round(height * dense);
+  const context = canvas.getContext('2d');
+  context.setTransform(dense, 0, 0, dense, 0, 0);
+  context.clearRect(0, 0, width, height);
+  context.font = '11px system-ui, sans-serif';
+  return {context, width, height};
+};
+
+/** Bars of a histogram {from, to, counts} with its ends below. */
+export const draw_histogram = (canvas, histogram, unit) => {
+  const {context, width, height} = prepared(canvas);
+  const {from, to, counts} = histogram;
+  const tallest = Math.max(1, ...counts);
+  const base = height - 14;
+  context.fillStyle = colour('--bar') || '#7d8fa6';
+  counts.forEach((count, index) => {
+    const tall = (count / tallest) * base;
+    const left = (index / counts.length) * width;
+    context.fillRect(left, base - tall, width / counts.length - 0.5, tall);
+  });
+  context.fillStyle = colour('--soft') || '#5b636d';
+  context.textBaseline = 'bottom';
+  context.fillText(rounded(from, (to - from) / 10), 0, height);
+  const end = `${rounded(to, (to - from) / 10)} ${unit}`.trim();
+  context.fillText(end, width - context.measureText(end).width, height);
+  canvas.setAttribute('role', 'img');
+  canvas.setAttribute('aria-label', `Histogram from ${rounded(from, (to - from) / 10)} to ${end}`);
+};
+
+const margins = {left: 64, right: 26, top: 8, bottom: 18};
+
+/** Where a frame and a value are in a time line of a width and height with this extent. */
+export const places_of = (extent, width, height) => ({
+  x: (number) => margins.left + ((number - extent.from) / (extent.to - extent.from)) *
+      (width - margins.left - margins.right),
+  y: (value) => height - margins.bottom - ((value - extent.least) / (extent.largest - extent.least)) *
+      (height - margins.top - margins.bottom),
+  number: (x) => Math.round(extent.from + ((x - margins.left) / (width - margins.left - margins.right)) *
+      (extent.to - extent.from)),
+});
+
+const draw_axes = ({context, width, height}, extent, places, unit) => {
+  context.strokeStyle = colour('--line') || '#e0ddd6';
+  context.setLineDash([]);
+  context.lineWidth = 1;
+  context.strokeRect(margins.left, margins.top, width - margins.left - margins.right,
+                     height - margins.top - margins.bottom);
+  context.fillStyle = colour('--soft') || '#5b636d';
+  const step = (extent.largest - extent.least) / 4;
+  context.textBaseline = 'middle';
+  context.textAlign = 'right';
+  for (const value of [extent.least, (extent.least + extent.largest) / 2, extent.largest]) {
+    context.fillText(`${rounded(value, step)}${unit ? ' ' + unit : ''}`, margins.left - 4, places.y(value),
+                     margins.left - 6);
+  }
+  context.textBaseline = 'bottom';
+  context.textAlign = 'left';
+  context.fillText(`frame ${extent.from}`, margins.left, height);
+  context.textAlign = 'right';
+  context.fillText(String(extent.to), width - margins.right, height);
+};
+
+/**
+ * The means of a quantity over the frames: `series` are {label, dash, frames}. Lines differ by their
+ * dashes and the label at their ends. What places the values have, or null where there are none.
+ */
+export const draw_time_line = (canvas, series, quantity, unit, period, cursor) => {
+  const drawn = prepared(canvas);
+  const {context, width, height} = drawn;
+  const all = series.map(({frames}) => lines_of(frames, quantity, period));
+  const extent = extent_of(all.flat());
+  if (extent === null) return null;
+  const places = places_of(extent, width, height);
+  draw_axes(drawn, extent, places, unit);
+  context.strokeStyle = context.fillStyle = colour('--ink') || '#1f2328';
+  context.textAlign = 'left';
+  context.textBaseline = 'middle';
+  context.lineWidth = 1.5;
+  all.forEach((lines, index) => {
+    context.setLineDash(series[index].dash);
+    for (const line of lines) {
+      context.beginPath();
+      // A point alone is a dot.
+      context.moveTo(places.x(line[0][0]) - 0.75, places.y(line[0][1]));
+      for (const [number, mean] of line) context.lineTo(places.x(number) + 0.75, places.y(mean));
+      context.stroke();
+    }
+    const end = lines.at(-1)?.at(-1);
+    if (end) context.fillText(series[index].label, places.x(end[0]) + 4, places.y(end[1]));
+  });
+  if (cursor !== null && cursor >= extent.from && cursor <= extent.to) {
+    context.setLineDash([2, 2]);
+    context.lineWidth = 1;
+    context.beginPath();
+    context.moveTo(places.x(cursor), margins.top);
+    context.lineTo(places.x(cursor), height - margins.bottom);
+    context.stroke();
+  }
+  return {...places, ...extent};
+};

@@ -1,0 +1,271 @@
+// Pixels and regions that are held: their numbers in the frame that is shown and over the frames.
+
+import {draw_histogram, draw_time_line, new_record, rounded} from './charts.js';
+import {element} from './elements.js';
+import {most_held} from './state.js';
+
+export const dashes = [[], [6, 3], [2, 2], [8, 3, 2, 3], [12, 4], [4, 6], [1, 4], [10, 2, 2, 2, 2, 2]];
+/** What /statistics tells of; `period` is that of angles. */
+export const measured = [
+  {name: 's0', title: 'S0'},
+  {name: 'dolp', title: 'Degree'},
+  {name: 'azimuth', title: 'Angle', period: 180},
+  {name: 's1_s0', title: 'S1/S0'},
+  {name: 's2_s0', title: 'S2/S0'},
+  {name: 'raw', title: 'Raw sample'},
+];
+
+/** Column, row, width and height of what is held. */
+export const region_of = (item) => item.region ?? [item.column, item.row, 1, 1];
+
+/** The region with two pixels in its corners. */
+export const region_between = (one, other) => [
+  Math.min(one.column, other.column),
+  Math.min(one.row, other.row),
+  Math.abs(one.column - other.column) + 1,
+  Math.abs(one.row - other.row) + 1,
+];
+
+export const title_of = (item, index) => item.name || `${item.region ? 'Region' : 'Pixel'} ${index + 1}`;
+
+const key_of = (item) => region_of(item).join(',');
+
+/** Measures what is held in each frame that is shown; `ask({number, region})` gives what /statistics says. */
+const new_measuring = (state, ask, told) => {
+  const records = new Map();
+  let busy = false;
+
+  const kept = (item) => {
+    const key = key_of(item);
+    if (!records.has(key)) records.set(key, new_record());
+    return records.get(key);
+  };
+  const measure = async (item, header) => {
+    const region = key_of(item);
+    const answer = await ask({number: header.number, region}).catch(() => null);
+    // Removed meanwhile.
+    if (answer === null || !records.has(region)) return;
+    kept(item).add({
+      number: answer.number,
+      time: header.capture?.camera_time_ns ?? null,
+      pixels: answer.pixels,
+      valid: answer.valid_pixels,
+      of: Object.fromEntries(answer.quantities.map((quantity) => [quantity.name, quantity])),
+    });
+  };
+  const lacking = () => {
+    const header = state.now.header;
+    if (header === null) return [];
+    return state.now.held.filter((item) => kept(item).at(header.number) === null);
+  };
+  // One frame at a time, and then the one that is shown by then: a slow server gets no queue.
+  const run = async () => {
+    const wanted = new Set(state.now.held.map(key_of));
+    for (const key of [...records.keys()]) if (!wanted.has(key)) records.delete(key);
+    if (busy) return;
+    busy = true;
+    const header = state.now.header;
+    await Promise.all(lacking().map((item) => measure(item, header)));
+    busy = false;
+    told();
+    if (header) state.set({measured: header.number});
+    const later = state.now.header !== header && lacking().length > 0;
+    if (later) run();
+  };
+  return {run, record: kept};
+};
+
+/** The list in `place` and the time line in `line_place`. */
+export const attach_held = (state, ask, place, line_place) => {
+  let corner = null;
+  let quantity = measured[2];
+  let redraw = 0;
+  const measuring = new_measuring(state, ask, () => show_soon());
+
+  const say = element('p', {class: 'hint', 'aria-live': 'polite'});
+  const hold = (item) => {
+    const now = state.now;
+    const region = region_of(item);
+    const frame = now.header;
+    const inside = frame && region[0] < frame.frame_width && region[1] < frame.frame_height;
+    const twice = now.held.some((other) => key_of(other) === key_of(item));
+    say.textContent = !inside ? 'Nothing is there to hold.'
+        : twice ? 'This is held already.'
+        : now.held.length === most_held ? `${most_held} are held; remove one first.` : '';
+    if (say.textContent === '') state.set({held: [...now.held, {name: '', ...item}]});
+  };
+  const held = {
+    measured,
+    record: measuring.record,
+    hold_pixel(at = state.now.pointer) {
+      if (at) hold({row: at.row, column: at.column});
+    },
+    hold_region(region) {
+      hold({region});
+    },
+    /** The pointer's pixel is a corner of a region, and the next time the opposite one. */
+    corner(at = state.now.pointer) {
+      if (!at) return;
+      if (corner !== null) {
+        hold({region: region_between(corner, at)});
+        corner = null;
+      } else {
+        corner = {...at};
+        say.textContent = `A corner is at row ${at.row}, column ${at.column}; give the opposite one.`;
+      }
+      state.set({drawn: corner && region_between(corner, at)});
+    },
+    give_up() {
+      corner = null;
+      say.textContent = '';
+      state.set({drawn: null});
+    },
+    remove(index = state.now.held.length - 1) {
+      state.set({held: state.now.held.filter((_, other) => other !== index)});
+    },
+    rename(index, name) {
+      const renamed = (item, other) => (other === index ? {...item, name: name.slice(0, 40)} : item);
+      state.set({held: state.now.held.map(renamed)});
+    },
+    next_quantity(steps = 1) {
+      const index = measured.indexOf(quantity) + steps + measured.length;
+      quantity = measured[index % measured.length];
+      choice.value = quantity.name;
+      show();
+    },
+  };
+
+  const choice = element('select', {'aria-label': 'Quantity', title: 'Quantity (t)'},
+      measured.map(({name, title}) => element('option', {value: name}, [title])), {
+        change: () => {
+          quantity = measured.find(({name}) => name === choice.value);
+          show();
+        },
+      });
+  choice.value = quantity.name;
+  const pixel_button = element('button', {type: 'button', title: 'Hold the pixel that values are shown for (Enter)'},
+      ['Hold pixel'], {click: () => held.hold_pixel()});
+  const region_button = element('button', {type: 'button', title: 'Give a corner of a region at the pixel that values are shown for (b)'},
+      ['Corner of a region'], {click: () => held.corner()});
+  const list = element('ol', {class: 'held-list'});
+  place.append(element('div', {class: 'held-tools'}, [pixel_button, region_button, choice]), say, list);
+  const line = new_time_line(state, line_place);
+
+  const rows = [];
+  const fill = () => {
+    const items = state.now.held;
+    while (rows.length > items.length) rows.pop().row.remove();
+    while (rows.length < items.length) {
+      rows.push(new_row(held, rows.length));
+      list.append(rows.at(-1).row);
+    }
+    items.forEach((item, index) => rows[index].show(item, quantity, measuring.record(item), state.now.header?.number));
+  };
+  const show = () => {
+    redraw = 0;
+    fill();
+    const series = state.now.held.map((item, index) => ({
+      label: String(index + 1),
+      title: title_of(item, index),
+      dash: dashes[index],
+      frames: measuring.record(item).in_order(),
+    }));
+    line.show(series, quantity);
+  };
+  const show_soon = () => {
+    redraw ||= requestAnimationFrame(show);
+  };
+  state.listen((now, changed) => {
+    if (changed.has('held') || changed.has('header')) measuring.run();
+    if (changed.has('held')) show_soon();
+    if (changed.has('pointer') && corner && now.pointer) state.set({drawn: region_between(corner, now.pointer)});
+  });
+  addEventListener('resize', show_soon);
+  measuring.run();
+  return held;
+};
+
+/** One held pixel or region in the list. */
+const new_row = (held, index) => {
+  const name = element('input', {type: 'text', maxlength: 40, 'aria-label': `Name of ${index + 1}`}, [], {
+    change: () => held.rename(index, name.value),
+  });
+  const where = element('span', {class: 'where'});
+  const remove = element('button', {type: 'button', 'aria-label': `Remove ${index + 1}`, title: `Remove ${index + 1}`},
+      ['×'], {click: () => held.remove(index)});
+  const numbers = element('output', {class: 'numbers'});
+  const histogram = element('canvas', {class: 'held-histogram'});
+  const row = element('li', {class: 'held-item'}, [
+    element('span', {class: 'held-number', 'aria-hidden': 'true'}, [String(index + 1)]),
+    name, where, remove, numbers, histogram,
+  ]);
+  const show = (item, quantity, record, number) => {
+    const region = region_of(item);
+    if (document.activeElement !== name) name.value = item.name;
+    name.placeholder = title_of({...item, name: ''}, index);
+    where.textContent = item.region
+        ? `row ${region[1]}, column ${region[0]}, ${region[2]} × ${region[3]}`
+        : `row ${region[1]}, column ${region[0]}`;
+    const frame = record.at(number) ?? record.last();
+    const value = frame?.of[quantity.name];
+    numbers.textContent = value ? numbers_of(value, frame) : 'not measured yet';
+    histogram.hidden = !value?.histogram || !item.region;
+    if (!histogram.hidden) draw_histogram(histogram, value.histogram, value.unit ?? '');
+  };
+  return {row, show};
+};
+
+const numbers_of = (value, frame) => {
+  const unit = value.unit ? ' ' + value.unit : '';
+  const step = Math.max(value.deviation ?? 0, Math.abs(value.mean ?? 0) / 1000, 1e-4);
+  if (value.mean === null) return 'none';
+  if (frame.pixels === 1) return rounded(value.mean, step) + unit;
+  return `${rounded(value.mean, step)} ± ${rounded(value.deviation, step)}${unit}, ` +
+      `${frame.valid} of ${frame.pixels} pixels valid`;
+};
+
+/** The chart of means over the frames: a pointer or arrow keys read its values. */
+const new_time_line = (state, place) => {
+  const canvas = element('canvas', {tabindex: 0, role: 'img', 'aria-label': 'Means over the frames; arrow keys read values'});
+  const read = element('output', {class: 'time-line-values', 'aria-live': 'polite'});
+  place.append(canvas, read);
+  let cursor = null;
+  let places = null;
+  let shown = {series: [], quantity: measured[0]};
+
+  const show = (series, quantity) => {
+    shown = {series, quantity};
+    const unit = series.map(({frames}) => frames.at(-1)?.of[quantity.name]?.unit).find(Boolean) ?? '';
+    place.hidden = series.length === 0;
+    places = place.hidden ? null : draw_time_line(canvas, series, quantity.name, unit, quantity.period ?? null, cursor);
+    const values = cursor === null ? [] : series.flatMap(({title, frames}) => {
+      const frame = frames.find(({number}) => number === cursor);
+      const value = frame?.of[quantity.name];
+      return value ? [`${title} ${numbers_of(value, frame)}`] : [];
+    });
+    read.textContent = values.length > 0 ? `Frame ${cursor}: ${values.join('; ')}` : '';
+  };
+  const move = (number) => {
+    const known = [...new Set(shown.series.flatMap(({frames}) => frames.map((frame) => frame.number)))];
+    if (known.length === 0) return;
+    cursor = known.reduce((best, other) => (Math.abs(other - number) < Math.abs(best - number) ? other : best));
+    show(shown.series, shown.quantity);
+  };
+  canvas.addEventListener('pointermove', (event) => {
+    if (places) move(places.number(event.offsetX));
+  });
+  canvas.addEventListener('click', () => {
+    if (cursor !== null && state.now.source?.kind === 'recording') state.set({playing: false, number: cursor});
+  });
+  canvas.addEventListener('keydown', (event) => {
+    const steps = {ArrowLeft: -1, ArrowRight: 1}[event.key];
+    if (!steps || !places) return;
+    event.preventDefault();
+    event.stopPropagation();
+    const numbers = [...new Set(shown.series.flatMap(({frames}) => frames.map((frame) => frame.number)))]
+                        .sort((one, other) => one - other);
+    const index = numbers.indexOf(cursor ?? state.now.number);
+    move(numbers[Math.min(Math.max(index + steps, 0), numbers.length - 1)]);
+  });
+  return {show};
+};

@@ -1,0 +1,163 @@
+// Which frame of a recording is wanted when, and whether a camera's newest frame is followed.
+
+import {element} from './elements.js';
+import {limited, speeds} from './state.js';
+
+const usual_rate = 30;
+
+/** The frame `steps` after `number`: past an end, the other one where frames repeat, or else that end. */
+export const frame_after = (number, steps, frames, loop) =>
+    loop ? (((number + steps) % frames) + frames) % frames : limited(number + steps, 0, frames - 1);
+
+/** Frames that are due since `anchor` ({time in ms, number}) was shown, at `rate` frames/s. */
+export const frames_due = (anchor, time, rate) =>
+    // Times are rounded by the browser; a frame is not late for that.
+    Math.max(0, Math.floor(((time - anchor.time) * rate) / 1000 + 1e-3));
+
+/**
+ * What a playing recording wants next: {number, ended}. `shown` says that the wanted frame is on the
+ * screen, and measured where something is held; frames are left out unless `every` is set.
+ */
+export const next_frame = (now, anchor, time, shown) => {
+  const frames = now.source.frames;
+  const rate = (now.source.rate || usual_rate) * now.speed;
+  const due = frames_due(anchor, time, rate);
+  const steps = now.every ? Math.min(due, shown ? 1 : 0) : due;
+  const number = now.every ? now.number : anchor.number;
+  const ended = !now.loop && shown && due > 0 && now.number === frames - 1;
+  return {number: ended ? now.number : frame_after(number, steps, frames, now.loop), ended};
+};
+
+const is_shown = (now) =>
+    now.failed === now.number ||
+    (now.header?.number === now.number &&
+        (!now.every || now.held.length === 0 || now.measured === now.number));
+
+/** What keys and buttons do; `element` gets the buttons. */
+export const attach_player = (state, place) => {
+  let anchor = null;
+  let own = false;
+
+  const tick = () => {
+    const now = state.now;
+    if (!now.playing || now.source?.kind !== 'recording') return;
+    const time = performance.now();
+    anchor ??= {time, number: now.number};
+    const next = next_frame(now, anchor, time, is_shown(now));
+    if (next.ended) {
+      state.set({playing: false});
+      return;
+    }
+    if (next.number === now.number) return;
+    // Every frame is shown for its time from when it was wanted: what was late is not made up for.
+    if (now.every) anchor = {time, number: next.number};
+    own = true;
+    state.set({number: next.number});
+    own = false;
+  };
+  const run = () => {
+    tick();
+    if (state.now.playing) requestAnimationFrame(run);
+  };
+
+  const camera = () => state.now.source?.kind === 'camera';
+  const frames = () => state.now.source?.frames ?? 1;
+  const last_shown = () => state.now.header?.number ?? 0;
+  const player = {
+    toggle() {
+      const now = state.now;
+      if (camera()) {
+        state.set(now.playing ? {playing: false, number: last_shown()} : {playing: true});
+      } else if (now.source?.kind === 'recording') {
+        const again = !now.playing && !now.loop && now.number === frames() - 1;
+        state.set({playing: !now.playing, ...(again ? {number: 0} : {})});
+      }
+    },
+    step(steps) {
+      if (camera()) return;
+      const number = frame_after(state.now.number, steps, frames(), state.now.loop);
+      state.set({playing: false, number});
+    },
+    go(number) {
+      if (!camera()) state.set({number: limited(number, 0, frames() - 1)});
+    },
+    last: () => player.go(frames() - 1),
+    faster(steps) {
+      const index = speeds.indexOf(state.now.speed) + steps;
+      state.set({speed: speeds[limited(index, 0, speeds.length - 1)]});
+    },
+    every: () => state.set({every: !state.now.every}),
+    loop: () => state.set({loop: !state.now.loop}),
+    ask_number: () => controls.number.focus(),
+  };
+  const controls = buttons(player, state, place);
+
+  state.listen((now, changed) => {
+    if (changed.has('source') && now.source) {
+      const last = (now.source.frames ?? 1) - 1;
+      if (now.source.kind === 'camera') {
+        state.set({playing: true});
+      } else {
+        state.set({number: limited(now.number, 0, last), ...(last > 0 ? {} : {playing: false})});
+      }
+    }
+    if (changed.has('number') && !own) anchor = null;
+    if (['playing', 'speed', 'every', 'loop', 'source'].some((name) => changed.has(name))) anchor = null;
+    if (changed.has('playing') && now.playing) requestAnimationFrame(run);
+    if (['header', 'measured', 'failed'].some((name) => changed.has(name))) tick();
+    controls.show(now);
+  });
+  controls.show(state.now);
+  return player;
+};
+
+const speed_texts = {0.125: '⅛ ×', 0.25: '¼ ×', 0.5: '½ ×'};
+
+/** Buttons and fields of the player in `place`; `show(now)` has them say what is so. */
+const buttons = (player, state, place) => {
+  const button = (text, label, run, key) =>
+      element('button', {type: 'button', 'aria-label': label, title: `${label} (${key})`}, [text], {click: run});
+  const check = (text, key, run) => {
+    const input = element('input', {type: 'checkbox', title: `${text} (${key})`}, [], {change: run});
+    return [input, element('label', {}, [input, ' ' + text])];
+  };
+  const play = button('▶', 'Play', () => player.toggle(), 'Space');
+  const slider = element('input', {type: 'range', min: 0, step: 1, 'aria-label': 'Frame'}, [], {
+    input: () => player.go(Number(slider.value)),
+  });
+  const number = element('input', {type: 'number', min: 0, step: 1, 'aria-label': 'Number of the frame', title: 'Number of the frame (g)'}, [], {
+    change: () => number.value !== '' && number.checkValidity() && player.go(Number(number.value)),
+  });
+  const of = element('span', {class: 'of'});
+  const speed = element('select', {'aria-label': 'Speed', title: 'Speed ([ and ])'},
+      speeds.map((value) => element('option', {value}, [speed_texts[value] ?? `${value} ×`])),
+      {change: () => state.set({speed: Number(speed.value)})});
+  const [every, every_label] = check('every frame', 'e', () => player.every());
+  const [loop, loop_label] = check('repeat', 'r', () => player.loop());
+  const of_recordings = [
+    button('⏮', 'First frame', () => player.go(0), 'Home'),
+    button('◀', 'One frame back', () => player.step(-1), ','),
+    button('▷', 'One frame on', () => player.step(1), '.'),
+    button('⏭', 'Last frame', () => player.last(), 'End'),
+    slider, number, of, speed, every_label, loop_label,
+  ];
+  place.append(of_recordings[0], of_recordings[1], play, ...of_recordings.slice(2));
+
+  const show = (now) => {
+    const kind = now.source?.kind;
+    place.hidden = kind !== 'camera' && !(kind === 'recording' && now.source.frames > 1);
+    for (const part of of_recordings) part.hidden = kind === 'camera';
+    const names = kind === 'camera' ? ['Go on', 'Freeze'] : ['Play', 'Pause'];
+    play.textContent = now.playing ? '⏸' : '▶';
+    play.setAttribute('aria-label', names[Number(now.playing)]);
+    play.title = names[Number(now.playing)] + ' (Space)';
+    slider.max = number.max = (now.source?.frames ?? 1) - 1;
+    slider.value = now.number;
+    if (document.activeElement !== number) number.value = now.number;
+    of.textContent = `of ${now.source?.frames ?? 1}`;
+    speed.value = now.speed;
+    every.checked = now.every;
+    loop.checked = now.loop;
+  };
+  return {number, show};
+};
