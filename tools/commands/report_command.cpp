@@ -3,6 +3,7 @@
 #include "input/input_files.hpp"
 #include "input/option_values.hpp"
 #include "input/recorded_settings.hpp"
+#include "input/settings_rows.hpp"
 #include "input/transform_settings.hpp"
 #include "output/processing.hpp"
 #include "output/staged_files.hpp"
@@ -12,7 +13,6 @@
 #include "terminal/messages.hpp"
 #include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
-#include "veldrane_mrv/polarization/calibration_file.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
 
 #include <CLI/CLI.hpp>
@@ -20,6 +20,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace polarize_tool {
 namespace {
@@ -95,39 +96,15 @@ polarization::Inspection inspected(
     }
 }
 
-Rows settings_rows(
+Rows rows_of_report(
     Command_line const& line, Frame_place const& place, Frame_preparation const& preparation,
-    Processing const& processing, std::optional<polarization::Calibration> const& calibration) {
-    polarization::Settings const& settings = processing.settings;
-    bool const is_fast = processing.mode == Mode::fast;
+    Transform_settings const& transform, polarization::Mode mode) {
     Rows rows{{"Frame", place.name()}};
-    if (auto const& region = preparation.region()) {
-        rows.emplace_back(
-            "Region", "from column " + std::to_string(region->column) + ", row " +
-                          std::to_string(region->row));
+    for (auto& row : settings_rows(
+             preparation, transform, mode, line.calibration_file,
+             "subtracted for the planes; the samples are counted as they were")) {
+        rows.push_back(std::move(row));
     }
-    rows.emplace_back(
-        "Mosaic", "phase " + std::to_string(settings.mosaic.phase()) + " (" +
-                      settings.mosaic.to_string() + ")");
-    rows.emplace_back("Bit depth", std::to_string(preparation.bit_depth()));
-    if (preparation.shift() > 0) {
-        rows.emplace_back("Samples moved down by", std::to_string(preparation.shift()) + " bits");
-    }
-    rows.emplace_back(
-        "Dark frame", preparation.subtracts_dark()
-                          ? "subtracted for the planes; the samples are counted as they were"
-                          : "none");
-    rows.emplace_back("Mode", is_fast ? "fast" : "calibrated");
-    if (!line.calibration_file.empty()) {
-        rows.emplace_back("Calibration", line.calibration_file.string());
-    }
-    if (calibration) {
-        rows.emplace_back("Calibration model", name_of(calibration->model));
-    }
-    if (calibration && calibration->maps) {
-        rows.emplace_back("Calibration maps", polarization::hash_of_maps(*calibration));
-    }
-    rows.emplace_back("Full scale of the planes", std::to_string(settings.scale.full_scale()));
     rows.emplace_back("Software", polarization::processor_identification());
     rows.emplace_back("Made", polarization::current_time());
     return rows;
@@ -140,8 +117,9 @@ int run_report(Command_line& line) {
     }
     check(polarization::processor_features());
     Frame_preparation const preparation(line.samples, line.input.raw_layout());
-    auto const [settings, calibration] =
+    Transform_settings const transform =
         transform_settings(line.mosaic, line.calibration_file, line.full_scale, preparation);
+    auto const& [settings, calibration] = transform;
     Processing const processing{
         .settings = settings,
         .mode = calibration ? Mode::calibrated : Mode::fast,
@@ -182,7 +160,7 @@ int run_report(Command_line& line) {
          .scale = processing.settings.scale,
          .mode = processing.mode,
          .inspection = inspection,
-         .settings = settings_rows(line, place, preparation, processing, calibration),
+         .settings = rows_of_report(line, place, preparation, transform, processing.mode),
          .generator = "veldrane-polarize " + std::string(polarization::software_version())});
     Staged_files files(line.overwrites ? Existing_files::replace : Existing_files::keep);
     files.add(line.file, page);

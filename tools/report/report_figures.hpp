@@ -2,20 +2,17 @@
 /// Parts of the report page as HTML and SVG.
 #pragma once
 
+#include "input/settings_rows.hpp"
 #include "report/report_pictures.hpp"
 #include "veldrane_mrv/polarization/inspection.hpp"
 
 #include <span>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace polarize_tool {
 
 namespace polarization = veldrane_mrv::polarization;
-
-/// Label and value, in the order of the page. Plain text.
-using Rows = std::vector<std::pair<std::string, std::string>>;
 
 std::string definition_list(Rows const& rows);
 

@@ -1,0 +1,224 @@
+#include "view/view_statistics.hpp"
+
+#include "veldrane_mrv/polarization/units.hpp"
+#include "view/stokes_reduction.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace polarize_tool {
+namespace {
+
+using polarization::Plane;
+using polarization::Region;
+using polarization::Scale;
+
+constexpr std::size_t rows_at_a_time = 64;
+constexpr std::int32_t ratio_of_one = 32767;
+
+/// How often each element occurs, from which all sums are exact.
+class Counts {
+public:
+    void add(std::span<std::uint16_t const> elements) {
+        for (std::uint16_t const element : elements) {
+            ++counts_[element];
+        }
+    }
+    void add(std::size_t index) { ++counts_[index]; }
+
+    std::uint64_t operator[](std::size_t index) const { return counts_[index]; }
+    static constexpr std::size_t size = 65536;
+
+private:
+    std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(size, 0);
+};
+
+/// @param value_of what an index of `counts` stands for: evenly spaced, growing
+template <class Value_of>
+void fill_moments(Quantity_statistics& result, Counts const& counts, Value_of const& value_of) {
+    std::uint64_t total = 0;
+    double sum = 0.0;
+    for (std::size_t index = 0; index < Counts::size; ++index) {
+        total += counts[index];
+        sum += static_cast<double>(index) * static_cast<double>(counts[index]);
+    }
+    if (total == 0) {
+        return;
+    }
+    double const mean = sum / static_cast<double>(total);
+    double squares = 0.0;
+    std::size_t least = Counts::size;
+    std::size_t largest = 0;
+    for (std::size_t index = 0; index < Counts::size; ++index) {
+        if (counts[index] > 0) {
+            double const beyond = static_cast<double>(index) - mean;
+            squares += beyond * beyond * static_cast<double>(counts[index]);
+            least = std::min(least, index);
+            largest = index;
+        }
+    }
+    double const step = value_of(1.0) - value_of(0.0);
+    result.mean = value_of(mean);
+    result.deviation = step * std::sqrt(squares / static_cast<double>(total));
+    result.least = value_of(static_cast<double>(least));
+    result.largest = value_of(static_cast<double>(largest));
+}
+
+/// Steps over the indices from `begin` to `end` - 1.
+template <class Value_of>
+void fill_histogram(
+    Quantity_statistics& result, Counts const& counts, std::size_t begin, std::size_t end,
+    Value_of const& value_of) {
+    for (std::size_t index = begin; index < end; ++index) {
+        result.counts[(index - begin) * Quantity_statistics::steps / (end - begin)] +=
+            counts[index];
+    }
+    result.from = value_of(static_cast<double>(begin));
+    result.to = value_of(static_cast<double>(end));
+}
+
+/// Of a quantity without bounds that matter: the histogram shows the elements that there are.
+template <class Value_of>
+Quantity_statistics open_quantity(
+    std::string name, std::string unit, Counts const& counts, Value_of const& value_of) {
+    Quantity_statistics result{std::move(name), std::move(unit), {}, {}, {}, {}};
+    fill_moments(result, counts, value_of);
+    std::size_t begin = 0;
+    while (begin + 1 < Counts::size && counts[begin] == 0) {
+        ++begin;
+    }
+    std::size_t end = Counts::size;
+    while (end > begin + 1 && counts[end - 1] == 0) {
+        --end;
+    }
+    fill_histogram(result, counts, begin, end, value_of);
+    return result;
+}
+
+template <class Value_of>
+Quantity_statistics bounded_quantity(
+    std::string name, Counts const& counts, std::size_t largest, Value_of const& value_of) {
+    Quantity_statistics result{std::move(name), "1", {}, {}, {}, {}};
+    fill_moments(result, counts, value_of);
+    fill_histogram(result, counts, 0, largest + 1, value_of);
+    result.from = value_of(0.0);
+    result.to = value_of(static_cast<double>(largest));
+    return result;
+}
+
+/// What rows of a region add up to.
+class Gathering {
+public:
+    explicit Gathering(Scale const& scale) : scale_{scale} {}
+
+    void add(
+        std::span<std::uint16_t const> s0, std::span<std::uint16_t const> dolp,
+        std::span<std::uint16_t const> azimuth, std::span<std::int32_t const> s1,
+        std::span<std::int32_t const> s2, std::span<std::uint16_t const> samples) {
+        s0_.add(s0);
+        raw_.add(samples);
+        intensities_.assign(s0.begin(), s0.end());
+        first_ratios_.resize(s0.size());
+        second_ratios_.resize(s0.size());
+        ratios_of(s1, intensities_, first_ratios_);
+        ratios_of(s2, intensities_, second_ratios_);
+        for (std::size_t pixel = 0; pixel < s0.size(); ++pixel) {
+            if (s0[pixel] > 0) {
+                dolp_.add(dolp[pixel]);
+                s1_s0_.add(static_cast<std::size_t>(first_ratios_[pixel] + ratio_of_one));
+                s2_s0_.add(static_cast<std::size_t>(second_ratios_[pixel] + ratio_of_one));
+            }
+            if (s1[pixel] != 0 || s2[pixel] != 0) {
+                add_direction(azimuth[pixel], s1[pixel], s2[pixel]);
+            }
+        }
+    }
+
+    std::vector<Quantity_statistics> quantities() const {
+        double const full = scale_.full_scale();
+        double const step = scale_.sample_units_per_step();
+        auto const in_samples = [step](double index) { return index * step; };
+        auto const as_it_is = [](double index) { return index; };
+        auto const of_full = [full](double index) { return index / full; };
+        auto const ratio = [](double index) { return (index - ratio_of_one) / ratio_of_one; };
+        return {
+            open_quantity("s0", "sample", s0_, in_samples),
+            bounded_quantity("dolp", dolp_, scale_.full_scale(), of_full),
+            angle(),
+            bounded_quantity("s1_s0", s1_s0_, 2 * ratio_of_one, ratio),
+            bounded_quantity("s2_s0", s2_s0_, 2 * ratio_of_one, ratio),
+            open_quantity("raw", "sample", raw_, as_it_is)};
+    }
+
+private:
+    void add_direction(std::uint16_t azimuth, double s1, double s2) {
+        constexpr double steps = Quantity_statistics::steps;
+        double const angle = polarization::angle_of_azimuth(azimuth, scale_);
+        auto const step = static_cast<std::size_t>(angle / 180.0 * steps);
+        ++angles_[std::min(step, Quantity_statistics::steps - 1)];
+        sum_s1_ += s1;
+        sum_s2_ += s2;
+        lengths_ += std::sqrt(s1 * s1 + s2 * s2);
+    }
+
+    Quantity_statistics angle() const {
+        constexpr double degrees = 180.0 / std::numbers::pi;
+        Quantity_statistics result{"azimuth", "degree", {}, {}, {}, {}};
+        result.to = 180.0;
+        result.counts = angles_;
+        double const length = std::hypot(sum_s1_, sum_s2_);
+        if (length > 0.0) {
+            double const concentration = std::min(length / lengths_, 1.0);
+            result.mean =
+                polarization::within_half_turn(std::atan2(sum_s2_, sum_s1_) / 2.0 * degrees);
+            result.deviation =
+                std::sqrt(std::max(0.0, -2.0 * std::log(concentration))) / 2.0 * degrees;
+        }
+        return result;
+    }
+
+    Scale scale_;
+    Counts s0_;
+    Counts dolp_;
+    Counts s1_s0_;
+    Counts s2_s0_;
+    Counts raw_;
+    std::array<std::uint64_t, Quantity_statistics::steps> angles_{};
+    double sum_s1_ = 0.0;
+    double sum_s2_ = 0.0;
+    double lengths_ = 0.0;
+    std::vector<std::int32_t> intensities_;
+    std::vector<std::int16_t> first_ratios_;
+    std::vector<std::int16_t> second_ratios_;
+};
+
+} // namespace
+
+View_statistics statistics_of(
+    Row_planes& planes, Frame_samples const& frame, Region const& region, Scale const& scale) {
+    View_statistics result;
+    result.pixels = region.width * region.height;
+    Gathering gathering(scale);
+    std::size_t const region_end = region.row + region.height;
+    for (std::size_t begin = region.row; begin < region_end; begin += rows_at_a_time) {
+        std::size_t const end = std::min(begin + rows_at_a_time, region_end);
+        planes.compute(
+            frame, begin, end, {{Plane::s0, Plane::azimuth, Plane::dolp, Plane::validity}, true});
+        for (std::size_t row = begin; row < end; ++row) {
+            auto const part = [&](auto elements) {
+                return elements.subspan(region.column, region.width);
+            };
+            gathering.add(
+                part(planes.row(Plane::s0, row)), part(planes.row(Plane::dolp, row)),
+                part(planes.row(Plane::azimuth, row)), part(planes.s1(row)), part(planes.s2(row)),
+                part(frame.view.row(row)));
+            result.valid_pixels +=
+                static_cast<std::size_t>(std::ranges::count(part(planes.validity(row)), 0));
+        }
+    }
+    result.quantities = gathering.quantities();
+    return result;
+}
+
+} // namespace polarize_tool

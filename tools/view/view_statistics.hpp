@@ -1,0 +1,57 @@
+/// @file
+/// A part of a frame in numbers.
+#pragma once
+
+#include "veldrane_mrv/polarization/geometry.hpp"
+#include "veldrane_mrv/polarization/scale.hpp"
+#include "view/row_planes.hpp"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace polarize_tool {
+
+/// Of the pixels where it is defined: S0 and samples everywhere, degree and ratios where S0 is not
+/// 0, the angle where S1 or S2 is not 0. Without such pixels there is nothing but empty counts.
+struct Quantity_statistics {
+    static constexpr std::size_t steps = 64;
+
+    std::string name;
+    std::string unit; ///< "sample", "degree" or "1"
+    std::optional<double> mean;
+    /// Root of the mean square of what differs from the mean.
+    std::optional<double> deviation;
+    /// An angle has neither.
+    std::optional<double> least;
+    std::optional<double> largest;
+    /// Of the histogram, which has equal steps.
+    double from = 0.0;
+    double to = 1.0;
+    std::array<std::uint64_t, steps> counts{};
+};
+
+struct View_statistics {
+    std::size_t pixels = 0;
+    /// Of which no flag of `validity` is set; all of them count in the quantities.
+    std::size_t valid_pixels = 0;
+    /// s0, dolp, azimuth, s1_s0, s2_s0, raw.
+    std::vector<Quantity_statistics> quantities;
+};
+
+/// From the elements of the planes, which are those of `process`, and ratios rounded to 1 / 32767.
+///
+/// The mean angle is half the direction of the sum of the vectors (S1, S2). Its deviation is half
+/// the circular standard deviation sqrt(-2 ln R) of the doubled angles, each with the length of its
+/// vector as weight; R is the length of the sum over the sum of lengths (Mardia and Jupp,
+/// Directional Statistics, sections 2.2 and 2.3).
+/// @param region fits the frame
+/// @throws polarization::Argument_error if the frame cannot be transformed
+View_statistics statistics_of(
+    Row_planes& planes, Frame_samples const& frame, polarization::Region const& region,
+    polarization::Scale const& scale);
+
+} // namespace polarize_tool
