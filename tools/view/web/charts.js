@@ -57,6 +57,9 @@ export const rounded = (value, step) =>
     value === null ? '–'
                    : value.toFixed(Math.min(5, Math.max(0, 1 - Math.floor(Math.log10(step || 1)))));
 
+/** A unit as it stands behind a number. */
+export const with_unit = (unit) => (unit && unit !== '°' ? ' ' + unit : unit ?? '');
+
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(name);
 
 /** A canvas as large as it is shown, cleared, with a context in CSS pixels. */
@@ -87,7 +90,7 @@ export const draw_histogram = (canvas, histogram, unit) => {
   context.fillStyle = colour('--soft') || '#5b636d';
   context.textBaseline = 'bottom';
   context.fillText(rounded(from, (to - from) / 10), 0, height);
-  const end = `${rounded(to, (to - from) / 10)} ${unit}`.trim();
+  const end = rounded(to, (to - from) / 10) + with_unit(unit);
   context.fillText(end, width - context.measureText(end).width, height);
   canvas.setAttribute('role', 'img');
   canvas.setAttribute('aria-label', `Histogram from ${rounded(from, (to - from) / 10)} to ${end}`);
@@ -116,7 +119,7 @@ const draw_axes = ({context, width, height}, extent, places, unit) => {
   context.textBaseline = 'middle';
   context.textAlign = 'right';
   for (const value of [extent.least, (extent.least + extent.largest) / 2, extent.largest]) {
-    context.fillText(`${rounded(value, step)}${unit ? ' ' + unit : ''}`, margins.left - 4, places.y(value),
+    context.fillText(rounded(value, step) + with_unit(unit), margins.left - 4, places.y(value),
                      margins.left - 6);
   }
   context.textBaseline = 'bottom';

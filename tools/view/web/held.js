@@ -1,6 +1,6 @@
 // Pixels and regions that are held: their numbers in the frame that is shown and over the frames.
 
-import {draw_histogram, draw_time_line, new_record, rounded} from './charts.js';
+import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './charts.js';
 import {element} from './elements.js';
 import {most_held} from './state.js';
 
@@ -216,7 +216,7 @@ const new_row = (held, index) => {
 };
 
 const numbers_of = (value, frame) => {
-  const unit = value.unit ? ' ' + value.unit : '';
+  const unit = with_unit(value.unit);
   const step = Math.max(value.deviation ?? 0, Math.abs(value.mean ?? 0) / 1000, 1e-4);
   if (value.mean === null) return 'none';
   if (frame.pixels === 1) return rounded(value.mean, step) + unit;

@@ -135,10 +135,13 @@ export const attach_help = (place, button) => {
         element('dd', {}, [text]),
       ]);
       place.replaceChildren(
-          element('h2', {}, ['Keys']),
-          ...groups.map((group) => element('section', {}, [element('h3', {}, [group]), element('dl', {}, entries(group))])),
-          element('p', {class: 'hint'}, ['With a mouse: a click holds a pixel, a drag with Shift a region, a drag moves, the wheel enlarges.']),
-          element('button', {type: 'button'}, ['Close'], {click: () => place.close()}));
+          element('div', {class: 'keys-head'}, [
+            element('h2', {}, ['Keys']),
+            element('button', {type: 'button'}, ['Close'], {click: () => place.close()}),
+          ]),
+          element('div', {class: 'keys-groups'}, groups.map(
+              (group) => element('section', {}, [element('h3', {}, [group]), element('dl', {}, entries(group))]))),
+          element('p', {class: 'hint'}, ['With a mouse: a click holds a pixel, a drag with Shift a region, a drag moves, the wheel enlarges.']));
     },
     toggle: () => (place.open ? place.close() : place.showModal()),
     is_open: () => place.open,

@@ -121,7 +121,7 @@ const buttons = (player, state, place) => {
     const input = element('input', {type: 'checkbox', title: `${text} (${key})`}, [], {change: run});
     return [input, element('label', {}, [input, ' ' + text])];
   };
-  const play = button('▶', 'Play', () => player.toggle(), 'Space');
+  const play = button('Play', 'Play', () => player.toggle(), 'Space');
   const slider = element('input', {type: 'range', min: 0, step: 1, 'aria-label': 'Frame'}, [], {
     input: () => player.go(Number(slider.value)),
   });
@@ -135,10 +135,10 @@ const buttons = (player, state, place) => {
   const [every, every_label] = check('every frame', 'e', () => player.every());
   const [loop, loop_label] = check('repeat', 'r', () => player.loop());
   const of_recordings = [
-    button('⏮', 'First frame', () => player.go(0), 'Home'),
+    button('|◀', 'First frame', () => player.go(0), 'Home'),
     button('◀', 'One frame back', () => player.step(-1), ','),
-    button('▷', 'One frame on', () => player.step(1), '.'),
-    button('⏭', 'Last frame', () => player.last(), 'End'),
+    button('▶', 'One frame on', () => player.step(1), '.'),
+    button('▶|', 'Last frame', () => player.last(), 'End'),
     slider, number, of, speed, every_label, loop_label,
   ];
   place.append(of_recordings[0], of_recordings[1], play, ...of_recordings.slice(2));
@@ -148,9 +148,10 @@ const buttons = (player, state, place) => {
     place.hidden = kind !== 'camera' && !(kind === 'recording' && now.source.frames > 1);
     for (const part of of_recordings) part.hidden = kind === 'camera';
     const names = kind === 'camera' ? ['Go on', 'Freeze'] : ['Play', 'Pause'];
-    play.textContent = now.playing ? '⏸' : '▶';
-    play.setAttribute('aria-label', names[Number(now.playing)]);
-    play.title = names[Number(now.playing)] + ' (Space)';
+    const name = names[Number(now.playing)];
+    play.textContent = name;
+    play.setAttribute('aria-label', name);
+    play.title = name + ' (Space)';
     slider.max = number.max = (now.source?.frames ?? 1) - 1;
     slider.value = now.number;
     if (document.activeElement !== number) number.value = now.number;

@@ -56,6 +56,7 @@ const save = (blob, name) => {
 };
 
 const ink = '#1f2328';
+const outline = '#b8b4ab';
 const title_height = 26;
 const legend_height = 44;
 const bar_height = 14;
@@ -67,7 +68,7 @@ const full_scale = 65535;
 const texts_of = (quantity, now, tops) => {
   const degree = String(Number((tops.degree / full_scale).toPrecision(3)));
   if (quantity.colours === 'angle') {
-    return ['0°', quantity.scale ? `dark: degree 0, bright: ${degree} and more` : '', '180°'];
+    return ['0°', quantity.scale ? `dark: degree 0, bright: ${degree}${tops.degree < full_scale ? ' and more' : ''}` : '', '180°'];
   }
   if (quantity.colours === 'signed') return ['−' + degree, '0', degree];
   if (quantity.colours === 'degree') return ['0', '', degree];
@@ -98,6 +99,9 @@ const bar_of = (quantity, {map}, colours, width, height) => {
 /** A bar of a quantity's colours with its texts, with its upper left corner at (x, y). */
 const draw_legend = (context, now, page, quantity, x, y, width) => {
   context.putImageData(bar_of(quantity, now, page.colours, width, bar_height), x, y);
+  context.strokeStyle = outline;
+  context.lineWidth = 1;
+  context.strokeRect(x - 0.5, y - 0.5, width + 1, bar_height + 1);
   const texts = texts_of(quantity, now, page.views.tops());
   context.fillStyle = ink;
   ['left', 'center', 'right'].forEach((side, index) => {
@@ -185,8 +189,8 @@ export const attach_saving = (state, page, held, place) => {
   };
   const button = (text, title, run) => element('button', {type: 'button', title}, [text], {click: run});
   place.append(
-      button('Save picture', 'The pictures with their scales (s)', saving.picture),
-      button('Save numbers', 'The numbers of what is held as CSV (c)', saving.numbers),
+      button('Save picture', 'Save the pictures with their scales (s)', saving.picture),
+      button('CSV', 'Save the numbers of what is held as CSV (c)', saving.numbers),
       said);
   return saving;
 };
