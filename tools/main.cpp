@@ -2,6 +2,7 @@
 #include "commands/commands.hpp"
 #include "commands/ending.hpp"
 #include "commands/signals.hpp"
+#include "commands/view_run.hpp"
 #include "terminal/failure.hpp"
 #include "terminal/interruption.hpp"
 #include "terminal/messages.hpp"
@@ -41,7 +42,9 @@ std::string version_text() {
     return "veldrane-polarize " VELDRANE_VERSION "\nprocessor: " +
            veldrane_mrv::polarization::processor_identification() + "\ncameras: " +
            (veldrane_mrv::polarization::is_built_with_cameras() ? "by Aravis"
-                                                                : "left out of this build");
+                                                                : "left out of this build") +
+           "\nview: " +
+           (polarize_tool::is_built_with_view() ? "built in" : "left out of this build");
 }
 
 // The help or the version, which the parser reports like errors.
@@ -114,6 +117,7 @@ int main(int argument_count, char** arguments) {
     polarize_tool::add_live_command(program, exit_code);
     polarize_tool::add_inspect_command(program, exit_code);
     polarize_tool::add_report_command(program, exit_code);
+    polarize_tool::add_view_command(program, exit_code);
     polarize_tool::add_simulate_command(program, exit_code);
     polarize_tool::add_calibrate_command(program, exit_code);
     return run(

@@ -3,7 +3,7 @@
 
 _veldrane_polarize() {
     local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} command='' word
-    local commands='process live inspect report simulate calibrate'
+    local commands='process live inspect report view simulate calibrate'
     COMPREPLY=()
     for word in "${COMP_WORDS[@]:1:COMP_CWORD - 1}"; do
         if [[ " $commands " == *" $word "* ]]; then

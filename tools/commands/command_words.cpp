@@ -18,6 +18,11 @@ bool is_flag(CLI::Option const& option) {
     return option.get_items_expected_max() == 0;
 }
 
+// Whether its value can be left out.
+bool is_optional_value(CLI::Option const& option) {
+    return !is_flag(option) && option.get_items_expected_min() == 0;
+}
+
 bool is_repeatable(CLI::Option const& option) {
     return option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
 }
@@ -125,6 +130,9 @@ private:
                 throw Usage_error(word + " gives a flag a value; write " + name + " alone");
             }
             take_flag(option, name);
+        } else if (is_optional_value(option) && equals == std::string::npos && !has_value_next()) {
+            note_once(option);
+            plain_.push_back(name);
         } else {
             take_value(
                 option, equals != std::string::npos ? word.substr(equals + 1) : next_value(option));
@@ -150,11 +158,14 @@ private:
         }
     }
 
+    bool has_value_next() const {
+        return place_ < words_.size() && !words_[place_].starts_with("--") &&
+               !(words_[place_].size() == 2 && looks_like_option(words_[place_]) &&
+                 command_.get_option_no_throw(words_[place_]) != nullptr);
+    }
+
     std::string next_value(CLI::Option const& option) {
-        bool const has_value = place_ < words_.size() && !words_[place_].starts_with("--") &&
-                               !(words_[place_].size() == 2 && looks_like_option(words_[place_]) &&
-                                 command_.get_option_no_throw(words_[place_]) != nullptr);
-        if (!has_value) {
+        if (!has_value_next()) {
             throw Usage_error(option.get_name() + " has no value; give " + usage_of(option));
         }
         return words_[place_++];
@@ -171,10 +182,14 @@ private:
                 name + " is empty; give " + usage_of(option) +
                 (option.get_required() ? "" : " or leave it out"));
         }
-        if (!given_.insert(&option).second && !is_repeatable(option)) {
-            throw Usage_error(name + " is given twice; give it once");
-        }
+        note_once(option);
         plain_.insert(plain_.end(), {name, value});
+    }
+
+    void note_once(CLI::Option const& option) {
+        if (!given_.insert(&option).second && !is_repeatable(option)) {
+            throw Usage_error(option.get_name() + " is given twice; give it once");
+        }
     }
 
     void take_flag(CLI::Option const& option, std::string const& name) {

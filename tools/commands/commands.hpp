@@ -24,5 +24,6 @@ void add_live_command(CLI::App& program, int& exit_code);
 void add_calibrate_command(CLI::App& program, int& exit_code);
 void add_inspect_command(CLI::App& program, int& exit_code);
 void add_report_command(CLI::App& program, int& exit_code);
+void add_view_command(CLI::App& program, int& exit_code);
 
 } // namespace polarize_tool

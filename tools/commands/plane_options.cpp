@@ -133,7 +133,8 @@ void refuse_options_without_effect(Plane_options const& options, CLI::App const&
     }
 }
 
-// Of the command line, else of the calibration.
+} // namespace
+
 std::optional<polarization::Noise_model> noise_of(
     Plane_options const& options, std::optional<polarization::Calibration> const& calibration) {
     if (!options.electrons_per_count) {
@@ -142,8 +143,6 @@ std::optional<polarization::Noise_model> noise_of(
     return polarization::Noise_model{
         *options.electrons_per_count, options.read_noise.value_or(0.0)};
 }
-
-} // namespace
 
 void check_weights(Plane_options const& options) {
     if (options.calibration_file.empty()) {

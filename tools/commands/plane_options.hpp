@@ -57,6 +57,10 @@ void check_planes(Plane_options const& options, CLI::App const& command);
 /// The same about planes that go to standard output.
 void check_piped_planes(Plane_options const& options, CLI::App const& command);
 
+/// Of the command line, else of the calibration.
+std::optional<polarization::Noise_model> noise_of(
+    Plane_options const& options, std::optional<polarization::Calibration> const& calibration);
+
 /// Makes of `options.results` all that a run takes, after the checks.
 /// @param raw of the frames, if they are bare samples
 /// @throws Usage_error, File_failure as `transform_settings`; Usage_error without noise that is
