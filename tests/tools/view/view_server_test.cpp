@@ -1,0 +1,96 @@
+// Where the server listens, and how it ends. What it answers is the matter of view_attacks_test.
+#include "terminal/failure.hpp"
+#include "view/view_server.hpp"
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <string>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace polarize_tool;
+
+std::string refusal_of(View_server_options const& options) {
+    try {
+        View_server const server(options, {}, {});
+    } catch (Usage_error const& error) {
+        return error.what();
+    }
+    return "";
+}
+
+TEST(View_server, refuses_a_port_that_is_taken) {
+    View_server const first({}, {}, {});
+    View_server_options options;
+    options.port = first.port();
+    EXPECT_EQ(
+        refusal_of(options), "--port is " + std::to_string(first.port()) +
+                                 ", which another program uses; give another one, or leave it out "
+                                 "for one that is free");
+}
+
+TEST(View_server, refuses_an_address_that_is_none_of_the_machine) {
+    View_server_options options;
+    options.address = "camera.example";
+    EXPECT_EQ(
+        refusal_of(options), "--listen is camera.example; give an address of this machine in "
+                             "numbers, such as 127.0.0.1 or ::1");
+    options.address = "192.0.2.1"; // of the range that is nobody's
+    EXPECT_EQ(
+        refusal_of(options),
+        "--listen is 192.0.2.1, which is no address of this machine; give one that `ip address` "
+        "shows, or leave it out for this machine alone");
+}
+
+TEST(View_server, tells_where_it_is) {
+    View_server const server({}, {}, {});
+    EXPECT_EQ(server.origin(), "http://127.0.0.1:" + std::to_string(server.port()));
+    EXPECT_EQ(server.token().size(), 64U);
+}
+
+int connection_to(std::uint16_t port) {
+    int const socket_number = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(socket_number, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return socket_number;
+}
+
+TEST(View_server, ends_with_a_handler_at_work_and_connections_open) {
+    std::atomic<bool> is_at_work = false;
+    std::atomic<bool> is_over = false;
+    std::atomic<bool> stops = false;
+    auto const waits = [&](Query const&) {
+        is_at_work = true;
+        is_at_work.notify_all();
+        stops.wait(false);
+        is_over = true;
+        return Answer{};
+    };
+    View_server server({}, {}, {{"/wait", waits}});
+    std::thread serving([&] { server.run([&stops] { return stops.load(); }); });
+    int const idle = connection_to(server.port());
+    int const busy = connection_to(server.port());
+    std::string const request =
+        "GET /wait HTTP/1.1\r\nHost: localhost:" + std::to_string(server.port()) +
+        "\r\nPolarization-Token: " + server.token() + "\r\n\r\n";
+    EXPECT_EQ(send(busy, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    is_at_work.wait(false);
+    stops = true;
+    stops.notify_all();
+    serving.join();
+    EXPECT_TRUE(is_over);
+    char byte;
+    EXPECT_EQ(recv(idle, &byte, 1, 0), 0);
+    close(idle);
+    close(busy);
+}
+
+} // namespace
