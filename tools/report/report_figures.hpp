@@ -3,6 +3,7 @@
 #pragma once
 
 #include "input/settings_rows.hpp"
+#include "page/colour_tables.hpp"
 #include "report/report_pictures.hpp"
 #include "veldrane_mrv/polarization/inspection.hpp"
 

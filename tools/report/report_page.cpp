@@ -2,6 +2,8 @@
 
 #include "html/report_template.hpp"
 #include "output/inspect_output.hpp"
+#include "page/colour_tables.hpp"
+#include "page/page_encoding.hpp"
 #include "report/report_encoding.hpp"
 #include "report/report_pictures.hpp"
 

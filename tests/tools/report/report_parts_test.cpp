@@ -1,5 +1,7 @@
 // The parts of a report: encodings that a browser must undo exactly, statistics of planes that can
 // be worked out by hand, and pictures that follow their scales.
+#include "page/colour_tables.hpp"
+#include "page/page_encoding.hpp"
 #include "report/report_encoding.hpp"
 #include "report/report_figures.hpp"
 #include "report/report_pictures.hpp"

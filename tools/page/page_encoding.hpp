@@ -1,0 +1,18 @@
+/// @file
+/// Bytes in the form that a page can hold.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace polarize_tool {
+
+/// RFC 4648, with padding.
+std::string base64(std::span<std::uint8_t const> bytes);
+
+/// A URI that is the file: "data:image/png;base64,...".
+std::string data_uri(std::string_view media_type, std::span<std::uint8_t const> bytes);
+
+} // namespace polarize_tool
