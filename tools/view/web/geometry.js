@@ -1,0 +1,40 @@
+// Where pixels of the frame lie in a picture, in device pixels, and which of them are asked for.
+
+/** {zoom, left, top}: device pixels for a pixel of the frame, and where its first pixel begins. */
+export const placed = (size, now, frame) => {
+  const zoom = now.zoom === 'fit'
+      ? Math.min(size.width / frame.width, size.height / frame.height)
+      : now.zoom;
+  const centre = (now.zoom !== 'fit' && now.centre) || [frame.width / 2, frame.height / 2];
+  return {
+    zoom,
+    left: Math.round(size.width / 2 - centre[0] * zoom),
+    top: Math.round(size.height / 2 - centre[1] * zoom),
+  };
+};
+
+/** Pixels of the frame along each side of a requested one, which is no larger than one of the device. */
+export const scale_for = (zoom) => Math.max(1, Math.floor(1 / zoom + 1e-9));
+
+const whole_steps = (least, most, scale, end) => {
+  const first = Math.floor(Math.max(0, least) / scale) * scale;
+  const last = Math.min(Math.ceil(Math.min(end, most) / scale) * scale, end);
+  return [first, last - first];
+};
+
+/** [column, row, width, height] of what `size` shows of the frame in whole steps of the scale, or null. */
+export const region_for = (size, place, frame, scale) => {
+  const {zoom, left, top} = place;
+  const [column, width] = whole_steps(-left / zoom, (size.width - left) / zoom, scale, frame.width);
+  const [row, height] = whole_steps(-top / zoom, (size.height - top) / zoom, scale, frame.height);
+  return width > 0 && height > 0 ? [column, row, width, height] : null;
+};
+
+/** The state after `zoom` became `wanted`, with the point of the frame at (x, y) of `size` left where it is. */
+export const zoomed = (size, place, wanted, x, y) => {
+  const at = [(x - place.left) / place.zoom, (y - place.top) / place.zoom];
+  return {
+    zoom: wanted,
+    centre: [at[0] + (size.width / 2 - x) / wanted, at[1] + (size.height / 2 - y) / wanted],
+  };
+};

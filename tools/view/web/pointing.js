@@ -1,0 +1,106 @@
+// Mouse, pen and fingers on the pictures.
+
+const click_reach = 5;
+const wheel_step = 1.0015;
+
+/** Drag moves, with Shift it marks a region; wheel and two fingers zoom; a click is told to `on_click`. */
+export const attach_pointing = (state, views) => {
+  const click_listeners = [];
+  const region_listeners = [];
+  const fingers = new Map();
+  let start = null;
+
+  const place_of = (view, event) => {
+    const box = view.canvas.getBoundingClientRect();
+    return {
+      view,
+      x: ((event.clientX - box.left) / box.width) * view.canvas.width,
+      y: ((event.clientY - box.top) / box.height) * view.canvas.height,
+    };
+  };
+  const pixel_of = (place) => views.pixel_at(place.view, place.x, place.y);
+  const spread = () => {
+    const [one, other] = [...fingers.values()];
+    return {
+      view: one.view, x: (one.x + other.x) / 2, y: (one.y + other.y) / 2,
+      length: Math.hypot(one.x - other.x, one.y - other.y),
+    };
+  };
+
+  const pressed = (view, event) => {
+    if (event.button !== 0) return;
+    view.canvas.setPointerCapture(event.pointerId);
+    const place = place_of(view, event);
+    fingers.set(event.pointerId, place);
+    start = fingers.size === 1 ? {place, pixel: pixel_of(place), marks: event.shiftKey, moved: false} : null;
+  };
+  const pinched = (event, place) => {
+    const before = spread();
+    fingers.set(event.pointerId, place);
+    const after = spread();
+    views.pan_pixels(before.x - after.x, before.y - after.y);
+    if (before.length > 0) views.zoom(after.length / before.length, after);
+  };
+  const moved = (view, event) => {
+    const place = place_of(view, event);
+    const pixel = pixel_of(place);
+    if (pixel) state.set({pointer: pixel});
+    const before = fingers.get(event.pointerId);
+    if (!before) return;
+    if (fingers.size === 2) {
+      pinched(event, place);
+      return;
+    }
+    if (!start) return;
+    const far = Math.hypot(place.x - start.place.x, place.y - start.place.y) > click_reach * devicePixelRatio;
+    if (!start.moved && !far) return;
+    start.moved = true;
+    fingers.set(event.pointerId, place);
+    if (!start.marks) views.pan_pixels(before.x - place.x, before.y - place.y);
+    else if (start.pixel && pixel) tell_region(start.pixel, pixel, false);
+  };
+  const tell_region = (one, other, done) => {
+    const column = Math.min(one.column, other.column);
+    const row = Math.min(one.row, other.row);
+    const region = [
+      column, row, Math.abs(one.column - other.column) + 1, Math.abs(one.row - other.row) + 1,
+    ];
+    for (const listener of region_listeners) listener(region, done);
+  };
+  const released = (view, event) => {
+    const place = place_of(view, event);
+    const pixel = pixel_of(place);
+    fingers.delete(event.pointerId);
+    if (!start || event.type === 'pointercancel') {
+      start = null;
+      return;
+    }
+    if (start.marks && start.moved && start.pixel) {
+      tell_region(start.pixel, pixel ?? state.now.pointer ?? start.pixel, true);
+    } else if (!start.moved && pixel) {
+      state.set({pointer: pixel});
+      for (const listener of click_listeners) listener(pixel);
+    }
+    start = null;
+  };
+  const wheel = (view, event) => {
+    event.preventDefault();
+    const lines = event.deltaMode === WheelEvent.DOM_DELTA_LINE ? 16 : 1;
+    views.zoom(wheel_step ** (-event.deltaY * lines), place_of(view, event));
+  };
+
+  for (const view of views.all) {
+    const {canvas} = view;
+    canvas.addEventListener('pointerdown', (event) => pressed(view, event));
+    canvas.addEventListener('pointermove', (event) => moved(view, event));
+    canvas.addEventListener('pointerup', (event) => released(view, event));
+    canvas.addEventListener('pointercancel', (event) => released(view, event));
+    canvas.addEventListener('wheel', (event) => wheel(view, event), {passive: false});
+  }
+  return {
+    /** f({row, column}) */
+    on_click: (listener) => click_listeners.push(listener),
+    /** f([column, row, width, height], done): while it is drawn, and at its end. */
+    on_region: (listener) => region_listeners.push(listener),
+  };
+};

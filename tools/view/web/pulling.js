@@ -1,0 +1,82 @@
+// Frames for the pictures: one request at a time, and the next one asks for what is wanted then. So
+// nothing queues up, however slow the road is.
+
+import {ask_frame} from './source.js';
+
+const retry_after = 1000;
+const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
+
+/** Runs as long as the page. `trouble(refusal or null)` tells the reader. */
+export const start_pulling = (state, views, trouble) => {
+  let wake = () => {};
+  let waiting_for_new = null;
+  let shown = {number: -1, shape: ''};
+
+  const wanted = () => {
+    const {source, playing, number, failed} = state.now;
+    const need = source && views.needed();
+    if (!need) return null;
+    const shape = JSON.stringify(need);
+    const parameters = {region: need.region.join(), scale: need.scale, planes: need.planes.join()};
+    if (source.kind !== 'camera') {
+      if ((shown.number === number && shown.shape === shape) || failed === number) return null;
+      return {shape, parameters: {number, ...parameters}};
+    }
+    if (!playing) {
+      const still = shown.number >= 0 ? shown.number : number;
+      if (shown.number >= 0 && shown.shape === shape) return null;
+      return {shape, parameters: {number: still, ...parameters}};
+    }
+    // What is shown is asked for again, finer or elsewhere, before the next frame is waited for.
+    if (shown.number >= 0 && shown.shape !== shape) {
+      return {shape, parameters: {number: shown.number, ...parameters}};
+    }
+    return {shape, parameters: {after: shown.number, ...parameters}, waits: shown.number >= 0};
+  };
+
+  const refused = async (refusal, want) => {
+    const {number} = want.parameters;
+    if (refusal.status === 204) return;
+    if (refusal.status === 410) {
+      shown = {number: -1, shape: ''};
+      if (!state.now.playing) state.set({playing: true});
+      return;
+    }
+    trouble(refusal);
+    if (refusal.status >= 400 && refusal.status < 500 && number !== undefined) {
+      state.set({failed: number});
+      if (state.now.source.kind !== 'camera') return;
+    }
+    await pause(retry_after);
+  };
+
+  const pull_one = async (want) => {
+    waiting_for_new = want.waits ? new AbortController() : null;
+    try {
+      const answer = await ask_frame(want.parameters, waiting_for_new?.signal);
+      shown = {number: answer.header.number, shape: want.shape};
+      trouble(null);
+      views.show(answer);
+    } catch (error) {
+      if (error.name === 'AbortError') return;
+      if (error.status === undefined) throw error;
+      await refused(error, want);
+    }
+  };
+
+  const run = async () => {
+    for (;;) {
+      const changed = new Promise((resolve) => (wake = resolve));
+      const want = document.hidden ? null : wanted();
+      if (want) await pull_one(want);
+      else await changed;
+    }
+  };
+  const need_changed = () => {
+    waiting_for_new?.abort();
+    wake();
+  };
+  views.on_need(need_changed);
+  document.addEventListener('visibilitychange', need_changed);
+  return run();
+};

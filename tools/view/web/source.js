@@ -1,0 +1,72 @@
+// What the program behind the page is asked: with its token, and with answers in typed arrays.
+
+const token_key = 'polarization-token';
+const element_types = {u8: Uint8Array, u16: Uint16Array, i16: Int16Array};
+
+/** An answer that is a refusal (status 400 and above), none at all (0), or one that is not there yet (204). */
+export class Refusal extends Error {
+  constructor(status, text) {
+    super(text);
+    this.status = status;
+  }
+}
+
+/** Takes the token out of the address, which may be passed on, into the memory of this tab. */
+export const take_token = () => {
+  const parts = location.hash.replace(/^#/, '').split('&');
+  const found = parts.find((part) => part.startsWith('token='));
+  if (found) {
+    sessionStorage.setItem(token_key, found.slice('token='.length));
+    const rest = parts.filter((part) => part !== found).join('&');
+    history.replaceState(null, '', rest ? '#' + rest : location.pathname);
+  }
+  return sessionStorage.getItem(token_key) !== null;
+};
+
+const ask = async (path, signal) => {
+  let response;
+  try {
+    response = await fetch(path, {
+      headers: {'Polarization-Token': sessionStorage.getItem(token_key) ?? ''},
+      cache: 'no-store',
+      signal,
+    });
+  } catch (error) {
+    if (error.name === 'AbortError') throw error;
+    throw new Refusal(0, 'The program does not answer.');
+  }
+  if (response.status === 204) throw new Refusal(204, 'There is no newer frame.');
+  if (!response.ok) throw new Refusal(response.status, (await response.text()).trim());
+  return response;
+};
+
+/** The planes of an answer as they lie in it, without a copy. */
+export const decoded = (buffer) => {
+  const length = new DataView(buffer).getUint32(0, true);
+  const header = JSON.parse(new TextDecoder().decode(new Uint8Array(buffer, 4, length)));
+  const count = header.width * header.height;
+  const planes = {};
+  let place = 4 + length;
+  for (const {name, type} of header.planes) {
+    const Elements = element_types[type];
+    planes[name] = new Elements(buffer, place, count);
+    place += Math.ceil((count * Elements.BYTES_PER_ELEMENT) / 8) * 8;
+  }
+  return {header, planes};
+};
+
+const query = (parameters) =>
+    Object.entries(parameters)
+        .filter(([, value]) => value !== undefined)
+        .map(([name, value]) => name + '=' + value)
+        .join('&');
+
+const json = async (path, signal) => (await ask(path, signal)).json();
+
+export const ask_source = () => json('/source');
+export const ask_colours = () => json('/colours');
+/** {number or after, region, scale, planes} to {header, planes: {name: typed array}}. */
+export const ask_frame = async (parameters, signal) =>
+    decoded(await (await ask('/frame?' + query(parameters), signal)).arrayBuffer());
+/** {number, region} to mean, deviation and histogram of each quantity. */
+export const ask_statistics = (parameters, signal) => json('/statistics?' + query(parameters), signal);

@@ -1,0 +1,270 @@
+// The pictures: one or four canvases that show the same part of the frame.
+
+import {placed, region_for, scale_for, zoomed} from './geometry.js';
+import {paint_marks} from './painting.js';
+import {parts_of, quantities} from './quantities.js';
+import {new_scales, planes_for} from './scales.js';
+import {limited, limited_zoom, view_titles} from './state.js';
+
+const two_in_a_row = 2;
+
+/** A picture in device pixels of its frame, kept between frames. */
+const new_picture = () => {
+  const canvas = document.createElement('canvas');
+  const context = canvas.getContext('2d', {alpha: false});
+  let image = null;
+  let pixels = null;
+  return {
+    canvas,
+    paint(width, height, draw) {
+      if (image?.width !== width || image.height !== height) {
+        canvas.width = width;
+        canvas.height = height;
+        image = context.createImageData(width, height);
+        pixels = new Uint32Array(image.data.buffer);
+      }
+      draw(pixels);
+      context.putImageData(image, 0, 0);
+    },
+  };
+};
+
+const new_view = (index, state) => {
+  const root = document.getElementById('view-template').content.firstElementChild.cloneNode(true);
+  const select = root.querySelector('select');
+  const stage = root.querySelector('.stage');
+  const canvas = root.querySelector('canvas');
+  for (const [name, title] of Object.entries(view_titles)) select.add(new Option(title, name));
+  select.addEventListener('change', () => {
+    state.set({views: state.now.views.with(index, select.value), active: index});
+  });
+  canvas.addEventListener('focus', () => state.set({active: index}));
+  return {
+    root, select, stage, canvas, mark: root.querySelector('.mark'),
+    context: canvas.getContext('2d', {alpha: false}), pictures: [], name: null,
+  };
+};
+
+/**
+ * Shows frames in `place`. Gives what keys, held regions and pictures to save need:
+ * zoom(by, at), pan(columns, rows), fit(), point(row, column), parts(), on_drawn(f), on_click(f), on_region(f).
+ */
+export const attach_views = (state, place, painter) => {
+  const scales = new_scales();
+  const all = [0, 1, 2, 3].map((index) => new_view(index, state));
+  const drawn_listeners = [];
+  let latest = null;
+  let unpainted = false;
+  let waiting = 0;
+
+  const shown = () => all.slice(0, state.now.views.length);
+  const frame_size = () => {
+    const {header, source} = state.now;
+    const known = latest?.header ?? header;
+    return known ? {width: known.frame_width, height: known.frame_height} : source;
+  };
+
+  /** {name, view, x, y, width, height, zoom, left, top} of each picture, in device pixels of its canvas. */
+  const parts = () => {
+    const frame = frame_size();
+    if (!frame) return [];
+    return shown().flatMap((view, index) => {
+      const names = parts_of(state.now.views[index]);
+      const columns = names.length === 1 ? 1 : two_in_a_row;
+      const size = {
+        width: Math.floor(view.canvas.width / columns),
+        height: Math.floor(view.canvas.height / columns),
+      };
+      return names.map((name, part) => ({
+        name, view, part, x: (part % columns) * size.width,
+        y: Math.floor(part / columns) * size.height, ...size, ...placed(size, state.now, frame),
+      }));
+    });
+  };
+
+  /** {region, scale, planes} that the pictures are made of, or null while there is none. */
+  const needed = () => {
+    const frame = frame_size();
+    const places = parts().filter(({width, height}) => width > 0 && height > 0);
+    if (places.length === 0) return null;
+    const scale = scale_for(Math.max(...places.map(({zoom}) => zoom)));
+    const regions = places.map((part) => region_for(part, part, frame, scale)).filter(Boolean);
+    if (regions.length === 0) return null;
+    const ends = (start) => regions.map((region) => region[start] + region[start + 2]);
+    const column = Math.min(...regions.map((region) => region[0]));
+    const row = Math.min(...regions.map((region) => region[1]));
+    const region = [column, row, Math.max(...ends(0)) - column, Math.max(...ends(1)) - row];
+    return {region, scale, planes: planes_for(state.now.views, state.now.overlay)};
+  };
+
+  const paint_all = () => {
+    const {header, planes} = latest;
+    const tops = scales.chosen(state.now);
+    for (const {name, view, part} of parts()) {
+      if (quantities[name].planes.some((plane) => !planes[plane])) continue;
+      const picture = (view.pictures[part] ??= new_picture());
+      picture.paint(header.width, header.height, (pixels) => {
+        painter.paint(name, planes, pixels, tops, state.now.map);
+        if (state.now.overlay && planes.validity) paint_marks(planes.validity, header, pixels);
+      });
+      picture.name = name;
+      picture.header = header;
+    }
+    unpainted = false;
+  };
+
+  const draw_part = ({name, view, part, x, y, width, height, zoom, left, top}) => {
+    const {context} = view;
+    const picture = view.pictures[part];
+    if (picture?.name !== name) return;
+    const {region, scale} = picture.header;
+    context.save();
+    context.beginPath();
+    context.rect(x, y, width, height);
+    context.clip();
+    const step = zoom * scale;
+    context.imageSmoothingEnabled = step < 1;
+    context.drawImage(
+        picture.canvas, x + left + region[0] * zoom, y + top + region[1] * zoom,
+        picture.header.width * step, picture.header.height * step);
+    context.restore();
+  };
+
+  const draw_mark = (part) => {
+    const {mark} = part.view;
+    const {pointer} = state.now;
+    mark.hidden = !pointer || part.part !== 0;
+    if (mark.hidden) return;
+    const ratio = part.view.stage.clientWidth / part.view.canvas.width;
+    const x = (part.left + (pointer.column + 0.5) * part.zoom) * ratio;
+    const y = (part.top + (pointer.row + 0.5) * part.zoom) * ratio;
+    mark.hidden = x < 0 || y < 0 || x > part.width * ratio || y > part.height * ratio;
+    mark.style.left = x + 'px';
+    mark.style.top = y + 'px';
+  };
+
+  const draw = () => {
+    waiting = 0;
+    if (unpainted && latest) paint_all();
+    const places = parts();
+    for (const {context, canvas} of shown()) {
+      context.fillStyle = '#000';
+      context.fillRect(0, 0, canvas.width, canvas.height);
+    }
+    for (const part of places) {
+      draw_part(part);
+      draw_mark(part);
+    }
+    for (const listener of drawn_listeners) listener(places);
+    if (latest && state.now.header !== latest.header) state.set({header: latest.header, failed: null});
+  };
+  const redraw = () => {
+    waiting ||= requestAnimationFrame(draw);
+  };
+
+  /** Takes the answer of /frame, to be seen with the screen's next picture. */
+  const show = (answer) => {
+    latest = answer;
+    unpainted = true;
+    scales.measure(answer, state.now.playing);
+    redraw();
+  };
+
+  const resize = () => {
+    for (const {stage, canvas} of shown()) {
+      const width = Math.round(stage.clientWidth * devicePixelRatio);
+      const height = Math.round(stage.clientHeight * devicePixelRatio);
+      if (canvas.width === width && canvas.height === height) continue;
+      canvas.width = width;
+      canvas.height = height;
+    }
+    redraw();
+    changed_need();
+  };
+  let changed_need = () => {};
+
+  const zoom_to = (wanted, at) => {
+    const part = parts().find(({view}) => view === (at?.view ?? all[state.now.active])) ?? parts()[0];
+    if (!part) return;
+    const x = at ? at.x % part.width : part.width / 2;
+    const y = at ? at.y % part.height : part.height / 2;
+    state.set(zoomed(part, part, limited_zoom(wanted), x, y));
+  };
+  /** `at`: {view, x, y} in device pixels of its canvas; the middle of the active view without. */
+  const zoom = (by, at) => zoom_to((parts()[0]?.zoom ?? 1) * by, at);
+  /** By device pixels. */
+  const pan_pixels = (x, y) => {
+    const part = parts()[0];
+    if (!part) return;
+    const frame = frame_size();
+    const now = (state.now.zoom !== 'fit' && state.now.centre) || [frame.width / 2, frame.height / 2];
+    state.set({
+      zoom: part.zoom,
+      centre: [
+        limited(now[0] + x / part.zoom, 0, frame.width),
+        limited(now[1] + y / part.zoom, 0, frame.height),
+      ],
+    });
+  };
+  /** By shares of what is seen. */
+  const pan = (columns, rows) => {
+    const part = parts()[0];
+    if (part) pan_pixels(columns * part.width, rows * part.height);
+  };
+  const point = (row, column) => {
+    const frame = frame_size();
+    if (!frame) return;
+    state.set({pointer: {
+      row: limited(row, 0, frame.height - 1), column: limited(column, 0, frame.width - 1),
+    }});
+  };
+  /** {row, column} of the frame at a place of a canvas, or null outside of the frame. */
+  const pixel_at = (view, x, y) => {
+    const part = parts().find((other) => other.view === view && x >= other.x && y >= other.y &&
+        x < other.x + other.width && y < other.y + other.height);
+    if (!part) return null;
+    const column = Math.floor((x - part.x - part.left) / part.zoom);
+    const row = Math.floor((y - part.y - part.top) / part.zoom);
+    const frame = frame_size();
+    return row >= 0 && column >= 0 && row < frame.height && column < frame.width ? {row, column} : null;
+  };
+
+  const arrange = () => {
+    place.dataset.views = state.now.views.length;
+    place.replaceChildren(...shown().map(({root}) => root));
+    resize();
+  };
+  const name_views = () => {
+    shown().forEach((view, index) => {
+      const name = state.now.views[index];
+      view.select.value = name;
+      view.root.dataset.name = name;
+      view.canvas.setAttribute('aria-label', view_titles[name]);
+    });
+  };
+
+  state.listen((now, changed) => {
+    if (changed.has('views')) {
+      name_views();
+      if (place.childElementCount !== now.views.length) arrange();
+    }
+    if (['views', 'map', 'overlay', 's0_top', 'degree_top'].some((name) => changed.has(name))) {
+      unpainted = true;
+    }
+    if (['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'playing'].some((name) => changed.has(name))) {
+      changed_need();
+    }
+    if (changed.size > (changed.has('header') ? 1 : 0)) redraw();
+  });
+  new ResizeObserver(resize).observe(place);
+  name_views();
+  arrange();
+  return {
+    all, parts, needed, show, zoom, zoom_to, pan, pan_pixels, point, pixel_at, redraw,
+    fit: () => state.set({zoom: 'fit', centre: null}),
+    tops: () => scales.chosen(state.now),
+    latest: () => latest,
+    on_drawn: (listener) => drawn_listeners.push(listener),
+    on_need: (listener) => (changed_need = listener),
+  };
+};
