@@ -1,5 +1,7 @@
 #include "page/page_encoding.hpp"
 
+#include "terminal/visible_text.hpp"
+
 #include <algorithm>
 
 namespace polarize_tool {
@@ -28,6 +30,29 @@ std::string base64(std::span<std::uint8_t const> bytes) {
 
 std::string data_uri(std::string_view media_type, std::span<std::uint8_t const> bytes) {
     return "data:" + std::string(media_type) + ";base64," + base64(bytes);
+}
+
+std::string html_text(std::string_view text) {
+    std::string escaped;
+    for (char const character : visible(text)) {
+        switch (character) {
+        case '&':
+            escaped += "&amp;";
+            break;
+        case '<':
+            escaped += "&lt;";
+            break;
+        case '>':
+            escaped += "&gt;";
+            break;
+        case '"':
+            escaped += "&quot;";
+            break;
+        default:
+            escaped += character;
+        }
+    }
+    return escaped;
 }
 
 } // namespace polarize_tool

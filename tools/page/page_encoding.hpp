@@ -1,5 +1,5 @@
 /// @file
-/// Bytes in the form that a page can hold.
+/// Bytes and texts in the forms that a page can hold.
 #pragma once
 
 #include <cstdint>
@@ -14,5 +14,8 @@ std::string base64(std::span<std::uint8_t const> bytes);
 
 /// A URI that is the file: "data:image/png;base64,...".
 std::string data_uri(std::string_view media_type, std::span<std::uint8_t const> bytes);
+
+/// Text between tags or in a quoted attribute, as `visible` text.
+std::string html_text(std::string_view text);
 
 } // namespace polarize_tool

@@ -1,7 +1,6 @@
 #include "report/report_encoding.hpp"
 
 #include "page/page_encoding.hpp"
-#include "terminal/visible_text.hpp"
 
 #include <stdexcept>
 #include <zlib.h>
@@ -23,29 +22,6 @@ std::vector<std::uint8_t> deflated(std::span<std::uint8_t const> bytes) {
 }
 
 } // namespace
-
-std::string html_text(std::string_view text) {
-    std::string escaped;
-    for (char const character : visible(text)) {
-        switch (character) {
-        case '&':
-            escaped += "&amp;";
-            break;
-        case '<':
-            escaped += "&lt;";
-            break;
-        case '>':
-            escaped += "&gt;";
-            break;
-        case '"':
-            escaped += "&quot;";
-            break;
-        default:
-            escaped += character;
-        }
-    }
-    return escaped;
-}
 
 std::string json_for_html(std::string json) {
     constexpr std::string_view replacement = "\\u003c";

@@ -11,9 +11,6 @@
 
 namespace polarize_tool {
 
-/// Text between tags or in a quoted attribute, as `visible` text.
-std::string html_text(std::string_view text);
-
 /// JSON that may stand in a script element: no less-than sign, so nothing ends the element.
 std::string json_for_html(std::string json);
 

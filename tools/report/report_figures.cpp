@@ -1,7 +1,8 @@
 #include "report/report_figures.hpp"
 
 #include "output/inspect_output.hpp"
-#include "report/report_encoding.hpp"
+#include "page/page_encoding.hpp"
+#include "page/svg_parts.hpp"
 
 #include <algorithm>
 #include <cmath>
@@ -10,20 +11,10 @@
 namespace polarize_tool {
 namespace {
 
-constexpr double histogram_width = 330.0;
+constexpr double histogram_width = drawing_width;
 constexpr double histogram_height = 96.0;
 constexpr double bar_height = 16.0;
 constexpr double text_drop = 17.0;
-
-// Coordinates to a hundredth of a pixel, as short as they come.
-std::string coordinate(double value) {
-    std::string text = decimal(value, 2);
-    text.erase(text.find_last_not_of('0') + 1);
-    if (text.ends_with('.')) {
-        text.pop_back();
-    }
-    return text;
-}
 
 std::string tick_labels(Ticks const& ticks, double width, double baseline) {
     std::string svg;
@@ -34,11 +25,6 @@ std::string tick_labels(Ticks const& ticks, double width, double baseline) {
                html_text(label) + "</text>";
     }
     return svg;
-}
-
-std::string svg_of_size(double width, double height, std::string const& label) {
-    return "<svg viewBox=\"0 0 " + coordinate(width) + " " + coordinate(height) +
-           "\" role=\"img\" aria-label=\"" + html_text(label) + "\"";
 }
 
 // A line through the centre of a 40 x 40 drawing, in the direction of an angle that grows
@@ -162,29 +148,8 @@ std::string colour_bar(std::string const& uri, Ticks const& ticks, std::string c
 }
 
 std::string colour_wheel(std::string const& uri, double degree_top) {
-    constexpr double centre_x = histogram_width / 2.0;
-    constexpr double centre_y = 96.0;
-    constexpr double radius = 72.0;
-    std::string svg = svg_of_size(
-                          histogram_width, 2.0 * centre_y,
-                          "Colour wheel: hue tells the angle, brightness the degree") +
-                      "><clipPath id=\"disc\"><circle cx=\"" + coordinate(centre_x) + "\" cy=\"" +
-                      coordinate(centre_y) + "\" r=\"" + coordinate(radius) +
-                      "\"/></clipPath><image clip-path=\"url(#disc)\" href=\"" + uri + "\" x=\"" +
-                      coordinate(centre_x - radius) + "\" y=\"" + coordinate(centre_y - radius) +
-                      "\" width=\"" + coordinate(2.0 * radius) + "\" height=\"" +
-                      coordinate(2.0 * radius) + "\"/>";
-    for (int angle = 0; angle < 360; angle += 45) {
-        double const direction = angle * std::numbers::pi / 180.0;
-        double const x = centre_x + (radius + 8.0) * std::cos(direction);
-        double const y = centre_y - (radius + 12.0) * std::sin(direction) + 4.0;
-        char const* const anchor = angle % 180 == 90           ? "middle"
-                                   : angle > 90 && angle < 270 ? "end"
-                                                               : "start";
-        svg += "<text x=\"" + coordinate(x) + "\" y=\"" + coordinate(y) + "\" text-anchor=\"" +
-               anchor + "\">" + std::to_string(angle % 180) + "°</text>";
-    }
-    return svg + "</svg><p class=\"wheel-note\">Centre: degree 0. Rim: " + coordinate(degree_top) +
+    return wheel_svg(uri) +
+           "<p class=\"wheel-note\">Centre: degree 0. Rim: " + coordinate(degree_top) +
            (degree_top < 1.0 ? " and above" : "") + ".</p>";
 }
 

@@ -46,11 +46,6 @@ std::string per_cent(double share) {
     return decimal(100.0 * share, share > 0.0 && share < 0.0995 ? 2 : 1) + " %";
 }
 
-// Steps of half a sample unit or less are worth a digit.
-int s0_decimals(double unit) {
-    return unit >= 0.3 ? 1 : unit >= 0.03 ? 2 : 3;
-}
-
 std::string binning_note(std::size_t binning) {
     if (binning == 1) {
         return "One pixel of the frame for each of the picture.";
@@ -207,7 +202,6 @@ std::string data(Report const& report, Figures const& figures) {
     json["height"] = report.planes.height;
     json["full_scale"] = report.planes.full_scale;
     json["s0_unit"] = figures.s0_unit;
-    json["s0_decimals"] = s0_decimals(figures.s0_unit);
     json["s0_top"] = figures.scales.s0_top;
     json["degree_top"] = figures.scales.degree_top;
     json["hues"] = Colour_tables::hue_count;
@@ -234,7 +228,9 @@ std::string report_page(Report const& report) {
     auto dolp = packed(planes.dolp, Element_order::plain);
     Figures const figures(report);
     Places places{
+        {"theme", std::string(report_theme)},
         {"style", std::string(report_style)},
+        {"parts", std::string(report_parts)},
         {"script", std::string(report_script)},
         {"notices", ""},
         {"conventions", conventions(report)},

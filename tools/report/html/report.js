@@ -1,4 +1,3 @@
-'use strict';
 (() => {
   const facts = JSON.parse(document.getElementById('facts').textContent);
   const names = ['s0', 'azimuth', 'dolp'];
@@ -42,52 +41,33 @@
   };
 
   const at = (name, row, column) => planes[name][row * facts.width + column];
-  const share = (value, most) => Math.min(1, value / most);
-
   // Index of a colour in the table of its plane, as the pictures show it.
+  const degreeTop = facts.degree_top * facts.full_scale;
   const colourIndex = {
-    s0: (row, column) => Math.round(255 * share(at('s0', row, column), facts.s0_top)),
-    azimuth: (row, column) => {
-      const turn = (at('azimuth', row, column) / facts.full_scale + 0.5) % 1;
-      const level = share(at('dolp', row, column), facts.degree_top * facts.full_scale);
-      return (Math.round(turn * facts.hues) % facts.hues) * facts.levels +
-          Math.round(level * (facts.levels - 1));
-    },
-    dolp: (row, column) =>
-        Math.round(255 * share(at('dolp', row, column), facts.degree_top * facts.full_scale)),
+    s0: (row, column) => ramp_index(at('s0', row, column), facts.s0_top),
+    azimuth: (row, column) =>
+        hue_of(at('azimuth', row, column), facts.full_scale, facts.hues) * facts.levels +
+        level_of(at('dolp', row, column), degreeTop, facts.levels),
+    dolp: (row, column) => ramp_index(at('dolp', row, column), degreeTop),
   };
 
   const texts = {
-    s0: (element) => (element * facts.s0_unit).toFixed(facts.s0_decimals),
-    azimuth: (element, row, column) => at('dolp', row, column) === 0
-        ? 'none'
-        : ((element / facts.full_scale * 180 + 90) % 180).toFixed(2) + '°',
+    s0: (element) => s0_text(element, facts.s0_unit),
+    azimuth: (element, row, column) =>
+        angle_text(element, at('dolp', row, column), facts.full_scale),
     dolp: (element, row, column) =>
-        at('s0', row, column) === 0 ? 'none' : (element / facts.full_scale).toFixed(4),
+        degree_text(element, at('s0', row, column), facts.full_scale),
   };
 
-  const cells = 11;
-  const size = 8;
   const drawLoupe = (name) => {
-    const context = document.getElementById('loupe-' + name).getContext('2d');
-    context.clearRect(0, 0, cells * size, cells * size);
     const table = colours[name];
-    const reach = (cells - 1) / 2;
-    for (let y = 0; y < cells; ++y) {
-      for (let x = 0; x < cells; ++x) {
-        const row = place.row + y - reach;
-        const column = place.column + x - reach;
-        if (row < 0 || column < 0 || row >= facts.height || column >= facts.width) continue;
-        const i = 3 * colourIndex[name](row, column);
-        context.fillStyle = `rgb(${table[i]},${table[i + 1]},${table[i + 2]})`;
-        context.fillRect(x * size, y * size, size, size);
-      }
-    }
-    context.lineWidth = 1;
-    context.strokeStyle = '#000';
-    context.strokeRect(reach * size - 1.5, reach * size - 1.5, size + 3, size + 3);
-    context.strokeStyle = '#fff';
-    context.strokeRect(reach * size - 0.5, reach * size - 0.5, size + 1, size + 1);
+    draw_loupe(document.getElementById('loupe-' + name), (x, y) => {
+      const row = place.row + y;
+      const column = place.column + x;
+      if (row < 0 || column < 0 || row >= facts.height || column >= facts.width) return null;
+      const i = 3 * colourIndex[name](row, column);
+      return table.subarray(i, i + 3);
+    });
   };
 
   const show = (row, column) => {
