@@ -5,9 +5,10 @@ import {new_painter} from './painting.js';
 import {attach_pointing} from './pointing.js';
 import {start_pulling} from './pulling.js';
 import {attach_readout} from './readout.js';
-import {ask_colours, ask_source, take_token} from './source.js';
+import {ask_colours, ask_source, ask_statistics, take_token} from './source.js';
 import {keep_in_address, state} from './state.js';
 import {attach_toolbar} from './toolbar.js';
+import {attach_tools} from './tools.js';
 import {attach_views} from './views.js';
 
 const retry_after = 1000;
@@ -58,10 +59,11 @@ const start = async () => {
   const [colours, source] = await asked_until_answered(() => Promise.all([ask_colours(), ask_source()]));
   const painter = new_painter(colours);
   const views = attach_views(state, by_id('views'), painter);
-  attach_pointing(state, views);
+  const pointing = attach_pointing(state, views);
   attach_readout(state, views, painter);
   attach_legends(state, views, colours, by_id('legends'));
-  attach_toolbar(state, views);
+  const toolbar = attach_toolbar(state, views);
+  attach_tools(state, {views, pointing, toolbar, colours, ask_statistics});
   trouble(null);
   if (source.kind === 'camera') state.set({playing: true});
   state.set({source});
