@@ -82,6 +82,10 @@ def skip_without_browser():
             sys.exit(SKIPPED)
 
 
+def run(*command):
+    subprocess.run([str(word) for word in command], check=True, stdout=subprocess.DEVNULL)
+
+
 def first_line(process, pattern, seconds):
     """What group 1 of `pattern` matches in the first fitting line that the process prints."""
     ends = time.monotonic() + seconds

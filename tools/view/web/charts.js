@@ -57,8 +57,10 @@ export const rounded = (value, step) =>
     value === null ? '–'
                    : value.toFixed(Math.min(5, Math.max(0, 1 - Math.floor(Math.log10(step || 1)))));
 
-/** A unit as it stands behind a number. */
-export const with_unit = (unit) => (unit && unit !== '°' ? ' ' + unit : unit ?? '');
+const unit_texts = {sample: ' sample units', degree: '°'};
+
+/** A unit of /statistics as it stands behind a number. */
+export const with_unit = (unit) => unit_texts[unit] ?? '';
 
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(name);
 
@@ -108,7 +110,7 @@ export const places_of = (extent, width, height) => ({
       (extent.to - extent.from)),
 });
 
-const draw_axes = ({context, width, height}, extent, places, unit) => {
+const draw_axes = ({context, width, height}, extent, places, title, unit) => {
   context.strokeStyle = colour('--line') || '#e0ddd6';
   context.setLineDash([]);
   context.lineWidth = 1;
@@ -119,7 +121,7 @@ const draw_axes = ({context, width, height}, extent, places, unit) => {
   context.textBaseline = 'middle';
   context.textAlign = 'right';
   for (const value of [extent.least, (extent.least + extent.largest) / 2, extent.largest]) {
-    context.fillText(rounded(value, step) + with_unit(unit), margins.left - 4, places.y(value),
+    context.fillText(rounded(value, step) + (unit === 'degree' ? '°' : ''), margins.left - 4, places.y(value),
                      margins.left - 6);
   }
   context.textBaseline = 'bottom';
@@ -127,20 +129,22 @@ const draw_axes = ({context, width, height}, extent, places, unit) => {
   context.fillText(`frame ${extent.from}`, margins.left, height);
   context.textAlign = 'right';
   context.fillText(String(extent.to), width - margins.right, height);
+  context.textAlign = 'center';
+  context.fillText(title + (unit === 'sample' ? ', sample units' : ''), width / 2, height);
 };
 
 /**
  * The means of a quantity over the frames: `series` are {label, dash, frames}. Lines differ by their
  * dashes and the label at their ends. What places the values have, or null where there are none.
  */
-export const draw_time_line = (canvas, series, quantity, unit, period, cursor) => {
+export const draw_time_line = (canvas, series, {name, title, period}, unit, cursor) => {
   const drawn = prepared(canvas);
   const {context, width, height} = drawn;
-  const all = series.map(({frames}) => lines_of(frames, quantity, period));
+  const all = series.map(({frames}) => lines_of(frames, name, period));
   const extent = extent_of(all.flat());
   if (extent === null) return null;
   const places = places_of(extent, width, height);
-  draw_axes(drawn, extent, places, unit);
+  draw_axes(drawn, extent, places, title, unit);
   context.strokeStyle = context.fillStyle = colour('--ink') || '#1f2328';
   context.textAlign = 'left';
   context.textBaseline = 'middle';

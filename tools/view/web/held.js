@@ -237,7 +237,7 @@ const new_time_line = (state, place) => {
     shown = {series, quantity};
     const unit = series.map(({frames}) => frames.at(-1)?.of[quantity.name]?.unit).find(Boolean) ?? '';
     place.hidden = series.length === 0;
-    places = place.hidden ? null : draw_time_line(canvas, series, quantity.name, unit, quantity.period ?? null, cursor);
+    places = place.hidden ? null : draw_time_line(canvas, series, quantity, unit, cursor);
     const values = cursor === null ? [] : series.flatMap(({title, frames}) => {
       const frame = frames.find(({number}) => number === cursor);
       const value = frame?.of[quantity.name];

@@ -25,7 +25,7 @@ export const rows_of = (series) => {
     for (const {of} of frames) for (const [name, value] of Object.entries(of)) units[name] ??= value.unit ?? '';
   }
   const statistics = ['mean', 'deviation', 'least', 'largest'];
-  const heading = (name, statistic) => `${name} ${statistic}` + (units[name] ? ` [${units[name]}]` : '');
+  const heading = (name, statistic) => `${name} ${statistic}` + (units[name] && units[name] !== '1' ? ` [${units[name]}]` : '');
   const header = [
     'frame', 'camera time [ns]', 'name', 'column', 'row', 'width', 'height', 'pixels', 'valid pixels',
     ...measured.flatMap(({name}) => statistics.map((statistic) => heading(name, statistic))),
