@@ -1,4 +1,4 @@
-// For a build without what serves the page.
+// In place of view_run.cpp, where Boost is missing.
 #include "commands/view_run.hpp"
 
 #include <stdexcept>

@@ -1,0 +1,148 @@
+#include "commands/view_run.hpp"
+
+#include "commands/camera_options.hpp"
+#include "input/transform_settings.hpp"
+#include "page/page_colours.hpp"
+#include "terminal/failure.hpp"
+#include "terminal/interruption.hpp"
+#include "terminal/messages.hpp"
+#include "terminal/visible_text.hpp"
+#include "veldrane_mrv/polarization/build_identification.hpp"
+#include "veldrane_mrv/polarization/processor.hpp"
+#include "view/view_files.hpp"
+#include "view/view_frames.hpp"
+#include "view/view_server.hpp"
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace polarize_tool {
+namespace {
+
+using polarization::Mode;
+
+void warn_of_listening(View_address const& address) {
+    if (!is_on_this_machine(address)) {
+        warn(
+            "--listen is " + address.listen +
+            ", so frames and the page's token travel unencrypted to other machines; put TLS in "
+            "front, or use an ssh tunnel without --listen (docs/view.md)");
+    }
+}
+
+void serve(View_frames& frames, View_address const& address) {
+    Handlers handlers = frames.handlers();
+    handlers.emplace("/colours", [text = page_colours()](Query const&) {
+        return Answer{200, "application/json", text};
+    });
+    View_server_options options;
+    options.address = address.listen;
+    options.port = address.port;
+    options.hosts = address.hosts;
+    View_server server(options, view_files(), std::move(handlers));
+    warn_of_listening(address);
+    tell_what_stays("interrupted; the page gets no more frames");
+    say(page_address(address, server.origin(), server.token()));
+    bool is_told = false;
+    server.run([&] {
+        if (!is_told && frames.has_ended() && !interruption_flag()) {
+            is_told = true;
+            std::string const failure = frames.failure();
+            if (!failure.empty()) {
+                complain(failure + "; the page keeps the last frames until Ctrl-C");
+            }
+        }
+        return interruption_flag().load();
+    });
+}
+
+View_setup setup_for(
+    std::string name, View_line const& line, Frame_preparation const& preparation) {
+    Transform_settings transform = transform_settings(
+        line.mosaic, line.calibration_file, std::nullopt, preparation,
+        line.zero_direction.value_or(0));
+    transform.settings.noise = noise_of(line, transform.calibration);
+    Mode const mode = line.mode.value_or(transform.calibration ? Mode::calibrated : Mode::fast);
+    return {
+        .name = std::move(name),
+        .transform = std::move(transform),
+        .calibration_file = line.calibration_file,
+        .mode = mode,
+        .rate = std::nullopt,
+        .camera = std::nullopt,
+        .generator = "veldrane-polarize " + std::string(polarization::software_version())};
+}
+
+// By the camera's clock, over what it may have lost: so fast time passes in what is played.
+std::optional<double> rate_of(polarization::Frame_list const& frames) {
+    std::size_t const last = frames.count().value_or(1) - 1;
+    auto const begin = frames.place(0).capture;
+    auto const end = frames.place(last).capture;
+    if (last == 0 || !begin || !end || end->camera_time_ns <= begin->camera_time_ns) {
+        return std::nullopt;
+    }
+    auto const nanoseconds = static_cast<double>(end->camera_time_ns - begin->camera_time_ns);
+    return 1e9 * static_cast<double>(last) / nanoseconds;
+}
+
+std::string name_of_inputs(std::vector<std::string> const& inputs) {
+    std::string const more =
+        inputs.size() > 1 ? " and " + std::to_string(inputs.size() - 1) + " more" : "";
+    return visible(inputs.front()) + more;
+}
+
+void view_files_of(View_line& line) {
+    auto const raw = line.input.raw_layout();
+    check(polarization::processor_features());
+    Frame_preparation const preparation(line.samples, raw);
+    View_setup setup = setup_for(name_of_inputs(line.input.inputs), line, preparation);
+    Found_frames const found = look_for_frames(line.input.inputs, raw, line.input.selection);
+    require_frames(found);
+    if (found.frames.empty()) {
+        throw std::runtime_error(found.failures.front());
+    }
+    for (std::string const& failure : found.failures) {
+        complain(failure);
+    }
+    Frame_list frames(found.frames, raw);
+    setup.rate = rate_of(frames);
+    View_frames view(std::move(setup), preparation, frames);
+    serve(view, line.address);
+}
+
+void view_camera(View_line& line) {
+    check(polarization::processor_features());
+    auto& options = line.camera;
+    options.live.stop_requested = [] { return interruption_flag().load(); };
+    // A viewer wants what is new: frames that it cannot keep up with are of no use to it.
+    options.live.waiting_frames = 2;
+    options.live.drop = polarization::Drop_policy::oldest;
+    options.sends_at_once = false; // first calibration and dark frames are read
+    auto const camera = opened_camera(options);
+    Frame_preparation const preparation = preparation_for(*camera, line.samples);
+    View_setup setup = setup_for(visible(camera->name()), line, preparation);
+    check_sensor_of(*camera, setup.transform.calibration, line.calibration_file);
+    auto const& about = camera->description();
+    auto const& settings = camera->settings();
+    setup.camera = View_camera{visible(about.model), visible(about.id),
+                               settings.exposure_us, settings.gain,
+                               settings.frame_rate,  std::string(name_of(settings.pixel_format))};
+    View_frames view(std::move(setup), preparation, *camera);
+    serve(view, line.address);
+}
+
+} // namespace
+
+bool is_built_with_view() {
+    return true;
+}
+
+void run_view(View_line& line) {
+    line.shows_camera ? view_camera(line) : view_files_of(line);
+    throw_if_interrupted();
+}
+
+} // namespace polarize_tool
