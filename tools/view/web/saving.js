@@ -150,19 +150,20 @@ export const picture_of = (now, page) => {
   context.fillRect(0, 0, made.width, made.height);
   context.fillStyle = ink;
   context.font = 'bold 15px system-ui, sans-serif';
-  const frame = now.source.kind === 'frame' ? '' : `frame ${now.header.number}`;
-  const about = [...new Set([now.source.name, now.header.name, frame])].filter(Boolean).join(', ');
+  const frame = `frame ${now.header.number}`;
+  const name = now.header.name || now.source.name;
+  const about = now.source.kind === 'frame' || name.endsWith(frame) ? name : `${name}, ${frame}`;
   context.fillText(about, gap, gap + 12, made.width - 2 * gap);
   context.font = '13px system-ui, sans-serif';
   shown.forEach(({canvas}, index) => {
-    const name = now.views[index];
+    const view = now.views[index];
     const x = gap + (index % columns) * (width + gap);
     const y = gap + title_height + Math.floor(index / columns) * (height + gap);
     context.fillStyle = ink;
-    context.fillText(view_titles[name], x, y + 14);
+    context.fillText(view_titles[view], x, y + 14);
     context.drawImage(canvas, x, y + title_height);
     draw_held(context, now.held, page.views.parts().filter(({view}) => view === shown[index]), x, y + title_height);
-    draw_legend(context, now, page, quantities[name], x, y + title_height + canvas.height + 6, most_bar);
+    draw_legend(context, now, page, quantities[view], x, y + title_height + canvas.height + 6, most_bar);
   });
   return made;
 };
