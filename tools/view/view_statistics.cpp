@@ -20,57 +20,56 @@ constexpr std::int32_t ratio_of_one = 32767;
 /// How often each element occurs, from which all sums are exact.
 class Counts {
 public:
-    void add(std::span<std::uint16_t const> elements) {
-        for (std::uint16_t const element : elements) {
-            ++counts_[element];
-        }
+    void add(std::size_t index) {
+        ++counts_[index];
+        begin_ = std::min(begin_, index);
+        end_ = std::max(end_, index + 1);
     }
-    void add(std::size_t index) { ++counts_[index]; }
 
-    std::uint64_t operator[](std::size_t index) const { return counts_[index]; }
-    static constexpr std::size_t size = 65536;
+    std::uint32_t operator[](std::size_t index) const { return counts_[index]; }
+    /// The first one that occurs, and the one behind the last; 0 for both if there are none.
+    std::size_t begin() const { return std::min(begin_, end_); }
+    std::size_t end() const { return end_; }
 
 private:
-    std::vector<std::uint64_t> counts_ = std::vector<std::uint64_t>(size, 0);
+    static constexpr std::size_t size = 65536;
+
+    std::vector<std::uint32_t> counts_ = std::vector<std::uint32_t>(size, 0);
+    std::size_t begin_ = size;
+    std::size_t end_ = 0;
 };
 
 /// @param value_of what an index of `counts` stands for: evenly spaced, growing
 template <class Value_of>
 void fill_moments(Quantity_statistics& result, Counts const& counts, Value_of const& value_of) {
     std::uint64_t total = 0;
-    double sum = 0.0;
-    for (std::size_t index = 0; index < Counts::size; ++index) {
+    std::uint64_t sum = 0;
+    for (std::size_t index = counts.begin(); index < counts.end(); ++index) {
         total += counts[index];
-        sum += static_cast<double>(index) * static_cast<double>(counts[index]);
+        sum += std::uint64_t{index} * counts[index];
     }
     if (total == 0) {
         return;
     }
-    double const mean = sum / static_cast<double>(total);
+    double const mean = static_cast<double>(sum) / static_cast<double>(total);
     double squares = 0.0;
-    std::size_t least = Counts::size;
-    std::size_t largest = 0;
-    for (std::size_t index = 0; index < Counts::size; ++index) {
-        if (counts[index] > 0) {
-            double const beyond = static_cast<double>(index) - mean;
-            squares += beyond * beyond * static_cast<double>(counts[index]);
-            least = std::min(least, index);
-            largest = index;
-        }
+    for (std::size_t index = counts.begin(); index < counts.end(); ++index) {
+        double const beyond = static_cast<double>(index) - mean;
+        squares += beyond * beyond * counts[index];
     }
     double const step = value_of(1.0) - value_of(0.0);
     result.mean = value_of(mean);
     result.deviation = step * std::sqrt(squares / static_cast<double>(total));
-    result.least = value_of(static_cast<double>(least));
-    result.largest = value_of(static_cast<double>(largest));
+    result.least = value_of(static_cast<double>(counts.begin()));
+    result.largest = value_of(static_cast<double>(counts.end() - 1));
 }
 
-/// Steps over the indices from `begin` to `end` - 1.
+/// Steps over the indices from `begin` to `end` - 1, beyond which there are none.
 template <class Value_of>
 void fill_histogram(
     Quantity_statistics& result, Counts const& counts, std::size_t begin, std::size_t end,
     Value_of const& value_of) {
-    for (std::size_t index = begin; index < end; ++index) {
+    for (std::size_t index = counts.begin(); index < counts.end(); ++index) {
         result.counts[(index - begin) * Quantity_statistics::steps / (end - begin)] +=
             counts[index];
     }
@@ -84,15 +83,8 @@ Quantity_statistics open_quantity(
     std::string name, std::string unit, Counts const& counts, Value_of const& value_of) {
     Quantity_statistics result{std::move(name), std::move(unit), {}, {}, {}, {}};
     fill_moments(result, counts, value_of);
-    std::size_t begin = 0;
-    while (begin + 1 < Counts::size && counts[begin] == 0) {
-        ++begin;
-    }
-    std::size_t end = Counts::size;
-    while (end > begin + 1 && counts[end - 1] == 0) {
-        --end;
-    }
-    fill_histogram(result, counts, begin, end, value_of);
+    fill_histogram(
+        result, counts, counts.begin(), std::max(counts.end(), counts.begin() + 1), value_of);
     return result;
 }
 
@@ -116,14 +108,14 @@ public:
         std::span<std::uint16_t const> s0, std::span<std::uint16_t const> dolp,
         std::span<std::uint16_t const> azimuth, std::span<std::int32_t const> s1,
         std::span<std::int32_t const> s2, std::span<std::uint16_t const> samples) {
-        s0_.add(s0);
-        raw_.add(samples);
         intensities_.assign(s0.begin(), s0.end());
         first_ratios_.resize(s0.size());
         second_ratios_.resize(s0.size());
         ratios_of(s1, intensities_, first_ratios_);
         ratios_of(s2, intensities_, second_ratios_);
         for (std::size_t pixel = 0; pixel < s0.size(); ++pixel) {
+            s0_.add(s0[pixel]);
+            raw_.add(samples[pixel]);
             if (s0[pixel] > 0) {
                 dolp_.add(dolp[pixel]);
                 s1_s0_.add(static_cast<std::size_t>(first_ratios_[pixel] + ratio_of_one));
