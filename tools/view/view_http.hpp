@@ -17,7 +17,7 @@ namespace polarize_tool {
 using Request_parser = boost::beast::http::request_parser<boost::beast::http::empty_body>;
 using Response = boost::beast::http::response<boost::beast::http::string_body>;
 
-constexpr std::size_t longest_header = 8192; // bytes, the first line included
+constexpr std::size_t longest_header = 8192; // bytes of the first line, and as many of the fields
 
 /// Before a request is read: how much of it.
 void limit(Request_parser& parser);

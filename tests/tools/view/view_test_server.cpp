@@ -6,13 +6,16 @@
 ///   /echo?text=T      T
 ///   /bytes?count=N    N bytes
 ///   /slow             waits for a while
+///   /nothing          no content
 ///   /fault            throws
+///   /memory           throws for want of memory
 #include "view/view_server.hpp"
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <new>
 #include <poll.h>
 #include <stdexcept>
 #include <string>
@@ -49,6 +52,7 @@ Handlers handlers() {
          [](Query const&) {
              return Answer{204, "", ""};
          }},
+        {"/memory", [](Query const&) -> Answer { throw std::bad_alloc(); }},
         {"/fault", [](Query const&) -> Answer { throw std::runtime_error("words of a library"); }},
     };
 }
