@@ -54,7 +54,7 @@ const wheel = (text) => {
 const number_field = (label, value, most, step, set) => {
   const outer = document.createElement('label');
   const input = document.createElement('input');
-  Object.assign(input, {type: 'number', min: 0, max: most, step, value: value ?? '', placeholder: 'by frame'});
+  Object.assign(input, {type: 'number', min: 0, max: most, step, value: value ?? '', placeholder: 'auto'});
   input.addEventListener('change', () => {
     const number = Number(input.value);
     set(input.value !== '' && number > 0 && number <= most ? number : null);

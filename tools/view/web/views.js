@@ -122,10 +122,13 @@ export const attach_views = (state, place, painter) => {
     context.beginPath();
     context.rect(x, y, width, height);
     context.clip();
-    const step = zoom * scale;
+    // The address rounds a zoom such as 1/3: pixels of the picture are then still those of the screen.
+    const exact = Math.abs(zoom * scale - 1) < 1e-3;
+    const step = exact ? 1 : zoom * scale;
+    const [column, row] = [region[0] / scale, region[1] / scale];
     context.imageSmoothingEnabled = step < 1;
     context.drawImage(
-        picture.canvas, x + left + region[0] * zoom, y + top + region[1] * zoom,
+        picture.canvas, x + left + column * step, y + top + row * step,
         picture.header.width * step, picture.header.height * step);
     context.restore();
   };
