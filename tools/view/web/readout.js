@@ -70,7 +70,7 @@ export const attach_readout = (state, views, painter) => {
         loupes.append(figure);
       }
       const [canvas, caption] = loupes.children[index].children;
-      caption.textContent = view_titles[name].replace(/, .*| S0| of polari.*| mosaic/, '');
+      caption.textContent = view_titles[name].replace(/, .*| S0| of polari.*| mosaic|Analyser /, '');
       painter.paint(name, planes, pixels, views.tops(), state.now.map);
       draw_loupe(canvas, (x, y) => {
         const column = pixel.column + x - header.region[0];

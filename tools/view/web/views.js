@@ -237,12 +237,25 @@ export const attach_views = (state, place, painter) => {
     place.replaceChildren(...shown().map(({root}) => root));
     resize();
   };
+  const name_parts = (stage, names) => {
+    for (const old of stage.querySelectorAll('.part-name')) old.remove();
+    if (names.length === 1) return;
+    names.forEach((name, part) => {
+      const label = document.createElement('span');
+      label.className = 'part-name';
+      label.textContent = view_titles[name];
+      label.style.left = (part % two_in_a_row) * 50 + '%';
+      label.style.top = (Math.floor(part / two_in_a_row) + 1) * 50 + '%';
+      stage.append(label);
+    });
+  };
   const name_views = () => {
     shown().forEach((view, index) => {
       const name = state.now.views[index];
       view.select.value = name;
       view.root.dataset.name = name;
       view.canvas.setAttribute('aria-label', view_titles[name]);
+      name_parts(view.stage, parts_of(name));
     });
   };
 
