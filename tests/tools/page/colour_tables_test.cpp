@@ -78,13 +78,14 @@ std::size_t brightest(std::size_t hue) {
 // The least difference between two fully polarised angles at least `apart` hues from each other.
 double least_difference(
     std::vector<std::uint8_t> const& table, std::size_t apart, Matrix const& sight) {
-    double least = 1e9;
+    std::vector<Colour> ring;
     for (std::size_t hue = 0; hue < Colour_tables::hue_count; ++hue) {
-        for (std::size_t step = apart; step <= Colour_tables::hue_count / 2; ++step) {
-            least = std::min(
-                least,
-                difference(
-                    seen(table, brightest(hue), sight), seen(table, brightest(hue + step), sight)));
+        ring.push_back(seen(table, brightest(hue), sight));
+    }
+    double least = 1e9;
+    for (std::size_t hue = 0; hue < ring.size(); ++hue) {
+        for (std::size_t step = apart; step <= ring.size() / 2; ++step) {
+            least = std::min(least, difference(ring[hue], ring[(hue + step) % ring.size()]));
         }
     }
     return least;
