@@ -37,7 +37,8 @@ export const start_pulling = (state, views, trouble) => {
   const refused = async (refusal, want) => {
     const {number} = want.parameters;
     if (refusal.status === 204) return;
-    if (refusal.status === 410) {
+    // A frame is gone, and others have come; without a number it is the camera that is gone.
+    if (refusal.status === 410 && number !== undefined) {
       shown = {number: -1, shape: ''};
       if (!state.now.playing) state.set({playing: true});
       return;
