@@ -67,7 +67,7 @@ Answer answered(Action action) {
 /// What one request at a time uses.
 struct Worker {
     Plane_making planes;
-    Row_planes rows;
+    Statistics_making statistics;
 };
 
 } // namespace
@@ -129,9 +129,7 @@ public:
                 return with_worker([&](Worker& worker) {
                     return statistics_answer(
                         request.number, region,
-                        statistics_of(
-                            worker.rows, {use->samples->view(), use->saturated}, region,
-                            setup_.transform.settings.scale));
+                        worker.statistics.make({use->samples->view(), use->saturated}, region));
                 });
             });
         });
@@ -274,8 +272,8 @@ private:
         }
         if (worker == nullptr) {
             auto const& settings = setup_.transform.settings;
-            worker = std::make_unique<Worker>(
-                Worker{Plane_making(settings, setup_.mode), Row_planes(settings, setup_.mode)});
+            worker = std::make_unique<Worker>(Worker{
+                Plane_making(settings, setup_.mode), Statistics_making(settings, setup_.mode)});
         }
         Answer answer = action(*worker);
         std::scoped_lock const lock(resting_);

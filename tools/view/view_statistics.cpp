@@ -26,6 +26,14 @@ public:
         end_ = std::max(end_, index + 1);
     }
 
+    void clear() {
+        std::fill(
+            counts_.begin() + static_cast<std::ptrdiff_t>(begin()),
+            counts_.begin() + static_cast<std::ptrdiff_t>(end()), 0U);
+        begin_ = size;
+        end_ = 0;
+    }
+
     std::uint32_t operator[](std::size_t index) const { return counts_[index]; }
     /// The first one that occurs, and the one behind the last; 0 for both if there are none.
     std::size_t begin() const { return std::min(begin_, end_); }
@@ -99,10 +107,22 @@ Quantity_statistics bounded_quantity(
     return result;
 }
 
+} // namespace
+
 /// What rows of a region add up to.
-class Gathering {
+class Statistics_making::Gathering {
 public:
     explicit Gathering(Scale const& scale) : scale_{scale} {}
+
+    void clear() {
+        for (Counts* const counts : {&s0_, &dolp_, &s1_s0_, &s2_s0_, &raw_}) {
+            counts->clear();
+        }
+        angles_.fill(0);
+        sum_s1_ = 0.0;
+        sum_s2_ = 0.0;
+        lengths_ = 0.0;
+    }
 
     void add(
         std::span<std::uint16_t const> s0, std::span<std::uint16_t const> dolp,
@@ -185,31 +205,36 @@ private:
     std::vector<std::int16_t> second_ratios_;
 };
 
-} // namespace
+Statistics_making::Statistics_making(
+    polarization::Settings const& settings, polarization::Mode mode)
+    : planes_{settings, mode}, gathering_{std::make_unique<Gathering>(settings.scale)} {}
 
-View_statistics statistics_of(
-    Row_planes& planes, Frame_samples const& frame, Region const& region, Scale const& scale) {
+Statistics_making::~Statistics_making() = default;
+Statistics_making::Statistics_making(Statistics_making&& other) noexcept = default;
+Statistics_making& Statistics_making::operator=(Statistics_making&& other) noexcept = default;
+
+View_statistics Statistics_making::make(Frame_samples const& frame, Region const& region) {
     View_statistics result;
     result.pixels = region.width * region.height;
-    Gathering gathering(scale);
+    gathering_->clear();
     std::size_t const region_end = region.row + region.height;
     for (std::size_t begin = region.row; begin < region_end; begin += rows_at_a_time) {
         std::size_t const end = std::min(begin + rows_at_a_time, region_end);
-        planes.compute(
+        planes_.compute(
             frame, begin, end, {{Plane::s0, Plane::azimuth, Plane::dolp, Plane::validity}, true});
         for (std::size_t row = begin; row < end; ++row) {
             auto const part = [&](auto elements) {
                 return elements.subspan(region.column, region.width);
             };
-            gathering.add(
-                part(planes.row(Plane::s0, row)), part(planes.row(Plane::dolp, row)),
-                part(planes.row(Plane::azimuth, row)), part(planes.s1(row)), part(planes.s2(row)),
-                part(frame.view.row(row)));
+            gathering_->add(
+                part(planes_.row(Plane::s0, row)), part(planes_.row(Plane::dolp, row)),
+                part(planes_.row(Plane::azimuth, row)), part(planes_.s1(row)),
+                part(planes_.s2(row)), part(frame.view.row(row)));
             result.valid_pixels +=
-                static_cast<std::size_t>(std::ranges::count(part(planes.validity(row)), 0));
+                static_cast<std::size_t>(std::ranges::count(part(planes_.validity(row)), 0));
         }
     }
-    result.quantities = gathering.quantities();
+    result.quantities = gathering_->quantities();
     return result;
 }
 

@@ -341,8 +341,9 @@ TEST(Statistics, are_those_of_the_pixels) {
     Case const one = make_case(2, support::Sample_kind::few_levels, {49, 150});
     Whole whole(one);
     Region const region{7, 3, 30, 140};
-    Row_planes planes(one.settings, one.mode);
-    auto const found = statistics_of(planes, {one.view(), {}}, region, one.settings.scale);
+    Statistics_making making(one.settings, one.mode);
+    making.make({one.view(), {}}, {0, 0, 20, 20});
+    auto const found = making.make({one.view(), {}}, region);
     std::map<std::string, std::vector<double>> values;
     double x = 0;
     double y = 0;
@@ -397,9 +398,8 @@ TEST(Statistics, are_those_of_the_pixels) {
 
 TEST(Statistics, of_darkness_have_no_angle_and_no_degree) {
     Case const one = make_case(2, support::Sample_kind::all_zero, {40, 40});
-    Row_planes planes(one.settings, one.mode);
-    auto const found =
-        statistics_of(planes, {one.view(), {}}, region_of(one.size), one.settings.scale);
+    Statistics_making making(one.settings, one.mode);
+    auto const found = making.make({one.view(), {}}, region_of(one.size));
     EXPECT_EQ(named(found, "s0").mean, 0.0);
     EXPECT_EQ(named(found, "s0").deviation, 0.0);
     for (char const* const name : {"dolp", "azimuth", "s1_s0", "s2_s0"}) {
