@@ -55,9 +55,11 @@ export const attach_player = (state, place) => {
     state.set({number: next.number});
     own = false;
   };
+  let running = false;
   const run = () => {
     tick();
-    if (state.now.playing) requestAnimationFrame(run);
+    running = state.now.playing;
+    if (running) requestAnimationFrame(run);
   };
 
   const camera = () => state.now.source?.kind === 'camera';
@@ -103,7 +105,11 @@ export const attach_player = (state, place) => {
     }
     if (changed.has('number') && !own) anchor = null;
     if (['playing', 'speed', 'every', 'loop', 'source'].some((name) => changed.has(name))) anchor = null;
-    if (changed.has('playing') && now.playing) requestAnimationFrame(run);
+    // An address may have it playing before there is a source.
+    if (now.playing && now.source !== null && !running) {
+      running = true;
+      requestAnimationFrame(run);
+    }
     if (['header', 'measured', 'failed'].some((name) => changed.has(name))) tick();
     controls.show(now);
   });
