@@ -84,10 +84,11 @@ __m128 turns_of(__m128 y, __m128 x) {
 // Single precision is enough for all but the elements that it puts next to the middle between two
 // steps: of steps of 1 / 65535 a turn is wrong by at most 0.006 as far as the tests find, a degree
 // by 6 roundings, 0.024.
-constexpr float doubtful_distance = 1.0F / 32;
+constexpr float doubtful_turn = 1.0F / 64;
+constexpr float doubtful_degree = 1.0F / 32;
 
 /// Stores four numbers that are not negative, rounded, and gives a bit for each that is in doubt.
-unsigned store_rounded(__m128 numbers, std::uint16_t* to) {
+unsigned store_rounded(__m128 numbers, float doubtful_distance, std::uint16_t* to) {
     __m128 const half = _mm_set1_ps(0.5F);
     __m128 const below = _mm_cvtepi32_ps(_mm_cvttps_epi32(numbers));
     __m128 const distance = length_of(_mm_sub_ps(_mm_sub_ps(numbers, below), half));
@@ -105,10 +106,12 @@ unsigned store_rounded(__m128 numbers, std::uint16_t* to) {
 /// @param quick four elements from an index on, in single precision
 /// @param exact the element of an index
 template <class Quick, class Exact>
-void fill(std::span<std::uint16_t> plane, Quick const& quick, Exact const& exact) {
+void fill(
+    std::span<std::uint16_t> plane, float doubtful_distance, Quick const& quick,
+    Exact const& exact) {
     std::size_t at = 0;
     for (; at + 4 <= plane.size(); at += 4) {
-        unsigned doubtful = store_rounded(quick(at), plane.data() + at);
+        unsigned doubtful = store_rounded(quick(at), doubtful_distance, plane.data() + at);
         for (; doubtful != 0; doubtful &= doubtful - 1) {
             std::size_t const one = at + static_cast<std::size_t>(std::countr_zero(doubtful));
             plane[one] = exact(one);
@@ -187,7 +190,7 @@ void azimuths_of(
     std::span<std::uint16_t> azimuths) {
     __m128 const full = _mm_set1_ps(static_cast<float>(full_scale));
     fill(
-        azimuths,
+        azimuths, doubtful_turn,
         [&](std::size_t at) {
             __m128 const turns = turns_of(four_of(s2.data() + at), four_of(s1.data() + at));
             return _mm_mul_ps(_mm_add_ps(turns, _mm_set1_ps(0.5F)), full);
@@ -204,7 +207,7 @@ void degrees_of(
     std::span<std::int32_t const> s2, unsigned full_scale, std::span<std::uint16_t> degrees) {
     __m128 const full = _mm_set1_ps(static_cast<float>(full_scale));
     fill(
-        degrees,
+        degrees, doubtful_degree,
         [&](std::size_t at) {
             __m128 const x = four_of(s1.data() + at);
             __m128 const y = four_of(s2.data() + at);
