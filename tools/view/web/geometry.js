@@ -13,8 +13,11 @@ export const placed = (size, now, frame) => {
   };
 };
 
-/** Pixels of the frame along each side of a requested one, which is no larger than one of the device. */
-export const scale_for = (zoom) => Math.max(1, Math.floor(1 / zoom + 1e-9));
+/**
+ * Pixels of the frame along each side of a requested one, which is no smaller than one of the device:
+ * so all are seen, each in its own colour. The address rounds a zoom such as 1/3, which is none of 1/4.
+ */
+export const scale_for = (zoom) => Math.ceil((1 - 1e-5) / zoom);
 
 const whole_steps = (least, most, scale, end) => {
   const first = Math.floor(Math.max(0, least) / scale) * scale;

@@ -126,7 +126,8 @@ export const attach_views = (state, place, painter) => {
     const exact = Math.abs(zoom * scale - 1) < 1e-3;
     const step = exact ? 1 : zoom * scale;
     const [column, row] = [region[0] / scale, region[1] / scale];
-    context.imageSmoothingEnabled = step < 1;
+    // Between two colours of a table there may be any other one: the grey of opposite hues says "not polarised".
+    context.imageSmoothingEnabled = false;
     context.drawImage(
         picture.canvas, x + left + column * step, y + top + row * step,
         picture.header.width * step, picture.header.height * step);
