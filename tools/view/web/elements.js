@@ -10,3 +10,8 @@ export const element = (name, attributes = {}, children = [], listeners = {}) =>
   for (const [event, listener] of Object.entries(listeners)) made.addEventListener(event, listener);
   return made;
 };
+
+/** Sets a text, and leaves one that is the same alone: the browser would lay the page out anew for it. */
+export const say = (place, text) => {
+  if (place.textContent !== String(text)) place.textContent = text;
+};

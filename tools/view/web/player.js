@@ -1,6 +1,6 @@
 // Which frame of a recording is wanted when, and whether a camera's newest frame is followed.
 
-import {element} from './elements.js';
+import {element, say} from './elements.js';
 import {limited, speeds} from './state.js';
 
 const usual_rate = 30;
@@ -155,13 +155,13 @@ const buttons = (player, state, place) => {
     for (const part of of_recordings) part.hidden = kind === 'camera';
     const names = kind === 'camera' ? ['Go on', 'Freeze'] : ['Play', 'Pause'];
     const name = names[Number(now.playing)];
-    play.textContent = name;
+    say(play, name);
     play.setAttribute('aria-label', name);
     play.title = name + ' (Space)';
     slider.max = number.max = (now.source?.frames ?? 1) - 1;
     slider.value = now.number;
     if (document.activeElement !== number) number.value = now.number;
-    of.textContent = `of ${now.source?.frames ?? 1}`;
+    say(of, `of ${now.source?.frames ?? 1}`);
     speed.value = now.speed;
     every.checked = now.every;
     loop.checked = now.loop;

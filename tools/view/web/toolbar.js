@@ -1,5 +1,6 @@
 // Buttons above the pictures, and what is said beside them.
 
+import {say} from './elements.js';
 import {shared_address} from './state.js';
 
 const by_id = (id) => document.getElementById(id);
@@ -77,18 +78,18 @@ export const attach_toolbar = (state, views) => {
     overlay.checked = now.overlay;
     loupe.checked = now.loupe;
     const zoom = views.parts()[0]?.zoom;
-    by_id('zoom-text').textContent = zoom ? `${zoom >= 0.095 ? Math.round(100 * zoom) : (100 * zoom).toFixed(1)} %` : '';
+    say(by_id('zoom-text'), zoom ? `${zoom >= 0.095 ? Math.round(100 * zoom) : (100 * zoom).toFixed(1)} %` : '');
     if (!now.source) return;
     document.title = `${now.source.name} – polarisation`;
-    by_id('name').textContent = now.source.name;
+    say(by_id('name'), now.source.name);
     by_id('name').title = now.source.settings.map(([name, text]) => `${name}: ${text}`).join('\n');
-    by_id('facts').textContent = facts(now.source, now.header);
+    say(by_id('facts'), facts(now.source, now.header));
     const camera = by_id('camera');
     camera.hidden = !now.source.camera;
     if (!camera.hidden) {
       const settings = camera_settings(now.source.camera);
       const line = now.header ? camera_line(now.header) : 'waiting for the first frame';
-      camera.textContent = settings ? `${settings} · ${line}` : line;
+      say(camera, settings ? `${settings} · ${line}` : line);
     }
   };
   state.listen(show);

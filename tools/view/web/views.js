@@ -7,6 +7,11 @@ import {new_scales, planes_for} from './scales.js';
 import {limited, limited_zoom, view_titles} from './state.js';
 
 const two_in_a_row = 2;
+const repainted_by = ['views', 'map', 'overlay', 's0_top', 'degree_top'];
+const needed_by = ['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'playing'];
+const moved_by = ['views', 'zoom', 'centre', 'source'];
+// What lies over the pictures.
+const marked_by = ['pointer', 'held', 'drawn'];
 
 /** A picture in device pixels of its frame, kept between frames. */
 const new_picture = () => {
@@ -55,6 +60,7 @@ export const attach_views = (state, place, painter) => {
   const drawn_listeners = [];
   let latest = null;
   let unpainted = false;
+  let undrawn = true;
   let waiting = 0;
 
   const shown = () => all.slice(0, state.now.views.length);
@@ -134,6 +140,19 @@ export const attach_views = (state, place, painter) => {
     context.restore();
   };
 
+  // The next frame mostly covers the one before it: without graphics hardware every pixel spared counts.
+  const clear = (view, places) => {
+    const covered = JSON.stringify(places.map(({name, part, x, y, width, height, zoom, left, top}) => {
+      const picture = view.pictures[part];
+      const {region, scale} = picture?.header ?? {};
+      return [picture?.name === name, x, y, width, height, zoom, left, top, region, scale];
+    }));
+    if (covered === view.covered) return;
+    view.covered = covered;
+    view.context.fillStyle = '#000';
+    view.context.fillRect(0, 0, view.canvas.width, view.canvas.height);
+  };
+
   const draw_mark = (part) => {
     const {mark} = part.view;
     const {pointer} = state.now;
@@ -151,19 +170,21 @@ export const attach_views = (state, place, painter) => {
     waiting = 0;
     if (unpainted && latest) paint_all();
     const places = parts();
-    for (const {context, canvas} of shown()) {
-      context.fillStyle = '#000';
-      context.fillRect(0, 0, canvas.width, canvas.height);
+    if (undrawn) {
+      undrawn = false;
+      shown().forEach((view) => clear(view, places.filter((part) => part.view === view)));
+      places.forEach(draw_part);
     }
-    for (const part of places) {
-      draw_part(part);
-      draw_mark(part);
-    }
+    places.forEach(draw_mark);
     for (const listener of drawn_listeners) listener(places);
     if (latest && state.now.header !== latest.header) state.set({header: latest.header, failed: null});
   };
-  const redraw = () => {
+  const draw_soon = () => {
     waiting ||= requestAnimationFrame(draw);
+  };
+  const redraw = () => {
+    undrawn = true;
+    draw_soon();
   };
 
   /** Takes the answer of /frame, to be seen with the screen's next picture. */
@@ -265,13 +286,10 @@ export const attach_views = (state, place, painter) => {
       name_views();
       if (place.childElementCount !== now.views.length) arrange();
     }
-    if (['views', 'map', 'overlay', 's0_top', 'degree_top'].some((name) => changed.has(name))) {
-      unpainted = true;
-    }
-    if (['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'playing'].some((name) => changed.has(name))) {
-      changed_need();
-    }
-    if (changed.size > (changed.has('header') ? 1 : 0)) redraw();
+    if (repainted_by.some((name) => changed.has(name))) unpainted = true;
+    if (needed_by.some((name) => changed.has(name))) changed_need();
+    if ([...repainted_by, ...moved_by].some((name) => changed.has(name))) redraw();
+    else if (marked_by.some((name) => changed.has(name))) draw_soon();
   });
   new ResizeObserver(resize).observe(place);
   name_views();
