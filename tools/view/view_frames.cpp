@@ -1,11 +1,9 @@
 #include "view/view_frames.hpp"
 
 #include "input/transform_settings.hpp"
-#include "terminal/failure.hpp"
-#include "terminal/memory.hpp"
-#include "veldrane_mrv/polarization/argument_error.hpp"
 #include "veldrane_mrv/polarization/guarantees.hpp"
 #include "view/frame_answers.hpp"
+#include "view/view_refusals.hpp"
 
 #include <chrono>
 #include <condition_variable>
@@ -21,48 +19,19 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr std::chrono::seconds longest_wait(1);
 
-// Those asked for last, and of a camera the newest: a page asks once more for parts of the frame
-// that it shows.
+// Those asked for last: a page asks once more for parts of the frame that it shows.
 constexpr std::size_t frames_kept = 3;
+
+// Of a camera with the newest. Such a frame is gone for good, and a page that stands still shows
+// one while others look on.
+constexpr std::size_t camera_frames_kept = 8;
+
+// A browser that takes its request back goes unnoticed while one waits for it. Half of the threads
+// that a server has answers what need not wait.
+constexpr std::size_t most_waiting = 4;
 
 // Of a camera, for its rate.
 constexpr Seconds rate_time(2.0);
-
-/// What goes to the browser in place of an answer.
-struct Refused {
-    int status;
-    std::string line;
-};
-
-// Every failure of a frame becomes one line that names it, as `process` has it.
-template <class Action>
-decltype(auto) naming(Frame_place const& place, Action action) {
-    try {
-        return action();
-    } catch (polarization::Argument_error const& error) {
-        throw File_failure(place.name(), error.what());
-    }
-}
-
-template <class Action>
-Answer answered(Action action) {
-    try {
-        return action();
-    } catch (Parameter_error const& error) {
-        return refusal(400, error.what());
-    } catch (Refused const& refused) {
-        return refusal(refused.status, refused.line);
-    } catch (File_failure const& failure) {
-        return refusal(422, failure.what());
-    } catch (std::exception const& error) {
-        if (is_lack_of_memory(error)) {
-            return refusal(
-                503, "memory is short; ask for a smaller region or fewer planes, or close other "
-                     "pages");
-        }
-        throw;
-    }
-}
 
 /// What one request at a time uses.
 struct Worker {
@@ -78,7 +47,7 @@ public:
         View_setup setup, Frame_preparation const& preparation, polarization::Frame_source& source,
         polarization::Live_source* live)
         : setup_{std::move(setup)}, preparation_{preparation}, source_{source}, live_{live},
-          kept_{frames_kept + (live == nullptr ? 0 : 1)} {
+          kept_{live == nullptr ? frames_kept : camera_frames_kept} {
         if (live != nullptr) {
             receiver_ = std::thread([this] { receive(); });
         }
@@ -197,21 +166,27 @@ private:
         }
         auto const until = std::chrono::steady_clock::now() + longest_wait;
         std::unique_lock lock(receiving_);
+        auto const is_there = [&] { return newest_ && *newest_ >= next; };
+        std::uint64_t const turn = is_there() ? waits_ : ++waits_;
+        auto const is_too_many = [&] { return waits_ >= turn + most_waiting; };
+        frame_came_.notify_all();
         for (;;) {
             bool const came = frame_came_.wait_until(
-                lock, until, [&] { return (newest_ && *newest_ >= next) || has_ended_; });
-            if (!came) {
-                return {};
+                lock, until, [&] { return is_there() || has_ended_ || is_too_many(); });
+            if (is_there()) {
+                std::size_t const number = *newest_;
+                lock.unlock();
+                if (Kept_frames::Use use = kept_.find(number)) {
+                    return use;
+                }
+                lock.lock(); // two came in between
             }
-            if (!newest_ || *newest_ < next) {
+            if (has_ended_) {
                 throw Refused{410, failure_.empty() ? setup_.name + ": sends no more" : failure_};
             }
-            std::size_t const number = *newest_;
-            lock.unlock();
-            if (Kept_frames::Use use = kept_.find(number)) {
-                return use;
+            if (!came || is_too_many() || std::chrono::steady_clock::now() >= until) {
+                return {};
             }
-            lock.lock(); // two came in between
         }
     }
 
@@ -226,7 +201,14 @@ private:
             use->is_read = true;
         }
         Frame_place const& place = use->slot.place();
-        naming(place, [&] { prepare_samples(*use, place); });
+        try {
+            naming(place, [&] { prepare_samples(*use, place); });
+        } catch (...) {
+            // What is decoded as a whole is prepared where it lies, so not again. A camera's frames
+            // are unpacked row by row from what stays as it came.
+            use->is_read = live_ != nullptr;
+            throw;
+        }
         use->is_prepared = true;
     }
 
@@ -344,7 +326,8 @@ private:
     std::mutex resting_;
     std::vector<std::unique_ptr<Worker>> workers_; // that rest
     mutable std::mutex receiving_;
-    std::condition_variable frame_came_;
+    std::condition_variable frame_came_; // or has to be waited for by one more
+    std::uint64_t waits_ = 0;            // that have begun
     std::optional<std::size_t> newest_;
     std::deque<Steady_time> arrivals_; // of the last seconds
     bool has_ended_ = false;

@@ -41,7 +41,9 @@ struct View_setup {
 };
 
 /// Answers "/source", "/frame" and "/statistics". Of frames that can be had again it keeps the
-/// samples of the three that were asked for last, of a camera those of the three that came last.
+/// three that were asked for last, of a camera the newest and the seven others that were asked for
+/// last; while more are in use, these. Each takes its bytes as read, and 2 bytes a sample, with
+/// dark frames 3, once it was asked for.
 class View_frames {
 public:
     /// For frames in any order. References to objects that outlive this one.

@@ -234,6 +234,22 @@ TEST_F(Frames_of_a_list, are_the_same_for_many_who_ask_at_once) {
     }
 }
 
+TEST(Frames_that_fail, say_the_same_each_time) {
+    Sample_options options = twelve_bits();
+    options.region_text = "20,3,1,10";
+    Frame_preparation const preparation(options, std::nullopt);
+    Made_frames source;
+    View_frames frames(setup(), preparation, source);
+    Handlers const handlers = frames.handlers();
+    Answer const first = handlers.at("/frame")({{"number", "0"}});
+    EXPECT_EQ(first.status, 422);
+    EXPECT_TRUE(first.body.starts_with("made, frame 0: ")) << first.body;
+    for (char const* const path : {"/frame", "/statistics"}) {
+        Answer const again = handlers.at(path)({{"number", "0"}});
+        EXPECT_EQ(again.body, first.body);
+    }
+}
+
 class Frames_of_a_camera : public testing::Test {
 protected:
     static polarization::Raw_layout layout() {
@@ -253,7 +269,11 @@ protected:
 
     /// Waits for it.
     Got frame_after(int number) const {
-        return parsed(ask({{"after", std::to_string(number)}, {"planes", "raw"}}));
+        Answer answer{204, "", ""};
+        for (unsigned round = 0; round < 60 && answer.status == 204; ++round) {
+            answer = ask({{"after", std::to_string(number)}, {"planes", "raw"}});
+        }
+        return parsed(answer);
     }
 
     /// Drops none, so that the last one that is given comes.
@@ -292,8 +312,7 @@ TEST_F(Frames_of_a_camera, can_be_had_again_while_others_come) {
     for (std::size_t number = 1; number < 12; ++number) {
         give(number);
     }
-    while (frame_after(0).header["number"] != 11) {
-    }
+    frame_after(10);
     Got const again = parsed(ask({{"number", "0"}, {"planes", "raw"}}));
     EXPECT_EQ(again.planes, bytes_of(samples_of(0)));
     for (std::size_t number = 12; number < 20; ++number) {
@@ -318,9 +337,36 @@ TEST_F(Frames_of_a_camera, come_to_an_end_that_is_told) {
     EXPECT_EQ(frame_after(-1).header["number"], 0);
 }
 
+TEST_F(Frames_of_a_camera, are_waited_for_by_the_last_who_asked) {
+    constexpr unsigned count = 12;
+    std::atomic<unsigned> gone = 0;
+    std::vector<std::future<int>> statuses;
+    for (unsigned thread = 0; thread < count; ++thread) {
+        statuses.push_back(std::async(std::launch::async, [&] {
+            int const status = ask({{"after", "-1"}}).status;
+            ++gone;
+            return status;
+        }));
+    }
+    while (gone < count - 4) {
+        std::this_thread::yield();
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(30)); // to see that the others stay
+    give(0);
+    unsigned answered = 0;
+    for (auto& status : statuses) {
+        answered += status.get() == 200 ? 1U : 0U;
+    }
+    EXPECT_EQ(answered, 4U);
+}
+
 TEST_F(Frames_of_a_camera, are_asked_for_by_many_at_once) {
     std::atomic<bool> is_over = false;
     std::vector<std::future<unsigned>> wrong;
+    struct Over { // before the futures, which wait as they go
+        std::atomic<bool>& flag;
+        ~Over() { flag = true; }
+    } const over{is_over};
     for (unsigned thread = 0; thread < 6; ++thread) {
         wrong.push_back(std::async(std::launch::async, [&] {
             unsigned count = 0;
