@@ -36,7 +36,7 @@ const rules = {
   },
 };
 
-/** Ends by the frame that is shown as a whole; zooming in leaves them, and while frames play they move slowly. */
+/** Ends by a whole frame; zooming in leaves them, and while frames play they move slowly. */
 export const new_scales = () => {
   const tops = {s0: null, degree: null, raw: null};
   const times = {s0: 0, degree: 0, raw: 0};
@@ -44,22 +44,25 @@ export const new_scales = () => {
     const {header, planes} = answer;
     const [column, row, width, height] = header.region;
     const whole = column === 0 && row === 0 && width === header.frame_width && height === header.frame_height;
+    if (!whole) return;
     const time = performance.now();
     for (const [name, rule] of Object.entries(rules)) {
-      if (tops[name] !== null && (!whole || (playing && time - times[name] < recomputed_every))) continue;
+      if (tops[name] !== null && playing && time - times[name] < recomputed_every) continue;
       const top = rule(planes);
       if (top === undefined) continue;
       tops[name] = top;
       times[name] = time;
     }
   };
+  /** Whether no whole frame has told yet where the scales of these views end. */
+  const lacks = (views) => views.some((name) => tops[quantities[name].scale] === null);
   /** In integers of planes; a user's S0 is in sample units. */
   const chosen = (now) => ({
     s0: now.s0_top === null ? tops.s0 ?? 1 : Math.max(1, Math.round(now.s0_top / now.source.s0_unit)),
     degree: now.degree_top === null ? tops.degree ?? full_scale : now.degree_top * full_scale,
     raw: tops.raw ?? 1,
   });
-  return {measure, chosen};
+  return {measure, lacks, chosen};
 };
 
 /** Planes that the views and their scales need, in one order. */

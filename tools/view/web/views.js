@@ -71,7 +71,7 @@ export const attach_views = (state, place, painter) => {
   };
 
   /** {name, view, x, y, width, height, zoom, left, top} of each picture, in device pixels of its canvas. */
-  const parts = () => {
+  const parts = (now = state.now) => {
     const frame = frame_size();
     if (!frame) return [];
     return shown().flatMap((view, index) => {
@@ -83,7 +83,7 @@ export const attach_views = (state, place, painter) => {
       };
       return names.map((name, part) => ({
         name, view, part, x: (part % columns) * size.width,
-        y: Math.floor(part / columns) * size.height, ...size, ...placed(size, state.now, frame),
+        y: Math.floor(part / columns) * size.height, ...size, ...placed(size, now, frame),
       }));
     });
   };
@@ -91,7 +91,9 @@ export const attach_views = (state, place, painter) => {
   /** {region, scale, planes} that the pictures are made of, or null while there is none. */
   const needed = () => {
     const frame = frame_size();
-    const places = parts().filter(({width, height}) => width > 0 && height > 0);
+    // Who is given the address of a part sees it in the same colours: the whole frame tells them.
+    const now = scales.lacks(state.now.views) ? {...state.now, zoom: 'fit'} : state.now;
+    const places = parts(now).filter(({width, height}) => width > 0 && height > 0);
     if (places.length === 0) return null;
     const scale = scale_for(Math.max(...places.map(({zoom}) => zoom)));
     const regions = places.map((part) => region_for(part, part, frame, scale)).filter(Boolean);
