@@ -51,10 +51,10 @@ const wheel = (text) => {
   return document.importNode(parsed, true);
 };
 
-const number_field = (label, value, most, step, set) => {
+const number_field = (label, most, step, set) => {
   const outer = document.createElement('label');
   const input = document.createElement('input');
-  Object.assign(input, {type: 'number', min: 0, max: most, step, value: value ?? '', placeholder: 'auto'});
+  Object.assign(input, {type: 'number', min: 0, max: most, step, placeholder: 'auto'});
   input.addEventListener('change', () => {
     const number = Number(input.value);
     set(input.value !== '' && number > 0 && number <= most ? number : null);
@@ -115,23 +115,42 @@ export const attach_legends = (state, views, colours, place) => {
     return made;
   };
 
+  const bars = document.createElement('div');
+  const ends = document.createElement('p');
+  const meanings = document.createElement('div');
+  ends.className = 'ends';
+  place.append(bars, ends, meanings);
+
+  const fields = {};
+  const add_fields = () => {
+    const unit = 10 ** -s0_decimals(state.now.source.s0_unit);
+    const outer = {
+      s0_top: number_field('S0 up to', 1e9, unit, (s0_top) => state.set({s0_top})),
+      degree_top: number_field('degree up to', 1, 0.01, (degree_top) => state.set({degree_top})),
+    };
+    for (const [name, label] of Object.entries(outer)) fields[name] = label.querySelector('input');
+    ends.append(...Object.values(outer));
+  };
+  const fill_fields = () => {
+    if (!fields.s0_top) add_fields();
+    for (const [name, field] of Object.entries(fields)) {
+      if (field !== document.activeElement) field.value = state.now[name] ?? '';
+    }
+  };
+
   const show = () => {
     const {now} = state;
     if (!now.source || !views.latest()) return;
     const kinds = [...new Set(now.views.map(kind_of))];
     const tops = views.tops();
     const wanted = JSON.stringify([kinds, tops, now.map, now.overlay, now.s0_top, now.degree_top]);
-    if (wanted === shown || place.contains(document.activeElement)) return;
+    if (wanted === shown) return;
     shown = wanted;
-    const unit = 10 ** -s0_decimals(now.source.s0_unit);
-    const ends = document.createElement('p');
-    ends.className = 'ends';
-    ends.append(
-        number_field('S0 up to', now.s0_top, 1e9, unit, (s0_top) => state.set({s0_top})),
-        number_field('degree up to', now.degree_top, 1, 0.01, (degree_top) => state.set({degree_top})));
-    place.replaceChildren(...kinds.map((kind) => section(kind, tops)), ends, ...(now.overlay ? [marks()] : []));
+    bars.replaceChildren(...kinds.map((kind) => section(kind, tops)));
+    meanings.replaceChildren(...(now.overlay ? [marks()] : []));
+    fill_fields();
     Object.assign(place.dataset, {s0: tops.s0, degree: tops.degree, raw: tops.raw});
   };
   state.listen(show);
-  place.addEventListener('focusout', () => setTimeout(show));
+  place.addEventListener('focusout', () => setTimeout(fill_fields));
 };

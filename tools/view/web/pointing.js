@@ -29,6 +29,8 @@ export const attach_pointing = (state, views) => {
 
   const pressed = (view, event) => {
     if (event.button !== 0) return;
+    // A finger on another picture spans nothing with those on this one.
+    if ([...fingers.values()].some((finger) => finger.view !== view)) return;
     view.canvas.setPointerCapture(event.pointerId);
     const place = place_of(view, event);
     fingers.set(event.pointerId, place);
@@ -38,7 +40,7 @@ export const attach_pointing = (state, views) => {
     const before = spread();
     fingers.set(event.pointerId, place);
     const after = spread();
-    views.pan_pixels(before.x - after.x, before.y - after.y);
+    views.pan_pixels(before.x - after.x, before.y - after.y, after);
     if (before.length > 0) views.zoom(after.length / before.length, after);
   };
   const moved = (view, event) => {
@@ -56,7 +58,7 @@ export const attach_pointing = (state, views) => {
     if (!start.moved && !far) return;
     start.moved = true;
     fingers.set(event.pointerId, place);
-    if (!start.marks) views.pan_pixels(before.x - place.x, before.y - place.y);
+    if (!start.marks) views.pan_pixels(before.x - place.x, before.y - place.y, place);
     else if (start.pixel && pixel) tell_region(start.pixel, pixel, false);
   };
   const tell_region = (one, other, done) => {

@@ -210,18 +210,20 @@ export const attach_views = (state, place, painter) => {
   };
   let changed_need = () => {};
 
+  const part_at = (at) =>
+      parts().find(({view}) => view === (at?.view ?? all[state.now.active])) ?? parts()[0];
   const zoom_to = (wanted, at) => {
-    const part = parts().find(({view}) => view === (at?.view ?? all[state.now.active])) ?? parts()[0];
+    const part = part_at(at);
     if (!part) return;
     const x = at ? at.x % part.width : part.width / 2;
     const y = at ? at.y % part.height : part.height / 2;
     state.set(zoomed(part, part, limited_zoom(wanted), x, y));
   };
   /** `at`: {view, x, y} in device pixels of its canvas; the middle of the active view without. */
-  const zoom = (by, at) => zoom_to((parts()[0]?.zoom ?? 1) * by, at);
-  /** By device pixels. */
-  const pan_pixels = (x, y) => {
-    const part = parts()[0];
+  const zoom = (by, at) => zoom_to((part_at(at)?.zoom ?? 1) * by, at);
+  /** By device pixels of the view that `at` names, or of the active one. */
+  const pan_pixels = (x, y, at) => {
+    const part = part_at(at);
     if (!part) return;
     const frame = frame_size();
     const now = (state.now.zoom !== 'fit' && state.now.centre) || [frame.width / 2, frame.height / 2];
@@ -235,7 +237,7 @@ export const attach_views = (state, place, painter) => {
   };
   /** By shares of what is seen. */
   const pan = (columns, rows) => {
-    const part = parts()[0];
+    const part = part_at();
     if (part) pan_pixels(columns * part.width, rows * part.height);
   };
   const point = (row, column) => {
@@ -282,12 +284,20 @@ export const attach_views = (state, place, painter) => {
       name_parts(view.stage, parts_of(name));
     });
   };
+  const mark_active = () => {
+    shown().forEach(({root, canvas}, index) => {
+      const active = shown().length > 1 && index === state.now.active;
+      root.toggleAttribute('data-active', active);
+      canvas.setAttribute('aria-current', active);
+    });
+  };
 
   state.listen((now, changed) => {
     if (changed.has('views')) {
       name_views();
       if (place.childElementCount !== now.views.length) arrange();
     }
+    if (changed.has('views') || changed.has('active')) mark_active();
     if (repainted_by.some((name) => changed.has(name))) unpainted = true;
     if (needed_by.some((name) => changed.has(name))) changed_need();
     if ([...repainted_by, ...moved_by].some((name) => changed.has(name))) redraw();
@@ -295,6 +305,7 @@ export const attach_views = (state, place, painter) => {
   });
   new ResizeObserver(resize).observe(place);
   name_views();
+  mark_active();
   arrange();
   return {
     all, parts, needed, show, zoom, zoom_to, pan, pan_pixels, point, pixel_at, redraw,
