@@ -93,8 +93,8 @@ void View_connection::take(Error const& error) {
         return;
     }
     Request_head const head = head_of(*parser_);
-    // What follows a body that is not read is no request.
-    keeps_alive_ = parser_->get().keep_alive() && !head.has_body;
+    // What follows a body that is not read is no request, and any other method may have one.
+    keeps_alive_ = parser_->get().keep_alive() && head.method == "GET" && !head.has_body;
     answer_in_time(surroundings_.rules.decide(head));
 }
 
@@ -146,7 +146,8 @@ void View_connection::call(Call call) {
 }
 
 void View_connection::write(Answer answer) {
-    response_.emplace(response_to(std::move(answer), keeps_alive_));
+    bool const is_head = parser_->get().method() == http::verb::head;
+    response_.emplace(response_to(std::move(answer), keeps_alive_, is_head));
     serializer_.emplace(*response_);
     write_rest();
 }

@@ -41,7 +41,9 @@ Request_head head_of(Request_parser const& parser) {
         .host = field_of(request, http::field::host),
         .token = field_of(request, token_field),
         .fetch_site = field_of(request, "Sec-Fetch-Site"),
-        .has_body = parser.chunked() || parser.content_length().value_or(0) != 0,
+        // Beast reads a body in chunks, and takes one in any other coding for the next request.
+        .has_body = request.count(http::field::transfer_encoding) > 0 ||
+                    parser.content_length().value_or(0) != 0,
     };
 }
 
@@ -52,7 +54,7 @@ Refusal refusal_of_header(boost::beast::error_code const& error) {
     return refusal(400, "This is no request of HTTP.");
 }
 
-Response response_to(Answer answer, bool keeps_alive) {
+Response response_to(Answer answer, bool keeps_alive, bool is_head) {
     auto const status = static_cast<unsigned>(answer.status);
     Response response(http::int_to_status(status), 11);
     response.set(http::field::cache_control, "no-store");
@@ -69,7 +71,7 @@ Response response_to(Answer answer, bool keeps_alive) {
         response.set(http::field::allow, "GET");
     }
     response.keep_alive(keeps_alive);
-    if (status != 204) {
+    if (status != 204 && !is_head) {
         response.set(http::field::content_type, answer.media_type);
         response.body() = std::move(answer.body);
         response.prepare_payload();

@@ -29,6 +29,7 @@ Request_head head_of(Request_parser const& parser);
 Refusal refusal_of_header(boost::beast::error_code const& error);
 
 /// With what keeps a browser from doing anything with it but show the page.
-Response response_to(Answer answer, bool keeps_alive);
+/// @param is_head the request was one for a header alone, so that a body would be read as an answer
+Response response_to(Answer answer, bool keeps_alive, bool is_head);
 
 } // namespace polarize_tool

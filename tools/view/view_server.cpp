@@ -12,6 +12,7 @@
 #include <boost/asio/thread_pool.hpp>
 #include <new>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace polarize_tool {
@@ -90,12 +91,16 @@ public:
     std::string const& token() const { return rules_.token; }
 
     void run(std::function<bool()> const& stop_requested) {
-        accept();
         while (!stop_requested()) {
             try {
-                context_.run_for(std::chrono::milliseconds(50));
+                if (!is_accepting_) {
+                    context_.restart(); // it has stopped if there was nothing else to wait for
+                    accept();
+                }
+                context_.run_for(round_time);
             } catch (std::bad_alloc const&) {
-                // The connection that asked for the memory has ended with its operation.
+                // Whatever asked for the memory has ended with it: a connection, or to accept them.
+                std::this_thread::sleep_for(round_time);
             }
         }
         stop();
@@ -103,6 +108,7 @@ public:
 
 private:
     using Connections = std::vector<std::weak_ptr<View_connection>>;
+    static constexpr std::chrono::milliseconds round_time{50};
 
     void stop() {
         Error ignored;
@@ -120,6 +126,7 @@ private:
 
     void accept() {
         acceptor_.async_accept([this](Error const& error, tcp::socket socket) {
+            is_accepting_ = false;
             if (error == asio::error::operation_aborted) {
                 return;
             }
@@ -130,16 +137,19 @@ private:
             accept();
             admit(std::move(socket));
         });
+        is_accepting_ = true;
     }
 
     // Whatever the system is short of, to ask at once would only keep it busy.
     void accept_later() {
         pause_.expires_after(std::chrono::milliseconds(100));
         pause_.async_wait([this](Error const& error) {
+            is_accepting_ = false;
             if (!error) {
                 accept();
             }
         });
+        is_accepting_ = true;
     }
 
     void admit(tcp::socket socket) {
@@ -153,7 +163,8 @@ private:
     }
 
     // Who comes without the token cannot keep others out: strangers go first, whatever they do, and
-    // among them, as among the others, who has been idle longest. Nobody's answer is broken off.
+    // among them, as among the others, who has been idle longest. No answer to who has the token is
+    // broken off.
     bool make_room() {
         auto const rank = [](std::shared_ptr<View_connection> const& one) {
             return std::pair(one->is_trusted(), one->idle_since());
@@ -178,6 +189,7 @@ private:
     asio::io_context context_{1};
     tcp::acceptor acceptor_;
     asio::steady_timer pause_{context_};
+    bool is_accepting_ = false; // or will again after a pause
     Connections connections_;
     Request_rules rules_;
     asio::thread_pool workers_; // ends before what its handlers and their answers need

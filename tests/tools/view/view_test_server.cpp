@@ -1,6 +1,6 @@
 /// @file
-/// The view's server with handlers for tests, and with short times unless told otherwise.
-/// usage: view_test_server [WRITE_MILLISECONDS]
+/// The view's server with handlers for tests.
+/// usage: view_test_server [WRITE_MILLISECONDS [HEADER_MILLISECONDS [IDLE_MILLISECONDS]]]
 /// Prints port and token, and ends with its standard input.
 ///   /page.txt         a file
 ///   /echo?text=T      T
@@ -68,10 +68,11 @@ bool input_has_ended() {
 int main(int argument_count, char** arguments) {
     try {
         View_server_options options;
-        options.limits.header_time = milliseconds(1000);
-        options.limits.idle_time = milliseconds(1500);
-        options.limits.write_time =
-            milliseconds(argument_count > 1 ? std::atoi(arguments[1]) : 700);
+        View_limits& limits = options.limits;
+        milliseconds* const times[] = {&limits.write_time, &limits.header_time, &limits.idle_time};
+        for (int index = 1; index < argument_count && index <= 3; ++index) {
+            *times[index - 1] = milliseconds(std::atoi(arguments[index]));
+        }
         View_server server(
             options, {{"/page.txt", {"text/plain; charset=utf-8", "the page"}}}, handlers());
         std::printf("%u %s\n", unsigned{server.port()}, server.token().c_str());
