@@ -1,6 +1,6 @@
 // Scales of the pictures that are shown: bars, the wheel of angles, and what the marks mean.
 
-import {full_scale, mark_colours} from './painting.js';
+import {full_scale, mark_colours, mark_texts} from './painting.js';
 import {quantities} from './quantities.js';
 import {s0_decimals} from './values.js';
 
@@ -94,13 +94,12 @@ export const attach_legends = (state, views, colours, place) => {
 
   const marks = () => {
     const list = document.createElement('ul');
-    const words = {saturated: 'saturated, rising stripes', invalid: 'not valid for other reasons, falling stripes'};
     for (const [name, colour] of Object.entries(mark_colours)) {
       const item = document.createElement('li');
       const sample = document.createElement('span');
       sample.className = 'stripes ' + name;
       sample.style.setProperty('--stripe', `rgb(${colour.join()})`);
-      item.append(sample, words[name]);
+      item.append(sample, mark_texts[name]);
       list.append(item);
     }
     return list;

@@ -7,6 +7,9 @@ export const signed_scale = 32767;
 
 const flag_saturated = 1;
 export const mark_colours = {saturated: [255, 64, 160], invalid: [0, 200, 255]};
+export const mark_texts = {saturated: 'saturated, rising stripes', invalid: 'not valid for other reasons, falling stripes'};
+/** Of /frame's validity: what a mark of a name stands for. */
+export const mark_flags = {saturated: flag_saturated, invalid: 2};
 
 const pixel_of = ([red, green, blue]) => (0xff000000 | (blue << 16) | (green << 8) | red) >>> 0;
 const black = pixel_of([0, 0, 0]);

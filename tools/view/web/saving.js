@@ -3,6 +3,7 @@
 import {element} from './elements.js';
 import {measured, region_of, title_of} from './held.js';
 import {box_of} from './marks.js';
+import {mark_flags, mark_texts, paint_marks} from './painting.js';
 import {quantities} from './quantities.js';
 import {view_titles} from './state.js';
 
@@ -11,6 +12,9 @@ const field = (value) => {
   const text = value === null || value === undefined ? '' : String(value);
   return /[",\r\n]/.test(text) ? `"${text.replaceAll('"', '""')}"` : text;
 };
+
+/** A name as no program for tables takes it for a formula. */
+const plain_name = (name) => (/^[=+\-@\t\r]/.test(name) ? "'" + name : name);
 
 /** Lines of RFC 4180 of rows of values. */
 export const csv_of = (rows) => rows.map((row) => row.map(field).join(',') + '\r\n').join('');
@@ -33,7 +37,7 @@ export const rows_of = (series) => {
   const rows = series.flatMap(({title, item, frames}, index) => frames.map((frame) => ({
     order: [frame.number, index],
     row: [
-      frame.number, frame.time, title, ...region_of(item), frame.pixels, frame.valid,
+      frame.number, frame.time, plain_name(title), ...region_of(item), frame.pixels, frame.valid,
       ...measured.flatMap(({name}) => statistics.map((statistic) => frame.of[name]?.[statistic] ?? null)),
     ],
   })));
@@ -61,6 +65,7 @@ const title_height = 26;
 const legend_height = 44;
 const bar_height = 14;
 const most_bar = 320;
+const mark_height = 18;
 const gap = 12;
 const full_scale = 65535;
 
@@ -135,6 +140,30 @@ const draw_held = (context, held, parts, left, top) => {
   }
 };
 
+/** Names of the parts of a picture of several, each in its lower left corner. */
+const draw_names = (context, parts, left, top) => {
+  for (const {name, x, y, height} of parts) {
+    context.fillStyle = 'rgb(0 0 0 / 60%)';
+    context.fillRect(left + x, top + y + height - 18, context.measureText(view_titles[name]).width + 12, 18);
+    context.fillStyle = '#fff';
+    context.fillText(view_titles[name], left + x + 6, top + y + height - 5);
+  }
+};
+
+/** What the stripes over the pictures mean, with its upper left corner at (x, y). */
+const draw_marks = (context, x, y) => {
+  const size = {width: 22, height: 12};
+  for (const [name, flag] of Object.entries(mark_flags)) {
+    const image = new ImageData(size.width, size.height);
+    const validity = new Uint8Array(size.width * size.height).fill(flag);
+    paint_marks(validity, {...size, region: [0, 0], scale: 1}, new Uint32Array(image.data.buffer));
+    context.putImageData(image, x, y);
+    context.fillStyle = ink;
+    context.fillText(mark_texts[name], x + size.width + 7, y + size.height - 1);
+    y += mark_height;
+  }
+};
+
 /** The pictures as they are shown, with titles, scales, what is held, the source and the number. */
 export const picture_of = (now, page) => {
   const shown = page.views.all.slice(0, now.views.length);
@@ -143,7 +172,7 @@ export const picture_of = (now, page) => {
   const columns = shown.length > 1 ? 2 : 1;
   const made = element('canvas', {
     width: columns * (width + gap) + gap,
-    height: Math.ceil(shown.length / columns) * (height + gap) + gap + title_height,
+    height: Math.ceil(shown.length / columns) * (height + gap) + gap + title_height + (now.overlay ? 2 * mark_height : 0),
   });
   const context = made.getContext('2d');
   context.fillStyle = '#fff';
@@ -162,9 +191,12 @@ export const picture_of = (now, page) => {
     context.fillStyle = ink;
     context.fillText(view_titles[view], x, y + 14);
     context.drawImage(canvas, x, y + title_height);
-    draw_held(context, now.held, page.views.parts().filter(({view}) => view === shown[index]), x, y + title_height);
+    const parts = page.views.parts().filter((part) => part.view === shown[index]);
+    if (parts.length > 1) draw_names(context, parts, x, y + title_height);
+    draw_held(context, now.held, parts, x, y + title_height);
     draw_legend(context, now, page, quantities[view], x, y + title_height + canvas.height + 6, most_bar);
   });
+  if (now.overlay) draw_marks(context, gap, made.height - gap - 2 * mark_height);
   return made;
 };
 
