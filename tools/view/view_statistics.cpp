@@ -4,6 +4,7 @@
 #include "view/stokes_reduction.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 
@@ -72,38 +73,34 @@ void fill_moments(Quantity_statistics& result, Counts const& counts, Value_of co
     result.largest = value_of(static_cast<double>(counts.end() - 1));
 }
 
-/// Steps over the indices from `begin` to `end` - 1, beyond which there are none.
+/// Bars of whole levels each, over the levels that there are: bars of a level more or less than
+/// their neighbours would make a comb of an even spread.
+/// @param level indices from one level that elements can have to the next, at least 1
 template <class Value_of>
 void fill_histogram(
-    Quantity_statistics& result, Counts const& counts, std::size_t begin, std::size_t end,
-    Value_of const& value_of) {
+    Quantity_statistics& result, Counts const& counts, double level, Value_of const& value_of) {
+    auto const level_of = [&](std::size_t index) {
+        return static_cast<std::size_t>(std::lround(static_cast<double>(index) / level));
+    };
+    std::size_t const first = level_of(counts.begin());
+    std::size_t const levels = level_of(std::max(counts.end(), std::size_t{1}) - 1) + 1 - first;
+    std::size_t const step = squares_in(levels, Quantity_statistics::most_steps);
+    result.counts.resize(squares_in(levels, step));
     for (std::size_t index = counts.begin(); index < counts.end(); ++index) {
-        result.counts[(index - begin) * Quantity_statistics::steps / (end - begin)] +=
-            counts[index];
+        result.counts[(level_of(index) - first) / step] += counts[index];
     }
-    result.from = value_of(static_cast<double>(begin));
-    result.to = value_of(static_cast<double>(end));
+    std::size_t const end = first + step * result.counts.size();
+    result.from = value_of(static_cast<double>(first) * level);
+    result.to = value_of(static_cast<double>(end) * level);
 }
 
-/// Of a quantity without bounds that matter: the histogram shows the elements that there are.
 template <class Value_of>
-Quantity_statistics open_quantity(
-    std::string name, std::string unit, Counts const& counts, Value_of const& value_of) {
+Quantity_statistics quantity_of(
+    std::string name, std::string unit, Counts const& counts, double level,
+    Value_of const& value_of) {
     Quantity_statistics result{std::move(name), std::move(unit), {}, {}, {}, {}};
     fill_moments(result, counts, value_of);
-    fill_histogram(
-        result, counts, counts.begin(), std::max(counts.end(), counts.begin() + 1), value_of);
-    return result;
-}
-
-template <class Value_of>
-Quantity_statistics bounded_quantity(
-    std::string name, Counts const& counts, std::size_t largest, Value_of const& value_of) {
-    Quantity_statistics result{std::move(name), "1", {}, {}, {}, {}};
-    fill_moments(result, counts, value_of);
-    fill_histogram(result, counts, 0, largest + 1, value_of);
-    result.from = value_of(0.0);
-    result.to = value_of(static_cast<double>(largest));
+    fill_histogram(result, counts, level, value_of);
     return result;
 }
 
@@ -154,21 +151,23 @@ public:
         auto const as_it_is = [](double index) { return index; };
         auto const of_full = [full](double index) { return index / full; };
         auto const ratio = [](double index) { return (index - ratio_of_one) / ratio_of_one; };
+        // Fast S0 is half the sum of four samples.
+        double const level = std::max(1.0, 0.5 / step);
         return {
-            open_quantity("s0", "sample", s0_, in_samples),
-            bounded_quantity("dolp", dolp_, scale_.full_scale(), of_full),
+            quantity_of("s0", "sample", s0_, level, in_samples),
+            quantity_of("dolp", "1", dolp_, 1.0, of_full),
             angle(),
-            bounded_quantity("s1_s0", s1_s0_, 2 * ratio_of_one, ratio),
-            bounded_quantity("s2_s0", s2_s0_, 2 * ratio_of_one, ratio),
-            open_quantity("raw", "sample", raw_, as_it_is)};
+            quantity_of("s1_s0", "1", s1_s0_, 1.0, ratio),
+            quantity_of("s2_s0", "1", s2_s0_, 1.0, ratio),
+            quantity_of("raw", "sample", raw_, 1.0, as_it_is)};
     }
 
 private:
     void add_direction(std::uint16_t azimuth, double s1, double s2) {
-        constexpr double steps = Quantity_statistics::steps;
+        constexpr double steps = Quantity_statistics::most_steps;
         double const angle = polarization::angle_of_azimuth(azimuth, scale_);
         auto const step = static_cast<std::size_t>(angle / 180.0 * steps);
-        ++angles_[std::min(step, Quantity_statistics::steps - 1)];
+        ++angles_[std::min(step, Quantity_statistics::most_steps - 1)];
         sum_s1_ += s1;
         sum_s2_ += s2;
         lengths_ += std::sqrt(s1 * s1 + s2 * s2);
@@ -178,7 +177,7 @@ private:
         constexpr double degrees = 180.0 / std::numbers::pi;
         Quantity_statistics result{"azimuth", "degree", {}, {}, {}, {}};
         result.to = 180.0;
-        result.counts = angles_;
+        result.counts.assign(angles_.begin(), angles_.end());
         double const length = std::hypot(sum_s1_, sum_s2_);
         if (length > 0.0) {
             double const concentration = std::min(length / lengths_, 1.0);
@@ -196,7 +195,7 @@ private:
     Counts s1_s0_;
     Counts s2_s0_;
     Counts raw_;
-    std::array<std::uint64_t, Quantity_statistics::steps> angles_{};
+    std::array<std::uint64_t, Quantity_statistics::most_steps> angles_{};
     double sum_s1_ = 0.0;
     double sum_s2_ = 0.0;
     double lengths_ = 0.0;

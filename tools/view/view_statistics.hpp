@@ -5,7 +5,6 @@
 #include "veldrane_mrv/polarization/geometry.hpp"
 #include "view/row_planes.hpp"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -18,7 +17,7 @@ namespace polarize_tool {
 /// Of the pixels where it is defined: S0 and samples everywhere, degree and ratios where S0 is not
 /// 0, the angle where S1 or S2 is not 0. Without such pixels there is nothing but empty counts.
 struct Quantity_statistics {
-    static constexpr std::size_t steps = 64;
+    static constexpr std::size_t most_steps = 64;
 
     std::string name;
     std::string unit; ///< "sample", "degree" or "1"
@@ -28,10 +27,11 @@ struct Quantity_statistics {
     /// An angle has neither.
     std::optional<double> least;
     std::optional<double> largest;
-    /// Of the histogram, which has equal steps.
+    /// Of the histogram: equal steps of whole levels over the elements that there are, the angle's
+    /// over half a turn.
     double from = 0.0;
     double to = 1.0;
-    std::array<std::uint64_t, steps> counts{};
+    std::vector<std::uint64_t> counts{};
 };
 
 struct View_statistics {
