@@ -1,11 +1,17 @@
 // Where pixels of the frame lie in a picture, in device pixels, and which of them are asked for.
 
+import {limited} from './state.js';
+
+// A centre outside of the frame would leave nothing to be seen.
+const inside = ([x, y], frame) => [limited(x, 0, frame.width), limited(y, 0, frame.height)];
+
 /** {zoom, left, top}: device pixels for a pixel of the frame, and where its first pixel begins. */
 export const placed = (size, now, frame) => {
   const zoom = now.zoom === 'fit'
       ? Math.min(size.width / frame.width, size.height / frame.height)
       : now.zoom;
-  const centre = (now.zoom !== 'fit' && now.centre) || [frame.width / 2, frame.height / 2];
+  const chosen = now.zoom === 'fit' ? null : now.centre;
+  const centre = inside(chosen ?? [frame.width / 2, frame.height / 2], frame);
   return {
     zoom,
     left: Math.round(size.width / 2 - centre[0] * zoom),
@@ -34,10 +40,10 @@ export const region_for = (size, place, frame, scale) => {
 };
 
 /** The state after `zoom` became `wanted`, with the point of the frame at (x, y) of `size` left where it is. */
-export const zoomed = (size, place, wanted, x, y) => {
+export const zoomed = (size, place, frame, wanted, x, y) => {
   const at = [(x - place.left) / place.zoom, (y - place.top) / place.zoom];
   return {
     zoom: wanted,
-    centre: [at[0] + (size.width / 2 - x) / wanted, at[1] + (size.height / 2 - y) / wanted],
+    centre: inside([at[0] + (size.width / 2 - x) / wanted, at[1] + (size.height / 2 - y) / wanted], frame),
   };
 };

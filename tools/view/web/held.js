@@ -2,7 +2,7 @@
 
 import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './charts.js';
 import {element} from './elements.js';
-import {most_held} from './state.js';
+import {most_held, short_name} from './state.js';
 
 export const dashes = [[], [6, 3], [2, 2], [8, 3, 2, 3], [12, 4], [4, 6], [1, 4], [10, 2, 2, 2, 2, 2]];
 /** What /statistics tells of; `period` is that of angles. */
@@ -124,7 +124,7 @@ export const attach_held = (state, ask, place, line_place) => {
       state.set({held: state.now.held.filter((_, other) => other !== index)});
     },
     rename(index, name) {
-      const renamed = (item, other) => (other === index ? {...item, name: name.slice(0, 40)} : item);
+      const renamed = (item, other) => (other === index ? {...item, name: short_name(name)} : item);
       state.set({held: state.now.held.map(renamed)});
     },
     next_quantity(steps = 1) {

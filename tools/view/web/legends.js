@@ -2,6 +2,7 @@
 
 import {full_scale, mark_colours, mark_texts} from './painting.js';
 import {quantities} from './quantities.js';
+import {degree_tops, s0_tops} from './state.js';
 import {s0_decimals} from './values.js';
 
 const svg_space = 'http://www.w3.org/2000/svg';
@@ -51,13 +52,13 @@ const wheel = (text) => {
   return document.importNode(parsed, true);
 };
 
-const number_field = (label, most, step, set) => {
+const number_field = (label, [least, most], step, set) => {
   const outer = document.createElement('label');
   const input = document.createElement('input');
   Object.assign(input, {type: 'number', min: 0, max: most, step, placeholder: 'auto'});
   input.addEventListener('change', () => {
     const number = Number(input.value);
-    set(input.value !== '' && number > 0 && number <= most ? number : null);
+    set(input.value !== '' && number >= least && number <= most ? number : null);
   });
   outer.append(label + ' ', input);
   return outer;
@@ -124,8 +125,8 @@ export const attach_legends = (state, views, colours, place) => {
   const add_fields = () => {
     const unit = 10 ** -s0_decimals(state.now.source.s0_unit);
     const outer = {
-      s0_top: number_field('S0 up to', 1e9, unit, (s0_top) => state.set({s0_top})),
-      degree_top: number_field('degree up to', 1, 0.01, (degree_top) => state.set({degree_top})),
+      s0_top: number_field('S0 up to', s0_tops, unit, (s0_top) => state.set({s0_top})),
+      degree_top: number_field('degree up to', degree_tops, 0.01, (degree_top) => state.set({degree_top})),
     };
     for (const [name, label] of Object.entries(outer)) fields[name] = label.querySelector('input');
     ends.append(...Object.values(outer));

@@ -46,6 +46,11 @@ const asked_until_answered = async (ask) => {
 };
 
 const start = async () => {
+  // Its fragment would take the state's place in the address.
+  document.querySelector('.skip').addEventListener('click', (event) => {
+    event.preventDefault();
+    by_id('readout').focus();
+  });
   const has_token = take_token();
   // An address with another token, given to a page that is open, does not load it anew by itself.
   addEventListener('hashchange', () => {

@@ -39,6 +39,9 @@ export const speeds = [0.125, 0.25, 0.5, 1, 2, 4, 8];
 export const most_held = 8;
 const most_zoom = 64;
 const least_zoom = 1 / 64;
+/** Least and most of the ends of the scales, so that their marks have few decimals. */
+export const s0_tops = [1e-3, 1e9];
+export const degree_tops = [1e-4, 1];
 
 const in_address = {
   views: ['s0', 'angle', 'degree', 'raw'],
@@ -75,14 +78,18 @@ const number_list = (text, count) => {
   return numbers.length === count && numbers.every(Number.isFinite) ? numbers : null;
 };
 const whole = (text) => (/^\d{1,15}$/.test(text) ? Number(text) : undefined);
-const positive = (text, most) => {
+const within = (text, [least, most]) => {
   const value = Number(text);
-  return value > 0 && value <= most ? value : undefined;
+  return value >= least && value <= most ? value : undefined;
 };
 const flag = {
   write: (value) => (value ? '1' : '0'),
   read: (text) => (/^[01]$/.test(text) ? text === '1' : undefined),
 };
+
+const longest_name = 40;
+/** As much of a name as is kept, in whole characters: half of a pair has no place in an address. */
+export const short_name = (name) => [...name.replace(/\p{Surrogate}/gu, '')].slice(0, longest_name).join('');
 
 const held_text = (item) => {
   const place = item.region ?? [item.column, item.row];
@@ -94,7 +101,7 @@ const held_item = (text) => {
   if (numbers.includes(undefined) || (numbers.length !== 2 && numbers.length !== 4)) return null;
   const item = numbers.length === 2 ? {row: numbers[1], column: numbers[0]} : {region: numbers};
   if (item.region && (numbers[2] === 0 || numbers[3] === 0)) return null;
-  return {...item, name: decodeURIComponent(name ?? '').slice(0, 40)};
+  return {...item, name: short_name(decodeURIComponent(name ?? ''))};
 };
 
 // How a field is written into the address and read from it; undefined is no value of it.
@@ -111,7 +118,7 @@ const forms = {
     write: (zoom) => (zoom === 'fit' ? zoom : String(Number(zoom.toPrecision(6)))),
     read: (text) => {
       if (text === 'fit') return text;
-      const zoom = positive(text, most_zoom);
+      const zoom = within(text, [Number.MIN_VALUE, most_zoom]);
       return zoom && limited_zoom(zoom);
     },
   },
@@ -120,8 +127,8 @@ const forms = {
     read: (text) => number_list(text, 2) ?? undefined,
   },
   map: {write: String, read: (text) => (text === 'hue' || text === 'second' ? text : undefined)},
-  s0_top: {write: String, read: (text) => positive(text, 1e9)},
-  degree_top: {write: String, read: (text) => positive(text, 1)},
+  s0_top: {write: String, read: (text) => within(text, s0_tops)},
+  degree_top: {write: String, read: (text) => within(text, degree_tops)},
   overlay: flag,
   loupe: flag,
   number: {write: String, read: whole},
@@ -195,7 +202,12 @@ export const state = new_state();
 /** Takes the state from the address, and keeps the address true, written four times a second at most. */
 export const keep_in_address = (kept = state) => {
   const written_every = 250;
-  const read = () => kept.set(from_fragment(location.hash));
+  // What is none of the page's own addresses changes nothing.
+  const read = () => {
+    const parts = location.hash.slice(1).split('&').map((part) => part.split('='));
+    const known = parts.some(([name, text]) => text !== undefined && Object.hasOwn(forms, name));
+    if (known || location.hash === '') kept.set(from_fragment(location.hash));
+  };
   let timer = null;
   read();
   addEventListener('hashchange', read);

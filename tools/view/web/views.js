@@ -217,7 +217,7 @@ export const attach_views = (state, place, painter) => {
     if (!part) return;
     const x = at ? at.x % part.width : part.width / 2;
     const y = at ? at.y % part.height : part.height / 2;
-    state.set(zoomed(part, part, limited_zoom(wanted), x, y));
+    state.set(zoomed(part, part, frame_size(), limited_zoom(wanted), x, y));
   };
   /** `at`: {view, x, y} in device pixels of its canvas; the middle of the active view without. */
   const zoom = (by, at) => zoom_to((part_at(at)?.zoom ?? 1) * by, at);
