@@ -4,6 +4,7 @@
 import {ask_frame} from './source.js';
 
 const retry_after = 1000;
+const coarse_scale = 8;
 const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
 
 /** Runs as long as the page. `trouble(refusal or null)` tells the reader. */
@@ -11,15 +12,21 @@ export const start_pulling = (state, views, trouble) => {
   let wake = () => {};
   let waiting_for_new = null;
   let shown = {number: -1, shape: ''};
+  let failed = {number: -1, shape: ''};
+  // Number of a frame that has nothing where the last one was looked at: the frames differ in size.
+  let smaller = null;
 
   const wanted = () => {
-    const {source, playing, number, failed} = state.now;
+    const {source, playing, number} = state.now;
     const need = source && views.needed();
     if (!need) return null;
     const shape = JSON.stringify(need);
     const parameters = {region: need.region.join(), scale: need.scale, planes: need.planes.join()};
     if (source.kind !== 'camera') {
-      if ((shown.number === number && shown.shape === shape) || failed === number) return null;
+      if ([shown, failed].some((last) => last.number === number && last.shape === shape)) return null;
+      if (smaller === number) {
+        return {shape, parameters: {number, scale: Math.max(need.scale, coarse_scale), planes: parameters.planes}};
+      }
       return {shape, parameters: {number, ...parameters}};
     }
     if (!playing) {
@@ -43,8 +50,14 @@ export const start_pulling = (state, views, trouble) => {
       if (!state.now.playing) state.set({playing: true});
       return;
     }
+    if (refusal.status === 404 && want.parameters.region && state.now.source.kind !== 'camera') {
+      smaller = number;
+      return;
+    }
+    smaller = null;
     trouble(refusal);
     if (refusal.status >= 400 && refusal.status < 500 && number !== undefined) {
+      failed = {number, shape: want.shape};
       state.set({failed: number});
       if (state.now.source.kind !== 'camera') return;
     }
@@ -56,6 +69,7 @@ export const start_pulling = (state, views, trouble) => {
     try {
       const answer = await ask_frame(want.parameters, waiting_for_new?.signal);
       shown = {number: answer.header.number, shape: want.shape};
+      smaller = null;
       trouble(null);
       views.show(answer);
     } catch (error) {

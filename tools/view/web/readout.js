@@ -12,6 +12,7 @@ const value_planes = ['s0', 'azimuth', 'dolp', 's1_s0', 's2_s0', 'raw', 'validit
 const reach = (loupe_cells - 1) / 2;
 // While frames play nobody reads faster.
 const playing_pause = 100;
+const retry_after = 1000;
 const flags = [[1, 'saturated'], [2, 'below dark'], [4, 'bad pixel'], [8, 'weak']];
 
 const flag_text = (validity) =>
@@ -110,17 +111,23 @@ export const attach_readout = (state, views, painter) => {
     if (busy || !pointer || !header || wanted === asked) return;
     busy = true;
     asked = wanted;
+    let pause = state.now.playing ? playing_pause : 0;
     try {
       await ask(pointer, header.number);
     } catch (error) {
       // Its pictures say what is wrong; of a camera's frame that is gone the next one is asked.
       if (error.status === undefined) throw error;
       root.dataset.state = 'failed';
+      if (error.status === 0) {
+        asked = '';
+        pause = retry_after;
+      }
+    } finally {
+      setTimeout(() => {
+        busy = false;
+        follow();
+      }, pause);
     }
-    setTimeout(() => {
-      busy = false;
-      follow();
-    }, state.now.playing ? playing_pause : 0);
   };
 
   state.listen((now, changed) => {

@@ -1,6 +1,9 @@
 // What the program behind the page is asked: with its token, and with answers in typed arrays.
 
 const token_key = 'polarization-token';
+// A frame is made within a second or two, but a slow road may take long to bring it.
+const told_within = 10000;
+const sent_within = 60000;
 const element_types = {u8: Uint8Array, u16: Uint16Array, i16: Int16Array};
 
 /** An answer that is a refusal (status 400 and above), none at all (0), or one that is not there yet (204). */
@@ -23,21 +26,29 @@ export const take_token = () => {
   return sessionStorage.getItem(token_key) !== null;
 };
 
-const ask = async (path, signal) => {
-  let response;
+/** What `taken` makes of the answer; an answer that ends early or stands still is none. */
+const ask = async (path, taken, signal) => {
+  const late = new AbortController();
+  const give_up = () => late.abort();
+  let timer = setTimeout(give_up, told_within);
   try {
-    response = await fetch(path, {
+    const response = await fetch(path, {
       headers: {'Polarization-Token': sessionStorage.getItem(token_key) ?? ''},
       cache: 'no-store',
-      signal,
+      signal: signal ? AbortSignal.any([signal, late.signal]) : late.signal,
     });
+    clearTimeout(timer);
+    timer = setTimeout(give_up, sent_within);
+    if (response.status === 204) throw new Refusal(204, 'There is no newer frame.');
+    if (!response.ok) throw new Refusal(response.status, (await response.text()).trim());
+    return await taken(response);
   } catch (error) {
-    if (error.name === 'AbortError') throw error;
+    if (error instanceof Refusal) throw error;
+    signal?.throwIfAborted();
     throw new Refusal(0, 'The program does not answer.');
+  } finally {
+    clearTimeout(timer);
   }
-  if (response.status === 204) throw new Refusal(204, 'There is no newer frame.');
-  if (!response.ok) throw new Refusal(response.status, (await response.text()).trim());
-  return response;
 };
 
 /** The planes of an answer as they lie in it, without a copy. */
@@ -61,12 +72,12 @@ const query = (parameters) =>
         .map(([name, value]) => name + '=' + value)
         .join('&');
 
-const json = async (path, signal) => (await ask(path, signal)).json();
+const json = (path, signal) => ask(path, (response) => response.json(), signal);
 
 export const ask_source = () => json('/source');
 export const ask_colours = () => json('/colours');
 /** {number or after, region, scale, planes} to {header, planes: {name: typed array}}. */
-export const ask_frame = async (parameters, signal) =>
-    decoded(await (await ask('/frame?' + query(parameters), signal)).arrayBuffer());
+export const ask_frame = (parameters, signal) =>
+    ask('/frame?' + query(parameters), async (response) => decoded(await response.arrayBuffer()), signal);
 /** {number, region} to mean, deviation and histogram of each quantity. */
 export const ask_statistics = (parameters, signal) => json('/statistics?' + query(parameters), signal);

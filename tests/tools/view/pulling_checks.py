@@ -1,0 +1,132 @@
+"""Checks of how the page asks for frames, with a double for the program: what is cut off, stands still,
+or is of another size."""
+
+# Answers come when `answer` gives them; a second of the page's waiting takes a hundredth where it hurries.
+DOUBLES = """
+const {new_state} = await import('/page/state.js');
+const {start_pulling} = await import('/page/pulling.js');
+const {ask_frame} = await import('/page/source.js');
+const wait = setTimeout;
+window.setTimeout = (run, time) => wait(run, window.hurry ? time / 100 : time);
+window.turn = () => new Promise((done) => wait(done, 5));
+window.asked = [];
+window.in_flight = 0;
+window.most_in_flight = 0;
+window.fetch = (path, {signal}) => new Promise((resolve, reject) => {
+  const fields = Object.fromEntries(new URLSearchParams(path.split('?')[1]));
+  const one = {fields, signal, resolve, number: Number(fields.number)};
+  asked.push(one);
+  most_in_flight = Math.max(most_in_flight, ++in_flight);
+  const ended = () => (in_flight -= one.ended ? 0 : 1, one.ended = true);
+  one.answer = (response) => (ended(), resolve(response));
+  signal?.addEventListener('abort', () => (ended(), reject(signal.reason)));
+});
+window.frame = (number, width = 100, height = 75) => {
+  const header = {number, frame_width: width, frame_height: height, planes: []};
+  const text = new TextEncoder().encode(JSON.stringify(header));
+  const buffer = new Uint8Array(4 + text.length);
+  new DataView(buffer.buffer).setUint32(0, text.length, true);
+  buffer.set(text, 4);
+  return new Response(buffer);
+};
+window.cut = (signal) => new Response(new ReadableStream({start(road) {
+  road.enqueue(new Uint8Array(3));
+  if (signal) signal.addEventListener('abort', () => road.error(signal.reason));
+  else road.error(new TypeError('cut'));
+}}));
+window.numbers = () => asked.map(({number}) => number);
+window.ask_frame = ask_frame;
+window.begin = (fields) => {
+  const state = new_state();
+  Object.assign(window, {asked: [], shown: [], troubles: [], need: {region: [0, 0, 100, 75], scale: 1, planes: ['s0']}});
+  Object.assign(window, {in_flight: 0, most_in_flight: 0, pulled: state});
+  let changed = () => {};
+  const views = {
+    needed: () => need,
+    show: ({header}) => {
+      shown.push(header.number);
+      if (header.frame_width < need.region[0]) need = {...need, region: [0, 0, header.frame_width, header.frame_height]};
+    },
+    on_need: (listener) => (changed = listener),
+  };
+  state.listen(() => changed());
+  start_pulling(state, views, (refusal) => troubles.push(refusal && refusal.status));
+  state.set({source: {kind: 'recording', frames: 100}, ...fields});
+};
+return true;
+"""
+
+
+def check_roads(test):
+    """An answer that ends early or stands still is a refusal, which is told, and asked for again."""
+    found = test.browser.script(
+        """
+        const kind = async (give, signal) => {
+          asked = [];
+          const answer = ask_frame({number: 0}, signal).then(() => 'answer', (error) => error.status ?? error.name);
+          await give(asked[0]);
+          return answer;
+        };
+        hurry = true;
+        const giving_up = new AbortController();
+        const found = [
+          await kind((one) => one.answer(cut())),
+          await kind((one) => one.answer(new Response('a page'))),
+          await kind(() => {}),
+          await kind((one) => one.answer(cut(one.signal))),
+          await kind((one) => one.answer(new Response('no', {status: 404}))),
+          await kind(() => giving_up.abort(), giving_up.signal),
+          await kind((one) => one.answer(frame(0))),
+        ];
+        begin({number: 3});
+        await turn();
+        asked[0].answer(cut());
+        while (asked.length < 2) await turn();
+        asked[1].answer(frame(3));
+        await turn();
+        hurry = false;
+        return [found, troubles, shown, numbers()];
+    """
+    )
+    test.equal("roads", found[0], [0, 0, 0, 0, 404, "AbortError", "answer"])
+    test.equal("a cut answer is told, and asked again", found[1:], [[0, None], [3], [3, 3]])
+
+
+def check_sizes(test):
+    """A frame with nothing where the last one was looked at is looked at as a whole."""
+    found = test.browser.script(
+        """
+        begin({number: 0});
+        need.region = [80, 60, 20, 15];
+        const none = () => new Response('nothing there', {status: 404});
+        const give = async (response) => (await turn(), asked.at(-1).answer(response), await turn());
+        await give(frame(0));
+        pulled.set({number: 1});
+        await give(none());
+        await give(frame(1, 40, 30));
+        await give(frame(1, 40, 30));
+        const sizes = [asked.map(({fields}) => fields.region ?? fields.scale), shown.slice(), troubles.slice()];
+        // What is refused is not asked for again, until something else of it is wanted.
+        pulled.set({number: 2});
+        await give(none());
+        await give(none());
+        const count = asked.length;
+        pulled.set({overlay: true});
+        await turn();
+        const again = asked.length - count;
+        need = {...need, scale: 2};
+        pulled.set({overlay: false});
+        await give(frame(2));
+        return [...sizes, again, asked.length - count, shown.at(-1), troubles.slice(-2), pulled.now.failed];
+    """
+    )
+    regions = ["80,60,20,15", "80,60,20,15", "8", "0,0,40,30"]
+    test.equal("requests of a smaller frame", found[:3], [regions, [0, 1, 1], [None] * 3])
+    test.equal("requests of a refused one", found[3:], [0, 1, 2, [404, None], 2])
+
+
+def check_pulling(test):
+    test.browser.open(test.address)
+    test.browser.script(DOUBLES)
+    for check in (check_roads, check_sizes):
+        check(test)
