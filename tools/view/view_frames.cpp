@@ -5,6 +5,7 @@
 #include "view/frame_answers.hpp"
 #include "view/view_refusals.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -269,13 +270,15 @@ private:
         }
         Reception result{live_->counts(), std::nullopt, 0.0};
         std::scoped_lock const lock(receiving_);
-        if (arrivals_.size() > 1) {
-            Seconds const time = arrivals_.back() - arrivals_.front();
-            result.rate = static_cast<double>(arrivals_.size() - 1) / time.count();
+        Steady_time const now = std::chrono::steady_clock::now();
+        if (arrivals_.size() > 1 && now - arrivals_.back() < rate_time) {
+            auto const count = static_cast<double>(arrivals_.size());
+            Seconds const between = arrivals_.back() - arrivals_.front();
+            Seconds const until_now = now - arrivals_.front();
+            // The second once the next frame is late.
+            result.rate = std::min((count - 1) / between.count(), count / until_now.count());
         }
-        result.latency_ms =
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - arrival)
-                .count();
+        result.latency_ms = std::chrono::duration<double, std::milli>(now - arrival).count();
         return result;
     }
 

@@ -235,7 +235,7 @@ class Browser:
     def value(self, expression, *arguments):
         return self.script(f"return ({expression});", *arguments)
 
-    def wait_for(self, expression, seconds=20):
+    def wait_for(self, expression, seconds=60):
         """Waits until a JavaScript expression is true; what it is then."""
         ends = time.monotonic() + seconds
         while True:

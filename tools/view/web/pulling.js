@@ -43,7 +43,10 @@ export const start_pulling = (state, views, trouble) => {
 
   const refused = async (refusal, want) => {
     const {number} = want.parameters;
-    if (refusal.status === 204) return;
+    if (refusal.status === 204) {
+      state.set({silent: true});
+      return;
+    }
     // A frame is gone, and others have come; without a number it is the camera that is gone.
     if (refusal.status === 410 && number !== undefined) {
       shown = {number: -1, shape: ''};
@@ -71,6 +74,7 @@ export const start_pulling = (state, views, trouble) => {
       shown = {number: answer.header.number, shape: want.shape};
       smaller = null;
       trouble(null);
+      if (want.parameters.after !== undefined) state.set({silent: false});
       views.show(answer);
     } catch (error) {
       if (error.name === 'AbortError') return;

@@ -18,6 +18,7 @@
 //   pointer    {row, column} that values are shown for, or null
 //   source     what /source says, header: what /frame says of the frame that is shown; null before
 //   failed     number of the frame that was wanted and is not to be had, or null
+//   silent     whether the camera has sent nothing new for a second
 //   measured   number of the last frame that the held pixels and regions were measured in
 //   drawn      region whose second corner is still to be given, or null
 
@@ -66,6 +67,7 @@ const not_in_address = {
   source: null,
   header: null,
   failed: null,
+  silent: false,
   measured: null,
   drawn: null,
 };

@@ -5,11 +5,12 @@ import {shared_address} from './state.js';
 
 const by_id = (id) => document.getElementById(id);
 
-const camera_line = (header) => {
+const camera_line = (header, silent) => {
   const {camera} = header;
   if (!camera) return '';
   const lost = [['dropped', camera.dropped], ['lost', camera.lost], ['incomplete', camera.incomplete]]
       .map(([name, count]) => `${count ?? 0} ${name}`).join(', ');
+  if (silent) return `nothing new for a second · ${camera.received} received, ${lost}`;
   const rate = camera.rate == null ? '' : `${camera.rate.toFixed(1)} frames/s · `;
   const delay = camera.latency_ms == null ? '' : ` · ${camera.latency_ms.toFixed(1)} ms old`;
   return `${rate}${camera.received} received, ${lost}${delay}`;
@@ -88,7 +89,7 @@ export const attach_toolbar = (state, views) => {
     camera.hidden = !now.source.camera;
     if (!camera.hidden) {
       const settings = camera_settings(now.source.camera);
-      const line = now.header ? camera_line(now.header) : 'waiting for the first frame';
+      const line = now.header ? camera_line(now.header, now.silent) : 'waiting for the first frame';
       say(camera, settings ? `${settings} · ${line}` : line);
     }
   };
