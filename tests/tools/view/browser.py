@@ -141,6 +141,13 @@ class Browser:
     """A browser with a profile of its own, for the time of a `with`. Places are in CSS pixels."""
 
     def __init__(self, width=1280, height=720, dark=False):
+        try:
+            self.start(width, height, dark)
+        except (OSError, Script_failed):
+            # Where much else runs a browser may take longer to begin than its driver waits.
+            self.start(width, height, dark)
+
+    def start(self, width, height, dark):
         self.folder = tempfile.mkdtemp(prefix="browser")
         self.downloads = os.path.join(self.folder, "downloads")
         os.mkdir(self.downloads)

@@ -1,13 +1,22 @@
 // Histograms and time lines.
 
 const most_points = 2000;
+const most_histograms = 16;
 
-/** What was measured in each of the last frames: {number, time in s or null, pixels, valid, of}. */
+/** What was measured in each of the last frames: {number, time in s or null, pixels, valid, of, thin}. */
 export const new_record = () => {
   // In the order of arrival, which is that of forgetting; a frame seen again is the newest.
   const frames = new Map();
+  // Histograms are most of what is kept, and none but the newest are looked at: older frames are thin.
+  const with_histograms = [];
+  const make_thin = (frame) => {
+    if (!frame) return;
+    frame.thin = true;
+    for (const quantity of Object.values(frame.of)) delete quantity.histogram;
+  };
   return {
     add(frame) {
+      if (with_histograms.push(frame.number) > most_histograms) make_thin(frames.get(with_histograms.shift()));
       frames.delete(frame.number);
       frames.set(frame.number, frame);
       if (frames.size > most_points) frames.delete(frames.keys().next().value);
@@ -34,6 +43,23 @@ export const lines_of = (frames, quantity, period = null) => {
     if (mean !== null) lines.at(-1).push([frame.number, mean]);
   }
   return lines.filter((line) => line.length > 0);
+};
+
+/** Of the points of a line those that can be told apart: the first, least, largest and last of each pixel across. */
+export const thinned = (line, x) => {
+  const kept = [];
+  for (let i = 0; i < line.length;) {
+    const first = i;
+    let [least, largest] = [i, i];
+    const pixel = Math.floor(x(line[i][0]));
+    for (; i < line.length && Math.floor(x(line[i][0])) === pixel; ++i) {
+      if (line[i][1] < line[least][1]) least = i;
+      if (line[i][1] > line[largest][1]) largest = i;
+    }
+    const chosen = new Set([first, Math.min(least, largest), Math.max(least, largest), i - 1]);
+    for (const index of chosen) kept.push(line[index]);
+  }
+  return kept;
 };
 
 /** Least and largest of the values in `lines`, with room where they are the same; the span of frames. */
@@ -155,7 +181,7 @@ export const draw_time_line = (canvas, series, {name, title, period}, unit, curs
       context.beginPath();
       // A point alone is a dot.
       context.moveTo(places.x(line[0][0]) - 0.75, places.y(line[0][1]));
-      for (const [number, mean] of line) context.lineTo(places.x(number) + 0.75, places.y(mean));
+      for (const [number, mean] of thinned(line, places.x)) context.lineTo(places.x(number) + 0.75, places.y(mean));
       context.stroke();
     }
     const end = lines.at(-1)?.at(-1);

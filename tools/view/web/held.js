@@ -4,6 +4,9 @@ import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './
 import {element} from './elements.js';
 import {most_held, short_name} from './state.js';
 
+// Nobody reads faster, and a chart of many frames takes a while to draw.
+const drawn_every = 200;
+
 export const dashes = [[], [6, 3], [2, 2], [8, 3, 2, 3], [12, 4], [4, 6], [1, 4], [10, 2, 2, 2, 2, 2]];
 /** What /statistics tells of; `period` is that of angles. */
 export const measured = [
@@ -54,9 +57,12 @@ const new_measuring = (state, ask, told) => {
     });
   };
   const lacking = () => {
-    const header = state.now.header;
+    const {header, held, playing} = state.now;
     if (header === null) return [];
-    return state.now.held.filter((item) => kept(item).at(header.number) === null);
+    return held.filter((item) => {
+      const frame = kept(item).at(header.number);
+      return frame === null || (frame.thin && item.region && !playing);
+    });
   };
   // One frame at a time, and then the one that is shown by then: a slow server gets no queue.
   const run = async () => {
@@ -80,6 +86,7 @@ export const attach_held = (state, ask, place, line_place) => {
   let corner = null;
   let quantity = measured[2];
   let redraw = 0;
+  let drawn = -drawn_every;
   const measuring = new_measuring(state, ask, () => show_soon());
 
   const say = element('p', {class: 'hint', 'aria-live': 'polite'});
@@ -149,7 +156,7 @@ export const attach_held = (state, ask, place, line_place) => {
       ['Corner of a region'], {click: () => held.corner()});
   const list = element('ol', {class: 'held-list'});
   place.append(element('div', {class: 'held-tools'}, [pixel_button, region_button, choice]), say, list);
-  const line = new_time_line(state, line_place);
+  const line = new_time_line(state, line_place, () => show());
 
   const rows = [];
   const fill = () => {
@@ -163,6 +170,7 @@ export const attach_held = (state, ask, place, line_place) => {
   };
   const show = () => {
     redraw = 0;
+    drawn = performance.now();
     fill();
     const series = state.now.held.map((item, index) => ({
       label: String(index + 1),
@@ -173,10 +181,10 @@ export const attach_held = (state, ask, place, line_place) => {
     line.show(series, quantity);
   };
   const show_soon = () => {
-    redraw ||= requestAnimationFrame(show);
+    redraw ||= setTimeout(() => requestAnimationFrame(show), drawn + drawn_every - performance.now());
   };
   state.listen((now, changed) => {
-    if (changed.has('held') || changed.has('header')) measuring.run();
+    if (['held', 'header', 'playing'].some((name) => changed.has(name))) measuring.run();
     if (changed.has('held')) show_soon();
     if (changed.has('pointer') && corner && now.pointer) state.set({drawn: region_between(corner, now.pointer)});
   });
@@ -225,7 +233,7 @@ const numbers_of = (value, frame) => {
 };
 
 /** The chart of means over the frames: a pointer or arrow keys read its values. */
-const new_time_line = (state, place) => {
+const new_time_line = (state, place, refresh) => {
   const canvas = element('canvas', {tabindex: 0, role: 'img', 'aria-label': 'Means over the frames; arrow keys read values'});
   const read = element('output', {class: 'time-line-values', 'aria-live': 'polite'});
   place.append(canvas, read);
@@ -262,6 +270,7 @@ const new_time_line = (state, place) => {
     if (!steps || !places) return;
     event.preventDefault();
     event.stopPropagation();
+    refresh();
     const numbers = [...new Set(shown.series.flatMap(({frames}) => frames.map((frame) => frame.number)))]
                         .sort((one, other) => one - other);
     const index = numbers.indexOf(cursor ?? state.now.number);

@@ -132,6 +132,8 @@ export const attach_readout = (state, views, painter) => {
 
   state.listen((now, changed) => {
     const reasons = ['pointer', 'header', 'loupe', 'views', 'map', 's0_top', 'degree_top'];
+    // Values that change with each frame would be read out without end.
+    if (changed.has('playing')) list.setAttribute('aria-live', now.playing ? 'off' : 'polite');
     if (reasons.some((name) => changed.has(name))) {
       if (changed.has('pointer')) root.dataset.state = 'waiting';
       follow();
