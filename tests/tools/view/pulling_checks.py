@@ -1,5 +1,5 @@
 """Checks of how the page asks for frames, with a double for the program: what is cut off, stands still,
-or is of another size."""
+is of another size, or was asked for ahead."""
 
 # Answers come when `answer` gives them; a second of the page's waiting takes a hundredth where it hurries.
 DOUBLES = """
@@ -125,8 +125,82 @@ def check_sizes(test):
     test.equal("requests of a refused one", found[3:], [0, 1, 2, [404, None], 2])
 
 
+def check_ahead(test):
+    """While a recording plays the next frame is under way; it is used, or dropped."""
+    found = test.browser.script(
+        """
+        const of = (number) => asked.findLast((one) => one.number === number);
+        const give = async (number) => (of(number).answer(frame(number)), await turn());
+        const want = async (fields) => (pulled.set(fields), await turn());
+        const results = {};
+        begin({number: 0, playing: true, every: true});
+        await turn();
+        results.begin = numbers();
+        await give(1);
+        await give(0);
+        await want({number: 1});
+        await want({number: 2});
+        await give(2);
+        results.every = [numbers(), shown.slice()];
+        await want({number: 40});
+        results.jump = [numbers(), of(3).signal.aborted];
+        need = {...need, scale: 2};
+        await give(40);
+        results.shape = [numbers().slice(-2), asked.find(({number}) => number === 41).signal.aborted];
+        await give(40);
+        await want({playing: false, every: false});
+        await want({number: 41});
+        await give(41);
+        results.step = [numbers().slice(-3), shown.at(-1), most_in_flight];
+
+        begin({number: 0, playing: true});
+        await turn();
+        for (const [number, given] of [[2, 0], [4, 1], [6, 3], [7, 6], [9, 7]]) {
+          await want({number});
+          await give(given);
+        }
+        results.late = [numbers(), shown.slice(), most_in_flight];
+
+        begin({number: 98, playing: true, loop: true});
+        await turn();
+        await give(98);
+        await want({number: 99});
+        await give(99);
+        await want({number: 0});
+        results.repeat = numbers();
+        begin({number: 99, playing: true});
+        await turn();
+        results.end = numbers();
+
+        begin({number: 0, playing: true});
+        await turn();
+        of(1).answer(new Response('broken', {status: 500}));
+        await give(0);
+        results.untold = troubles.slice();
+        await want({number: 1});
+        await give(1);
+        results.again = [numbers(), shown.slice(), troubles.slice()];
+        return results;
+    """
+    )
+    wanted = {
+        "begin": [0, 1],
+        "every": [[0, 1, 2, 3], [0, 1, 2]],
+        "jump": [[0, 1, 2, 3, 40, 41], True],
+        "shape": [[40, 41], True],
+        "step": [[41, 40, 41], 41, 2],
+        "late": [[0, 1, 3, 6, 8, 7, 10], [0, 1, 3, 6, 7], 2],
+        "repeat": [98, 99, 0, 1],
+        "end": [99],
+        "untold": [None],
+        "again": [[0, 1, 2, 1], [0, 1], [None, None]],
+    }
+    for name, value in wanted.items():
+        test.equal(f"ahead: {name}", found[name], value)
+
+
 def check_pulling(test):
     test.browser.open(test.address)
     test.browser.script(DOUBLES)
-    for check in (check_roads, check_sizes):
+    for check in (check_roads, check_sizes, check_ahead):
         check(test)

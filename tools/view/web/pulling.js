@@ -1,6 +1,7 @@
 // Frames for the pictures: one request at a time, and the next one asks for what is wanted then. So
-// nothing queues up, however slow the road is.
+// nothing queues up, however slow the road is. While a recording plays, one more may be asked for ahead.
 
+import {new_ahead} from './ahead.js';
 import {ask_frame} from './source.js';
 
 const retry_after = 1000;
@@ -11,6 +12,7 @@ const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
 export const start_pulling = (state, views, trouble) => {
   let wake = () => {};
   let waiting_for_new = null;
+  const ahead = new_ahead(state, ask_frame);
   let shown = {number: -1, shape: ''};
   let failed = {number: -1, shape: ''};
   // Number of a frame that has nothing where the last one was looked at: the frames differ in size.
@@ -70,7 +72,10 @@ export const start_pulling = (state, views, trouble) => {
   const pull_one = async (want) => {
     waiting_for_new = want.waits ? new AbortController() : null;
     try {
-      const answer = await ask_frame(want.parameters, waiting_for_new?.signal);
+      const ask = () => ask_frame(want.parameters, waiting_for_new?.signal);
+      const asked = ahead.taken(want) ?? ask();
+      ahead.ask(want);
+      const answer = (await asked) ?? (await ask());
       shown = {number: answer.header.number, shape: want.shape};
       smaller = null;
       trouble(null);
