@@ -29,8 +29,8 @@ constexpr char const* example =
     "machine.\n"
     "What stands behind # in it lets whoever has it see the frames, as long as the program runs:\n"
     "Ctrl-C ends it. For a browser on another machine, or a phone, give a --port and tunnel it:\n"
-    "  ssh -L 8080:127.0.0.1:8080 HOST veldrane-polarize view run.raw --layout 90,45,135,0 --port "
-    "8080";
+    "  ssh -t -L 8080:127.0.0.1:8080 HOST veldrane-polarize view run.raw --layout 90,45,135,0 "
+    "--port 8080";
 
 /// Options that are about a camera, or about files, alone.
 struct Sided_options {
