@@ -121,8 +121,13 @@ template <class Row_of>
 void Plane_making::add_up(
     Planes_wanted const& wanted, Square_row const& row, Row_of const& row_of, Sums& sums) {
     Region const& region = wanted.region;
-    sums.columns.assign(region.width, 0);
-    for (std::size_t from = row.begin; from < row.end; ++from) {
+    auto const first = row_of(row.begin).subspan(region.column, region.width);
+    if (wanted.scale == 1) {
+        sums.squares.assign(first.begin(), first.end());
+        return;
+    }
+    sums.columns.assign(first.begin(), first.end());
+    for (std::size_t from = row.begin + 1; from < row.end; ++from) {
         add_row(row_of(from).subspan(region.column, region.width), sums.columns);
     }
     sums.squares.resize(wanted.size().width);
@@ -181,12 +186,19 @@ void Plane_making::make_stokes(
 
 void Plane_making::make_validity(Planes_wanted const& wanted, Square_row const& row) {
     Region const& region = wanted.region;
+    auto const target = target_row<std::uint8_t>(wanted, View_plane::validity, row.number);
+    auto const flags_of = [&](std::size_t from) {
+        return planes_.validity(from).subspan(region.column, region.width);
+    };
+    if (wanted.scale == 1) {
+        std::ranges::copy(flags_of(row.begin), target.begin());
+        return;
+    }
     flags_.assign(region.width, 0);
     for (std::size_t from = row.begin; from < row.end; ++from) {
-        add_row(planes_.validity(from).subspan(region.column, region.width), flags_);
+        add_row(flags_of(from), flags_);
     }
-    add_columns(
-        flags_, wanted.scale, target_row<std::uint8_t>(wanted, View_plane::validity, row.number));
+    add_columns(flags_, wanted.scale, target);
 }
 
 void Plane_making::make_raw(

@@ -103,6 +103,21 @@ unsigned store_rounded(__m128 numbers, float doubtful_distance, std::uint16_t* t
         _mm_movemask_ps(_mm_cmpngt_ps(distance, _mm_set1_ps(doubtful_distance))));
 }
 
+__m128d two_of(std::int32_t const* numbers) {
+    return _mm_cvtepi32_pd(_mm_loadl_epi64(reinterpret_cast<__m128i const*>(numbers)));
+}
+
+/// Two of `ratios_of`, in 32 bits each; any number where S0 is 0. Compilers do not vectorise it,
+/// since a comparison might trap.
+__m128i nearest_ratios(std::int32_t const* numbers, std::int32_t const* s0) {
+    __m128d const most = _mm_set1_pd(32767.0);
+    __m128d const least = _mm_set1_pd(-32767.0);
+    __m128d const ratio = _mm_div_pd(_mm_mul_pd(most, two_of(numbers)), two_of(s0));
+    __m128d const limited = _mm_max_pd(least, _mm_min_pd(most, ratio));
+    __m128d const sign = _mm_and_pd(limited, _mm_set1_pd(-0.0));
+    return _mm_cvttpd_epi32(_mm_add_pd(limited, _mm_or_pd(_mm_set1_pd(0.5), sign)));
+}
+
 /// @param quick four elements from an index on, in single precision
 /// @param exact the element of an index
 template <class Quick, class Exact>
@@ -165,10 +180,14 @@ void add_columns(
 
 void add_columns(
     std::span<std::uint8_t const> columns, std::size_t k, std::span<std::uint8_t> flags) {
-    std::ranges::fill(flags, std::uint8_t{0});
-    for (std::size_t column = 0; column < columns.size(); ++column) {
-        std::uint8_t& flag = flags[column / k];
-        flag = static_cast<std::uint8_t>(flag | columns[column]);
+    std::size_t column = 0;
+    for (std::uint8_t& flag : flags) {
+        std::size_t const end = std::min(column + k, columns.size());
+        unsigned any = 0;
+        for (; column < end; ++column) {
+            any |= columns[column];
+        }
+        flag = static_cast<std::uint8_t>(any);
     }
 }
 
@@ -230,7 +249,19 @@ void degrees_of(
 void ratios_of(
     std::span<std::int32_t const> numbers, std::span<std::int32_t const> s0,
     std::span<std::int16_t> ratios) {
-    for (std::size_t at = 0; at < s0.size(); ++at) {
+    std::size_t at = 0;
+    for (; at + 4 <= s0.size(); at += 4) {
+        __m128i const low = nearest_ratios(numbers.data() + at, s0.data() + at);
+        __m128i const high = nearest_ratios(numbers.data() + at + 2, s0.data() + at + 2);
+        __m128i const four = _mm_unpacklo_epi64(low, high);
+        __m128i const intensity = _mm_loadu_si128(reinterpret_cast<__m128i const*>(s0.data() + at));
+        // 0 by 0 and numbers by 0 are cleared here.
+        __m128i const is_dark = _mm_cmpeq_epi32(intensity, _mm_setzero_si128());
+        __m128i const shown = _mm_andnot_si128(is_dark, four);
+        _mm_storel_epi64(
+            reinterpret_cast<__m128i*>(ratios.data() + at), _mm_packs_epi32(shown, shown));
+    }
+    for (; at < s0.size(); ++at) {
         double const ratio = 32767.0 * numbers[at] / std::max(s0[at], 1);
         double const limited = std::clamp(ratio, -32767.0, 32767.0);
         auto const nearest = static_cast<std::int32_t>(limited + (limited < 0 ? -0.5 : 0.5));
