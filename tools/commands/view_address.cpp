@@ -8,7 +8,10 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cstddef>
+#include <iterator>
 #include <optional>
+#include <string_view>
+#include <utility>
 
 namespace polarize_tool {
 namespace {
@@ -50,14 +53,69 @@ bool is_any(std::string const& listen) {
                         [](unsigned char byte) { return byte == 0; });
 }
 
+bool has_only(std::string_view text, std::string_view letters) {
+    return text.find_first_not_of(letters) == text.npos;
+}
+
+// A name, and a port or "", from NAME:PORT; [::1] has no port.
+std::pair<std::string, std::string> parts_of(std::string const& host) {
+    std::size_t const colon = host.ends_with(']') ? host.npos : host.rfind(':');
+    return colon == host.npos ? std::pair(host, std::string())
+                              : std::pair(host.substr(0, colon), host.substr(colon + 1));
+}
+
+// As browsers send it: they write numbers in one way only, and letters small.
+bool can_be_name(std::string const& name) {
+    if (name.starts_with('[') && name.ends_with(']')) {
+        std::array<unsigned char, 16> bytes = {};
+        std::string const inner = name.substr(1, name.size() - 2);
+        return has_only(inner, "0123456789abcdef:") &&
+               inet_pton(AF_INET6, inner.c_str(), bytes.data()) == 1;
+    }
+    constexpr std::string_view letters = "abcdefghijklmnopqrstuvwxyz0123456789.-_";
+    bool const is_number = has_only(name, "0123456789.");
+    return !name.empty() && name.size() <= 255 && has_only(name, letters) &&
+           (!is_number || bytes_of(name));
+}
+
 bool can_be_host(std::string const& host) {
-    constexpr std::size_t longest = 261; // a name of 255 bytes and a port
-    return host.size() <= longest && std::ranges::all_of(host, [](char letter) {
-               bool const is_alphanumeric = (letter >= '0' && letter <= '9') ||
-                                            (letter >= 'a' && letter <= 'z') ||
-                                            (letter >= 'A' && letter <= 'Z');
-               return is_alphanumeric || std::string(".-_:[]").find(letter) != std::string::npos;
-           });
+    auto const [name, port] = parts_of(host);
+    bool const has_port = name.size() < host.size();
+    bool const is_port = !port.empty() && port.size() <= 5 && port.front() != '0' &&
+                         has_only(port, "0123456789") && std::stoul(port) <= 65535;
+    return can_be_name(name) && (!has_port || is_port);
+}
+
+void check_listen(std::string const& listen) {
+    auto const bytes = bytes_of(listen);
+    if (!bytes) {
+        throw Usage_error(
+            "--listen is " + listen +
+            "; give an address of this machine in numbers, such as 192.168.1.20 or ::1");
+    }
+    if (is_mapped(*bytes) && listen.find(':') != listen.npos) {
+        std::array<char, INET_ADDRSTRLEN> text = {};
+        inet_ntop(AF_INET, bytes->data() + 12, text.data(), text.size());
+        throw Usage_error(
+            "--listen is " + listen + ", as which no browser names it; give " + text.data());
+    }
+}
+
+// A browser gets to all addresses of the machine by the first name.
+void check_name_of_any(View_address const& address) {
+    if (address.hosts.empty()) {
+        throw Usage_error(
+            "--listen is " + address.listen +
+            ", which stands for every address of this machine, but no browser can name it; add "
+            "--host NAME, or give one address");
+    }
+    auto const [name, port] = parts_of(address.hosts.front());
+    if (!port.empty() && port != std::to_string(address.port)) {
+        throw Usage_error(
+            "--host is " + address.hosts.front() + ", but with --listen " + address.listen +
+            " its port has to be --port, which is " + std::to_string(address.port) +
+            "; give them the same one, or --host " + name);
+    }
 }
 
 } // namespace
@@ -74,13 +132,12 @@ void add_address_options(CLI::App& command, View_address& address) {
     add_words(command, "--host", address.hosts, host_help)->type_name("NAME[:PORT]")->group(group);
 }
 
-void check_address(View_address const& address) {
-    if (!bytes_of(address.listen)) {
-        throw Usage_error(
-            "--listen is " + address.listen +
-            "; give an address of this machine in numbers, such as 192.168.1.20 or ::1");
-    }
-    for (std::string const& host : address.hosts) {
+void check_address(View_address& address) {
+    check_listen(address.listen);
+    for (std::string& host : address.hosts) {
+        std::ranges::transform(host, host.begin(), [](char letter) {
+            return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter | 0x20) : letter;
+        });
         if (!can_be_host(host)) {
             throw Usage_error(
                 "--host is " + host +
@@ -88,12 +145,19 @@ void check_address(View_address const& address) {
                 "lab.example or localhost:9000");
         }
     }
-    if (is_any(address.listen) && address.hosts.empty()) {
-        throw Usage_error(
-            "--listen is " + address.listen +
-            ", which stands for every address of this machine, but no browser can name it; add "
-            "--host NAME:PORT, or give one address");
+    if (is_any(address.listen)) {
+        check_name_of_any(address);
     }
+}
+
+std::vector<std::string> names_without_port(View_address const& address) {
+    std::vector<std::string> names;
+    if (is_any(address.listen)) {
+        std::ranges::copy_if(address.hosts, std::back_inserter(names), [](auto const& host) {
+            return parts_of(host).second.empty();
+        });
+    }
+    return names;
 }
 
 bool is_on_this_machine(View_address const& address) {
@@ -108,8 +172,11 @@ bool is_on_this_machine(View_address const& address) {
 
 std::string page_address(
     View_address const& address, std::string const& origin, std::string const& token) {
-    return (is_any(address.listen) ? "http://" + address.hosts.front() : origin) +
-           "/#token=" + token;
+    if (!is_any(address.listen)) {
+        return origin + "/#token=" + token;
+    }
+    std::string const port = origin.substr(origin.rfind(':'));
+    return "http://" + parts_of(address.hosts.front()).first + port + "/#token=" + token;
 }
 
 } // namespace polarize_tool

@@ -21,9 +21,14 @@ struct View_address {
 /// --port, --listen and --host.
 void add_address_options(CLI::App& command, View_address& address);
 
+/// Makes each name one that a browser sends.
 /// @throws Usage_error for an address or a name that cannot be one, and for all addresses of the
-///         machine without a name of it
-void check_address(View_address const& address);
+///         machine without a name that leads to the port there
+void check_address(View_address& address);
+
+/// Names without a port that are to have the one that is served at, as no browser could name all
+/// addresses of the machine.
+std::vector<std::string> names_without_port(View_address const& address);
 
 /// Whether no other machine reaches it.
 bool is_on_this_machine(View_address const& address);

@@ -42,6 +42,7 @@ void serve(View_frames& frames, View_address const& address) {
     options.address = address.listen;
     options.port = address.port;
     options.hosts = address.hosts;
+    options.names = names_without_port(address);
     View_server server(options, view_files(), std::move(handlers));
     warn_of_listening(address);
     tell_what_stays("interrupted; the page gets no more frames");

@@ -84,6 +84,9 @@ public:
           rules_{own_hosts(address(), port()), new_token(), std::move(files), std::move(handlers)},
           workers_{options_.threads} {
         rules_.hosts.insert(options_.hosts.begin(), options_.hosts.end());
+        for (std::string const& name : options_.names) {
+            rules_.hosts.insert(name + ":" + std::to_string(port()));
+        }
     }
 
     std::uint16_t port() const { return acceptor_.local_endpoint().port(); }

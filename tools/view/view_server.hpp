@@ -30,6 +30,7 @@ struct View_server_options {
     std::string address = "127.0.0.1"; ///< numeric, IPv4 or IPv6
     std::uint16_t port = 0;            ///< 0 is one that is free
     std::vector<std::string> hosts;    ///< further values of Host, such as those of a proxy
+    std::vector<std::string> names{};  ///< further ones to which the port that is had is added
     std::size_t threads = 8;           ///< handlers that run at a time
     View_limits limits{};
 };
