@@ -155,7 +155,7 @@ def check_ahead(test):
 
         begin({number: 0, playing: true});
         await turn();
-        for (const [number, given] of [[2, 0], [4, 1], [6, 3], [7, 6], [9, 7]]) {
+        for (const [number, given] of [[2, 0], [4, 1], [6, 3], [7, 6], [9, 7], [12, 8]]) {
           await want({number});
           await give(given);
         }
@@ -189,7 +189,7 @@ def check_ahead(test):
         "jump": [[0, 1, 2, 3, 40, 41], True],
         "shape": [[40, 41], True],
         "step": [[41, 40, 41], 41, 2],
-        "late": [[0, 1, 3, 6, 8, 7, 10], [0, 1, 3, 6, 7], 2],
+        "late": [[0, 1, 3, 6, 8, 7, 10, 14], [0, 1, 3, 6, 7, 8], 2],
         "repeat": [98, 99, 0, 1],
         "end": [99],
         "untold": [None],

@@ -11,26 +11,27 @@ export const distance = (from, to, {source, loop}) =>
 export const new_ahead = (state, ask) => {
   let asked = null;
   let wanted_last = 0;
-  // Frames between the last two that were wanted. The lesser of two: what comes a little late is still of
-  // use, what is asked too far ahead is not.
+  // Frames between the last that were wanted. The lesser is asked ahead: what comes late by no more than
+  // the greater is still of use, what is too far ahead is not.
   let steps = [1, 1];
 
   const step = () => (state.now.every ? 1 : Math.max(1, Math.min(...steps)));
-  /** Of a playing recording, what is at most a step from what is wanted by the clock. */
-  const is_near = (frames) => state.now.playing && !state.now.every && frames > 0 && frames <= step();
+  const leaps = () => state.now.playing && !state.now.every;
+  const is_late = (frames) => leaps() && frames > 0 && frames <= Math.max(...steps);
+  const is_early = (frames) => leaps() && frames > 0 && frames <= step();
 
   return {
     /**
-     * A promise of the answer for the wanted frame, or for the one a step before it; of null if it could
+     * A promise of the answer for the wanted frame, or for one little before it; of null if it could
      * not be had. Null, without a promise, if it was not asked for.
      */
     taken({shape, parameters}) {
       if (!asked) return null;
       const {number, answer, road} = asked;
       const fits = asked.shape === shape;
-      if (fits && is_near(distance(parameters.number, number, state.now))) return null;
+      if (fits && is_early(distance(parameters.number, number, state.now))) return null;
       asked = null;
-      if (fits && (number === parameters.number || is_near(distance(number, parameters.number, state.now)))) {
+      if (fits && (number === parameters.number || is_late(distance(number, parameters.number, state.now)))) {
         return answer;
       }
       road.abort();
