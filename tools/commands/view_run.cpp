@@ -111,6 +111,14 @@ void view_files_of(View_line& line) {
     Frame_list frames(found.frames, raw);
     setup.rate = rate_of(frames);
     View_frames view(std::move(setup), preparation, frames);
+    try {
+        view.read_first();
+    } catch (File_failure const& failure) {
+        if (found.frames.size() == 1) {
+            throw;
+        }
+        complain(failure.what());
+    }
     serve(view, line.address);
 }
 

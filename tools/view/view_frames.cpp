@@ -61,6 +61,8 @@ public:
         }
     }
 
+    void read_first() { prepare(numbered(0)); }
+
     Answer source(Query const& query) {
         return answered([&] {
             require_none(query);
@@ -347,6 +349,10 @@ View_frames::View_frames(
     : parts_{std::make_unique<Parts>(std::move(setup), preparation, source, &source)} {}
 
 View_frames::~View_frames() = default;
+
+void View_frames::read_first() {
+    parts_->read_first();
+}
 
 Handlers View_frames::handlers() {
     Parts& parts = *parts_;

@@ -58,6 +58,10 @@ public:
     View_frames(View_frames const&) = delete;
     View_frames& operator=(View_frames const&) = delete;
 
+    /// Reads the first frame of a list; it is kept for the page, which asks for it at once.
+    /// @throws File_failure if it cannot be shown
+    void read_first();
+
     /// Valid as long as this object.
     Handlers handlers();
 

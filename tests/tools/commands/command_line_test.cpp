@@ -163,7 +163,7 @@ TEST_F(Command_line, case_does_not_matter_in_choices) {
 TEST_F(Command_line, unknown_words_are_told_with_what_may_have_been_meant) {
     std::vector<std::pair<Names, std::string>> const cases = {
         {{"--phase", "2", "process", good()},
-         "--phase is an option of process, live, report, simulate"},
+         "--phase is an option of process, live, report, view, simulate"},
         {{"--out=x", "process"}, "--out=x is no option of the program; begin with a command: pro"},
         {{"--versoin"}, "--versoin is no option of the program; did you mean --version?"},
         {{"process", good(), "--overwrit"},
