@@ -15,3 +15,32 @@ export const element = (name, attributes = {}, children = [], listeners = {}) =>
 export const say = (place, text) => {
   if (place.textContent !== String(text)) place.textContent = text;
 };
+
+const of_frames = ['header', 'number', 'measured'];
+const paced_by = 100;
+
+/**
+ * A listener of the state that has `show(now)` called, but ten times a second at most for frames that
+ * follow one another: nobody reads faster, and each change has the browser lay out and paint the page anew.
+ */
+export const paced = (show) => {
+  let timer = null;
+  let late = false;
+  const catch_up = (now) => {
+    timer = null;
+    if (!late) return;
+    late = false;
+    show(now);
+    timer = setTimeout(catch_up, paced_by, now);
+  };
+  return (now, changed) => {
+    if (![...changed].every((name) => of_frames.includes(name))) {
+      show(now);
+    } else if (timer !== null) {
+      late = true;
+    } else {
+      show(now);
+      timer = setTimeout(catch_up, paced_by, now);
+    }
+  };
+};

@@ -49,10 +49,10 @@ export const attach_marks = (state, {views, pointing}, held) => {
 
   views.on_drawn((parts) => {
     const regions = marked(state.now);
-    const places = parts.map(({view, x, y, width, height, zoom, left, top}) =>
+    // Most frames leave the marks where they are; to ask for widths has the page laid out at once.
+    const places = regions.length > 0 && parts.map(({view, x, y, width, height, zoom, left, top}) =>
         [views.all.indexOf(view), view.canvas.width, view.stage.clientWidth, x, y, width, height, zoom, left, top]);
-    // Most frames leave the marks where they are.
-    const wanted = JSON.stringify([regions, regions.length > 0 && places]);
+    const wanted = JSON.stringify([regions, places]);
     if (wanted === shown) return;
     shown = wanted;
     for (const view of views.all) {

@@ -1,6 +1,6 @@
 // Which frame of a recording is wanted when, and whether a camera's newest frame is followed.
 
-import {element, say} from './elements.js';
+import {element, paced, say} from './elements.js';
 import {limited, speeds} from './state.js';
 
 const usual_rate = 30;
@@ -111,8 +111,8 @@ export const attach_player = (state, place) => {
       requestAnimationFrame(run);
     }
     if (['header', 'measured', 'failed'].some((name) => changed.has(name))) tick();
-    controls.show(now);
   });
+  state.listen(paced(controls.show));
   controls.show(state.now);
   return player;
 };

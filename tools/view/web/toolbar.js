@@ -1,6 +1,6 @@
 // Buttons above the pictures, and what is said beside them.
 
-import {say} from './elements.js';
+import {paced, say} from './elements.js';
 import {shared_address} from './state.js';
 
 const by_id = (id) => document.getElementById(id);
@@ -93,7 +93,7 @@ export const attach_toolbar = (state, views) => {
       say(camera, settings ? `${settings} · ${line}` : line);
     }
   };
-  state.listen(show);
+  state.listen(paced(show));
   show(state.now);
   return {arrange};
 };

@@ -2,6 +2,7 @@
 
 import {placed, region_for, scale_for, zoomed} from './geometry.js';
 import {paint_marks} from './painting.js';
+import {new_picture} from './pictures.js';
 import {parts_of, quantities} from './quantities.js';
 import {new_scales, planes_for} from './scales.js';
 import {limited, limited_zoom, view_titles} from './state.js';
@@ -12,27 +13,6 @@ const needed_by = ['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'pl
 const moved_by = ['views', 'zoom', 'centre', 'source'];
 // What lies over the pictures.
 const marked_by = ['pointer', 'held', 'drawn'];
-
-/** A picture in device pixels of its frame, kept between frames. */
-const new_picture = () => {
-  const canvas = document.createElement('canvas');
-  const context = canvas.getContext('2d', {alpha: false});
-  let image = null;
-  let pixels = null;
-  return {
-    canvas,
-    paint(width, height, draw) {
-      if (image?.width !== width || image.height !== height) {
-        canvas.width = width;
-        canvas.height = height;
-        image = context.createImageData(width, height);
-        pixels = new Uint32Array(image.data.buffer);
-      }
-      draw(pixels);
-      context.putImageData(image, 0, 0);
-    },
-  };
-};
 
 const new_view = (index, state) => {
   const root = document.getElementById('view-template').content.firstElementChild.cloneNode(true);
@@ -111,35 +91,17 @@ export const attach_views = (state, place, painter) => {
     for (const {name, view, part} of parts()) {
       if (quantities[name].planes.some((plane) => !planes[plane])) continue;
       const picture = (view.pictures[part] ??= new_picture());
-      picture.paint(header.width, header.height, (pixels) => {
+      picture.paint(name, header, (pixels) => {
         painter.paint(name, planes, pixels, tops, state.now.map);
         if (state.now.overlay && planes.validity) paint_marks(planes.validity, header, pixels);
       });
-      picture.name = name;
-      picture.header = header;
     }
     unpainted = false;
   };
 
-  const draw_part = ({name, view, part, x, y, width, height, zoom, left, top}) => {
-    const {context} = view;
-    const picture = view.pictures[part];
-    if (picture?.name !== name) return;
-    const {region, scale} = picture.header;
-    context.save();
-    context.beginPath();
-    context.rect(x, y, width, height);
-    context.clip();
-    // The address rounds a zoom such as 1/3: pixels of the picture are then still those of the screen.
-    const exact = Math.abs(zoom * scale - 1) < 1e-3;
-    const step = exact ? 1 : zoom * scale;
-    const [column, row] = [region[0] / scale, region[1] / scale];
-    // Between two colours of a table there may be any other one: the grey of opposite hues says "not polarised".
-    context.imageSmoothingEnabled = false;
-    context.drawImage(
-        picture.canvas, x + left + column * step, y + top + row * step,
-        picture.header.width * step, picture.header.height * step);
-    context.restore();
+  const draw_part = (place) => {
+    const picture = place.view.pictures[place.part];
+    if (picture?.name === place.name) picture.draw(place.view.context, place);
   };
 
   // The next frame mostly covers the one before it: without graphics hardware every pixel spared counts.
