@@ -310,7 +310,7 @@ class Browser:
             ".filter((name) => !/^(data|blob):/.test(name) && !name.startsWith(origin + '/'));"
         )
 
-    def downloaded(self, seconds=20):
+    def downloaded(self, seconds=60):
         """Waits for the files that the page has saved; path of the newest."""
         ends = time.monotonic() + seconds
         while time.monotonic() < ends:

@@ -1,5 +1,5 @@
 """Checks of how the page asks for frames, with a double for the program: what is cut off, stands still,
-is of another size, or was asked for ahead."""
+is of another size, is gone, or was asked for ahead."""
 
 # Answers come when `answer` gives them; a second of the page's waiting takes a hundredth where it hurries.
 DOUBLES = """
@@ -125,6 +125,40 @@ def check_sizes(test):
     test.equal("requests of a refused one", found[3:], [0, 1, 2, [404, None], 2])
 
 
+def check_gone(test):
+    """A camera's frame that is gone stays as it is until the reader goes on; while it plays others come."""
+    found = test.browser.script(
+        """
+        const fields = () => asked.map(({fields}) => fields.number ?? 'after ' + fields.after);
+        const give = async (response) => (await turn(), asked.at(-1).answer(response), await turn());
+        const gone = () => new Response('gone', {status: 410});
+        begin({source: {kind: 'camera', frames: null}, playing: true});
+        await give(frame(7));
+        need = {...need, scale: 2};
+        pulled.set({overlay: true});
+        await give(gone());
+        await give(frame(20));
+        const playing = [fields(), shown.slice(), troubles.slice()];
+        pulled.set({playing: false});
+        need = {...need, scale: 1};
+        pulled.set({overlay: false});
+        await give(gone());
+        need = {...need, scale: 3};
+        pulled.set({overlay: true});
+        await turn();
+        const paused = [pulled.now.playing, fields().slice(5), shown.slice(), troubles.slice(2)];
+        pulled.set({playing: true});
+        await give(gone());
+        await give(frame(31));
+        return [playing, paused, [fields().slice(6), shown.slice(), troubles.at(-1)]];
+    """
+    )
+    playing = [["after -1", "after 7", "7", "after -1", "after 20"], [7, 20], [None, None]]
+    test.equal("gone while it plays", found[0], playing)
+    test.equal("gone while it stands", found[1], [False, ["20"], [7, 20], [410]])
+    test.equal("on from there", found[2], [["20", "after -1", "after 31"], [7, 20, 31], None])
+
+
 def check_ahead(test):
     """While a recording plays the next frame is under way; it is used, or dropped."""
     found = test.browser.script(
@@ -202,5 +236,5 @@ def check_ahead(test):
 def check_pulling(test):
     test.browser.open(test.address)
     test.browser.script(DOUBLES)
-    for check in (check_roads, check_sizes, check_ahead):
+    for check in (check_roads, check_sizes, check_gone, check_ahead):
         check(test)

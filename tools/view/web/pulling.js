@@ -2,10 +2,11 @@
 // nothing queues up, however slow the road is. While a recording plays, one more may be asked for ahead.
 
 import {new_ahead} from './ahead.js';
-import {ask_frame} from './source.js';
+import {ask_frame, Refusal} from './source.js';
 
 const retry_after = 1000;
 const coarse_scale = 8;
+const gone_text = 'This frame is not kept any more, so no more of it can be seen. “Go on” shows the newest.';
 const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
 
 /** Runs as long as the page. `trouble(refusal or null)` tells the reader. */
@@ -15,6 +16,8 @@ export const start_pulling = (state, views, trouble) => {
   const ahead = new_ahead(state, ask_frame);
   let shown = {number: -1, shape: ''};
   let failed = {number: -1, shape: ''};
+  // Number of a camera's frame that will not come any more.
+  let gone = null;
   // Number of a frame that has nothing where the last one was looked at: the frames differ in size.
   let smaller = null;
 
@@ -33,7 +36,7 @@ export const start_pulling = (state, views, trouble) => {
     }
     if (!playing) {
       const still = shown.number >= 0 ? shown.number : number;
-      if (shown.number >= 0 && shown.shape === shape) return null;
+      if (gone === still || (shown.number >= 0 && shown.shape === shape)) return null;
       return {shape, parameters: {number: still, ...parameters}};
     }
     // What is shown is asked for again, finer or elsewhere, before the next frame is waited for.
@@ -51,8 +54,12 @@ export const start_pulling = (state, views, trouble) => {
     }
     // A frame is gone, and others have come; without a number it is the camera that is gone.
     if (refusal.status === 410 && number !== undefined) {
-      shown = {number: -1, shape: ''};
-      if (!state.now.playing) state.set({playing: true});
+      if (state.now.playing) {
+        shown = {number: -1, shape: ''};
+      } else {
+        gone = number;
+        trouble(new Refusal(410, gone_text));
+      }
       return;
     }
     if (refusal.status === 404 && want.parameters.region && state.now.source.kind !== 'camera') {
