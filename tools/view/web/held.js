@@ -2,6 +2,7 @@
 
 import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './charts.js';
 import {element} from './elements.js';
+import {sample_name} from './quantities.js';
 import {most_held, short_name} from './state.js';
 
 // Nobody reads faster, and a chart of many frames takes a while to draw.
@@ -178,12 +179,13 @@ export const attach_held = (state, ask, place, line_place) => {
       dash: dashes[index],
       frames: measuring.record(item).in_order(),
     }));
-    line.show(series, quantity);
+    line.show(series, {...quantity, title: choice.selectedOptions[0].text});
   };
   const show_soon = () => {
     redraw ||= setTimeout(() => requestAnimationFrame(show), drawn + drawn_every - performance.now());
   };
   state.listen((now, changed) => {
+    if (changed.has('source')) [...choice.options].find(({value}) => value === 'raw').text = sample_name('Raw sample', now.source);
     if (['held', 'header', 'playing'].some((name) => changed.has(name))) measuring.run();
     if (changed.has('held')) show_soon();
     if (changed.has('pointer') && corner && now.pointer) state.set({drawn: region_between(corner, now.pointer)});

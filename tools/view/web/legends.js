@@ -1,7 +1,7 @@
 // Scales of the pictures that are shown: bars, the wheel of angles, and what the marks mean.
 
 import {full_scale, mark_colours, mark_texts} from './painting.js';
-import {quantities} from './quantities.js';
+import {is_of_samples, quantities, sample_name} from './quantities.js';
 import {degree_tops, s0_tops} from './state.js';
 import {s0_decimals} from './values.js';
 
@@ -89,9 +89,9 @@ export const attach_legends = (state, views, colours, place) => {
     },
   };
   const titles = {
-    s0: 'S0, sample units', raw: 'Samples', degree: 'Degree', signed: 'S1/S0, S2/S0', angle: 'Angle and degree',
+    s0: 'S0, sample units', degree: 'Degree', signed: 'S1/S0, S2/S0', angle: 'Angle and degree',
   };
-  const kind_of = (name) => (quantities[name].scale === 'raw' ? 'raw' : quantities[name].colours);
+  const kind_of = (name) => (is_of_samples(name) ? 'raw' : quantities[name].colours);
 
   const marks = () => {
     const list = document.createElement('ul');
@@ -109,7 +109,7 @@ export const attach_legends = (state, views, colours, place) => {
   const section = (kind, tops) => {
     const made = document.createElement('section');
     const title = document.createElement('h2');
-    title.textContent = titles[kind];
+    title.textContent = titles[kind] ?? sample_name('Samples', state.now.source);
     made.dataset.kind = kind;
     made.append(title, ...parts[kind](tops));
     return made;

@@ -18,3 +18,13 @@ for (const name of analysers) quantities[name] = {planes: [name], ...samples};
 
 /** Pictures in a view, two in a row: most have one. */
 export const parts_of = (name) => quantities[name].parts ?? [name];
+
+/** A name of samples with what the settings say was done to them: --shift moves them down, then --dark takes off. */
+export const sample_name = (name, source) => {
+  const told = Object.fromEntries(source?.settings ?? []);
+  const moved = told['Samples moved down by'];
+  const changes = [moved ? `moved down by ${moved}` : '', (told['Dark frame'] ?? 'none') === 'none' ? '' : 'less dark level'];
+  return [name, changes.filter(Boolean).join(', ')].filter(Boolean).join(' ');
+};
+
+export const is_of_samples = (name) => quantities[name].scale === 'raw';

@@ -2,7 +2,7 @@
 
 import {draw_loupe, loupe_cells} from './loupe.js';
 import {full_scale, signed_scale} from './painting.js';
-import {parts_of} from './quantities.js';
+import {parts_of, sample_name} from './quantities.js';
 import {planes_for} from './scales.js';
 import {ask_frame} from './source.js';
 import {view_titles} from './state.js';
@@ -18,11 +18,6 @@ const flags = [[1, 'saturated'], [2, 'below dark'], [4, 'bad pixel'], [8, 'weak'
 const flag_text = (validity) =>
     validity === 0 ? 'valid' : flags.filter(([flag]) => validity & flag).map(([, text]) => text).join(', ');
 
-const sample_text = (source) => {
-  const is_dark_off = source.settings?.some(([name, text]) => name === 'Dark frame' && text !== 'none');
-  return is_dark_off ? 'Sample less its dark level' : 'Sample';
-};
-
 /** [name, label, integer, text] of each value of the pixel `index` of an answer. */
 export const pixel_values = (planes, index, pixel, source) => {
   const at = (name) => planes[name]?.[index];
@@ -34,7 +29,7 @@ export const pixel_values = (planes, index, pixel, source) => {
     ['dolp', 'Degree', at('dolp'), degree_text(at('dolp'), at('s0'), full_scale)],
     ['s1_s0', 'S1/S0', at('s1_s0'), signed('s1_s0')],
     ['s2_s0', 'S2/S0', at('s2_s0'), signed('s2_s0')],
-    ['raw', `${sample_text(source)}, analyser ${analyser}°`, at('raw'), String(at('raw'))],
+    ['raw', `${sample_name('Sample', source)}, analyser ${analyser}°`, at('raw'), String(at('raw'))],
   ];
   if (planes.validity) values.push(['validity', 'Validity', at('validity'), flag_text(at('validity'))]);
   return values;

@@ -4,7 +4,7 @@ import {element} from './elements.js';
 import {measured, region_of, title_of} from './held.js';
 import {box_of} from './marks.js';
 import {mark_flags, mark_texts, paint_marks} from './painting.js';
-import {quantities} from './quantities.js';
+import {is_of_samples, quantities, sample_name} from './quantities.js';
 import {view_titles} from './state.js';
 
 /** A field of RFC 4180. */
@@ -21,15 +21,15 @@ export const csv_of = (rows) => rows.map((row) => row.map(field).join(',') + '\r
 
 /**
  * Rows of numbers: a header with units, and for each of `series` ({title, item, frames}) and each
- * frame that it was measured in, by the frames, one row.
+ * frame that it was measured in, by the frames, one row. Headings tell what was done to samples of `source`.
  */
-export const rows_of = (series) => {
+export const rows_of = (series, source) => {
   const units = {};
   for (const {frames} of series) {
     for (const {of} of frames) for (const [name, value] of Object.entries(of)) units[name] ??= value.unit ?? '';
   }
   const statistics = ['mean', 'deviation', 'least', 'largest'];
-  const heading = (name, statistic) => `${name} ${statistic}` + (units[name] && units[name] !== '1' ? ` [${units[name]}]` : '');
+  const heading = (name, statistic) => `${name === 'raw' ? sample_name(name, source) : name} ${statistic}` + (units[name] && units[name] !== '1' ? ` [${units[name]}]` : '');
   const header = [
     'frame', 'camera time [ns]', 'name', 'column', 'row', 'width', 'height', 'pixels', 'valid pixels',
     ...measured.flatMap(({name}) => statistics.map((statistic) => heading(name, statistic))),
@@ -189,7 +189,8 @@ export const picture_of = (now, page) => {
     const x = gap + (index % columns) * (width + gap);
     const y = gap + title_height + Math.floor(index / columns) * (height + gap);
     context.fillStyle = ink;
-    context.fillText(view_titles[view], x, y + 14);
+    const title = view_titles[view];
+    context.fillText(is_of_samples(view) ? sample_name(title, now.source) : title, x, y + 14);
     context.drawImage(canvas, x, y + title_height);
     const parts = page.views.parts().filter((part) => part.view === shown[index]);
     if (parts.length > 1) draw_names(context, parts, x, y + title_height);
@@ -217,7 +218,7 @@ export const attach_saving = (state, page, held, place) => {
         frames: held.record(item).in_order(),
       }));
       said.textContent = series.length === 0 ? 'Nothing is held.' : '';
-      if (series.length > 0) save(new Blob([csv_of(rows_of(series))], {type: 'text/csv'}), name('_held.csv'));
+      if (series.length > 0) save(new Blob([csv_of(rows_of(series, state.now.source))], {type: 'text/csv'}), name('_held.csv'));
     },
   };
   const button = (text, title, run) => element('button', {type: 'button', title}, [text], {click: run});

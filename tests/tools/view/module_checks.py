@@ -1,0 +1,129 @@
+"""Checks of single modules of the page: addresses, what is played, charts, names of samples."""
+
+
+def check_address(test):
+    """What is written is read again, and what no page has written is left out."""
+    found = test.browser.script(
+        """
+        const {from_fragment, short_name, to_fragment} = await import('/page/state.js');
+        const {placed} = await import('/page/geometry.js');
+        const face = String.fromCodePoint(0x1f600);
+        const start = from_fragment('');
+        const set = {...start, views: ['s1_s0'], zoom: 1.5, centre: [10.25, 3], map: 'second', s0_top: 4000,
+            degree_top: 0.3, overlay: true, loupe: false, number: 17, playing: true, speed: 0.25, every: true,
+            loop: true, held: [{row: 3, column: 5, name: 'a;b~c, 100 % é'}, {region: [1, 2, 3, 4], name: ''}]};
+        const bad = ['views=s0,s0', 'views=constructor', 'views=', 'zoom=-1', 'zoom=1e9', 'zoom=NaN', 'centre=1',
+            'centre=a,b', 'map=x', 's0_top=0', 'degree_top=2', 'overlay=2', 'number=-1', 'number=1.5', 'speed=3',
+            's0_top=1e-9', 'degree_top=1e-200', 'held=1', 'held=1,2,0,4', 'held=1,2~%', 'views=%', '__proto__=1', 'token=abc', '=', 'number'];
+        return [to_fragment(start), JSON.stringify(from_fragment('#' + to_fragment(set))) === JSON.stringify(set),
+                bad.filter((text) => to_fragment(from_fragment('#' + text)) !== ''),
+                from_fragment('#held=' + Array(20).fill('1,2').join(';')).held.length,
+                short_name(String.fromCharCode(0xd83d) + face.repeat(50)) === face.repeat(40),
+                placed({width: 200, height: 100}, {zoom: 2, centre: [1e300, -5]}, {width: 30, height: 20})];
+    """
+    )
+    test.equal("addresses", found[:4], ["", True, [], 8])
+    test.equal("long name", found[4], True)
+    test.equal("centre elsewhere", found[5], {"zoom": 2, "left": 40, "top": 50})
+    test.begin("#views=degree&zoom=3&number=12&held=5,6~spot;10,20,30,40&map=second")
+    test.equal("number", test.state("number"), 12)
+    test.equal("held", test.state("held[0]"), {"row": 6, "column": 5, "name": "spot"})
+    test.equal("region", test.state("held[1].region"), [10, 20, 30, 40])
+    test.browser.script("state.set({number: 13, views: ['s0']});")
+    test.browser.wait_for(
+        "location.hash === '#views=s0&zoom=3&map=second&number=13&held=5,6~spot;10,20,30,40'"
+    )
+    test.browser.script(
+        "await new Promise((done) => {"
+        "  addEventListener('hashchange', () => setTimeout(done), {once: true});"
+        "  location.hash = '#held';"
+        "});"
+    )
+    test.equal("state after a foreign fragment", test.state("held.length"), 2)
+    test.browser.script("location.hash = '#number=20&zoom=2';")
+    test.browser.wait_for("state.now.number === 20 && state.now.held.length === 0")
+
+
+def check_player_choices(test):
+    """Which frame is next, without a clock."""
+    found = test.browser.script(
+        """
+        const {frame_after, frames_due, next_frame} = await import('/page/player.js');
+        const now = (more) => ({number: 0, speed: 1, every: false, loop: false, source: {frames: 10, rate: 100}, ...more});
+        const anchor = {time: 1000, number: 0};
+        const next = (more, time, shown) => {
+          const {number, ended} = next_frame(now(more), {...anchor, number: more.number ?? 0}, time, shown);
+          return [number, ended];
+        };
+        return [
+          frame_after(8, 5, 10, false), frame_after(8, 5, 10, true), frame_after(0, -1, 10, true),
+          frame_after(0, -1, 10, false), frames_due(anchor, 1029.9999, 100), frames_due(anchor, 900, 100),
+          next({}, 1005, true), next({}, 1035, false), next({speed: 2}, 1035, true), next({speed: 0.125}, 1085, true),
+          next({every: true}, 1035, true), next({every: true}, 1035, false), next({every: true}, 1005, true),
+          next({number: 9}, 1035, true), next({number: 9}, 1035, false), next({number: 9, loop: true}, 1010, true),
+          next({number: 9, every: true}, 1010, true), next({}, 5000, true),
+          next({source: {frames: 1000, rate: null}}, 2000, true),
+        ];
+    """
+    )
+    wanted = [9, 3, 9, 0, 3, 0]
+    wanted += [[0, False], [3, False], [7, False], [1, False], [1, False], [0, False], [0, False]]
+    wanted += [[9, True], [9, False], [0, False], [9, True], [9, False], [30, False]]
+    test.equal("choices", found, wanted)
+
+
+def check_charts(test):
+    found = test.browser.script(
+        """
+        const {extent_of, lines_of, new_record, places_of, thinned} = await import('/page/charts.js');
+        const frame = (number, mean) => ({number, of: {a: {mean, histogram: {}}}});
+        const frames = [frame(0, 170), frame(1, 178), frame(2, 4), frame(3, null), frame(4, 9), frame(6, 100)];
+        const record = new_record();
+        for (let number = 0; number < 2500; ++number) record.add(frame(number, number));
+        record.add(frame(10, 1));
+        const numbers = record.in_order().map((one) => one.number);
+        const places = places_of({from: 0, to: 100, least: 0, largest: 1}, 290, 126);
+        return [lines_of(frames, 'a', 180), lines_of(frames, 'a').length, lines_of(frames, 'b'),
+                extent_of([[[3, 5]], [[7, 5]]]), extent_of([]), numbers.length, numbers[0], numbers[1], record.last().number,
+                [places.x(50), places.y(1), places.number(places.x(31))],
+                thinned([[0, 5], [1, 1], [2, 9], [3, 4], [4, 6], [12, 7]], (number) => number / 10),
+                [record.at(600).thin, 'histogram' in record.at(600).of.a, record.at(2499).thin, 'histogram' in record.at(10).of.a]];
+    """
+    )
+    test.equal(
+        "lines of an angle", found[0], [[[0, 170], [1, 178]], [[2, 4]], [[4, 9]], [[6, 100]]]
+    )
+    test.equal("other lines", found[1:3], [2, []])
+    test.equal("extent", found[3:5], [{"from": 3, "to": 7, "least": 4.995, "largest": 5.005}, None])
+    test.equal("record", found[5:9], [2000, 10, 501, 10])
+    test.equal("places", found[9], [164, 8, 31])
+    test.equal("thinned", found[10], [[0, 5], [1, 1], [2, 9], [4, 6], [12, 7]])
+    test.equal("histograms", found[11], [True, False, None, True])
+
+
+def check_names_of_samples(test):
+    """Where the samples shown are not those of the frame, their names say so."""
+    found = test.browser.script(
+        """
+        const {sample_name} = await import('/page/quantities.js');
+        const {rows_of} = await import('/page/saving.js');
+        const {pixel_values} = await import('/page/readout.js');
+        const source = (...settings) => ({mosaic: [[0, 135], [45, 90]], s0_unit: 1, settings});
+        const plain = source(['Dark frame', 'none']);
+        const dark = source(['Dark frame', 'subtracted']);
+        const shifted = source(['Samples moved down by', '4 bits'], ['Dark frame', 'none']);
+        const both = source(['Samples moved down by', '4 bits'], ['Dark frame', 'subtracted']);
+        const value = (source) => pixel_values({raw: [7]}, 0, {row: 1, column: 0}, source)[5][1];
+        const heading = (source) => rows_of([], source)[0].find((name) => name.startsWith('raw '));
+        return [[plain, dark, shifted, both].map((one) => sample_name('Samples', one)), [plain, dark].map(value), [plain, dark].map(heading)];
+    """
+    )
+    wanted = ["Samples", "Samples less dark level", "Samples moved down by 4 bits"]
+    test.equal("names", found[0], [*wanted, "Samples moved down by 4 bits, less dark level"])
+    test.equal("value", found[1], ["Sample, analyser 45°", "Sample less dark level, analyser 45°"])
+    test.equal("heading", found[2], ["raw mean", "raw less dark level mean"])
+
+
+def check_modules(test):
+    for check in (check_address, check_player_choices, check_charts, check_names_of_samples):
+        check(test)
