@@ -7,6 +7,7 @@ import {most_held, short_name} from './state.js';
 
 // Nobody reads faster, and a chart of many frames takes a while to draw.
 const drawn_every = 200;
+const retry_after = 1000;
 
 export const dashes = [[], [6, 3], [2, 2], [8, 3, 2, 3], [12, 4], [4, 6], [1, 4], [10, 2, 2, 2, 2, 2]];
 /** What /statistics tells of; `period` is that of angles. */
@@ -34,9 +35,14 @@ export const title_of = (item, index) => item.name || `${item.region ? 'Region' 
 
 const key_of = (item) => region_of(item).join(',');
 
-/** Measures what is held in each frame that is shown; `ask({number, region})` gives what /statistics says. */
+/**
+ * Measures what is held in each frame that is shown; `ask({number, region})` gives what /statistics says.
+ * `told` is called after each round.
+ */
 const new_measuring = (state, ask, told) => {
   const records = new Map();
+  // What the program has refused of a frame is not asked for again.
+  let refused = {number: -1, keys: new Set()};
   let busy = false;
 
   const kept = (item) => {
@@ -44,40 +50,62 @@ const new_measuring = (state, ask, told) => {
     if (!records.has(key)) records.set(key, new_record());
     return records.get(key);
   };
+  const refuse = (item, number) => {
+    if (refused.number !== number) refused = {number, keys: new Set()};
+    refused.keys.add(key_of(item));
+  };
+  /** Whether the program has answered. */
   const measure = async (item, header) => {
     const region = key_of(item);
-    const answer = await ask({number: header.number, region}).catch(() => null);
+    let answer;
+    try {
+      answer = await ask({number: header.number, region});
+    } catch (error) {
+      if (error.status === undefined) throw error;
+      const final = error.status >= 400 && error.status < 500;
+      if (final) refuse(item, header.number);
+      return final;
+    }
     // Removed meanwhile.
-    if (answer === null || !records.has(region)) return;
+    if (!records.has(region)) return true;
     kept(item).add({
-      number: answer.number,
+      number: header.number,
       time: header.capture?.camera_time_ns ?? null,
       pixels: answer.pixels,
       valid: answer.valid_pixels,
       of: Object.fromEntries(answer.quantities.map((quantity) => [quantity.name, quantity])),
     });
+    return true;
   };
   const lacking = () => {
     const {header, held, playing} = state.now;
     if (header === null) return [];
     return held.filter((item) => {
+      if (refused.number === header.number && refused.keys.has(key_of(item))) return false;
       const frame = kept(item).at(header.number);
       return frame === null || (frame.thin && item.region && !playing);
     });
   };
-  // One frame at a time, and then the one that is shown by then: a slow server gets no queue.
+  // One round at a time, and then what lacks by then: a slow server gets no queue.
+  const rounds = async () => {
+    for (let header; header !== state.now.header || lacking().length > 0;) {
+      header = state.now.header;
+      const answered = await Promise.all(lacking().map((item) => measure(item, header)));
+      told();
+      if (answered.includes(false)) await new Promise((done) => setTimeout(done, retry_after));
+      else if (header) state.set({measured: header.number});
+    }
+  };
   const run = async () => {
     const wanted = new Set(state.now.held.map(key_of));
     for (const key of [...records.keys()]) if (!wanted.has(key)) records.delete(key);
     if (busy) return;
     busy = true;
-    const header = state.now.header;
-    await Promise.all(lacking().map((item) => measure(item, header)));
-    busy = false;
-    told();
-    if (header) state.set({measured: header.number});
-    const later = state.now.header !== header && lacking().length > 0;
-    if (later) run();
+    try {
+      await rounds();
+    } finally {
+      busy = false;
+    }
   };
   return {run, record: kept};
 };

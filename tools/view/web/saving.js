@@ -212,13 +212,23 @@ export const attach_saving = (state, page, held, place) => {
       picture_of(now, page).toBlob((blob) => save(blob, name(`_${now.views.join('_')}.png`)));
     },
     numbers() {
-      const series = state.now.held.map((item, index) => ({
-        title: title_of(item, index),
-        item,
-        frames: held.record(item).in_order(),
-      }));
-      said.textContent = series.length === 0 ? 'Nothing is held.' : '';
-      if (series.length > 0) save(new Blob([csv_of(rows_of(series, state.now.source))], {type: 'text/csv'}), name('_held.csv'));
+      const {header, playing, source} = state.now;
+      const lacking = [];
+      const series = state.now.held.map((item, index) => {
+        const title = title_of(item, index);
+        const record = held.record(item);
+        const frames = record.in_order();
+        // Frames that play by are left out by intention.
+        if (header && !(playing ? record.last() : record.at(header.number))) {
+          frames.push({number: header.number, time: null, pixels: null, valid: null, of: {}});
+          lacking.push(title);
+        }
+        return {title, item, frames};
+      });
+      said.textContent = series.length === 0 ? 'Nothing is held.'
+          : lacking.length === 0 ? ''
+          : `Saved without numbers of ${lacking.join(', ')} in frame ${header.number}.`;
+      if (series.length > 0) save(new Blob([csv_of(rows_of(series, source))], {type: 'text/csv'}), name('_held.csv'));
     },
   };
   const button = (text, title, run) => element('button', {type: 'button', title}, [text], {click: run});
