@@ -2,88 +2,25 @@
 // another way: pixel by pixel, in double and by the formulas of the convention.
 #include "view/plane_making.hpp"
 
-#include "support/matrices.hpp"
 #include "support/samples.hpp"
-#include "veldrane_mrv/polarization/signed_transform.hpp"
 #include "veldrane_mrv/polarization/units.hpp"
-#include "veldrane_mrv/polarization/validity.hpp"
 #include "view/stokes_reduction.hpp"
-#include "view/view_statistics.hpp"
+#include "whole_frame.hpp"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <iostream>
-#include <map>
-#include <numbers>
-#include <random>
+#include <vector>
 
 namespace {
 
 using namespace polarize_tool;
-using polarization::Frame_view;
-using polarization::Mode;
 using polarization::Plane;
 using polarization::Region;
-using polarization::Scale;
-using polarization::Settings;
 using polarization::Size;
-
-struct Case {
-    Settings settings;
-    Mode mode;
-    Size size;
-    support::Samples samples;
-    std::vector<std::uint8_t> saturated;
-
-    Frame_view view() const { return {samples, size.height, size.width}; }
-};
-
-Case make_case(std::size_t seed, support::Sample_kind kind, Size const& size) {
-    int const phase = static_cast<int>(seed % 4);
-    Settings const settings{
-        polarization::Mosaic::from_phase(phase),
-        seed % 3 == 0 ? Scale{12, 4095} : Scale{12},
-        {support::make_matrices(support::Matrix_kind::random, phase, seed)}};
-    auto samples = support::make_samples(kind, size.height, size.width, seed);
-    std::vector<std::uint8_t> saturated(seed % 2 == 0 ? 0 : samples.size());
-    std::mt19937 random(static_cast<unsigned>(seed));
-    for (std::uint8_t& one : saturated) {
-        one = random() % 7 == 0 ? 1 : 0;
-    }
-    return {settings, seed % 2 == 0 ? Mode::fast : Mode::calibrated, size, samples, saturated};
-}
-
-/// What `process` makes of the whole frame.
-struct Whole {
-    polarization::Planes planes;
-    polarization::Signed_planes signs;
-    std::vector<std::uint8_t> validity;
-
-    explicit Whole(Case const& one)
-        : planes{one.size.height, one.size.width, {Plane::s0, Plane::azimuth, Plane::dolp, Plane::validity}},
-          signs{one.size.height, one.size.width, {Plane::s1, Plane::s2}} {
-        polarization::Frame_transform{one.settings, {.mode = one.mode}}(
-            one.view(), planes.views(), signs.views());
-        auto const marks = planes.views().validity;
-        if (!one.saturated.empty()) {
-            polarization::mark_saturated(one.saturated, one.size, marks);
-        }
-        validity.assign(marks.begin(), marks.end());
-    }
-};
-
-/// The pixels of a square, one after another.
-template <class Visit>
-void for_each_pixel(Region const& region, std::size_t k, Size const& square, Visit visit) {
-    for (std::size_t row = square.height * k;
-         row < std::min((square.height + 1) * k, region.height); ++row) {
-        for (std::size_t column = square.width * k;
-             column < std::min((square.width + 1) * k, region.width); ++column) {
-            visit(region.row + row, region.column + column);
-        }
-    }
-}
 
 long rounded_ratio(double numerator, double denominator) {
     return std::lround(numerator / denominator);
@@ -305,107 +242,6 @@ TEST_F(Parts_of_frames, are_means_of_squares_of_any_size) {
     Plane_making making(one.settings, one.mode);
     compare(one, making, region_of(one.size), most_reduction);
     std::cout << compared_ << " elements compared\n";
-}
-
-TEST(Reduction, rounds_as_double_arithmetic_does) {
-    std::mt19937 random(5);
-    constexpr std::size_t count = 1003;
-    std::vector<std::int32_t> s0(count);
-    std::vector<std::int32_t> s1(count);
-    std::vector<std::int32_t> s2(count);
-    std::vector<std::uint16_t> azimuths(count);
-    std::vector<std::uint16_t> degrees(count);
-    for (unsigned round = 0; round < 200; ++round) {
-        auto const any = [&] { return static_cast<std::int32_t>(random()) >> (1 + random() % 30); };
-        std::ranges::generate(s1, any);
-        std::ranges::generate(s2, any);
-        std::ranges::generate(s0, [&] { return any() & 0x3fffffff; });
-        azimuths_of(s1, s2, 65535, azimuths);
-        degrees_of(s0, s1, s2, 65535, degrees);
-        for (std::size_t at = 0; at < count; ++at) {
-            double const x = s1[at];
-            double const y = s2[at];
-            double const turns = std::atan2(y, x) / (2 * std::numbers::pi) + 0.5;
-            ASSERT_EQ(azimuths[at], std::lround(turns * 65535)) << x << " " << y;
-            double const degree = s0[at] == 0 ? 0 : std::min(std::hypot(x, y) / s0[at], 1.0);
-            ASSERT_EQ(degrees[at], std::lround(degree * 65535)) << s0[at] << " " << x << " " << y;
-        }
-    }
-}
-
-Quantity_statistics const& named(View_statistics const& statistics, std::string const& name) {
-    return *std::ranges::find(statistics.quantities, name, &Quantity_statistics::name);
-}
-
-TEST(Statistics, are_those_of_the_pixels) {
-    Case const one = make_case(2, support::Sample_kind::few_levels, {49, 150});
-    Whole whole(one);
-    Region const region{7, 3, 30, 140};
-    Statistics_making making(one.settings, one.mode);
-    making.make({one.view(), {}}, {0, 0, 20, 20});
-    auto const found = making.make({one.view(), {}}, region);
-    std::map<std::string, std::vector<double>> values;
-    double x = 0;
-    double y = 0;
-    double lengths = 0;
-    std::size_t valid = 0;
-    for_each_pixel(region, 1000, {0, 0}, [&](std::size_t row, std::size_t column) {
-        std::size_t const at = row * one.size.width + column;
-        double const s0 = whole.planes.integer_plane(Plane::s0)[at];
-        double const s1 = whole.signs.s1[at];
-        double const s2 = whole.signs.s2[at];
-        values["raw"].push_back(one.samples[at]);
-        values["s0"].push_back(s0 * one.settings.scale.sample_units_per_step());
-        if (s0 > 0) {
-            values["dolp"].push_back(whole.planes.integer_plane(Plane::dolp)[at] / 65535.0);
-            double const ratio = std::clamp(s1 / s0, -1.0, 1.0);
-            values["s1_s0"].push_back(static_cast<double>(std::lround(32767 * ratio)) / 32767);
-        }
-        x += s1;
-        y += s2;
-        lengths += std::hypot(s1, s2);
-        valid += whole.validity[at] == 0 ? 1U : 0U;
-    });
-    EXPECT_EQ(found.pixels, 30U * 140U);
-    EXPECT_EQ(found.valid_pixels, valid);
-    for (auto const& [name, numbers] : values) {
-        double mean = 0;
-        for (double const number : numbers) {
-            mean += number / static_cast<double>(numbers.size());
-        }
-        double variance = 0;
-        for (double const number : numbers) {
-            variance += (number - mean) * (number - mean) / static_cast<double>(numbers.size());
-        }
-        Quantity_statistics const& quantity = named(found, name);
-        EXPECT_NEAR(quantity.mean.value(), mean, 1e-9 * (1 + std::fabs(mean))) << name;
-        EXPECT_NEAR(quantity.deviation.value(), std::sqrt(variance), 1e-9 * (1 + mean)) << name;
-        EXPECT_NEAR(quantity.least.value(), std::ranges::min(numbers), 1e-12) << name;
-        EXPECT_NEAR(quantity.largest.value(), std::ranges::max(numbers), 1e-9) << name;
-        std::uint64_t counted = 0;
-        for (std::uint64_t const count : quantity.counts) {
-            counted += count;
-        }
-        EXPECT_EQ(counted, numbers.size()) << name;
-    }
-    double const mean = polarization::within_half_turn(std::atan2(y, x) * 90 / std::numbers::pi);
-    double const r = std::hypot(x, y) / lengths;
-    EXPECT_NEAR(named(found, "azimuth").mean.value(), mean, 1e-9);
-    EXPECT_NEAR(
-        named(found, "azimuth").deviation.value(),
-        std::sqrt(-2 * std::log(r)) * 90 / std::numbers::pi, 1e-9);
-}
-
-TEST(Statistics, of_darkness_have_no_angle_and_no_degree) {
-    Case const one = make_case(2, support::Sample_kind::all_zero, {40, 40});
-    Statistics_making making(one.settings, one.mode);
-    auto const found = making.make({one.view(), {}}, region_of(one.size));
-    EXPECT_EQ(named(found, "s0").mean, 0.0);
-    EXPECT_EQ(named(found, "s0").deviation, 0.0);
-    for (char const* const name : {"dolp", "azimuth", "s1_s0", "s2_s0"}) {
-        EXPECT_FALSE(named(found, name).mean) << name;
-        EXPECT_FALSE(named(found, name).deviation) << name;
-    }
 }
 
 } // namespace

@@ -1,10 +1,11 @@
-// Ratios and flags of squares, in vectors and what is left over.
+// Angles, degrees, ratios and flags of squares, in vectors and what is left over.
 #include "view/stokes_reduction.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <random>
 #include <vector>
 
@@ -15,6 +16,32 @@ using namespace polarize_tool;
 std::int16_t expected_ratio(std::int32_t number, std::int32_t s0) {
     double const ratio = s0 == 0 ? 0.0 : std::clamp(32767.0 * number / s0, -32767.0, 32767.0);
     return static_cast<std::int16_t>(std::lround(ratio));
+}
+
+TEST(Reduction, rounds_as_double_arithmetic_does) {
+    std::mt19937 random(5);
+    constexpr std::size_t count = 1003;
+    std::vector<std::int32_t> s0(count);
+    std::vector<std::int32_t> s1(count);
+    std::vector<std::int32_t> s2(count);
+    std::vector<std::uint16_t> azimuths(count);
+    std::vector<std::uint16_t> degrees(count);
+    for (unsigned round = 0; round < 200; ++round) {
+        auto const any = [&] { return static_cast<std::int32_t>(random()) >> (1 + random() % 30); };
+        std::ranges::generate(s1, any);
+        std::ranges::generate(s2, any);
+        std::ranges::generate(s0, [&] { return any() & 0x3fffffff; });
+        azimuths_of(s1, s2, 65535, azimuths);
+        degrees_of(s0, s1, s2, 65535, degrees);
+        for (std::size_t at = 0; at < count; ++at) {
+            double const x = s1[at];
+            double const y = s2[at];
+            double const turns = std::atan2(y, x) / (2 * std::numbers::pi) + 0.5;
+            ASSERT_EQ(azimuths[at], std::lround(turns * 65535)) << x << " " << y;
+            double const degree = s0[at] == 0 ? 0 : std::min(std::hypot(x, y) / s0[at], 1.0);
+            ASSERT_EQ(degrees[at], std::lround(degree * 65535)) << s0[at] << " " << x << " " << y;
+        }
+    }
 }
 
 TEST(Ratios_of_sums, are_the_nearest_halves_away_from_0) {

@@ -1,14 +1,25 @@
-// Histograms of a region: their range and their bars.
+// Figures of a region by its pixels, and its histograms: their range and their bars.
 #include "view/view_statistics.hpp"
+
+#include "support/samples.hpp"
+#include "veldrane_mrv/polarization/units.hpp"
+#include "whole_frame.hpp"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <map>
+#include <numbers>
+#include <string>
+#include <vector>
 
 namespace {
 
 using namespace polarize_tool;
 using polarization::Mode;
+using polarization::Plane;
+using polarization::Region;
 
 constexpr polarization::Size size{64, 100};
 
@@ -78,6 +89,77 @@ TEST(Histograms, span_what_there_is) {
     }
     EXPECT_LT(named(found, "dolp").to, 0.01);
     EXPECT_GT(named(found, "s1_s0").from, -0.01);
+}
+
+TEST(Statistics, are_those_of_the_pixels) {
+    Case const one = make_case(2, support::Sample_kind::few_levels, {49, 150});
+    Whole whole(one);
+    Region const region{7, 3, 30, 140};
+    Statistics_making making(one.settings, one.mode);
+    making.make({one.view(), {}}, {0, 0, 20, 20});
+    auto const found = making.make({one.view(), {}}, region);
+    std::map<std::string, std::vector<double>> values;
+    double x = 0;
+    double y = 0;
+    double lengths = 0;
+    std::size_t valid = 0;
+    for_each_pixel(region, 1000, {0, 0}, [&](std::size_t row, std::size_t column) {
+        std::size_t const at = row * one.size.width + column;
+        double const s0 = whole.planes.integer_plane(Plane::s0)[at];
+        double const s1 = whole.signs.s1[at];
+        double const s2 = whole.signs.s2[at];
+        values["raw"].push_back(one.samples[at]);
+        values["s0"].push_back(s0 * one.settings.scale.sample_units_per_step());
+        if (s0 > 0) {
+            values["dolp"].push_back(whole.planes.integer_plane(Plane::dolp)[at] / 65535.0);
+            double const ratio = std::clamp(s1 / s0, -1.0, 1.0);
+            values["s1_s0"].push_back(static_cast<double>(std::lround(32767 * ratio)) / 32767);
+        }
+        x += s1;
+        y += s2;
+        lengths += std::hypot(s1, s2);
+        valid += whole.validity[at] == 0 ? 1U : 0U;
+    });
+    EXPECT_EQ(found.pixels, 30U * 140U);
+    EXPECT_EQ(found.valid_pixels, valid);
+    for (auto const& [name, numbers] : values) {
+        double mean = 0;
+        for (double const number : numbers) {
+            mean += number / static_cast<double>(numbers.size());
+        }
+        double variance = 0;
+        for (double const number : numbers) {
+            variance += (number - mean) * (number - mean) / static_cast<double>(numbers.size());
+        }
+        Quantity_statistics const& quantity = named(found, name);
+        EXPECT_NEAR(quantity.mean.value(), mean, 1e-9 * (1 + std::fabs(mean))) << name;
+        EXPECT_NEAR(quantity.deviation.value(), std::sqrt(variance), 1e-9 * (1 + mean)) << name;
+        EXPECT_NEAR(quantity.least.value(), std::ranges::min(numbers), 1e-12) << name;
+        EXPECT_NEAR(quantity.largest.value(), std::ranges::max(numbers), 1e-9) << name;
+        std::uint64_t counted = 0;
+        for (std::uint64_t const count : quantity.counts) {
+            counted += count;
+        }
+        EXPECT_EQ(counted, numbers.size()) << name;
+    }
+    double const mean = polarization::within_half_turn(std::atan2(y, x) * 90 / std::numbers::pi);
+    double const r = std::hypot(x, y) / lengths;
+    EXPECT_NEAR(named(found, "azimuth").mean.value(), mean, 1e-9);
+    EXPECT_NEAR(
+        named(found, "azimuth").deviation.value(),
+        std::sqrt(-2 * std::log(r)) * 90 / std::numbers::pi, 1e-9);
+}
+
+TEST(Statistics, of_darkness_have_no_angle_and_no_degree) {
+    Case const one = make_case(2, support::Sample_kind::all_zero, {40, 40});
+    Statistics_making making(one.settings, one.mode);
+    auto const found = making.make({one.view(), {}}, region_of(one.size));
+    EXPECT_EQ(named(found, "s0").mean, 0.0);
+    EXPECT_EQ(named(found, "s0").deviation, 0.0);
+    for (char const* const name : {"dolp", "azimuth", "s1_s0", "s2_s0"}) {
+        EXPECT_FALSE(named(found, name).mean) << name;
+        EXPECT_FALSE(named(found, name).deviation) << name;
+    }
 }
 
 } // namespace
