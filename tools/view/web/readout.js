@@ -1,10 +1,11 @@
 // Values of the pixel under the pointer, exact ones of the frame that is shown, and its surroundings.
 
+import {say} from './elements.js';
 import {draw_loupe, loupe_cells} from './loupe.js';
 import {full_scale, signed_scale} from './painting.js';
 import {parts_of, sample_name} from './quantities.js';
 import {planes_for} from './scales.js';
-import {ask_frame} from './source.js';
+import {ask_frame, Refusal} from './source.js';
 import {view_titles} from './state.js';
 import {angle_text, degree_text, s0_text} from './values.js';
 
@@ -35,6 +36,8 @@ export const pixel_values = (planes, index, pixel, source) => {
   return values;
 };
 
+const place_of = ({row, column}) => `row ${row}, column ${column}`;
+
 /** Shows them in #readout. */
 export const attach_readout = (state, views, painter) => {
   const root = document.getElementById('readout');
@@ -58,8 +61,7 @@ export const attach_readout = (state, views, painter) => {
     });
   };
 
-  const show_loupes = ({header, planes}, pixel) => {
-    const names = [...new Set(state.now.views.flatMap(parts_of))].slice(0, 4);
+  const show_loupes = ({header, planes}, names, pixel) => {
     while (loupes.childElementCount > names.length) loupes.lastElementChild.remove();
     const pixels = new Uint32Array(header.width * header.height);
     names.forEach((name, index) => {
@@ -71,7 +73,7 @@ export const attach_readout = (state, views, painter) => {
         loupes.append(figure);
       }
       const [canvas, caption] = loupes.children[index].children;
-      caption.textContent = view_titles[name].replace(/, .*| S0| of polari.*| mosaic|Analyser /, '');
+      caption.textContent = view_titles[name].replace(/, .*|Intensity | of polari.*| mosaic|Analyser /, '');
       painter.paint(name, planes, pixels, views.tops(), state.now.map);
       draw_loupe(canvas, (x, y) => {
         const column = pixel.column + x - header.region[0];
@@ -85,6 +87,8 @@ export const attach_readout = (state, views, painter) => {
 
   const ask = async (pixel, number) => {
     const {loupe, views: names} = state.now;
+    // What is shown may be another once the answer is here.
+    const loupe_names = loupe ? [...new Set(names.flatMap(parts_of))] : [];
     const around = loupe ? reach : 0;
     const column = Math.max(0, pixel.column - around);
     const row = Math.max(0, pixel.row - around);
@@ -92,12 +96,20 @@ export const attach_readout = (state, views, painter) => {
     const planes = new Set([...value_planes, ...(loupe ? planes_for(names, false) : [])]);
     const answer = await ask_frame({number, region: region.join(), scale: 1, planes: [...planes].join()});
     const {header} = answer;
+    if (pixel.row >= header.frame_height || pixel.column >= header.frame_width) throw new Refusal(404, 'The frame is smaller.');
     const index = (pixel.row - row) * header.width + pixel.column - column;
-    place_text.textContent = `row ${pixel.row}, column ${pixel.column}`;
+    say(place_text, place_of(pixel));
     show_values(pixel_values(answer.planes, index, pixel, state.now.source));
-    loupes.hidden = !loupe;
-    if (loupe) show_loupes(answer, pixel);
+    show_loupes(answer, loupe_names, pixel);
     Object.assign(root.dataset, {row: pixel.row, column: pixel.column, number, state: 'ready'});
+  };
+
+  /** What is there belongs to another frame or pixel. */
+  const show_none = (pixel, refusal) => {
+    root.dataset.state = 'failed';
+    list.replaceChildren();
+    loupes.replaceChildren();
+    say(place_text, place_of(pixel) + (refusal.status === 404 ? ', not in this frame' : ''));
   };
 
   const follow = async () => {
@@ -112,7 +124,7 @@ export const attach_readout = (state, views, painter) => {
     } catch (error) {
       // Its pictures say what is wrong; of a camera's frame that is gone the next one is asked.
       if (error.status === undefined) throw error;
-      root.dataset.state = 'failed';
+      show_none(pointer, error);
       if (error.status === 0) {
         asked = '';
         pause = retry_after;

@@ -1,0 +1,67 @@
+"""Checks of the page with a folder of three frames: a bright one, a darker one and a smaller one."""
+
+import os
+import sys
+
+import browser
+
+OPTIONS = ["--phase", "2", "--bit-depth", "12"]
+# File, bits that are used, width, height.
+FRAMES = (("0.png", 12, 67, 41), ("1.png", 10, 67, 41), ("2.png", 12, 33, 21))
+
+
+def make_frames(program, folder):
+    for name, bits, width, height in FRAMES:
+        size = ["--width", str(width), "--height", str(height), "--bit-depth", str(bits)]
+        path = os.path.join(folder, name)
+        browser.run(program, "simulate", "-o", path, "--phase", "2", *size, "-q")
+
+
+def set_state(page, fields):
+    """In the words of the page's state."""
+    page.script(f"window.state ??= (await import('/page/state.js')).state; state.set({fields});")
+
+
+def begin(page, address):
+    page.open(address)
+    page.wait_for("document.body.dataset.state === 'ready'")
+    set_state(page, "{}")
+    page.wait_for("state.now.header !== null")
+
+
+def check_readout(page, address):
+    """There are as many loupes as pictures, also if the views change meanwhile; a smaller frame has no values."""
+    begin(page, f"{address}&views=s0")
+    page.script(
+        "const own = window.fetch;"
+        "window.fetch = async (...what) => {"
+        "  const answer = await own(...what);"
+        "  await new Promise((done) => setTimeout(done, 60));"
+        "  return answer;"
+        "};"
+    )
+    set_state(page, "{pointer: {row: 30, column: 40}}")
+    set_state(page, "{views: ['raw', 'analysers', 'angle', 's0']}")
+    ready = "document.getElementById('readout').dataset.state === 'ready'"
+    page.wait_for(f"{ready} && document.querySelectorAll('#loupes figure').length === 7", 10)
+    names = page.value(
+        "[...document.querySelectorAll('#loupes figcaption')].map((one) => one.textContent)"
+    )
+    if names != ["Raw", "0°", "45°", "90°", "135°", "Angle", "S0"]:
+        sys.exit(f"the loupes are called {names}")
+    set_state(page, "{number: 2}")
+    page.wait_for(
+        "document.getElementById('place-text').textContent === 'row 30, column 40, not in this frame'"
+        " && document.querySelectorAll('#values dd, #loupes figure').length === 0",
+        10,
+    )
+
+
+def check_folder(page, program, folder):
+    make_frames(program, folder)
+    with browser.Served(program, "view", folder, *OPTIONS) as served:
+        check_readout(page, served.address)
+        # A part of a frame that is not in a smaller one is asked for once: the browser tells of the refusal.
+        complaints = [text for text in page.console() if "/frame?number=2" not in text]
+        if complaints:
+            sys.exit(f"the console says {complaints}")
