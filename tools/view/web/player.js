@@ -90,7 +90,10 @@ export const attach_player = (state, place) => {
     },
     every: () => state.set({every: !state.now.every}),
     loop: () => state.set({loop: !state.now.loop}),
-    ask_number: () => controls.number.focus(),
+    ask_number() {
+      controls.number.focus();
+      controls.number.select();
+    },
   };
   const controls = buttons(player, state, place);
 
