@@ -1,6 +1,6 @@
 // Files of what is shown: a picture with its scales, and the numbers of what is held.
 
-import {element} from './elements.js';
+import {element, say} from './elements.js';
 import {measured, region_of, title_of} from './held.js';
 import {box_of} from './marks.js';
 import {mark_flags, mark_texts, paint_marks} from './painting.js';
@@ -203,13 +203,28 @@ export const picture_of = (now, page) => {
 
 /** Buttons in `place`, and what they and the keys do. */
 export const attach_saving = (state, page, held, place) => {
-  const name = (rest) => file_name(state.now.source?.name, state.now.header?.number ?? 0, rest);
+  const name = (header, rest) => file_name(state.now.source?.name, header?.number ?? 0, rest);
   const said = element('span', {class: 'said', role: 'status'});
+  // Asked for, and saved with the first drawing of all that its title and scales tell of.
+  let awaited = false;
+  const drawn = () => {
+    if (!awaited) return;
+    const header = page.views.settled();
+    awaited = header === null;
+    say(said, awaited ? 'The picture is saved as soon as all of it is there.' : '');
+    if (awaited) return;
+    const now = {...state.now, header};
+    picture_of(now, page).toBlob((blob) => save(blob, name(header, `_${now.views.join('_')}.png`)));
+  };
+  page.views.on_drawn(drawn);
+  state.listen((now, changed) => {
+    if (awaited && changed.has('failed')) page.views.redraw();
+  });
   const saving = {
     picture() {
-      const now = state.now;
-      if (now.header === null || now.source === null) return;
-      picture_of(now, page).toBlob((blob) => save(blob, name(`_${now.views.join('_')}.png`)));
+      if (state.now.header === null || state.now.source === null) return;
+      awaited = true;
+      page.views.redraw();
     },
     numbers() {
       const {header, playing, source} = state.now;
@@ -228,7 +243,7 @@ export const attach_saving = (state, page, held, place) => {
       said.textContent = series.length === 0 ? 'Nothing is held.'
           : lacking.length === 0 ? ''
           : `Saved without numbers of ${lacking.join(', ')} in frame ${header.number}.`;
-      if (series.length > 0) save(new Blob([csv_of(rows_of(series, source))], {type: 'text/csv'}), name('_held.csv'));
+      if (series.length > 0) save(new Blob([csv_of(rows_of(series, source))], {type: 'text/csv'}), name(header, '_held.csv'));
     },
   };
   const button = (text, title, run) => element('button', {type: 'button', title}, [text], {click: run});

@@ -159,6 +159,22 @@ export const attach_views = (state, place, painter) => {
     redraw();
   };
 
+  /** Header of the frame that is drawn if all that is wanted of it, or all that is to be had, is seen; else null. */
+  const settled = () => {
+    const need = needed();
+    if (!latest || !need || unpainted || undrawn) return null;
+    const {header, planes} = latest;
+    const {number, failed, playing, source} = state.now;
+    const is_camera = source?.kind === 'camera';
+    if (need.planes.some((name) => !planes[name])) return null;
+    if (!is_camera && !playing && failed === number) return header;
+    if (!is_camera && !playing && header.number !== number) return null;
+    // A camera's frame that is not kept any more stays as coarse as it was.
+    if (is_camera && !playing) return header;
+    const same = header.scale === need.scale && header.region.join() === need.region.join();
+    return same ? header : null;
+  };
+
   const resize = () => {
     for (const {stage, canvas} of shown()) {
       const width = Math.round(stage.clientWidth * devicePixelRatio);
@@ -273,6 +289,7 @@ export const attach_views = (state, place, painter) => {
     all, parts, needed, show, zoom, zoom_to, pan, pan_pixels, point, pixel_at, redraw,
     fit: () => state.set({zoom: 'fit', centre: null}),
     tops: () => scales.chosen(state.now),
+    settled,
     latest: () => latest,
     on_drawn: (listener) => drawn_listeners.push(listener),
     on_need: (listener) => (changed_need = listener),
