@@ -57,10 +57,38 @@ def check_readout(page, address):
     )
 
 
+ENDS = (
+    "(({s0, degree, raw}) => [s0, degree, raw].join())(document.getElementById('legends').dataset)"
+)
+
+
+def check_scales(page, address):
+    """Ends of scales are those of the frame that is shown, however one came there, and go along with the address."""
+    part = "views=s0,degree,raw,angle&zoom=16&centre=9,9&loupe=0"
+    found = []
+    for number in (0, 1):
+        begin(page, f"{address}&{part}&number={number}")
+        found.append(page.value(ENDS))
+    if found[0] == found[1]:
+        sys.exit(f"a darker frame has the same scales: {found}")
+    page.keys(",")
+    page.wait_for(f"state.now.header.number === 0 && {ENDS} === '{found[0]}'", 10)
+    page.keys(".")
+    page.wait_for(f"state.now.header.number === 1 && {ENDS} === '{found[1]}'", 10)
+    region = page.value("state.now.header.region")
+    if region[2:] == [67, 41]:
+        sys.exit("the whole frame is asked for where a part is seen")
+    page.script("navigator.clipboard.writeText = async (text) => (window.copied = text);")
+    page.keys("y")
+    begin(page, page.wait_for("window.copied").replace("number=1", "number=0"))
+    page.wait_for(f"state.now.header.number === 0 && {ENDS} === '{found[1]}'", 10)
+
+
 def check_folder(page, program, folder):
     make_frames(program, folder)
     with browser.Served(program, "view", folder, *OPTIONS) as served:
         check_readout(page, served.address)
+        check_scales(page, served.address)
         # A part of a frame that is not in a smaller one is asked for once: the browser tells of the refusal.
         complaints = [text for text in page.console() if "/frame?number=2" not in text]
         if complaints:

@@ -2,7 +2,7 @@
 
 import {full_scale, mark_colours, mark_texts} from './painting.js';
 import {is_of_samples, quantities, sample_name} from './quantities.js';
-import {degree_tops, s0_tops} from './state.js';
+import {degree_tops, raw_tops, s0_tops} from './state.js';
 import {s0_decimals} from './values.js';
 
 const svg_space = 'http://www.w3.org/2000/svg';
@@ -127,6 +127,7 @@ export const attach_legends = (state, views, colours, place) => {
     const outer = {
       s0_top: number_field('S0 up to', s0_tops, unit, (s0_top) => state.set({s0_top})),
       degree_top: number_field('degree up to', degree_tops, 0.01, (degree_top) => state.set({degree_top})),
+      raw_top: number_field('samples up to', raw_tops, 1, (raw_top) => state.set({raw_top})),
     };
     for (const [name, label] of Object.entries(outer)) fields[name] = label.querySelector('input');
     ends.append(...Object.values(outer));
@@ -136,6 +137,8 @@ export const attach_legends = (state, views, colours, place) => {
     for (const [name, field] of Object.entries(fields)) {
       if (field !== document.activeElement) field.value = state.now[name] ?? '';
     }
+    // Few pictures are of samples, and a narrow page has no room to spare.
+    fields.raw_top.parentNode.hidden = state.now.raw_top === null && !state.now.views.some(is_of_samples);
   };
 
   const show = () => {
@@ -143,7 +146,7 @@ export const attach_legends = (state, views, colours, place) => {
     if (!now.source || !views.latest()) return;
     const kinds = [...new Set(now.views.map(kind_of))];
     const tops = views.tops();
-    const wanted = JSON.stringify([kinds, tops, now.map, now.overlay, now.s0_top, now.degree_top]);
+    const wanted = JSON.stringify([kinds, tops, now.map, now.overlay, now.s0_top, now.degree_top, now.raw_top]);
     if (wanted === shown) return;
     shown = wanted;
     bars.replaceChildren(...kinds.map((kind) => section(kind, tops)));

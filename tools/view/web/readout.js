@@ -138,7 +138,7 @@ export const attach_readout = (state, views, painter) => {
   };
 
   state.listen((now, changed) => {
-    const reasons = ['pointer', 'header', 'loupe', 'views', 'map', 's0_top', 'degree_top'];
+    const reasons = ['pointer', 'header', 'loupe', 'views', 'map', 's0_top', 'degree_top', 'raw_top'];
     // Values that change with each frame would be read out without end.
     if (changed.has('playing')) list.setAttribute('aria-live', now.playing ? 'off' : 'polite');
     if (reasons.some((name) => changed.has(name))) {

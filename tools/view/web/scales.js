@@ -36,15 +36,17 @@ const rules = {
   },
 };
 
-/** Ends by a whole frame; zooming in leaves them, and while frames play they move slowly. */
+export const is_whole = ({region: [column, row, width, height], frame_width, frame_height}) =>
+    column === 0 && row === 0 && width === frame_width && height === frame_height;
+
+/** Ends by the whole of the frame that is shown, whichever part is seen; while frames play they move slowly. */
 export const new_scales = () => {
   const tops = {s0: null, degree: null, raw: null};
   const times = {s0: 0, degree: 0, raw: 0};
+  const numbers = {s0: null, degree: null, raw: null};
   const measure = (answer, playing) => {
     const {header, planes} = answer;
-    const [column, row, width, height] = header.region;
-    const whole = column === 0 && row === 0 && width === header.frame_width && height === header.frame_height;
-    if (!whole) return;
+    if (!is_whole(header)) return;
     const time = performance.now();
     for (const [name, rule] of Object.entries(rules)) {
       if (tops[name] !== null && playing && time - times[name] < recomputed_every) continue;
@@ -52,17 +54,28 @@ export const new_scales = () => {
       if (top === undefined) continue;
       tops[name] = top;
       times[name] = time;
+      numbers[name] = header.number;
     }
   };
-  /** Whether no whole frame has told yet where the scales of these views end. */
-  const lacks = (views) => views.some((name) => tops[quantities[name].scale] === null);
+  /** Whether a whole frame, or the whole of the frame `number`, has still to tell where a scale of the views ends. */
+  const lacks = (now, number) => now.views.map((name) => quantities[name].scale).some((scale) => scale !== null &&
+      (tops[scale] === null || (number !== undefined && numbers[scale] !== number && now[scale + '_top'] === null)));
   /** In integers of planes; a user's S0 is in sample units. */
   const chosen = (now) => ({
     s0: now.s0_top === null ? tops.s0 ?? 1 : Math.max(1, Math.round(now.s0_top / now.source.s0_unit)),
     degree: now.degree_top === null ? tops.degree ?? full_scale : now.degree_top * full_scale,
-    raw: tops.raw ?? 1,
+    raw: now.raw_top ?? tops.raw ?? 1,
   });
-  return {measure, lacks, chosen};
+  /** The ends that are in force, in the words of the state. */
+  const in_force = (now) => {
+    const rounded = (value) => value && Number(value.toPrecision(9));
+    return {
+      s0_top: now.s0_top ?? rounded(tops.s0 && tops.s0 * now.source.s0_unit),
+      degree_top: now.degree_top ?? rounded(tops.degree && tops.degree / full_scale),
+      raw_top: now.raw_top ?? tops.raw,
+    };
+  };
+  return {measure, lacks, chosen, in_force};
 };
 
 /** Planes that the views and their scales need, in one order. */

@@ -6,7 +6,7 @@
 //   centre     [x, y] of the view's centre in pixels of the frame, or null for the frame's own
 //   map        'hue' or 'second', the colours of angles
 //   s0_top     S0 that is shown as white, in sample units; degree_top: degree with the last colour;
-//              null: by the frame
+//              raw_top: sample that is shown as white; null: by the frame
 //   overlay    whether saturated and not valid pixels are marked
 //   loupe      whether the loupe is shown
 //   number     the frame that is wanted
@@ -43,6 +43,7 @@ const least_zoom = 1 / 64;
 /** Least and most of the ends of the scales, so that their marks have few decimals. */
 export const s0_tops = [1e-3, 1e9];
 export const degree_tops = [1e-4, 1];
+export const raw_tops = [1, 65535];
 
 const in_address = {
   views: ['s0', 'angle', 'degree', 'raw'],
@@ -51,6 +52,7 @@ const in_address = {
   map: 'hue',
   s0_top: null,
   degree_top: null,
+  raw_top: null,
   overlay: false,
   loupe: true,
   number: 0,
@@ -131,6 +133,7 @@ const forms = {
   map: {write: String, read: (text) => (text === 'hue' || text === 'second' ? text : undefined)},
   s0_top: {write: String, read: (text) => within(text, s0_tops)},
   degree_top: {write: String, read: (text) => within(text, degree_tops)},
+  raw_top: {write: String, read: (text) => within(text, raw_tops)},
   overlay: flag,
   loupe: flag,
   number: {write: String, read: whole},
@@ -225,6 +228,6 @@ export const keep_in_address = (kept = state) => {
   });
 };
 
-/** The address that shows the same to others, who need a token of their own. */
-export const shared_address = () =>
-    location.origin + location.pathname + '#' + to_fragment(state.now);
+/** The address that shows the same, also with the `ends` of the scales, to others, who need a token of their own. */
+export const shared_address = (ends) =>
+    location.origin + location.pathname + '#' + to_fragment({...state.now, ...ends});

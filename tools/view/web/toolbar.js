@@ -56,11 +56,11 @@ export const attach_toolbar = (state, views) => {
     const button = by_id('copy-address');
     const text = button.textContent;
     try {
-      await navigator.clipboard.writeText(shared_address());
+      await navigator.clipboard.writeText(shared_address(views.ends()));
       button.textContent = 'Copied';
     } catch {
       // Without leave for the clipboard: there it can be copied by hand.
-      prompt('The address of what is shown, without the token:', shared_address());
+      prompt('The address of what is shown, without the token:', shared_address(views.ends()));
     }
     setTimeout(() => (button.textContent = text), 1500);
   };

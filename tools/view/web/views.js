@@ -4,13 +4,16 @@ import {placed, region_for, scale_for, zoomed} from './geometry.js';
 import {paint_marks} from './painting.js';
 import {new_picture} from './pictures.js';
 import {parts_of, quantities} from './quantities.js';
-import {new_scales, planes_for} from './scales.js';
+import {is_whole, new_scales, planes_for} from './scales.js';
+import {ask_frame} from './source.js';
 import {limited, limited_zoom, view_titles} from './state.js';
 
 const two_in_a_row = 2;
-const repainted_by = ['views', 'map', 'overlay', 's0_top', 'degree_top'];
-const needed_by = ['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'playing'];
+const ends = ['s0_top', 'degree_top', 'raw_top'];
+const repainted_by = ['views', 'map', 'overlay', ...ends];
+const needed_by = ['views', 'zoom', 'centre', 'overlay', 'source', 'number', 'playing', ...ends];
 const moved_by = ['views', 'zoom', 'centre', 'source'];
+const aside_pause = 2000;
 // What lies over the pictures.
 const marked_by = ['pointer', 'held', 'drawn'];
 
@@ -68,11 +71,16 @@ export const attach_views = (state, place, painter) => {
     });
   };
 
+  // A part is seen in the same colours whichever frame came before it: the whole frame tells them.
+  const lacks_ends = () => {
+    const {playing, source, number} = state.now;
+    return scales.lacks(state.now, playing || source?.kind === 'camera' ? undefined : number);
+  };
+  const fitted = () => ({...state.now, zoom: 'fit'});
+
   /** {region, scale, planes} that the pictures are made of, or null while there is none. */
-  const needed = () => {
+  const needed = (now = lacks_ends() ? fitted() : state.now) => {
     const frame = frame_size();
-    // Who is given the address of a part sees it in the same colours: the whole frame tells them.
-    const now = scales.lacks(state.now.views) ? {...state.now, zoom: 'fit'} : state.now;
     const places = parts(now).filter(({width, height}) => width > 0 && height > 0);
     if (places.length === 0) return null;
     const scale = scale_for(Math.max(...places.map(({zoom}) => zoom)));
@@ -151,12 +159,37 @@ export const attach_views = (state, place, painter) => {
     draw_soon();
   };
 
+  /** Has `answer` tell the ends of the scales; whether what is shown stays until the part that is seen comes. */
+  const only_measured = (answer) => {
+    const {header} = answer;
+    const lacked = lacks_ends();
+    scales.measure(answer, state.now.playing);
+    if (!latest || !lacked || lacks_ends()) return false;
+    const sizes = (one) => [one.frame_width, one.frame_height].join();
+    const need = needed();
+    return sizes(header) === sizes(latest.header) && need?.planes.every((plane) => latest.planes[plane]) &&
+        (need.scale !== header.scale || need.region.join() !== header.region.join());
+  };
+
+  // While frames play, a part is not kept waiting for the whole of its frame.
+  let aside = false;
+  const measure_aside = async ({header}) => {
+    if (aside || !state.now.playing || is_whole(header) || !scales.lacks(state.now, header.number)) return;
+    aside = true;
+    const {region, scale, planes} = needed(fitted());
+    const answer = await ask_frame({number: header.number, region: region.join(), scale, planes: planes.join()})
+        .catch(() => null);
+    if (answer) scales.measure(answer, true);
+    setTimeout(() => (aside = false), aside_pause);
+  };
+
   /** Takes the answer of /frame, to be seen with the screen's next picture. */
   const show = (answer) => {
+    if (only_measured(answer)) return;
     latest = answer;
     unpainted = true;
-    scales.measure(answer, state.now.playing);
     redraw();
+    measure_aside(answer);
   };
 
   /** Header of the frame that is drawn if all that is wanted of it, or all that is to be had, is seen; else null. */
@@ -276,9 +309,12 @@ export const attach_views = (state, place, painter) => {
       if (place.childElementCount !== now.views.length) arrange();
     }
     if (changed.has('views') || changed.has('active')) mark_active();
-    if (repainted_by.some((name) => changed.has(name))) unpainted = true;
+    // What played was measured now and then.
+    const stands = changed.has('playing') && !now.playing && latest !== null;
+    if (stands) scales.measure(latest, false);
+    if (stands || repainted_by.some((name) => changed.has(name))) unpainted = true;
     if (needed_by.some((name) => changed.has(name))) changed_need();
-    if ([...repainted_by, ...moved_by].some((name) => changed.has(name))) redraw();
+    if (stands || [...repainted_by, ...moved_by].some((name) => changed.has(name))) redraw();
     else if (marked_by.some((name) => changed.has(name))) draw_soon();
   });
   new ResizeObserver(resize).observe(place);
@@ -290,6 +326,7 @@ export const attach_views = (state, place, painter) => {
     fit: () => state.set({zoom: 'fit', centre: null}),
     tops: () => scales.chosen(state.now),
     settled,
+    ends: () => scales.in_force(state.now),
     latest: () => latest,
     on_drawn: (listener) => drawn_listeners.push(listener),
     on_need: (listener) => (changed_need = listener),
