@@ -1,141 +1,19 @@
 // What a browser gets of frames in a list and of a camera, and what it is told.
 #include "view/view_frames.hpp"
 
-#include "input/frame_preparation.hpp"
-#include "support/samples.hpp"
+#include "shown_frames.hpp"
 #include "veldrane_mrv/polarization/pixel_format.hpp"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <atomic>
-#include <cstring>
 #include <future>
 #include <thread>
 
 namespace {
 
 using namespace polarize_tool;
-using polarization::File_failure;
-using polarization::Frame_place;
-using polarization::Mode;
-using polarization::Size;
-
-constexpr Size size{48, 30};
-
-support::Samples samples_of(std::size_t number) {
-    return support::make_samples(
-        support::Sample_kind::random_12_bit, size.height, size.width, number);
-}
-
-/// Frames that are made when they are read. Number 3 cannot be.
-class Made_frames : public polarization::Frame_source {
-public:
-    std::string name() const override { return "made"; }
-    std::optional<std::size_t> count() const override { return 20; }
-    Frame_place place(std::size_t number) const override { return {"made", number, 20}; }
-
-    std::atomic<unsigned> reads = 0;
-
-private:
-    void fetch(std::size_t number, polarization::Fetched_frame& target) override {
-        ++reads;
-        if (number == 3) {
-            throw File_failure(place(number).name(), "ends too early");
-        }
-        target.frame = {size.width, size.height, samples_of(number)};
-    }
-};
-
-View_setup setup() {
-    auto const settings =
-        polarization::ideal_settings(polarization::Mosaic::from_phase(2), polarization::Scale(12));
-    return {
-        .name = "made",
-        .transform = {settings, std::nullopt},
-        .calibration_file = {},
-        .rate = {},
-        .camera = {},
-        .generator = "test"};
-}
-
-Sample_options twelve_bits() {
-    Sample_options options;
-    options.bit_depth = 12;
-    return options;
-}
-
-struct Got {
-    nlohmann::json header;
-    std::string planes;
-};
-
-Got parsed(Answer const& answer) {
-    EXPECT_EQ(answer.status, 200) << answer.body;
-    EXPECT_EQ(answer.media_type, "application/octet-stream");
-    std::uint32_t length = 0;
-    std::memcpy(&length, answer.body.data(), sizeof length);
-    EXPECT_EQ((sizeof length + length) % 8, 0U);
-    EXPECT_EQ(answer.body.size() % 8, 0U);
-    return {
-        nlohmann::json::parse(answer.body.substr(sizeof length, length)),
-        answer.body.substr(sizeof length + length)};
-}
-
-std::string bytes_of(support::Samples const& samples) {
-    return {reinterpret_cast<char const*>(samples.data()), 2 * samples.size()};
-}
-
-class Frames_of_a_list : public testing::Test {
-protected:
-    Answer ask(std::string const& path, Query const& query) const {
-        return handlers_.at(path)(query);
-    }
-    std::string line(std::string const& path, Query const& query, int status) const {
-        Answer const answer = ask(path, query);
-        EXPECT_EQ(answer.status, status) << answer.body;
-        EXPECT_EQ(answer.body.find('\n'), std::string::npos);
-        return answer.body;
-    }
-
-    Made_frames source_;
-    Frame_preparation preparation_{twelve_bits(), std::nullopt};
-    View_frames frames_{setup(), preparation_, source_};
-    Handlers handlers_ = frames_.handlers();
-};
-
-TEST_F(Frames_of_a_list, tell_what_they_are) {
-    auto const json = nlohmann::json::parse(ask("/source", {}).body);
-    EXPECT_EQ(json["kind"], "recording");
-    EXPECT_EQ(json["frames"], 20);
-    EXPECT_EQ(json["width"], size.width);
-    EXPECT_EQ(json["height"], size.height);
-    EXPECT_EQ(json["bit_depth"], 12);
-    EXPECT_EQ(json["full_scale"], 65535);
-    EXPECT_DOUBLE_EQ(json["s0_unit"], 8190.0 / 65535.0);
-    EXPECT_EQ(json["mosaic"], nlohmann::json::parse("[[90,45],[135,0]]"));
-    EXPECT_EQ(
-        json["settings"][0],
-        nlohmann::json::parse(R"json(["Mosaic","phase 2 (90,45,135,0)"])json"));
-    EXPECT_TRUE(json["camera"].is_null());
-    EXPECT_TRUE(json["rate"].is_null());
-}
-
-TEST_F(Frames_of_a_list, come_with_what_was_asked_for) {
-    Got const got = parsed(ask(
-        "/frame", {{"number", "7"}, {"region", "40,2,100,3"}, {"planes", "validity,raw,s1_s0"}}));
-    EXPECT_EQ(got.header["number"], 7);
-    EXPECT_EQ(got.header["name"], "made, frame 7");
-    EXPECT_EQ(got.header["region"], nlohmann::json::parse("[40,2,8,3]"));
-    EXPECT_EQ(got.header["width"], 8);
-    EXPECT_EQ(got.header["height"], 3);
-    EXPECT_EQ(got.header["planes"][0], nlohmann::json::parse(R"({"name":"validity","type":"u8"})"));
-    EXPECT_EQ(got.header["planes"][2]["type"], "i16");
-    EXPECT_TRUE(got.header["camera"].is_null());
-    ASSERT_EQ(got.planes.size(), 24U + 48U + 48U);
-    auto const samples = samples_of(7);
-    EXPECT_EQ(got.planes.substr(24, 16), bytes_of(samples).substr(2 * (2 * size.width + 40), 16));
-}
 
 TEST_F(Frames_of_a_list, are_s0_azimuth_and_degree_without_further_words) {
     Got const got = parsed(ask("/frame", {{"after", "-1"}, {"scale", "5"}}));
