@@ -10,8 +10,9 @@ def check_address(test):
         const face = String.fromCodePoint(0x1f600);
         const start = from_fragment('');
         const set = {...start, views: ['s1_s0'], zoom: 1.5, centre: [10.25, 3], map: 'second', s0_top: 4000,
-            degree_top: 0.3, overlay: true, loupe: false, number: 17, playing: true, speed: 0.25, every: true,
+            degree_top: 0.3, raw_top: 900, overlay: true, loupe: false, number: 17, playing: true, speed: 0.25, every: true,
             loop: true, held: [{row: 3, column: 5, name: 'a;b~c, 100 % é'}, {region: [1, 2, 3, 4], name: ''}]};
+        const written = to_fragment(set).replaceAll(',', '%2C').replaceAll(';', '%3B');
         const bad = ['views=s0,s0', 'views=constructor', 'views=', 'zoom=-1', 'zoom=1e9', 'zoom=NaN', 'centre=1',
             'centre=a,b', 'map=x', 's0_top=0', 'degree_top=2', 'overlay=2', 'number=-1', 'number=1.5', 'speed=3',
             's0_top=1e-9', 'degree_top=1e-200', 'held=1', 'held=1,2,0,4', 'held=1,2~%', 'views=%', '__proto__=1', 'token=abc', '=', 'number'];
@@ -19,11 +20,13 @@ def check_address(test):
                 bad.filter((text) => to_fragment(from_fragment('#' + text)) !== ''),
                 from_fragment('#held=' + Array(20).fill('1,2').join(';')).held.length,
                 short_name(String.fromCharCode(0xd83d) + face.repeat(50)) === face.repeat(40),
-                placed({width: 200, height: 100}, {zoom: 2, centre: [1e300, -5]}, {width: 30, height: 20})];
+                placed({width: 200, height: 100}, {zoom: 2, centre: [1e300, -5]}, {width: 30, height: 20}),
+                JSON.stringify(from_fragment(written)) === JSON.stringify(set)];
     """
     )
     test.equal("addresses", found[:4], ["", True, [], 8])
     test.equal("long name", found[4], True)
+    test.equal("separators written with per cent signs", found[6], True)
     test.equal("centre elsewhere", found[5], {"zoom": 2, "left": 40, "top": 50})
     test.begin("#views=degree&zoom=3&number=12&held=5,6~spot;10,20,30,40&map=second")
     test.equal("number", test.state("number"), 12)

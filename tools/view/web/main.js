@@ -53,8 +53,8 @@ const start = async () => {
   });
   const has_token = take_token();
   // An address with another token, given to a page that is open, does not load it anew by itself.
-  addEventListener('hashchange', () => {
-    if (location.hash.includes('token=') && take_token()) location.reload();
+  addEventListener('hashchange', ({oldURL}) => {
+    if (location.hash.includes('token=') && take_token(new URL(oldURL).hash)) location.reload();
   });
   keep_in_address();
   if (!has_token) {

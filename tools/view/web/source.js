@@ -14,13 +14,16 @@ export class Refusal extends Error {
   }
 }
 
-/** Takes the token out of the address, which may be passed on, into the memory of this tab. */
-export const take_token = () => {
+/**
+ * Takes the token out of the address, which may be passed on, into the memory of this tab. If there is nothing
+ * else in it, what the fragment `before` showed stays.
+ */
+export const take_token = (before = '') => {
   const parts = location.hash.replace(/^#/, '').split('&');
   const found = parts.find((part) => part.startsWith('token='));
   if (found) {
     sessionStorage.setItem(token_key, found.slice('token='.length));
-    const rest = parts.filter((part) => part !== found).join('&');
+    const rest = parts.filter((part) => part !== found).join('&') || before.replace(/^#/, '');
     history.replaceState(null, '', rest ? '#' + rest : location.pathname);
   }
   return sessionStorage.getItem(token_key) !== null;

@@ -95,9 +95,12 @@ const longest_name = 40;
 /** As much of a name as is kept, in whole characters: half of a pair has no place in an address. */
 export const short_name = (name) => [...name.replace(/\p{Surrogate}/gu, '')].slice(0, longest_name).join('');
 
+// Some programs that pass addresses on write commas and semicolons with per cent signs: what separates
+// is known from what belongs to a name only if names have theirs written so twice.
+const apart = (name) => encodeURIComponent(name.replace(/[%,;]/g, encodeURIComponent));
 const held_text = (item) => {
   const place = item.region ?? [item.column, item.row];
-  return place.join(',') + (item.name ? '~' + encodeURIComponent(item.name) : '');
+  return place.join(',') + (item.name ? '~' + apart(item.name) : '');
 };
 const held_item = (text) => {
   const [place, name] = text.split(/~(.*)/s);
@@ -169,7 +172,7 @@ export const from_fragment = (fragment) => {
     const [name, text] = part.split(/=(.*)/s);
     if (!Object.hasOwn(forms, name) || text === undefined) continue;
     try {
-      const value = forms[name].read(name === 'held' ? text : decodeURIComponent(text));
+      const value = forms[name].read(decodeURIComponent(text));
       if (value !== undefined) fields[name] = value;
     } catch {
       // A per cent sign that stands for nothing: not a value either.
