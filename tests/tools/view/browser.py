@@ -106,9 +106,9 @@ def first_line(process, pattern, seconds):
 class Served:
     """A program that prints the address it serves, for the time of a `with`."""
 
-    def __init__(self, *command, seconds=20):
+    def __init__(self, *command, seconds=20, errors=None):
         words = [str(word) for word in command]
-        self.process = subprocess.Popen(words, stdout=subprocess.PIPE)
+        self.process = subprocess.Popen(words, stdout=subprocess.PIPE, stderr=errors)
         try:
             self.address = first_line(self.process, r"(http://\S+)\s", seconds)
         except BaseException:
@@ -279,6 +279,19 @@ class Browser:
         self.act("key", *held_down(holding))
         self.pointer(moved(*start), PRESSED, moved(*middle), moved(*end), RELEASED)
         self.act("key", *released(holding))
+
+    def fingers(self, *paths):
+        """Each finger goes down at the first (x, y) of its path and up at the last, all at the same time."""
+        devices = [
+            {
+                "type": "pointer",
+                "id": f"finger {number}",
+                "parameters": {"pointerType": "touch"},
+                "actions": [moved(*path[0]), PRESSED, *(moved(*at) for at in path[1:]), RELEASED],
+            }
+            for number, path in enumerate(paths)
+        ]
+        self.ask("POST", "/actions", {"actions": devices})
 
     def wheel(self, x, y, steps):
         """Turns the wheel at a place, down for positive steps."""

@@ -2,6 +2,7 @@
 // nothing queues up, however slow the road is. While a recording plays, one more may be asked for ahead.
 
 import {new_ahead} from './ahead.js';
+import {planes_for} from './scales.js';
 import {ask_frame, Refusal} from './source.js';
 
 const retry_after = 1000;
@@ -21,12 +22,19 @@ export const start_pulling = (state, views, trouble) => {
   // Number of a frame that has nothing where the last one was looked at: the frames differ in size.
   let smaller = null;
 
+  // While no frame has told its size, what may be seen of one is all of it.
+  const needed = () => {
+    const {source, views: names, overlay} = state.now;
+    const blind = {scale: coarse_scale, planes: planes_for(names, overlay)};
+    return source && (views.needed() ?? (source.width === null ? blind : null));
+  };
+
   const wanted = () => {
     const {source, playing, number} = state.now;
-    const need = source && views.needed();
+    const need = needed();
     if (!need) return null;
     const shape = JSON.stringify(need);
-    const parameters = {region: need.region.join(), scale: need.scale, planes: need.planes.join()};
+    const parameters = {region: need.region?.join(), scale: need.scale, planes: need.planes.join()};
     if (source.kind !== 'camera') {
       if ([shown, failed].some((last) => last.number === number && last.shape === shape)) return null;
       if (smaller === number) {

@@ -26,7 +26,8 @@ const facts = (source, header) => {
   const size = header ? [header.frame_width, header.frame_height] : [source.width, source.height];
   const frame = header && source.kind !== 'frame' ? ` · frame ${header.number}` : '';
   const name = header?.name && header.name !== source.name ? ` · ${header.name}` : '';
-  return `${size[0]} × ${size[1]} pixels · ${source.bit_depth} bits${frame}${name}`;
+  const pixels = size[0] === null ? '' : `${size[0]} × ${size[1]} pixels · `;
+  return `${pixels}${source.bit_depth} bits${frame}${name}`;
 };
 
 export const attach_toolbar = (state, views) => {

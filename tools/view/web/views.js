@@ -50,7 +50,9 @@ export const attach_views = (state, place, painter) => {
   const frame_size = () => {
     const {header, source} = state.now;
     const known = latest?.header ?? header;
-    return known ? {width: known.frame_width, height: known.frame_height} : source;
+    if (known) return {width: known.frame_width, height: known.frame_height};
+    // That of a folder whose first frame is damaged has no size.
+    return source?.width ? source : null;
   };
 
   /** {name, view, x, y, width, height, zoom, left, top} of each picture, in device pixels of its canvas. */
