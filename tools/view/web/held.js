@@ -7,6 +7,7 @@ import {most_held, short_name} from './state.js';
 
 // Nobody reads faster, and a chart of many frames takes a while to draw.
 const drawn_every = 200;
+const point_first = 'Point at a pixel first.';
 const retry_after = 1000;
 
 export const dashes = [[], [6, 3], [2, 2], [8, 3, 2, 3], [12, 4], [4, 6], [1, 4], [10, 2, 2, 2, 2, 2]];
@@ -135,13 +136,17 @@ export const attach_held = (state, ask, place, line_place) => {
     record: measuring.record,
     hold_pixel(at = state.now.pointer) {
       if (at) hold({row: at.row, column: at.column});
+      else say.textContent = point_first;
     },
     hold_region(region) {
       hold({region});
     },
     /** The pointer's pixel is a corner of a region, and the next time the opposite one. */
     corner(at = state.now.pointer) {
-      if (!at) return;
+      if (!at) {
+        say.textContent = point_first;
+        return;
+      }
       if (corner !== null) {
         hold({region: region_between(corner, at)});
         corner = null;
@@ -274,7 +279,8 @@ const new_time_line = (state, place, refresh) => {
   const show = (series, quantity) => {
     shown = {series, quantity};
     const unit = series.map(({frames}) => frames.at(-1)?.of[quantity.name]?.unit).find(Boolean) ?? '';
-    place.hidden = series.length === 0;
+    // One frame is no line, and the first hold does not move the pictures.
+    place.hidden = !series.some(({frames}) => frames.length > 1);
     places = place.hidden ? null : draw_time_line(canvas, series, quantity, unit, cursor);
     const values = cursor === null ? [] : series.flatMap(({title, frames}) => {
       const frame = frames.find(({number}) => number === cursor);
