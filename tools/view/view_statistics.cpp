@@ -1,6 +1,7 @@
 #include "view/view_statistics.hpp"
 
 #include "veldrane_mrv/polarization/units.hpp"
+#include "veldrane_mrv/polarization/validity.hpp"
 #include "view/stokes_reduction.hpp"
 
 #include <algorithm>
@@ -14,9 +15,15 @@ namespace {
 using polarization::Plane;
 using polarization::Region;
 using polarization::Scale;
+using polarization::Validity;
 
 constexpr std::size_t rows_at_a_time = 64;
 constexpr std::int32_t ratio_of_one = 32767;
+// Pixels of no worth as a measurement. Weak ones are worth theirs: without them the mean of the
+// degree would be too large.
+constexpr unsigned left_out = polarization::bit_of(Validity::saturated) |
+                              polarization::bit_of(Validity::below_dark) |
+                              polarization::bit_of(Validity::bad_pixel);
 
 /// How often each element occurs, from which all sums are exact.
 class Counts {
@@ -116,6 +123,8 @@ public:
             counts->clear();
         }
         angles_.fill(0);
+        valid_ = 0;
+        directions_ = 0;
         sum_s1_ = 0.0;
         sum_s2_ = 0.0;
         lengths_ = 0.0;
@@ -124,13 +133,18 @@ public:
     void add(
         std::span<std::uint16_t const> s0, std::span<std::uint16_t const> dolp,
         std::span<std::uint16_t const> azimuth, std::span<std::int32_t const> s1,
-        std::span<std::int32_t const> s2, std::span<std::uint16_t const> samples) {
+        std::span<std::int32_t const> s2, std::span<std::uint16_t const> samples,
+        std::span<std::uint8_t const> validity) {
         intensities_.assign(s0.begin(), s0.end());
         first_ratios_.resize(s0.size());
         second_ratios_.resize(s0.size());
         ratios_of(s1, intensities_, first_ratios_);
         ratios_of(s2, intensities_, second_ratios_);
         for (std::size_t pixel = 0; pixel < s0.size(); ++pixel) {
+            if ((validity[pixel] & left_out) != 0) {
+                continue;
+            }
+            ++valid_;
             s0_.add(s0[pixel]);
             raw_.add(samples[pixel]);
             if (s0[pixel] > 0) {
@@ -143,6 +157,8 @@ public:
             }
         }
     }
+
+    std::size_t valid() const { return valid_; }
 
     std::vector<Quantity_statistics> quantities() const {
         double const full = scale_.full_scale();
@@ -168,6 +184,8 @@ private:
         double const angle = polarization::angle_of_azimuth(azimuth, scale_);
         auto const step = static_cast<std::size_t>(angle / 180.0 * steps);
         ++angles_[std::min(step, Quantity_statistics::most_steps - 1)];
+        ++directions_;
+        last_angle_ = angle;
         sum_s1_ += s1;
         sum_s2_ += s2;
         lengths_ += std::sqrt(s1 * s1 + s2 * s2);
@@ -181,8 +199,11 @@ private:
         double const length = std::hypot(sum_s1_, sum_s2_);
         if (length > 0.0) {
             double const concentration = std::min(length / lengths_, 1.0);
+            // Of a single pixel there is an angle already, and its plane has it by a polynomial.
             result.mean =
-                polarization::within_half_turn(std::atan2(sum_s2_, sum_s1_) / 2.0 * degrees);
+                directions_ == 1
+                    ? last_angle_
+                    : polarization::within_half_turn(std::atan2(sum_s2_, sum_s1_) / 2.0 * degrees);
             result.deviation =
                 std::sqrt(std::max(0.0, -2.0 * std::log(concentration))) / 2.0 * degrees;
         }
@@ -196,6 +217,9 @@ private:
     Counts s2_s0_;
     Counts raw_;
     std::array<std::uint64_t, Quantity_statistics::most_steps> angles_{};
+    std::size_t valid_ = 0;
+    std::size_t directions_ = 0;
+    double last_angle_ = 0.0;
     double sum_s1_ = 0.0;
     double sum_s2_ = 0.0;
     double lengths_ = 0.0;
@@ -228,11 +252,10 @@ View_statistics Statistics_making::make(Frame_samples const& frame, Region const
             gathering_->add(
                 part(planes_.row(Plane::s0, row)), part(planes_.row(Plane::dolp, row)),
                 part(planes_.row(Plane::azimuth, row)), part(planes_.s1(row)),
-                part(planes_.s2(row)), part(frame.view.row(row)));
-            result.valid_pixels +=
-                static_cast<std::size_t>(std::ranges::count(part(planes_.validity(row)), 0));
+                part(planes_.s2(row)), part(frame.view.row(row)), part(planes_.validity(row)));
         }
     }
+    result.valid_pixels = gathering_->valid();
     result.quantities = gathering_->quantities();
     return result;
 }

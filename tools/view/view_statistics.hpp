@@ -14,8 +14,9 @@
 
 namespace polarize_tool {
 
-/// Of the pixels where it is defined: S0 and samples everywhere, degree and ratios where S0 is not
-/// 0, the angle where S1 or S2 is not 0. Without such pixels there is nothing but empty counts.
+/// Of the valid pixels where it is defined: S0 and samples everywhere, degree and ratios where S0
+/// is not 0, the angle where S1 or S2 is not 0. Without such pixels there is nothing but empty
+/// counts.
 struct Quantity_statistics {
     static constexpr std::size_t most_steps = 64;
 
@@ -36,7 +37,7 @@ struct Quantity_statistics {
 
 struct View_statistics {
     std::size_t pixels = 0;
-    /// Of which no flag of `validity` is set; all of them count in the quantities.
+    /// Neither saturated nor below dark nor bad. These alone count in the quantities; weak ones do.
     std::size_t valid_pixels = 0;
     /// s0, dolp, azimuth, s1_s0, s2_s0, raw.
     std::vector<Quantity_statistics> quantities;
@@ -45,7 +46,8 @@ struct View_statistics {
 /// Makes figures of part after part, from the elements of the planes, which are those of `process`,
 /// and ratios rounded to 1 / 32767.
 ///
-/// The mean angle is half the direction of the sum of the vectors (S1, S2). Its deviation is half
+/// The mean angle is half the direction of the sum of the vectors (S1, S2), that of a single pixel
+/// the one of its plane. Its deviation is half
 /// the circular standard deviation sqrt(-2 ln R) of the doubled angles, each with the length of its
 /// vector as weight; R is the length of the sum over the sum of lengths (Mardia and Jupp,
 /// Directional Statistics, sections 2.2 and 2.3). Keeps its memory, 1.3 MB and rows of planes. For

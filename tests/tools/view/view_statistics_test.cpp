@@ -91,37 +91,44 @@ TEST(Histograms, span_what_there_is) {
     EXPECT_GT(named(found, "s1_s0").from, -0.01);
 }
 
-TEST(Statistics, are_those_of_the_pixels) {
-    Case const one = make_case(2, support::Sample_kind::few_levels, {49, 150});
+void expect_figures_of_pixels(Case const& one) {
     Whole whole(one);
     Region const region{7, 3, 30, 140};
     Statistics_making making(one.settings, one.mode);
-    making.make({one.view(), {}}, {0, 0, 20, 20});
-    auto const found = making.make({one.view(), {}}, region);
+    making.make({one.view(), one.saturated}, {0, 0, 20, 20});
+    auto const found = making.make({one.view(), one.saturated}, region);
     std::map<std::string, std::vector<double>> values;
     double x = 0;
     double y = 0;
     double lengths = 0;
     std::size_t valid = 0;
+    std::size_t weak = 0;
+    double const full_scale = one.settings.scale.full_scale();
     for_each_pixel(region, 1000, {0, 0}, [&](std::size_t row, std::size_t column) {
         std::size_t const at = row * one.size.width + column;
         double const s0 = whole.planes.integer_plane(Plane::s0)[at];
         double const s1 = whole.signs.s1[at];
         double const s2 = whole.signs.s2[at];
+        if ((whole.validity[at] & (1 | 2 | 4)) != 0) {
+            return;
+        }
+        weak += whole.validity[at] == 8 ? 1U : 0U;
+        ++valid;
         values["raw"].push_back(one.samples[at]);
         values["s0"].push_back(s0 * one.settings.scale.sample_units_per_step());
         if (s0 > 0) {
-            values["dolp"].push_back(whole.planes.integer_plane(Plane::dolp)[at] / 65535.0);
+            values["dolp"].push_back(whole.planes.integer_plane(Plane::dolp)[at] / full_scale);
             double const ratio = std::clamp(s1 / s0, -1.0, 1.0);
             values["s1_s0"].push_back(static_cast<double>(std::lround(32767 * ratio)) / 32767);
         }
         x += s1;
         y += s2;
         lengths += std::hypot(s1, s2);
-        valid += whole.validity[at] == 0 ? 1U : 0U;
     });
     EXPECT_EQ(found.pixels, 30U * 140U);
     EXPECT_EQ(found.valid_pixels, valid);
+    EXPECT_EQ(valid < found.pixels, !one.saturated.empty());
+    EXPECT_EQ(weak > 0, one.settings.noise.has_value());
     for (auto const& [name, numbers] : values) {
         double mean = 0;
         for (double const number : numbers) {
@@ -150,10 +157,46 @@ TEST(Statistics, are_those_of_the_pixels) {
         std::sqrt(-2 * std::log(r)) * 90 / std::numbers::pi, 1e-9);
 }
 
+// In both modes, with saturated pixels and with ones too weak for a degree.
+TEST(Statistics, are_those_of_the_pixels) {
+    for (std::size_t const seed : {2U, 3U, 5U}) {
+        Case one = make_case(seed, support::Sample_kind::few_levels, {49, 150});
+        if (seed == 5) {
+            one.settings.noise = {.electrons_per_count = 0.01, .read_noise = 1};
+        }
+        expect_figures_of_pixels(one);
+    }
+}
+
+// The page shows it beside the plane's own value.
+TEST(Statistics, of_one_pixel_have_the_angle_of_its_plane) {
+    Case const one = make_case(2, support::Sample_kind::few_levels, {20, 40});
+    Whole whole(one);
+    Statistics_making making(one.settings, one.mode);
+    std::size_t valid = 0;
+    for (std::size_t column = 0; column < one.size.width; ++column) {
+        std::size_t const at = 7 * one.size.width + column;
+        auto const found = making.make({one.view(), one.saturated}, {column, 7, 1, 1});
+        auto const& angle = named(found, "azimuth");
+        if ((whole.validity[at] & (1 | 2 | 4)) != 0) {
+            EXPECT_EQ(found.valid_pixels, 0U);
+            EXPECT_FALSE(angle.mean || named(found, "s0").mean || named(found, "raw").mean);
+        } else if (whole.signs.s1[at] != 0 || whole.signs.s2[at] != 0) {
+            EXPECT_EQ(
+                angle.mean.value(),
+                polarization::angle_of_azimuth(
+                    whole.planes.integer_plane(Plane::azimuth)[at], one.settings.scale));
+            EXPECT_EQ(angle.deviation.value(), 0.0);
+            ++valid;
+        }
+    }
+    EXPECT_GT(valid, 0U);
+}
+
 TEST(Statistics, of_darkness_have_no_angle_and_no_degree) {
     Case const one = make_case(2, support::Sample_kind::all_zero, {40, 40});
     Statistics_making making(one.settings, one.mode);
-    auto const found = making.make({one.view(), {}}, region_of(one.size));
+    auto const found = making.make({one.view(), one.saturated}, region_of(one.size));
     EXPECT_EQ(named(found, "s0").mean, 0.0);
     EXPECT_EQ(named(found, "s0").deviation, 0.0);
     for (char const* const name : {"dolp", "azimuth", "s1_s0", "s2_s0"}) {

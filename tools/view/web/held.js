@@ -258,13 +258,18 @@ const new_row = (held, index) => {
   return {row, show};
 };
 
+// An angle just below 180 degrees is nearest to 0.
+const angle_mean = (mean) => (Number(mean.toFixed(2)) % 180).toFixed(2);
+
 const numbers_of = (value, frame) => {
-  const unit = with_unit(value.unit);
-  const step = Math.max(value.deviation ?? 0, Math.abs(value.mean ?? 0) / 1000, 1e-4);
   if (value.mean === null) return 'none';
-  if (frame.pixels === 1) return rounded(value.mean, step) + unit;
-  return `${rounded(value.mean, step)} ± ${rounded(value.deviation, step)}${unit}, ` +
-      `${frame.valid} of ${frame.pixels} pixels valid`;
+  const unit = with_unit(value.unit);
+  const is_angle = value.unit === 'degree';
+  const step = Math.max(value.deviation, Math.abs(value.mean) / 1000, 1e-4);
+  const mean = is_angle ? angle_mean(value.mean) : rounded(value.mean, step);
+  if (frame.pixels === 1) return mean + unit;
+  const deviation = is_angle ? value.deviation.toFixed(2) : rounded(value.deviation, step);
+  return `${mean} ± ${deviation}${unit}, mean of ${frame.valid} of ${frame.pixels} pixels`;
 };
 
 /** The chart of means over the frames: a pointer or arrow keys read its values. */

@@ -31,7 +31,8 @@ export const rows_of = (series, source) => {
   const statistics = ['mean', 'deviation', 'least', 'largest'];
   const heading = (name, statistic) => `${name === 'raw' ? sample_name(name, source) : name} ${statistic}` + (units[name] && units[name] !== '1' ? ` [${units[name]}]` : '');
   const header = [
-    'frame', 'camera time [ns]', 'name', 'column', 'row', 'width', 'height', 'pixels', 'valid pixels',
+    'frame', 'camera time [ns]', 'name', 'column', 'row', 'width', 'height', 'pixels',
+    'valid pixels (neither saturated nor below dark nor bad; all figures are of these)',
     ...measured.flatMap(({name}) => statistics.map((statistic) => heading(name, statistic))),
   ];
   const rows = series.flatMap(({title, item, frames}, index) => frames.map((frame) => ({
