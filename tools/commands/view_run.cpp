@@ -9,6 +9,7 @@
 #include "terminal/visible_text.hpp"
 #include "veldrane_mrv/polarization/build_identification.hpp"
 #include "veldrane_mrv/polarization/processor.hpp"
+#include "view/recorded_rate.hpp"
 #include "view/view_files.hpp"
 #include "view/view_frames.hpp"
 #include "view/view_server.hpp"
@@ -77,18 +78,6 @@ View_setup setup_for(
         .generator = "veldrane-polarize " + std::string(polarization::software_version())};
 }
 
-// By the camera's clock, over what it may have lost: so fast time passes in what is played.
-std::optional<double> rate_of(polarization::Frame_list const& frames) {
-    std::size_t const last = frames.count().value_or(1) - 1;
-    auto const begin = frames.place(0).capture;
-    auto const end = frames.place(last).capture;
-    if (last == 0 || !begin || !end || end->camera_time_ns <= begin->camera_time_ns) {
-        return std::nullopt;
-    }
-    auto const nanoseconds = static_cast<double>(end->camera_time_ns - begin->camera_time_ns);
-    return 1e9 * static_cast<double>(last) / nanoseconds;
-}
-
 std::string name_of_inputs(std::vector<std::string> const& inputs) {
     std::string const more =
         inputs.size() > 1 ? " and " + std::to_string(inputs.size() - 1) + " more" : "";
@@ -109,7 +98,7 @@ void view_files_of(View_line& line) {
         complain(failure);
     }
     Frame_list frames(found.frames, raw);
-    setup.rate = rate_of(frames);
+    setup.rate = recorded_rate(found.frames);
     View_frames view(std::move(setup), preparation, frames);
     try {
         view.read_first();
