@@ -54,7 +54,8 @@ public:
         Frame_rows const& frame, Plane_views const& planes, Signed_views const& signed_planes = {});
 
     /// A part of these planes, beginning with the band's first row: the bits of the whole frame.
-    /// The calling thread alone computes it. In fast mode each call costs some four rows more.
+    /// The calling thread alone computes it, but for `normalized_stokes` of a whole frame in fast
+    /// mode, for which it has its other threads. In fast mode each call costs some four rows more.
     /// @throws Argument_error as above, for a band that is none, and for `normalized_stokes` of one
     ///         that is not the whole frame, since fast mode packs it over all rows
     void operator()(
