@@ -139,12 +139,18 @@ std::set<std::string, std::less<>> own_hosts(std::string const& address, unsigne
     }
     std::set<std::string, std::less<>> hosts;
     for (std::string const& name : names) {
-        hosts.insert(name + ":" + std::to_string(port));
-        if (port == 80) {
-            hosts.insert(name);
-        }
+        add_host(hosts, name + ":" + std::to_string(port));
     }
     return hosts;
+}
+
+void add_host(std::set<std::string, std::less<>>& hosts, std::string const& host) {
+    for (char const* const port : {":80", ":443"}) {
+        if (host.ends_with(port)) {
+            hosts.insert(host.substr(0, host.rfind(':')));
+        }
+    }
+    hosts.insert(host);
 }
 
 } // namespace polarize_tool

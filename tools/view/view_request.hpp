@@ -63,4 +63,7 @@ Refusal refusal(int status, std::string sentence);
 /// short form without the port included where browsers leave it out.
 std::set<std::string, std::less<>> own_hosts(std::string const& address, unsigned port);
 
+/// Adds a value, and the short form of one whose port HTTP, or HTTPS in front, has anyway.
+void add_host(std::set<std::string, std::less<>>& hosts, std::string const& host);
+
 } // namespace polarize_tool

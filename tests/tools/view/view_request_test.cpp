@@ -130,6 +130,12 @@ TEST(View_request, knows_the_names_of_each_address) {
     EXPECT_EQ(
         own_hosts("127.0.0.1", 80),
         (Names{"127.0.0.1", "127.0.0.1:80", "localhost", "localhost:80"}));
+    Names hosts;
+    for (char const* const host : {"lab:80", "lab.example:443", "lab:8080", "[::1]"}) {
+        add_host(hosts, host);
+    }
+    EXPECT_EQ(
+        hosts, (Names{"lab", "lab:80", "lab.example", "lab.example:443", "lab:8080", "[::1]"}));
 }
 
 TEST(View_request, refuses_other_methods_bodies_and_long_targets) {
