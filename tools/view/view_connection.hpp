@@ -6,9 +6,9 @@
 #include "view/view_http.hpp"
 #include "view/view_server.hpp"
 
+#include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/serializer.hpp>
@@ -22,7 +22,7 @@ namespace polarize_tool {
 struct Connection_surroundings {
     Request_rules const& rules;
     View_limits const& limits;
-    boost::asio::thread_pool& workers;
+    boost::asio::io_context& workers;
 };
 
 class View_connection : public std::enable_shared_from_this<View_connection> {

@@ -4,12 +4,12 @@
 #include "view/view_connection.hpp"
 #include "view/view_request.hpp"
 #include "view/view_token.hpp"
+#include "view/view_workers.hpp"
 
 #include <algorithm>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/thread_pool.hpp>
 #include <new>
 #include <system_error>
 #include <thread>
@@ -83,9 +83,11 @@ public:
         : options_{std::move(options)}, acceptor_{acceptor_at(context_, options_)},
           rules_{own_hosts(address(), port()), new_token(), std::move(files), std::move(handlers)},
           workers_{options_.threads} {
-        rules_.hosts.insert(options_.hosts.begin(), options_.hosts.end());
+        for (std::string const& host : options_.hosts) {
+            add_host(rules_.hosts, host);
+        }
         for (std::string const& name : options_.names) {
-            rules_.hosts.insert(name + ":" + std::to_string(port()));
+            add_host(rules_.hosts, name + ":" + std::to_string(port()));
         }
     }
 
@@ -123,7 +125,6 @@ private:
             }
         }
         workers_.stop();
-        workers_.join();
         context_.poll();
     }
 
@@ -165,9 +166,10 @@ private:
         connection->start();
     }
 
-    // Who comes without the token cannot keep others out: strangers go first, whatever they do, and
-    // among them, as among the others, who has been idle longest. No answer to who has the token is
-    // broken off.
+    // Who has asked with the token is not kept out by who has not: strangers go first, whatever
+    // they do, and among them, as among the others, who has been idle longest. No answer to who has
+    // the token is broken off. A newcomer is a stranger until it asks, and who floods this machine
+    // from within may keep it one.
     bool make_room() {
         auto const rank = [](std::shared_ptr<View_connection> const& one) {
             return std::pair(one->is_trusted(), one->idle_since());
@@ -195,8 +197,8 @@ private:
     bool is_accepting_ = false; // or will again after a pause
     Connections connections_;
     Request_rules rules_;
-    asio::thread_pool workers_; // ends before what its handlers and their answers need
-    Connection_surroundings surroundings_{rules_, options_.limits, workers_};
+    View_workers workers_; // ends before what its handlers and their answers need
+    Connection_surroundings surroundings_{rules_, options_.limits, workers_.context()};
 };
 
 View_server::View_server(View_server_options options, Page_files files, Handlers handlers) try

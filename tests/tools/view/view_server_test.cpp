@@ -4,10 +4,13 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <string>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -45,6 +48,37 @@ TEST(View_server, refuses_an_address_that_is_none_of_the_machine) {
         refusal_of(options),
         "--listen is 192.0.2.1, which is no address of this machine; give one that `ip address` "
         "shows, or leave it out for this machine alone");
+}
+
+// A system that gives some threads but not all.
+[[noreturn]] void serve_with_little_memory() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    constexpr std::size_t stacks_of_some = std::size_t{200} << 20;
+    std::size_t const bytes = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    rlimit const limit{bytes + stacks_of_some, bytes + stacks_of_some};
+    setrlimit(RLIMIT_AS, &limit);
+    View_server_options options;
+    options.threads = 200;
+    try {
+        View_server const server(options, {}, {});
+    } catch (std::system_error const&) {
+        _exit(3);
+    }
+    _exit(0);
+}
+
+TEST(View_server, says_that_there_are_too_few_threads) {
+#if defined __SANITIZE_ADDRESS__ || defined __SANITIZE_THREAD__
+    GTEST_SKIP() << "what watches takes more memory than it leaves";
+#endif
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            alarm(30);
+            serve_with_little_memory();
+        },
+        testing::ExitedWithCode(3), "");
 }
 
 TEST(View_server, tells_where_it_is) {
