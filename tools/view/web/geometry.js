@@ -47,3 +47,18 @@ export const zoomed = (size, place, frame, wanted, x, y) => {
     centre: inside([at[0] + (size.width / 2 - x) / wanted, at[1] + (size.height / 2 - y) / wanted], frame),
   };
 };
+
+/** {column, row} of the pixel at a place of a canvas in a part of it, also of one beyond the frame. */
+export const corner_at = (part, {x, y}) => ({
+  column: Math.floor((x - part.x - part.left) / part.zoom),
+  row: Math.floor((y - part.y - part.top) / part.zoom),
+});
+
+/** [column, row, width, height] of what a frame, of any size without it, has between two pixels and with them, or null. */
+export const region_between = (one, other, {frame_width = Infinity, frame_height = Infinity} = {}) => {
+  const column = Math.max(0, Math.min(one.column, other.column));
+  const row = Math.max(0, Math.min(one.row, other.row));
+  const width = Math.min(frame_width, Math.max(one.column, other.column) + 1) - column;
+  const height = Math.min(frame_height, Math.max(one.row, other.row) + 1) - row;
+  return width > 0 && height > 0 ? [column, row, width, height] : null;
+};

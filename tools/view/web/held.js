@@ -2,6 +2,7 @@
 
 import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './charts.js';
 import {element} from './elements.js';
+import {region_between} from './geometry.js';
 import {sample_name} from './quantities.js';
 import {most_held, short_name} from './state.js';
 
@@ -23,14 +24,6 @@ export const measured = [
 
 /** Column, row, width and height of what is held. */
 export const region_of = (item) => item.region ?? [item.column, item.row, 1, 1];
-
-/** The region with two pixels in its corners. */
-export const region_between = (one, other) => [
-  Math.min(one.column, other.column),
-  Math.min(one.row, other.row),
-  Math.abs(one.column - other.column) + 1,
-  Math.abs(one.row - other.row) + 1,
-];
 
 export const title_of = (item, index) => item.name || `${item.region ? 'Region' : 'Pixel'} ${index + 1}`;
 

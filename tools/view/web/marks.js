@@ -70,6 +70,6 @@ export const attach_marks = (state, {views, pointing}, held) => {
   });
   pointing.on_region((region, done) => {
     state.set({drawn: done ? null : region});
-    if (done) held.hold_region(region);
+    if (done && region) held.hold_region(region);
   });
 };

@@ -1,5 +1,7 @@
 // Mouse, pen and fingers on the pictures.
 
+import {corner_at, region_between} from './geometry.js';
+
 const click_reach = 5;
 const wheel_step = 1.0015;
 
@@ -18,6 +20,8 @@ export const attach_pointing = (state, views) => {
       y: ((event.clientY - box.top) / box.height) * view.canvas.height,
     };
   };
+  const part_at = ({view, x, y}) => views.parts().find((part) => part.view === view &&
+      x >= part.x && y >= part.y && x < part.x + part.width && y < part.y + part.height);
   const pixel_of = (place) => views.pixel_at(place.view, place.x, place.y);
   const spread = () => {
     const [one, other] = [...fingers.values()];
@@ -34,7 +38,9 @@ export const attach_pointing = (state, views) => {
     view.canvas.setPointerCapture(event.pointerId);
     const place = place_of(view, event);
     fingers.set(event.pointerId, place);
-    start = fingers.size === 1 ? {place, pixel: pixel_of(place), marks: event.shiftKey, moved: false} : null;
+    start = fingers.size === 1 ? {place, marks: event.shiftKey, moved: false} : null;
+    const part = part_at(place);
+    if (start?.marks && part) Object.assign(start, {part: part.part, corner: corner_at(part, place)});
   };
   const pinched = (event, place) => {
     const before = spread();
@@ -59,14 +65,13 @@ export const attach_pointing = (state, views) => {
     start.moved = true;
     fingers.set(event.pointerId, place);
     if (!start.marks) views.pan_pixels(before.x - place.x, before.y - place.y, place);
-    else if (start.pixel && pixel) tell_region(start.pixel, pixel, false);
+    else tell_region(place, false);
   };
-  const tell_region = (one, other, done) => {
-    const column = Math.min(one.column, other.column);
-    const row = Math.min(one.row, other.row);
-    const region = [
-      column, row, Math.abs(one.column - other.column) + 1, Math.abs(one.row - other.row) + 1,
-    ];
+  // To be drawn up to the frame's edge a region may begin and end beyond it.
+  const tell_region = (place, done) => {
+    const part = views.parts().find((other) => other.view === place.view && other.part === start.part);
+    const region = part && start.corner && state.now.header
+        ? region_between(start.corner, corner_at(part, place), state.now.header) : null;
     for (const listener of region_listeners) listener(region, done);
   };
   const released = (view, event) => {
@@ -74,11 +79,12 @@ export const attach_pointing = (state, views) => {
     const pixel = pixel_of(place);
     fingers.delete(event.pointerId);
     if (!start || event.type === 'pointercancel') {
+      if (start?.marks) for (const listener of region_listeners) listener(null, true);
       start = null;
       return;
     }
-    if (start.marks && start.moved && start.pixel) {
-      tell_region(start.pixel, pixel ?? state.now.pointer ?? start.pixel, true);
+    if (start.marks && start.moved) {
+      tell_region(place, true);
     } else if (!start.moved && pixel) {
       state.set({pointer: pixel});
       for (const listener of click_listeners) listener(pixel);
@@ -102,7 +108,7 @@ export const attach_pointing = (state, views) => {
   return {
     /** f({row, column}) */
     on_click: (listener) => click_listeners.push(listener),
-    /** f([column, row, width, height], done): while it is drawn, and at its end. */
+    /** f([column, row, width, height] or null, done): while it is drawn, and at its end. */
     on_region: (listener) => region_listeners.push(listener),
   };
 };
