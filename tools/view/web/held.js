@@ -48,6 +48,7 @@ const new_measuring = (state, ask, told) => {
     if (refused.number !== number) refused = {number, keys: new Set()};
     refused.keys.add(key_of(item));
   };
+  const is_refused = (item) => refused.number === state.now.header?.number && refused.keys.has(key_of(item));
   /** Whether the program has answered. */
   const measure = async (item, header) => {
     const region = key_of(item);
@@ -75,9 +76,8 @@ const new_measuring = (state, ask, told) => {
     const {header, held, playing} = state.now;
     if (header === null) return [];
     return held.filter((item) => {
-      if (refused.number === header.number && refused.keys.has(key_of(item))) return false;
       const frame = kept(item).at(header.number);
-      return frame === null || (frame.thin && item.region && !playing);
+      return !is_refused(item) && (frame === null || (frame.thin && item.region && !playing));
     });
   };
   // One round at a time, and then what lacks by then: a slow server gets no queue.
@@ -101,7 +101,7 @@ const new_measuring = (state, ask, told) => {
       busy = false;
     }
   };
-  return {run, record: kept};
+  return {run, record: kept, is_refused};
 };
 
 /** The list in `place` and the time line in `line_place`. */
@@ -109,6 +109,7 @@ export const attach_held = (state, ask, place, line_place) => {
   let corner = null;
   let quantity = measured[2];
   let redraw = 0;
+  let late = 0;
   let drawn = -drawn_every;
   const measuring = new_measuring(state, ask, () => show_soon());
 
@@ -185,6 +186,20 @@ export const attach_held = (state, ask, place, line_place) => {
   place.append(element('div', {class: 'held-tools'}, [pixel_button, region_button, choice]), say, list);
   const line = new_time_line(state, line_place, () => show());
 
+  /** {frame, lacks}: what is told of an item, and what is said before it or instead of it. */
+  const shown_of = (item) => {
+    const {header, playing} = state.now;
+    const [column, row] = region_of(item);
+    const record = measuring.record(item);
+    const frame = header && record.at(header.number);
+    if (frame) return {frame, lacks: ''};
+    if (header && (column >= header.frame_width || row >= header.frame_height)) return {frame: null, lacks: 'not in this frame'};
+    if (measuring.is_refused(item)) return {frame: null, lacks: 'not to be had in this frame'};
+    const last = record.last();
+    if (last === null) return {frame: null, lacks: 'not measured yet'};
+    // Of frames that play nobody reads the numbers beside them.
+    return {frame: last, lacks: playing ? '' : `frame ${last.number}: `};
+  };
   const rows = [];
   const fill = () => {
     const items = state.now.held;
@@ -193,7 +208,7 @@ export const attach_held = (state, ask, place, line_place) => {
       rows.push(new_row(held, rows.length));
       list.append(rows.at(-1).row);
     }
-    items.forEach((item, index) => rows[index].show(item, quantity, measuring.record(item), state.now.header?.number));
+    items.forEach((item, index) => rows[index].show(item, quantity, shown_of(item)));
   };
   const show = () => {
     redraw = 0;
@@ -214,6 +229,11 @@ export const attach_held = (state, ask, place, line_place) => {
     if (changed.has('source')) [...choice.options].find(({value}) => value === 'raw').text = sample_name('Raw sample', now.source);
     if (['held', 'header', 'playing'].some((name) => changed.has(name))) measuring.run();
     if (changed.has('held')) show_soon();
+    // Numbers of another frame are not taken for this one's, if its own take longer than to be told.
+    if (changed.has('header') && !now.playing) {
+      clearTimeout(late);
+      late = setTimeout(show_soon, drawn_every);
+    }
     if (changed.has('pointer') && corner && now.pointer) state.set({drawn: region_between(corner, now.pointer)});
   });
   addEventListener('resize', show_soon);
@@ -235,17 +255,16 @@ const new_row = (held, index) => {
     element('span', {class: 'held-number', 'aria-hidden': 'true'}, [String(index + 1)]),
     name, where, remove, numbers, histogram,
   ]);
-  const show = (item, quantity, record, number) => {
+  const show = (item, quantity, {frame, lacks}) => {
     const region = region_of(item);
     if (document.activeElement !== name) name.value = item.name;
     name.placeholder = title_of({...item, name: ''}, index);
     where.textContent = item.region
         ? `row ${region[1]}, column ${region[0]}, ${region[2]} × ${region[3]}`
         : `row ${region[1]}, column ${region[0]}`;
-    const frame = record.at(number) ?? record.last();
     const value = frame?.of[quantity.name];
-    numbers.textContent = value ? numbers_of(value, frame) : 'not measured yet';
-    histogram.hidden = !value?.histogram || !item.region;
+    numbers.textContent = lacks + (value ? numbers_of(value, frame) : '');
+    histogram.hidden = !value?.histogram || !item.region || lacks !== '';
     if (!histogram.hidden) draw_histogram(histogram, value.histogram, value.unit ?? '');
   };
   return {row, show};
