@@ -84,11 +84,22 @@ def check_scales(page, address):
     page.wait_for(f"state.now.header.number === 0 && {ENDS} === '{found[1]}'", 10)
 
 
+def check_views(page, address):
+    """Four pictures that became one are the four there were."""
+    views = "i0,i45,i90,i135"
+    begin(page, f"{address}&views={views}")
+    page.keys("w", "q", "7", "q")
+    found = page.value("[state.now.views.join(), state.now.active]")
+    if found != [views.replace("i45", "s2_s0"), 1]:
+        sys.exit(f"four pictures are {found} again")
+
+
 def check_folder(page, program, folder):
     make_frames(program, folder)
     with browser.Served(program, "view", folder, *OPTIONS) as served:
         check_readout(page, served.address)
         check_scales(page, served.address)
+        check_views(page, served.address)
         # A part of a frame that is not in a smaller one is asked for once: the browser tells of the refusal.
         complaints = [text for text in page.console() if "/frame?number=2" not in text]
         if complaints:

@@ -45,6 +45,8 @@ def check_address(test):
     test.equal("state after a foreign fragment", test.state("held.length"), 2)
     test.browser.script("location.hash = '#number=20&zoom=2';")
     test.browser.wait_for("state.now.number === 20 && state.now.held.length === 0")
+    test.browser.script("location.hash = '#number=999';")
+    test.browser.wait_for("state.now.number === 499 && location.hash === '#number=499'")
 
 
 def check_player_choices(test):
@@ -127,6 +129,39 @@ def check_names_of_samples(test):
     test.equal("heading", found[2], ["raw mean", "raw less dark level mean"])
 
 
+def check_texts(test):
+    """Angles are below 180 degrees, a frame is named once, and frames that play are told of ten times a second."""
+    found = test.browser.script(
+        """
+        const {paced} = await import('/page/elements.js');
+        const {angle_text} = await import('/page/values.js');
+        const source = {name: 'a/run.raw', kind: 'recording', width: 4, height: 2, bit_depth: 12};
+        const told = (name) => facts(source, {number: 7, name, frame_width: 4, frame_height: 2});
+        const {facts} = await import('/page/toolbar.js');
+        const shown = [];
+        const listener = paced((now) => shown.push(now.header));
+        const now = {};
+        for (now.header = 0; now.header < 50; ++now.header) listener(now, new Set(['header', 'measured']));
+        await new Promise((done) => setTimeout(done, 150));
+        const [last, count] = [shown.at(-1), shown.length];
+        listener(now, new Set(['views']));
+        return [[0, 32767, 32768, 65535].map((azimuth) => angle_text(azimuth, 1, 65535)), angle_text(0, 0, 65535),
+                ['a/run.raw, frame 7', 'a/run.raw', 'a/7.png', 'b.raw, frame 2'].map(told),
+                last, count <= 3, shown.length - count];
+    """
+    )
+    test.equal("angles", found[:2], [["90.00°", "0.00°", "0.00°", "90.00°"], "none"])
+    size = "4 × 2 pixels · 12 bits · frame 7"
+    test.equal("facts", found[2], [size, size, f"{size} · a/7.png", f"{size} · b.raw, frame 2"])
+    test.equal("paced", found[3:], [50, True, 1])
+
+
 def check_modules(test):
-    for check in (check_address, check_player_choices, check_charts, check_names_of_samples):
+    for check in (
+        check_address,
+        check_player_choices,
+        check_charts,
+        check_names_of_samples,
+        check_texts,
+    ):
         check(test)

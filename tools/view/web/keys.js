@@ -108,7 +108,9 @@ export const attach_keys = (tools) => {
   tools.help.fill(list);
   addEventListener('keydown', (event) => {
     const {key, target} = event;
-    if (event.defaultPrevented || event.ctrlKey || event.altKey || event.metaKey || event.isComposing) return;
+    // With AltGr, which some systems tell as Ctrl and Alt, many keyboards give brackets.
+    const other = (event.ctrlKey || event.altKey) && !event.getModifierState('AltGraph');
+    if (event.defaultPrevented || other || event.metaKey || event.isComposing) return;
     if (belongs_to(target, key)) {
       if (key === 'Escape') target.blur();
       return;

@@ -99,12 +99,12 @@ export const attach_player = (state, place) => {
 
   state.listen((now, changed) => {
     if (changed.has('source') && now.source) {
-      const last = (now.source.frames ?? 1) - 1;
-      if (now.source.kind === 'camera') {
-        state.set({playing: true});
-      } else {
-        state.set({number: limited(now.number, 0, last), ...(last > 0 ? {} : {playing: false})});
-      }
+      if (camera()) state.set({playing: true});
+      else if (frames() === 1) state.set({playing: false});
+    }
+    // An address may name a frame that is not there.
+    if (['source', 'number'].some((name) => changed.has(name)) && now.source && !camera()) {
+      state.set({number: limited(now.number, 0, frames() - 1)});
     }
     if (changed.has('number') && !own) anchor = null;
     if (['playing', 'speed', 'every', 'loop', 'source'].some((name) => changed.has(name))) anchor = null;
@@ -161,10 +161,11 @@ const buttons = (player, state, place) => {
     say(play, name);
     play.setAttribute('aria-label', name);
     play.title = name + ' (Space)';
-    slider.max = number.max = (now.source?.frames ?? 1) - 1;
+    const last = (now.source?.frames ?? 1) - 1;
+    slider.max = number.max = last;
     slider.value = now.number;
     if (document.activeElement !== number) number.value = now.number;
-    say(of, `of ${now.source?.frames ?? 1}`);
+    say(of, `of 0 to ${last}`);
     speed.value = now.speed;
     every.checked = now.every;
     loop.checked = now.loop;

@@ -22,10 +22,12 @@ const camera_settings = (camera) => [
   camera.pixel_format ?? '',
 ].filter(Boolean).join(' · ');
 
-const facts = (source, header) => {
+export const facts = (source, header) => {
   const size = header ? [header.frame_width, header.frame_height] : [source.width, source.height];
   const frame = header && source.kind !== 'frame' ? ` · frame ${header.number}` : '';
-  const name = header?.name && header.name !== source.name ? ` · ${header.name}` : '';
+  // Frames of one recording have its name and their number.
+  const file = header?.name?.replace(/, frame \d+$/, '') ?? source.name;
+  const name = file !== source.name ? ` · ${header.name}` : '';
   const pixels = size[0] === null ? '' : `${size[0]} × ${size[1]} pixels · `;
   return `${pixels}${source.bit_depth} bits${frame}${name}`;
 };
@@ -34,13 +36,20 @@ export const attach_toolbar = (state, views) => {
   const one = by_id('one-view');
   const four = by_id('four-views');
   const others = ['s0', 'angle', 'degree', 'raw'];
-  /** One view shows the active of four; four show what there was before, with it first. */
+  let former = null;
+  /** One view shows the active of four; four show what there was before, with it in its place. */
   const arrange = (count) => {
     const {views: names, active} = state.now;
     if (names.length === count) return;
     const name = names[active];
-    const rest = others.filter((other) => other !== name).slice(0, 3);
-    state.set({views: count === 1 ? [name] : [name, ...rest], active: 0});
+    if (count === 1) {
+      former = {views: names, active};
+      state.set({views: [name], active: 0});
+    } else if (former) {
+      state.set({views: former.views.with(former.active, name), active: former.active});
+    } else {
+      state.set({views: [name, ...others.filter((other) => other !== name).slice(0, 3)], active: 0});
+    }
   };
   const clicks = {
     'one-view': () => arrange(1),
