@@ -14,6 +14,9 @@
 #include "view/view_frames.hpp"
 #include "view/view_server.hpp"
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -111,6 +114,16 @@ void view_files_of(View_line& line) {
     serve(view, line.address);
 }
 
+// A camera that does not answer any more is asked several times to stop.
+void give_back(std::unique_ptr<polarization::Camera_source> camera) {
+    auto const given_back = std::async([&camera] { camera.reset(); });
+    if (given_back.wait_for(std::chrono::seconds(1)) == std::future_status::timeout) {
+        remark("the camera does not answer yet; giving it back takes up to 12 s, Ctrl-C once more "
+               "ends at once");
+    }
+    given_back.wait();
+}
+
 void view_camera(View_line& line) {
     check(polarization::processor_features());
     auto& options = line.camera;
@@ -119,7 +132,7 @@ void view_camera(View_line& line) {
     options.live.waiting_frames = 2;
     options.live.drop = polarization::Drop_policy::oldest;
     options.sends_at_once = false; // first calibration and dark frames are read
-    auto const camera = opened_camera(options);
+    auto camera = opened_camera(options);
     Frame_preparation const preparation = preparation_for(*camera, line.samples);
     View_setup setup = setup_for(visible(camera->name()), line, preparation);
     check_sensor_of(*camera, setup.transform.calibration, line.calibration_file);
@@ -128,8 +141,11 @@ void view_camera(View_line& line) {
     setup.camera = View_camera{visible(about.model), visible(about.id),
                                settings.exposure_us, settings.gain,
                                settings.frame_rate,  std::string(name_of(settings.pixel_format))};
-    View_frames view(std::move(setup), preparation, *camera);
-    serve(view, line.address);
+    {
+        View_frames view(std::move(setup), preparation, *camera);
+        serve(view, line.address);
+    }
+    give_back(std::move(camera));
 }
 
 } // namespace

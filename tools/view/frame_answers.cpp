@@ -76,6 +76,7 @@ Json reception_of(std::optional<Reception> const& reception) {
         {"dropped", counts.dropped},
         {"lost", counts.lost},
         {"incomplete", counts.all_incomplete()},
+        {"reconnections", counts.reconnections},
         {"rate", number_or_null(reception->rate)},
         {"latency_ms", reception->latency_ms}};
 }

@@ -175,10 +175,12 @@ TEST_F(Frames_of_a_camera, are_the_newest) {
         EXPECT_EQ(got.header["capture"]["frame_number"], std::to_string(number + 100));
         EXPECT_EQ(got.planes.substr(0, 2 * size.width * size.height), bytes_of(samples_of(number)));
     }
+    source_.feed().note_reconnection();
     Got const got = frame_after(1);
     EXPECT_EQ(got.header["number"], 5);
     EXPECT_EQ(got.header["camera"]["received"], 6);
     EXPECT_EQ(got.header["camera"]["dropped"], 0);
+    EXPECT_EQ(got.header["camera"]["reconnections"], 1);
     EXPECT_GT(got.header["camera"]["rate"], 0);
     EXPECT_GE(got.header["camera"]["latency_ms"], 0);
     EXPECT_EQ(nlohmann::json::parse(handlers_.at("/source")({}).body)["kind"], "camera");

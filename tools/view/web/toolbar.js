@@ -8,8 +8,9 @@ const by_id = (id) => document.getElementById(id);
 const camera_line = (header, silent) => {
   const {camera} = header;
   if (!camera) return '';
-  const lost = [['dropped', camera.dropped], ['lost', camera.lost], ['incomplete', camera.incomplete]]
-      .map(([name, count]) => `${count ?? 0} ${name}`).join(', ');
+  const losses = [['dropped', camera.dropped], ['lost', camera.lost], ['incomplete', camera.incomplete]];
+  if (camera.reconnections > 0) losses.push([camera.reconnections === 1 ? 'reconnection' : 'reconnections', camera.reconnections]);
+  const lost = losses.map(([name, count]) => `${count ?? 0} ${name}`).join(', ');
   if (silent) return `nothing new for a second · ${camera.received} received, ${lost}`;
   const rate = camera.rate == null ? '' : `${camera.rate.toFixed(1)} frames/s · `;
   const delay = camera.latency_ms == null ? '' : ` · ${camera.latency_ms.toFixed(1)} ms old`;
