@@ -74,6 +74,17 @@ def check_mixed_folder(test, browser, program, folder):
             browser.wait_for(f"state.now.header.number === 2 && {MESSAGE}.hidden")
             browser.keys("Home", " ")
             browser.wait_for("!state.now.playing && state.now.header.number === 3")
+            # Once more past the damaged one: it is told whenever it is wanted, and only then.
+            browser.keys("Home")
+            browser.wait_for(f"!{MESSAGE}.hidden && state.now.number === 0")
+            browser.keys(".")
+            browser.wait_for(f"{MESSAGE}.hidden && state.now.header.number === 1")
+            browser.keys(",")
+            browser.wait_for(f"!{MESSAGE}.hidden && state.now.number === 0")
+            browser.keys(".")
+            browser.wait_for(f"{MESSAGE}.hidden && state.now.number === 1")
+            browser.keys("e", "Home", " ")
+            browser.wait_for("!state.now.playing && state.now.header.number === 3")
             complaints = [line for line in browser.console() if "/frame?" not in line]
             test.equal("console of a folder", complaints, [])
             test.equal("exit code", served.stop(), 130)

@@ -12,6 +12,11 @@ const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
 
 /** Runs as long as the page. `trouble(refusal or null)` tells the reader. */
 export const start_pulling = (state, views, trouble) => {
+  let troubled = false;
+  const tell = (refusal) => {
+    troubled = refusal !== null;
+    trouble(refusal);
+  };
   let wake = () => {};
   let waiting_for_new = null;
   const ahead = new_ahead(state, ask_frame);
@@ -27,6 +32,13 @@ export const start_pulling = (state, views, trouble) => {
     const {source, views: names, overlay} = state.now;
     const blind = {scale: coarse_scale, planes: planes_for(names, overlay)};
     return source && (views.needed() ?? (source.width === null ? blind : null));
+  };
+
+  /** Of a recording: what it was told about another frame is over once the wanted one is seen again. */
+  const is_seen = () => {
+    const {source, number} = state.now;
+    return source !== null && source.kind !== 'camera' && shown.number === number &&
+        shown.shape === JSON.stringify(needed());
   };
 
   const wanted = () => {
@@ -66,7 +78,8 @@ export const start_pulling = (state, views, trouble) => {
         shown = {number: -1, shape: ''};
       } else {
         gone = number;
-        trouble(new Refusal(410, gone_text));
+        tell(new Refusal(410, gone_text));
+        state.set({failed: number});
       }
       return;
     }
@@ -75,7 +88,7 @@ export const start_pulling = (state, views, trouble) => {
       return;
     }
     smaller = null;
-    trouble(refusal);
+    tell(refusal);
     if (refusal.status >= 400 && refusal.status < 500 && number !== undefined) {
       failed = {number, shape: want.shape};
       state.set({failed: number});
@@ -92,8 +105,9 @@ export const start_pulling = (state, views, trouble) => {
       ahead.ask(want);
       const answer = (await asked) ?? (await ask());
       shown = {number: answer.header.number, shape: want.shape};
+      failed = {number: -1, shape: ''};
       smaller = null;
-      trouble(null);
+      tell(null);
       if (want.parameters.after !== undefined) state.set({silent: false});
       views.show(answer);
     } catch (error) {
@@ -107,8 +121,12 @@ export const start_pulling = (state, views, trouble) => {
     for (;;) {
       const changed = new Promise((resolve) => (wake = resolve));
       const want = document.hidden ? null : wanted();
-      if (want) await pull_one(want);
-      else await changed;
+      if (want) {
+        await pull_one(want);
+        continue;
+      }
+      if (troubled && is_seen()) tell(null);
+      await changed;
     }
   };
   const need_changed = () => {
