@@ -211,15 +211,23 @@ export const attach_saving = (state, page, held, place) => {
   const drawn = () => {
     if (!awaited) return;
     const header = page.views.settled();
-    awaited = header === null;
-    say(said, awaited ? 'The picture is saved as soon as all of it is there.' : '');
-    if (awaited) return;
+    awaited = header === null && !page.views.has_failed();
+    say(said, awaited ? 'The picture is saved as soon as all of it is there.'
+        : header === null ? 'Not saved: there is no such picture of this frame.' : '');
+    if (header === null) return;
     const now = {...state.now, header};
     picture_of(now, page).toBlob((blob) => save(blob, name(header, `_${now.views.join('_')}.png`)));
   };
   page.views.on_drawn(drawn);
   state.listen((now, changed) => {
-    if (awaited && changed.has('failed')) page.views.redraw();
+    if (!awaited) return;
+    // Another picture than the one that was asked for comes now.
+    if (changed.has('views') || changed.has('playing') || (!now.playing && changed.has('number'))) {
+      awaited = false;
+      say(said, 'Not saved: the picture was not there yet.');
+    } else if (changed.has('failed')) {
+      page.views.redraw();
+    }
   });
   const saving = {
     picture() {

@@ -66,14 +66,18 @@ export const new_scales = () => {
     degree: now.degree_top === null ? tops.degree ?? full_scale : now.degree_top * full_scale,
     raw: now.raw_top ?? tops.raw ?? 1,
   });
-  /** The ends that are in force, in the words of the state. */
+  /** The ends that are in force of the scales that are shown, in the words of the state. */
   const in_force = (now) => {
     const rounded = (value) => value && Number(value.toPrecision(9));
-    return {
-      s0_top: now.s0_top ?? rounded(tops.s0 && tops.s0 * now.source.s0_unit),
-      degree_top: now.degree_top ?? rounded(tops.degree && tops.degree / full_scale),
-      raw_top: now.raw_top ?? tops.raw,
+    const found = {
+      s0: rounded(tops.s0 && tops.s0 * now.source.s0_unit),
+      degree: rounded(tops.degree && tops.degree / full_scale),
+      raw: tops.raw,
     };
+    // Others may be those of a frame that was seen before.
+    const used = new Set(now.views.map((name) => quantities[name].scale));
+    return Object.fromEntries(Object.entries(found).map(([scale, end]) =>
+        [scale + '_top', now[scale + '_top'] ?? (used.has(scale) ? end : null)]));
   };
   return {measure, lacks, chosen, in_force};
 };

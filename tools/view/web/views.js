@@ -73,10 +73,13 @@ export const attach_views = (state, place, painter) => {
     });
   };
 
+  // Frames of a recording are stepped through faster than they come.
+  let hurries = false;
   // A part is seen in the same colours whichever frame came before it: the whole frame tells them.
   const lacks_ends = () => {
     const {playing, source, number} = state.now;
-    return scales.lacks(state.now, playing || source?.kind === 'camera' ? undefined : number);
+    const follows = playing || hurries || source?.kind === 'camera';
+    return scales.lacks(state.now, follows ? undefined : number);
   };
   const fitted = () => ({...state.now, zoom: 'fit'});
 
@@ -164,24 +167,38 @@ export const attach_views = (state, place, painter) => {
   /** Has `answer` tell the ends of the scales; whether what is shown stays until the part that is seen comes. */
   const only_measured = (answer) => {
     const {header} = answer;
+    const {playing, source, number} = state.now;
     const lacked = lacks_ends();
-    scales.measure(answer, state.now.playing);
+    hurries = !playing && source?.kind === 'recording' && header.number !== number;
+    scales.measure(answer, playing);
     if (!latest || !lacked || lacks_ends()) return false;
     const sizes = (one) => [one.frame_width, one.frame_height].join();
     const need = needed();
-    return sizes(header) === sizes(latest.header) && need?.planes.every((plane) => latest.planes[plane]) &&
+    const stays = sizes(header) === sizes(latest.header) && need?.planes.every((plane) => latest.planes[plane]) &&
         (need.scale !== header.scale || need.region.join() !== header.region.join());
+    if (stays && header.number === latest.header.number) {
+      unpainted = true;
+      redraw();
+    }
+    return stays;
   };
 
   // While frames play, a part is not kept waiting for the whole of its frame.
   let aside = false;
   const measure_aside = async ({header}) => {
     if (aside || !state.now.playing || is_whole(header) || !scales.lacks(state.now, header.number)) return;
+    const need = needed(fitted());
+    if (!need) return;
     aside = true;
-    const {region, scale, planes} = needed(fitted());
-    const answer = await ask_frame({number: header.number, region: region.join(), scale, planes: planes.join()})
-        .catch(() => null);
-    if (answer) scales.measure(answer, true);
+    const {region, scale, planes} = need;
+    // That of a fast camera may be gone by now.
+    const which = state.now.source.kind === 'camera' ? {after: -1} : {number: header.number};
+    const answer = await ask_frame({...which, region: region.join(), scale, planes: planes.join()}).catch(() => null);
+    if (answer && state.now.playing) {
+      scales.measure(answer, true);
+      unpainted = true;
+      redraw();
+    }
     setTimeout(() => (aside = false), aside_pause);
   };
 
@@ -194,18 +211,21 @@ export const attach_views = (state, place, painter) => {
     measure_aside(answer);
   };
 
+  /** Whether the frame that stands is not to be had, or no more of it. */
+  const has_failed = () => {
+    const {number, failed, playing, source} = state.now;
+    return !playing && failed !== null && (source?.kind === 'camera' || failed === number);
+  };
   /** Header of the frame that is drawn if all that is wanted of it, or all that is to be had, is seen; else null. */
   const settled = () => {
     const need = needed();
     if (!latest || !need || unpainted || undrawn) return null;
     const {header, planes} = latest;
-    const {number, failed, playing, source} = state.now;
-    const is_camera = source?.kind === 'camera';
+    const {number, playing, source} = state.now;
     if (need.planes.some((name) => !planes[name])) return null;
-    if (!is_camera && !playing && failed === number) return header;
-    if (!is_camera && !playing && header.number !== number) return null;
-    // A camera's frame that is not kept any more stays as coarse as it was.
-    if (is_camera && !playing) return header;
+    // What cannot be had stays as it was, a camera's frame that is not kept any more as coarse.
+    if (has_failed()) return header;
+    if (source?.kind !== 'camera' && !playing && header.number !== number) return null;
     const same = header.scale === need.scale && header.region.join() === need.region.join();
     return same ? header : null;
   };
@@ -327,7 +347,7 @@ export const attach_views = (state, place, painter) => {
     all, parts, needed, show, zoom, zoom_to, pan, pan_pixels, point, pixel_at, redraw,
     fit: () => state.set({zoom: 'fit', centre: null}),
     tops: () => scales.chosen(state.now),
-    settled,
+    settled, has_failed,
     ends: () => scales.in_force(state.now),
     latest: () => latest,
     on_drawn: (listener) => drawn_listeners.push(listener),
