@@ -105,23 +105,23 @@ int run(Options const& options) {
 } // namespace
 
 int main(int argument_count, char** arguments) {
-    Options options;
-    CLI::App program{"Latency and drops of frames at a steady rate, told on standard error"};
-    program.add_option("--pixel-format", options.pixel_format)->capture_default_str();
-    program.add_option("--width", options.width)->capture_default_str();
-    program.add_option("--height", options.height)->capture_default_str();
-    program.add_option("--rate", options.rate, "Frames a second")->capture_default_str();
-    program.add_option("--frames", options.frames)->capture_default_str();
-    program.add_option("--waiting", options.waiting)->capture_default_str();
-    program.add_option("--jobs", options.jobs, "0: one for each core")->capture_default_str();
-    program.add_option(
-        "--folder", options.folder, "Of the planes' files; without it planes go nowhere");
-    CLI11_PARSE(program, argument_count, arguments);
-    int const nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) {
-        return 1;
-    }
     try {
+        Options options;
+        CLI::App program{"Latency and drops of frames at a steady rate, told on standard error"};
+        program.add_option("--pixel-format", options.pixel_format)->capture_default_str();
+        program.add_option("--width", options.width)->capture_default_str();
+        program.add_option("--height", options.height)->capture_default_str();
+        program.add_option("--rate", options.rate, "Frames a second")->capture_default_str();
+        program.add_option("--frames", options.frames)->capture_default_str();
+        program.add_option("--waiting", options.waiting)->capture_default_str();
+        program.add_option("--jobs", options.jobs, "0: one for each core")->capture_default_str();
+        program.add_option(
+            "--folder", options.folder, "Of the planes' files; without it planes go nowhere");
+        CLI11_PARSE(program, argument_count, arguments);
+        int const nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0) {
+            return 1;
+        }
         return run(options);
     } catch (std::exception const& error) {
         std::fprintf(stderr, "error: %s\n", error.what());

@@ -131,16 +131,16 @@ int run(Options const& options) {
 } // namespace
 
 int main(int argument_count, char** arguments) {
-    Options options;
-    CLI::App program{"Processor time of answers to a browser"};
-    program.add_option("--pixel-format", options.pixel_format)->capture_default_str();
-    program.add_option("--width", options.width)->capture_default_str();
-    program.add_option("--height", options.height)->capture_default_str();
-    program.add_option("--rounds", options.rounds)
-        ->check(CLI::PositiveNumber)
-        ->capture_default_str();
-    CLI11_PARSE(program, argument_count, arguments);
     try {
+        Options options;
+        CLI::App program{"Processor time of answers to a browser"};
+        program.add_option("--pixel-format", options.pixel_format)->capture_default_str();
+        program.add_option("--width", options.width)->capture_default_str();
+        program.add_option("--height", options.height)->capture_default_str();
+        program.add_option("--rounds", options.rounds)
+            ->check(CLI::PositiveNumber)
+            ->capture_default_str();
+        CLI11_PARSE(program, argument_count, arguments);
         return run(options);
     } catch (std::exception const& error) {
         std::fprintf(stderr, "error: %s\n", error.what());

@@ -229,7 +229,7 @@ void Plane_making::make_analyser(
         for (std::size_t step = 0; step < columns.count; ++step) {
             sum += static_cast<std::uint32_t>(samples_.columns[columns.begin + 2 * step]);
         }
-        auto const count = static_cast<std::uint32_t>(rows.count * columns.count);
+        std::uint64_t const count = rows.count * columns.count;
         target[square] = static_cast<std::uint16_t>((2 * std::uint64_t{sum} + count) / (2 * count));
     }
 }

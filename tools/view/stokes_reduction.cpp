@@ -44,7 +44,8 @@ void add_squares(
 }
 
 std::uint16_t rounded(double value) {
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(value + 0.5));
+    // Numbers are not negative: cutting off is rounding down.
+    return static_cast<std::uint16_t>(_mm_cvttsd_si32(_mm_set_sd(value + 0.5)));
 }
 
 __m128 chosen(__m128 mask, __m128 where_set, __m128 elsewhere) {

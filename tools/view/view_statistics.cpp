@@ -149,8 +149,10 @@ public:
             raw_.add(samples[pixel]);
             if (s0[pixel] > 0) {
                 dolp_.add(dolp[pixel]);
-                s1_s0_.add(static_cast<std::size_t>(first_ratios_[pixel] + ratio_of_one));
-                s2_s0_.add(static_cast<std::size_t>(second_ratios_[pixel] + ratio_of_one));
+                std::int32_t const first = first_ratios_[pixel] + ratio_of_one;
+                std::int32_t const second = second_ratios_[pixel] + ratio_of_one;
+                s1_s0_.add(static_cast<std::size_t>(first));
+                s2_s0_.add(static_cast<std::size_t>(second));
             }
             if (s1[pixel] != 0 || s2[pixel] != 0) {
                 add_direction(azimuth[pixel], s1[pixel], s2[pixel]);

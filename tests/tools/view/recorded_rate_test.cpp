@@ -10,6 +10,7 @@ using namespace polarize_tool;
 
 std::vector<Frame_place> frames_at(char const* file, std::vector<std::uint64_t> const& times_ms) {
     std::vector<Frame_place> frames;
+    frames.reserve(times_ms.size());
     for (std::uint64_t const time : times_ms) {
         frames.push_back({file, frames.size(), times_ms.size(), {{0, time * 1'000'000, 0}}});
     }
