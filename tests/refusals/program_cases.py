@@ -26,6 +26,11 @@ def replay(program: str, folder: Path, cases: Sequence[Case]) -> list[str]:
         return sorted(fault for job in jobs for fault in job.result())
 
 
+def has_view(program: str) -> bool:
+    told = subprocess.run([program, "--version"], capture_output=True, text=True, check=True)
+    return "view: built in" in told.stdout.splitlines()
+
+
 def _replay_share(program: str, folder: Path, number: int, cases: Sequence[Case]) -> list[str]:
     place = corpus.Place(folder / "files", folder / f"run{number}")
     return [
