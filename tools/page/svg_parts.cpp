@@ -28,7 +28,8 @@ std::string wheel_svg(std::string const& uri) {
     constexpr double radius = 72.0;
     std::string svg = svg_of_size(
                           drawing_width, 2.0 * centre_y,
-                          "Colour wheel: hue tells the angle, brightness the degree") +
+                          "Colour wheel: the direction tells the angle, the distance from the "
+                          "centre the degree") +
                       "><clipPath id=\"disc\"><circle cx=\"" + coordinate(centre_x) + "\" cy=\"" +
                       coordinate(centre_y) + "\" r=\"" + coordinate(radius) +
                       "\"/></clipPath><image clip-path=\"url(#disc)\" href=\"" + uri + "\" x=\"" +

@@ -80,11 +80,16 @@ def check_player_choices(test):
 def check_charts(test):
     found = test.browser.script(
         """
-        const {extent_of, lines_of, new_record, places_of, thinned} = await import('/page/charts.js');
+        const {extent_of, lines_of, lines_with_extent, most_points, new_record, places_of, thinned, turned} =
+            await import('/page/charts.js');
         const frame = (number, mean) => ({number, of: {a: {mean, histogram: {}}}});
         const frames = [frame(0, 170), frame(1, 178), frame(2, 4), frame(3, null), frame(4, 9), frame(6, 100)];
         const record = new_record();
-        for (let number = 0; number < 2500; ++number) record.add(frame(number, number));
+        const forgotten = [];
+        for (let number = 0; number < most_points + 500; ++number) {
+          record.add(frame(number, number));
+          if (number === most_points - 1 || number === most_points) forgotten.push(record.has_forgotten());
+        }
         record.add(frame(10, 1));
         const numbers = record.in_order().map((one) => one.number);
         const places = places_of({from: 0, to: 100, least: 0, largest: 1}, 290, 126);
@@ -92,7 +97,13 @@ def check_charts(test):
                 extent_of([[[3, 5]], [[7, 5]]]), extent_of([]), numbers.length, numbers[0], numbers[1], record.last().number,
                 [places.x(50), places.y(1), places.number(places.x(31))],
                 thinned([[0, 5], [1, 1], [2, 9], [3, 4], [4, 6], [12, 7]], (number) => number / 10),
-                [record.at(600).thin, 'histogram' in record.at(600).of.a, record.at(2499).thin, 'histogram' in record.at(10).of.a]];
+                [record.at(600).thin, 'histogram' in record.at(600).of.a, record.at(most_points + 499).thin,
+                 'histogram' in record.at(10).of.a],
+                forgotten, most_points,
+                [[{frames: frames.slice(0, 5)}], [{frames: [10, 80, 100, 170].map((mean, number) => frame(number, mean))}], [{frames: frames.slice(5)}, {frames: [frame(0, 60)]}]]
+                    .map((series) => lines_with_extent(series, 'a', 180)),
+                lines_with_extent([{frames: []}], 'a', 180),
+                turned({from: 0, to: 180, counts: [1, 2, 3, 4, 5, 6]}), turned({from: 0, to: 180, counts: [1, 2, 3]})];
     """
     )
     test.equal(
@@ -100,10 +111,42 @@ def check_charts(test):
     )
     test.equal("other lines", found[1:3], [2, []])
     test.equal("extent", found[3:5], [{"from": 3, "to": 7, "least": 4.995, "largest": 5.005}, None])
-    test.equal("record", found[5:9], [2000, 10, 501, 10])
+    test.equal("record", found[5:9], [found[13], 10, 501, 10])
+    test.equal("forgotten", found[12], [False, True])
+    # Around 0 they stay together; those of all directions, and those far from 0, are as they are.
+    around, whole, apart = found[14]
+    test.equal("lines around 0", around["all"], [[[[0, 170], [1, 178], [2, 184]], [[4, 189]]]])
+    extent = {"from": 0, "to": 4, "least": 170, "largest": 189}
+    test.equal("extent around 0", around["extent"], extent)
+    wanted = [[[[0, 10], [1, 80], [2, 100], [3, 170]]]]
+    test.equal("lines all round", whole["all"], wanted)
+    test.equal("lines far from 0", apart["all"], [[[[6, 100]]], [[[0, 60]]]])
+    test.equal("no lines", found[15], None)
+    turned = {"from": 90, "to": 270, "period": 180, "counts": [4, 5, 6, 1, 2, 3]}
+    test.equal("turned", found[16], turned)
+    test.equal("turned by less", found[17]["from"], 60)
     test.equal("places", found[9], [164, 8, 31])
     test.equal("thinned", found[10], [[0, 5], [1, 1], [2, 9], [4, 6], [12, 7]])
     test.equal("histograms", found[11], [True, False, None, True])
+
+
+def check_density(test):
+    """Each change of the screen's density is told, each time by a question about the one that holds then."""
+    found = test.browser.script(
+        """
+        const {on_density} = await import('/page/elements.js');
+        const asked = [];
+        const real = window.matchMedia;
+        window.matchMedia = (query) => ({addEventListener: (_, told, how) => asked.push({query, told, how})});
+        let told = 0;
+        on_density(() => ++told);
+        asked[0].told();
+        asked[1].told();
+        window.matchMedia = real;
+        return [told, asked.map(({query}) => query), asked.every(({how}) => how.once)];
+    """
+    )
+    test.equal("changes of density", found, [2, ["(resolution: 1dppx)"] * 3, True])
 
 
 def check_names_of_samples(test):
@@ -161,6 +204,7 @@ def check_modules(test):
         check_address,
         check_player_choices,
         check_charts,
+        check_density,
         check_names_of_samples,
         check_texts,
     ):

@@ -1,6 +1,7 @@
 // Histograms and time lines.
 
-const most_points = 2000;
+/** Frames whose numbers are kept; `process` has those of all. */
+export const most_points = 10000;
 const most_histograms = 16;
 
 /** What was measured in each of the last frames: {number, time in s or null, pixels, valid, of, thin}. */
@@ -9,6 +10,7 @@ export const new_record = () => {
   const frames = new Map();
   // Histograms are most of what is kept, and none but the newest are looked at: older frames are thin.
   const with_histograms = [];
+  let forgotten = false;
   const make_thin = (frame) => {
     if (!frame) return;
     frame.thin = true;
@@ -19,23 +21,29 @@ export const new_record = () => {
       if (with_histograms.push(frame.number) > most_histograms) make_thin(frames.get(with_histograms.shift()));
       frames.delete(frame.number);
       frames.set(frame.number, frame);
-      if (frames.size > most_points) frames.delete(frames.keys().next().value);
+      if (frames.size <= most_points) return;
+      frames.delete(frames.keys().next().value);
+      forgotten = true;
     },
-    clear: () => frames.clear(),
+    has_forgotten: () => forgotten,
     last: () => [...frames.values()].at(-1) ?? null,
     at: (number) => frames.get(number) ?? null,
     in_order: () => [...frames.values()].sort((one, other) => one.number - other.number),
   };
 };
 
+/** An angle that begins again after `period`, as the same one of those from `cut` on. */
+export const from_cut = (angle, period, cut) => cut + ((((angle - cut) % period) + period) % period);
+
 /**
  * Lines through the means of a quantity: lists of [number of the frame, mean]. They end where there
- * is no mean, and where an angle, which begins again after `period`, has taken the shorter way round.
+ * is no mean, and where an angle, which begins again at `cut` after `period`, has taken the shorter way round.
  */
-export const lines_of = (frames, quantity, period = null) => {
+export const lines_of = (frames, quantity, period = null, cut = 0) => {
   const lines = [[]];
   for (const frame of frames) {
-    const mean = frame.of[quantity]?.mean ?? null;
+    const known = frame.of[quantity]?.mean ?? null;
+    const mean = period && known !== null ? from_cut(known, period, cut) : known;
     const line = lines.at(-1);
     const breaks = mean === null ||
         (period && line.length > 0 && Math.abs(mean - line.at(-1)[1]) > period / 2);
@@ -78,6 +86,20 @@ export const extent_of = (lines) => {
   return {from, to: Math.max(to, from + 1), least: least - room, largest: largest + room};
 };
 
+/**
+ * Lines of several series and their extent, or null where there are none. Angles are cut where that
+ * leaves less between the least and the largest: those around 0 are not torn to both ends.
+ */
+export const lines_with_extent = (series, name, period = null) => {
+  const cuts = (period ? [0, period / 2] : [0]).map((cut) => {
+    const all = series.map(({frames}) => lines_of(frames, name, period, cut));
+    return {all, extent: extent_of(all.flat())};
+  });
+  if (cuts[0].extent === null) return null;
+  const height = ({extent}) => extent.largest - extent.least;
+  return cuts.reduce((best, other) => (height(other) < height(best) ? other : best));
+};
+
 /** A number with as many digits as tell `step` apart, five at most behind the point. */
 export const rounded = (value, step) =>
     value === null ? '–'
@@ -103,10 +125,20 @@ const prepared = (canvas) => {
   return {context, width, height};
 };
 
-/** Bars of a histogram {from, to, counts} with its ends below. */
+/** A histogram over one period of angles, begun half of it later: what is around 0 stays together. */
+export const turned = ({from, to, counts}) => {
+  const half = Math.floor(counts.length / 2);
+  const later = (half / counts.length) * (to - from);
+  return {
+    from: from + later, to: to + later, period: to - from,
+    counts: [...counts.slice(half), ...counts.slice(0, half)],
+  };
+};
+
+/** Bars of a histogram {from, to, counts}, of a turned one also with its `period`, with its ends below. */
 export const draw_histogram = (canvas, histogram, unit) => {
   const {context, width, height} = prepared(canvas);
-  const {from, to, counts} = histogram;
+  const {from, to, counts, period} = histogram;
   const tallest = Math.max(1, ...counts);
   const base = height - 14;
   context.fillStyle = colour('--bar') || '#7d8fa6';
@@ -117,11 +149,17 @@ export const draw_histogram = (canvas, histogram, unit) => {
   });
   context.fillStyle = colour('--soft') || '#5b636d';
   context.textBaseline = 'bottom';
-  context.fillText(rounded(from, (to - from) / 10), 0, height);
-  const end = rounded(to, (to - from) / 10) + with_unit(unit);
-  context.fillText(end, width - context.measureText(end).width, height);
+  const text = (value) => rounded(period ? value % period : value, (to - from) / 10);
+  const begin = text(from);
+  const end = text(to) + with_unit(unit);
+  context.textAlign = 'left';
+  context.fillText(begin, 0, height);
+  context.textAlign = 'right';
+  context.fillText(end, width, height);
+  context.textAlign = 'center';
+  if (period) context.fillText(text(period), ((period - from) / (to - from)) * width, height);
   canvas.setAttribute('role', 'img');
-  canvas.setAttribute('aria-label', `Histogram from ${rounded(from, (to - from) / 10)} to ${end}`);
+  canvas.setAttribute('aria-label', `Histogram from ${begin}${period ? ' over ' + text(period) : ''} to ${end}`);
 };
 
 const margins = {left: 64, right: 26, top: 8, bottom: 18};
@@ -136,7 +174,7 @@ export const places_of = (extent, width, height) => ({
       (extent.to - extent.from)),
 });
 
-const draw_axes = ({context, width, height}, extent, places, title, unit) => {
+const draw_axes = ({context, width, height}, extent, places, {title, period}, unit) => {
   context.strokeStyle = colour('--line') || '#e0ddd6';
   context.setLineDash([]);
   context.lineWidth = 1;
@@ -147,7 +185,8 @@ const draw_axes = ({context, width, height}, extent, places, title, unit) => {
   context.textBaseline = 'middle';
   context.textAlign = 'right';
   for (const value of [extent.least, (extent.least + extent.largest) / 2, extent.largest]) {
-    context.fillText(rounded(value, step) + (unit === 'degree' ? '°' : ''), margins.left - 4, places.y(value),
+    const shown = period && value >= period ? value - period : value;
+    context.fillText(rounded(shown, step) + (unit === 'degree' ? '°' : ''), margins.left - 4, places.y(value),
                      margins.left - 6);
   }
   context.textBaseline = 'bottom';
@@ -163,14 +202,14 @@ const draw_axes = ({context, width, height}, extent, places, title, unit) => {
  * The means of a quantity over the frames: `series` are {label, dash, frames}. Lines differ by their
  * dashes and the label at their ends. What places the values have, or null where there are none.
  */
-export const draw_time_line = (canvas, series, {name, title, period}, unit, cursor) => {
+export const draw_time_line = (canvas, series, quantity, unit, cursor) => {
   const drawn = prepared(canvas);
   const {context, width, height} = drawn;
-  const all = series.map(({frames}) => lines_of(frames, name, period));
-  const extent = extent_of(all.flat());
-  if (extent === null) return null;
+  const found = lines_with_extent(series, quantity.name, quantity.period);
+  if (found === null) return null;
+  const {all, extent} = found;
   const places = places_of(extent, width, height);
-  draw_axes(drawn, extent, places, title, unit);
+  draw_axes(drawn, extent, places, quantity, unit);
   context.strokeStyle = context.fillStyle = colour('--ink') || '#1f2328';
   context.textAlign = 'left';
   context.textBaseline = 'middle';

@@ -16,6 +16,18 @@ export const say = (place, text) => {
   if (place.textContent !== String(text)) place.textContent = text;
 };
 
+/** Calls `changed` when the page gets another number of device pixels for each of its own. */
+export const on_density = (changed) => {
+  const wait = () => {
+    const same = matchMedia(`(resolution: ${devicePixelRatio}dppx)`);
+    same.addEventListener('change', () => {
+      wait();
+      changed();
+    }, {once: true});
+  };
+  wait();
+};
+
 const of_frames = ['header', 'number', 'measured'];
 const paced_by = 100;
 

@@ -48,6 +48,15 @@ export const zoomed = (size, place, frame, wanted, x, y) => {
   };
 };
 
+/** Where the middle of a pixel of the frame lies in a part of a canvas, from the part's own corner. */
+export const place_in = (part, {row, column}) => ({
+  x: part.left + (column + 0.5) * part.zoom,
+  y: part.top + (row + 0.5) * part.zoom,
+});
+
+/** Whether a place, from the part's own corner, is seen. */
+export const is_within = ({width, height}, {x, y}) => x >= 0 && y >= 0 && x < width && y < height;
+
 /** {column, row} of the pixel at a place of a canvas in a part of it, also of one beyond the frame. */
 export const corner_at = (part, {x, y}) => ({
   column: Math.floor((x - part.x - part.left) / part.zoom),

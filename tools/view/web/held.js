@@ -1,7 +1,7 @@
 // Pixels and regions that are held: their numbers in the frame that is shown and over the frames.
 
-import {draw_histogram, draw_time_line, new_record, rounded, with_unit} from './charts.js';
-import {element} from './elements.js';
+import {draw_histogram, draw_time_line, new_record, rounded, turned, with_unit} from './charts.js';
+import {element, on_density} from './elements.js';
 import {region_between} from './geometry.js';
 import {sample_name} from './quantities.js';
 import {most_held, short_name} from './state.js';
@@ -73,11 +73,11 @@ const new_measuring = (state, ask, told) => {
     return true;
   };
   const lacking = () => {
-    const {header, held, playing} = state.now;
+    const {header, held} = state.now;
     if (header === null) return [];
     return held.filter((item) => {
       const frame = kept(item).at(header.number);
-      return !is_refused(item) && (frame === null || (frame.thin && item.region && !playing));
+      return !is_refused(item) && (frame === null || (frame.thin && item.region));
     });
   };
   // One round at a time, and then what lacks by then: a slow server gets no queue.
@@ -203,7 +203,12 @@ export const attach_held = (state, ask, place, line_place) => {
   const rows = [];
   const fill = () => {
     const items = state.now.held;
-    while (rows.length > items.length) rows.pop().row.remove();
+    while (rows.length > items.length) {
+      const {row} = rows.pop();
+      // Who removes by keys goes on from what is left.
+      if (row.contains(document.activeElement)) (rows.at(-1)?.remove ?? pixel_button).focus();
+      row.remove();
+    }
     while (rows.length < items.length) {
       rows.push(new_row(held, rows.length));
       list.append(rows.at(-1).row);
@@ -237,6 +242,7 @@ export const attach_held = (state, ask, place, line_place) => {
     if (changed.has('pointer') && corner && now.pointer) state.set({drawn: region_between(corner, now.pointer)});
   });
   addEventListener('resize', show_soon);
+  on_density(show_soon);
   measuring.run();
   return held;
 };
@@ -265,9 +271,13 @@ const new_row = (held, index) => {
     const value = frame?.of[quantity.name];
     numbers.textContent = lacks + (value ? numbers_of(value, frame) : '');
     histogram.hidden = !value?.histogram || !item.region || lacks !== '';
-    if (!histogram.hidden) draw_histogram(histogram, value.histogram, value.unit ?? '');
+    if (histogram.hidden) return;
+    // The ends of an angle's are where it is not.
+    const {period} = quantity;
+    const around_0 = period && Math.abs(value.mean - period / 2) > period / 4;
+    draw_histogram(histogram, around_0 ? turned(value.histogram) : value.histogram, value.unit ?? '');
   };
-  return {row, show};
+  return {row, remove, show};
 };
 
 // An angle just below 180 degrees is nearest to 0.
@@ -286,7 +296,7 @@ const numbers_of = (value, frame) => {
 
 /** The chart of means over the frames: a pointer or arrow keys read its values. */
 const new_time_line = (state, place, refresh) => {
-  const canvas = element('canvas', {tabindex: 0, role: 'img', 'aria-label': 'Means over the frames; arrow keys read values'});
+  const canvas = element('canvas', {tabindex: 0, role: 'img', 'aria-label': 'Means over the frames; arrow keys read values, Enter shows the frame'});
   const read = element('output', {class: 'time-line-values', 'aria-live': 'polite'});
   place.append(canvas, read);
   let cursor = null;
@@ -315,10 +325,17 @@ const new_time_line = (state, place, refresh) => {
   canvas.addEventListener('pointermove', (event) => {
     if (places) move(places.number(event.offsetX));
   });
-  canvas.addEventListener('click', () => {
+  const show_frame = () => {
     if (cursor !== null && state.now.source?.kind === 'recording') state.set({playing: false, number: cursor});
-  });
+  };
+  canvas.addEventListener('click', show_frame);
   canvas.addEventListener('keydown', (event) => {
+    if (event.key === 'Enter') {
+      event.preventDefault();
+      event.stopPropagation();
+      show_frame();
+      return;
+    }
     const steps = {ArrowLeft: -1, ArrowRight: 1}[event.key];
     if (!steps || !places) return;
     event.preventDefault();

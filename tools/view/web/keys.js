@@ -1,6 +1,7 @@
 // The keys, and the list of them.
 
 import {element} from './elements.js';
+import {is_within, place_in} from './geometry.js';
 import {view_titles} from './state.js';
 
 const enlarged = Math.SQRT2;
@@ -12,10 +13,8 @@ const names_with_digit = names.slice(0, 9);
 const seen_pointer = ({now}, views) => {
   const part = views.parts().find(({view}) => view === views.all[now.active]);
   if (!part || !now.pointer) return undefined;
-  const x = part.left + (now.pointer.column + 0.5) * part.zoom;
-  const y = part.top + (now.pointer.row + 0.5) * part.zoom;
-  const seen = x >= 0 && y >= 0 && x < part.width && y < part.height;
-  return seen ? {view: part.view, x, y} : undefined;
+  const place = place_in(part, now.pointer);
+  return is_within(part, place) ? {view: part.view, ...place} : undefined;
 };
 
 /** What keys do, in the order of the list: {keys, group, text, run}; `run` is given the key. */

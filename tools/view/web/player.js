@@ -135,7 +135,11 @@ const buttons = (player, state, place) => {
     input: () => player.go(Number(slider.value)),
   });
   const number = element('input', {type: 'number', min: 0, step: 1, 'aria-label': 'Number of the frame', title: 'Number of the frame (g)'}, [], {
-    change: () => number.value !== '' && number.checkValidity() && player.go(Number(number.value)),
+    change: () => {
+      if (number.value !== '') player.go(Math.round(Number(number.value)));
+      number.value = state.now.number;
+    },
+    blur: () => (number.value = state.now.number),
   });
   const of = element('span', {class: 'of'});
   const speed = element('select', {'aria-label': 'Speed', title: 'Speed ([ and ])'},

@@ -1,5 +1,6 @@
 // Files of what is shown: a picture with its scales, and the numbers of what is held.
 
+import {most_points} from './charts.js';
 import {element, say} from './elements.js';
 import {measured, region_of, title_of} from './held.js';
 import {box_of} from './marks.js';
@@ -71,10 +72,13 @@ const gap = 12;
 const full_scale = 65535;
 
 /** Texts at the ends of a quantity's scale, and between them. */
-const texts_of = (quantity, now, tops) => {
+export const texts_of = (quantity, now, tops) => {
   const degree = String(Number((tops.degree / full_scale).toPrecision(3)));
   if (quantity.colours === 'angle') {
-    return ['0°', quantity.scale ? `dark: degree 0, bright: ${degree}${tops.degree < full_scale ? ' and more' : ''}` : '', '180°'];
+    // The second map's angles differ in brightness too: without a degree all of them are of one grey.
+    const [none, full] = now.map === 'second' ? ['grey', 'full colour'] : ['dark', 'bright'];
+    const more = tops.degree < full_scale ? ' and more' : '';
+    return ['0°', quantity.scale ? `${none}: degree 0, ${full}: ${degree}${more}` : '', '180°'];
   }
   if (quantity.colours === 'signed') return ['−' + degree, '0', degree];
   if (quantity.colours === 'degree') return ['0', '', degree];
@@ -238,10 +242,12 @@ export const attach_saving = (state, page, held, place) => {
     numbers() {
       const {header, playing, source} = state.now;
       const lacking = [];
+      const forgotten = [];
       const series = state.now.held.map((item, index) => {
         const title = title_of(item, index);
         const record = held.record(item);
         const frames = record.in_order();
+        if (record.has_forgotten()) forgotten.push(title);
         // Frames that play by are left out by intention.
         if (header && !(playing ? record.last() : record.at(header.number))) {
           frames.push({number: header.number, time: null, pixels: null, valid: null, of: {}});
@@ -249,9 +255,12 @@ export const attach_saving = (state, page, held, place) => {
         }
         return {title, item, frames};
       });
-      said.textContent = series.length === 0 ? 'Nothing is held.'
-          : lacking.length === 0 ? ''
-          : `Saved without numbers of ${lacking.join(', ')} in frame ${header.number}.`;
+      const parts = [
+        series.length === 0 && 'Nothing is held.',
+        lacking.length > 0 && `Saved without numbers of ${lacking.join(', ')} in frame ${header.number}.`,
+        forgotten.length > 0 && `Saved with the last ${most_points} frames of ${forgotten.join(', ')}; none before are kept.`,
+      ];
+      said.textContent = parts.filter(Boolean).join(' ');
       if (series.length > 0) save(new Blob([csv_of(rows_of(series, source))], {type: 'text/csv'}), name(header, '_held.csv'));
     },
   };

@@ -1,6 +1,7 @@
 // The pictures: one or four canvases that show the same part of the frame.
 
-import {placed, region_for, scale_for, zoomed} from './geometry.js';
+import {on_density} from './elements.js';
+import {is_within, place_in, placed, region_for, scale_for, zoomed} from './geometry.js';
 import {paint_marks} from './painting.js';
 import {new_picture} from './pictures.js';
 import {parts_of, quantities} from './quantities.js';
@@ -28,7 +29,7 @@ const new_view = (index, state) => {
   });
   canvas.addEventListener('focus', () => state.set({active: index}));
   return {
-    root, select, stage, canvas, mark: root.querySelector('.mark'),
+    root, select, stage, canvas, marks: [root.querySelector('.mark')],
     context: canvas.getContext('2d', {alpha: false}), pictures: [], name: null,
   };
 };
@@ -130,29 +131,34 @@ export const attach_views = (state, place, painter) => {
     view.context.fillRect(0, 0, view.canvas.width, view.canvas.height);
   };
 
-  const draw_mark = (part) => {
-    const {mark} = part.view;
+  const place_mark = (mark, part) => {
     const {pointer} = state.now;
-    mark.hidden = !pointer || part.part !== 0;
+    const at = pointer && part && place_in(part, pointer);
+    mark.hidden = !at || !is_within(part, at);
     if (mark.hidden) return;
     const ratio = part.view.stage.clientWidth / part.view.canvas.width;
-    const x = (part.left + (pointer.column + 0.5) * part.zoom) * ratio;
-    const y = (part.top + (pointer.row + 0.5) * part.zoom) * ratio;
-    mark.hidden = x < 0 || y < 0 || x > part.width * ratio || y > part.height * ratio;
-    mark.style.left = x + 'px';
-    mark.style.top = y + 'px';
+    mark.style.left = (part.x + at.x) * ratio + 'px';
+    mark.style.top = (part.y + at.y) * ratio + 'px';
+  };
+  const draw_marks = (view, places) => {
+    while (view.marks.length < places.length) {
+      view.marks.push(view.marks[0].cloneNode());
+      view.stage.append(view.marks.at(-1));
+    }
+    view.marks.forEach((mark, index) => place_mark(mark, places[index]));
   };
 
   const draw = () => {
     waiting = 0;
     if (unpainted && latest) paint_all();
     const places = parts();
+    const places_of = (view) => places.filter((part) => part.view === view);
     if (undrawn) {
       undrawn = false;
-      shown().forEach((view) => clear(view, places.filter((part) => part.view === view)));
+      shown().forEach((view) => clear(view, places_of(view)));
       places.forEach(draw_part);
     }
-    places.forEach(draw_mark);
+    shown().forEach((view) => draw_marks(view, places_of(view)));
     for (const listener of drawn_listeners) listener(places);
     if (latest && state.now.header !== latest.header) state.set({header: latest.header, failed: null});
   };
@@ -276,9 +282,13 @@ export const attach_views = (state, place, painter) => {
   const point = (row, column) => {
     const frame = frame_size();
     if (!frame) return;
-    state.set({pointer: {
-      row: limited(row, 0, frame.height - 1), column: limited(column, 0, frame.width - 1),
-    }});
+    const pointer = {row: limited(row, 0, frame.height - 1), column: limited(column, 0, frame.width - 1)};
+    state.set({pointer});
+    // The picture follows a pixel that leaves it.
+    const part = part_at();
+    if (part && !is_within(part, place_in(part, pointer))) {
+      state.set({zoom: part.zoom, centre: [pointer.column + 0.5, pointer.row + 0.5]});
+    }
   };
   /** {row, column} of the frame at a place of a canvas, or null outside of the frame. */
   const pixel_at = (view, x, y) => {
@@ -340,6 +350,7 @@ export const attach_views = (state, place, painter) => {
     else if (marked_by.some((name) => changed.has(name))) draw_soon();
   });
   new ResizeObserver(resize).observe(place);
+  on_density(resize);
   name_views();
   mark_active();
   arrange();
