@@ -33,7 +33,12 @@ Answer answer_of(Call const& call) {
 
 View_connection::View_connection(
     asio::ip::tcp::socket socket, Connection_surroundings const& surroundings)
-    : surroundings_{surroundings}, stream_{std::move(socket)}, pause_{stream_.get_executor()} {}
+    : surroundings_{surroundings}, bytes_of_all_{surroundings.bytes_going_out},
+      stream_{std::move(socket)}, pause_{stream_.get_executor()} {}
+
+View_connection::~View_connection() {
+    count_out(0);
+}
 
 void View_connection::start() {
     Error ignored;
@@ -133,7 +138,19 @@ void View_connection::answer(Decision decision) {
     }
 }
 
+// Of the answer that goes out now.
+void View_connection::count_out(std::size_t bytes) {
+    *bytes_of_all_ += bytes - own_bytes_;
+    own_bytes_ = bytes;
+}
+
 void View_connection::call(Call call) {
+    if (*bytes_of_all_ > surroundings_.limits.bytes_going_out) {
+        write(refusal(
+                  503, "Too much waits for readers that are slow to take it; ask again in a while.")
+                  .answer);
+        return;
+    }
     asio::post(
         surroundings_.workers, [self = shared_from_this(), call = std::move(call)]() mutable {
             auto const server = self->stream_.get_executor();
@@ -147,6 +164,7 @@ void View_connection::call(Call call) {
 
 void View_connection::write(Answer answer) {
     bool const is_head = parser_->get().method() == http::verb::head;
+    count_out(answer.body.size());
     response_.emplace(response_to(std::move(answer), keeps_alive_, is_head));
     serializer_.emplace(*response_);
     write_rest();
@@ -171,6 +189,7 @@ void View_connection::write_rest() {
 void View_connection::next() {
     serializer_.reset();
     response_.reset();
+    count_out(0);
     if (keeps_alive_) {
         wait_for_request();
         return;

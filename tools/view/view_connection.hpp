@@ -23,6 +23,7 @@ struct Connection_surroundings {
     Request_rules const& rules;
     View_limits const& limits;
     boost::asio::io_context& workers;
+    std::shared_ptr<std::size_t> bytes_going_out; ///< of the answers of all connections
 };
 
 class View_connection : public std::enable_shared_from_this<View_connection> {
@@ -31,6 +32,9 @@ public:
 
     View_connection(
         boost::asio::ip::tcp::socket socket, Connection_surroundings const& surroundings);
+    ~View_connection();
+    View_connection(View_connection const&) = delete;
+    View_connection& operator=(View_connection const&) = delete;
 
     /// From now on it keeps itself alive until it ends.
     void start();
@@ -55,8 +59,11 @@ private:
     void write(Answer answer);
     void write_rest();
     void next();
+    void count_out(std::size_t bytes);
 
     Connection_surroundings const& surroundings_;
+    std::shared_ptr<std::size_t> bytes_of_all_; // it may outlive its surroundings
+    std::size_t own_bytes_ = 0;
     boost::beast::tcp_stream stream_;
     boost::asio::steady_timer pause_;
     boost::beast::flat_buffer buffer_{2 * longest_header};

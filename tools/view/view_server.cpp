@@ -51,6 +51,11 @@ tcp::endpoint endpoint_of(View_server_options const& options) {
             ", which is no address of this machine; give one that `ip address` shows, or leave it "
             "out for this machine alone");
     }
+    if (error == asio::error::invalid_argument) {
+        throw Usage_error(
+            "--listen is " + options.address +
+            ", at which the system does not listen; give another one that `ip address` shows");
+    }
     throw std::system_error(error, "listening");
 }
 
@@ -198,7 +203,8 @@ private:
     Connections connections_;
     Request_rules rules_;
     View_workers workers_; // ends before what its handlers and their answers need
-    Connection_surroundings surroundings_{rules_, options_.limits, workers_.context()};
+    Connection_surroundings surroundings_{
+        rules_, options_.limits, workers_.context(), std::make_shared<std::size_t>(0)};
 };
 
 View_server::View_server(View_server_options options, Page_files files, Handlers handlers) try

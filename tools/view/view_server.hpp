@@ -18,12 +18,13 @@ namespace polarize_tool {
 /// What a connection may take. Nobody who keeps to HTTP comes near.
 struct View_limits {
     std::size_t connections = 32; ///< then the one that was idle longest makes room for a new one
-    std::chrono::milliseconds header_time{5000};  ///< for a header, from its first byte
-    std::chrono::milliseconds idle_time{60'000};  ///< between two requests
-    std::chrono::milliseconds write_time{15'000}; ///< for any part of an answer to go out
-    std::chrono::milliseconds guess_pause{200};   ///< before the answer to a wrong token
-    int requests_per_second = 400;                ///< of one connection; further ones wait
-    int burst = 100;                              ///< of requests that come without waiting
+    std::chrono::milliseconds header_time{5000};          ///< for a header, from its first byte
+    std::chrono::milliseconds idle_time{60'000};          ///< between two requests
+    std::chrono::milliseconds write_time{15'000};         ///< for any part of an answer to go out
+    std::chrono::milliseconds guess_pause{200};           ///< before the answer to a wrong token
+    std::size_t bytes_going_out = std::size_t{512} << 20; ///< of all; then nothing more is made
+    int requests_per_second = 400;                        ///< of one connection; further ones wait
+    int burst = 100;                                      ///< of requests that come without waiting
 };
 
 struct View_server_options {

@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -97,6 +98,52 @@ int connection_to(std::uint16_t port) {
     return socket_number;
 }
 
+void ask(int connection, View_server const& server, std::string const& path) {
+    std::string const request = "GET " + path +
+                                " HTTP/1.1\r\nHost: localhost:" + std::to_string(server.port()) +
+                                "\r\nPolarization-Token: " + server.token() + "\r\n\r\n";
+    EXPECT_EQ(
+        send(connection, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+}
+
+// "200" of "HTTP/1.1 200 OK".
+std::string status_on(int connection) {
+    std::string line(12, '\0');
+    EXPECT_EQ(recv(connection, line.data(), line.size(), MSG_WAITALL), 12);
+    return line.substr(9);
+}
+
+TEST(View_server, makes_nothing_more_while_too_much_goes_out) {
+    std::atomic<bool> stops = false;
+    View_server_options options;
+    options.limits.bytes_going_out = std::size_t{16} << 20;
+    auto const large = [](Query const&) {
+        return Answer{200, "text/plain", std::string(std::size_t{32} << 20, 'x')};
+    };
+    View_server server(options, {}, {{"/large", large}});
+    std::thread serving([&] { server.run([&stops] { return stops.load(); }); });
+    int const stalled = connection_to(server.port());
+    int const other = connection_to(server.port());
+    ask(stalled, server, "/large");
+    EXPECT_EQ(status_on(stalled), "200");
+    ask(other, server, "/large");
+    EXPECT_EQ(status_on(other), "503");
+    close(stalled);
+    // The server learns of it when it writes on.
+    std::string status = "503";
+    for (int tries = 0; status == "503" && tries < 500; ++tries) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        int const again = connection_to(server.port());
+        ask(again, server, "/large");
+        status = status_on(again);
+        close(again);
+    }
+    EXPECT_EQ(status, "200");
+    close(other);
+    stops = true;
+    serving.join();
+}
+
 TEST(View_server, ends_with_a_handler_at_work_and_connections_open) {
     std::atomic<bool> is_at_work = false;
     std::atomic<bool> is_over = false;
@@ -112,10 +159,7 @@ TEST(View_server, ends_with_a_handler_at_work_and_connections_open) {
     std::thread serving([&] { server.run([&stops] { return stops.load(); }); });
     int const idle = connection_to(server.port());
     int const busy = connection_to(server.port());
-    std::string const request =
-        "GET /wait HTTP/1.1\r\nHost: localhost:" + std::to_string(server.port()) +
-        "\r\nPolarization-Token: " + server.token() + "\r\n\r\n";
-    EXPECT_EQ(send(busy, request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    ask(busy, server, "/wait");
     is_at_work.wait(false);
     stops = true;
     stops.notify_all();
