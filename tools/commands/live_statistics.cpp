@@ -55,6 +55,13 @@ std::string told_losses(polarization::Live_counts const& counts) {
                                      : std::string());
 }
 
+std::string told_silence(polarization::Live_source const& source) {
+    return source.name() + ": no frame has come for " + std::to_string(longest_silence.count()) +
+           " s (" + told_losses(source.counts()) +
+           "); look whether it waits for a trigger and whether a firewall lets its packets in, or "
+           "try --no-packet-socket";
+}
+
 Live_statistics::Live_statistics(std::size_t frames_in_flight, bool is_wanted)
     : is_shown_{is_wanted && error_output_is_terminal()},
       arrivals_(std::max<std::size_t>(1, frames_in_flight)) {}
@@ -98,17 +105,13 @@ void Live_statistics::note_done(std::size_t number) {
 }
 
 void Live_statistics::warn_of_silence(polarization::Steady_time now) {
-    constexpr double longest = 5.0;
     if (first_arrival_ || has_warned_ || source_ == nullptr) {
         return;
     }
     waiting_since_ = waiting_since_.value_or(now);
-    if (seconds_between(*waiting_since_, now) >= longest) {
+    if (now - *waiting_since_ >= longest_silence) {
         has_warned_ = true;
-        warn(
-            source_->name() + ": no frame has come for 5 s (" + told_losses(source_->counts()) +
-            "); look whether it waits for a trigger and whether a firewall lets its packets in, or "
-            "try --no-packet-socket");
+        warn(told_silence(*source_));
     }
 }
 

@@ -32,6 +32,11 @@ private:
 /// "lost 30, incomplete 2 (1 missing packets, 1 time-out), dropped 4"
 std::string told_losses(polarization::Live_counts const& counts);
 
+/// After which the reader is told that no frame has come.
+constexpr std::chrono::seconds longest_silence(5);
+/// What to look for then.
+std::string told_silence(polarization::Live_source const& source);
+
 /// For any number of threads.
 class Live_statistics {
 public:

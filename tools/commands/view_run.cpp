@@ -1,6 +1,7 @@
 #include "commands/view_run.hpp"
 
 #include "commands/camera_options.hpp"
+#include "commands/live_statistics.hpp"
 #include "input/transform_settings.hpp"
 #include "page/page_colours.hpp"
 #include "terminal/failure.hpp"
@@ -15,11 +16,14 @@
 #include "view/view_server.hpp"
 
 #include <chrono>
+#include <cstdint>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -37,7 +41,10 @@ void warn_of_listening(View_address const& address) {
     }
 }
 
-void serve(View_frames& frames, View_address const& address) {
+/// @param camera what the frames come from, if it is one
+void serve(
+    View_frames& frames, View_address const& address,
+    polarization::Live_source const* camera = nullptr) {
     Handlers handlers = frames.handlers();
     handlers.emplace("/colours", [text = page_colours()](Query const&) {
         return Answer{200, "application/json", text};
@@ -52,7 +59,17 @@ void serve(View_frames& frames, View_address const& address) {
     tell_what_stays("interrupted; the page gets no more frames");
     say(page_address(address, server.origin(), server.token()));
     bool is_told = false;
+    std::optional<polarization::Steady_time> silent_until;
+    if (camera != nullptr) {
+        silent_until = std::chrono::steady_clock::now() + longest_silence;
+    }
     server.run([&] {
+        if (silent_until && std::chrono::steady_clock::now() >= *silent_until) {
+            silent_until.reset();
+            if (!frames.has_frame() && !frames.has_ended()) {
+                warn(told_silence(*camera));
+            }
+        }
         if (!is_told && frames.has_ended() && !interruption_flag()) {
             is_told = true;
             std::string const failure = frames.failure();
@@ -87,6 +104,17 @@ std::string name_of_inputs(std::vector<std::string> const& inputs) {
     return visible(inputs.front()) + more;
 }
 
+// A misspelt name is a frame that would be met by stepping to it alone; the first has been read.
+void complain_of_missing(std::vector<Frame_place> const& frames) {
+    for (std::size_t at = 1; at < frames.size(); ++at) {
+        std::error_code error;
+        if (frames[at].index == 0 && !std::filesystem::exists(frames[at].file, error)) {
+            complain(
+                visible(frames[at].file.native()) + ": cannot be read: No such file or directory");
+        }
+    }
+}
+
 void view_files_of(View_line& line) {
     auto const raw = line.input.raw_layout();
     check(polarization::processor_features());
@@ -100,6 +128,9 @@ void view_files_of(View_line& line) {
     for (std::string const& failure : found.failures) {
         complain(failure);
     }
+    if (raw) {
+        preparation.part_of({raw->width, raw->height}, found.frames.front().name());
+    }
     Frame_list frames(found.frames, raw);
     setup.rate = recorded_rate(found.frames);
     View_frames view(std::move(setup), preparation, frames);
@@ -111,6 +142,7 @@ void view_files_of(View_line& line) {
         }
         complain(failure.what());
     }
+    complain_of_missing(found.frames);
     serve(view, line.address);
 }
 
@@ -141,9 +173,17 @@ void view_camera(View_line& line) {
     setup.camera = View_camera{visible(about.model), visible(about.id),
                                settings.exposure_us, settings.gain,
                                settings.frame_rate,  std::string(name_of(settings.pixel_format))};
+    std::uint64_t broken_off = 0;
     {
         View_frames view(std::move(setup), preparation, *camera);
-        serve(view, line.address);
+        serve(view, line.address, camera.get());
+        broken_off = view.failure().empty() ? 0 : 1;
+    }
+    // A camera that goes away leaves the frame that it was sending.
+    polarization::Live_counts const counts = camera->counts();
+    broken_off += counts.reconnections;
+    if (counts.lost > 0 || counts.all_incomplete() > broken_off) {
+        warn(visible(camera->name()) + ": " + told_losses(counts));
     }
     give_back(std::move(camera));
 }

@@ -78,7 +78,7 @@ Json reception_of(std::optional<Reception> const& reception) {
         {"incomplete", counts.all_incomplete()},
         {"reconnections", counts.reconnections},
         {"rate", number_or_null(reception->rate)},
-        {"latency_ms", reception->latency_ms}};
+        {"latency_ms", number_or_null(reception->latency_ms)}};
 }
 
 Json array_of(Region const& region) {
@@ -102,8 +102,9 @@ Answer refusal(int status, std::string const& line) {
 }
 
 Answer source_answer(
-    View_setup const& setup, Frame_preparation const& preparation, bool is_live,
-    std::optional<std::size_t> frames, std::optional<Size> const& size) {
+    View_setup const& setup, Frame_preparation const& preparation,
+    std::optional<Reception> const& reception, std::optional<std::size_t> frames,
+    std::optional<Size> const& size) {
     polarization::Settings const& settings = setup.transform.settings;
     Json rows = Json::array();
     for (auto const& [label, value] :
@@ -112,7 +113,7 @@ Answer source_answer(
     }
     return json_answer(
         {{"name", setup.name},
-         {"kind", is_live                    ? "camera"
+         {"kind", reception                  ? "camera"
                   : frames == std::size_t{1} ? "frame"
                                              : "recording"},
          {"frames", number_or_null(frames)},
@@ -125,6 +126,7 @@ Answer source_answer(
          {"rate", number_or_null(setup.rate)},
          {"settings", rows},
          {"camera", camera_of(setup.camera)},
+         {"reception", reception_of(reception)},
          {"generator", setup.generator}});
 }
 

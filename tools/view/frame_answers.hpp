@@ -22,16 +22,18 @@ Answer refusal(int status, std::string const& line);
 /// What a camera has sent so far.
 struct Reception {
     polarization::Live_counts counts;
-    std::optional<double> rate; ///< frames a second that arrive
-    double latency_ms = 0.0;    ///< from the arrival of this frame until now
+    std::optional<double> rate;       ///< frames a second that arrive
+    std::optional<double> latency_ms; ///< from the arrival of this frame until now
 };
 
 /// Of the first frame of a view.
+/// @param reception of a camera, until now
 /// @param frames how many there are, if that is known
 /// @param size as frames are shown, if it is known
 Answer source_answer(
-    View_setup const& setup, Frame_preparation const& preparation, bool is_live,
-    std::optional<std::size_t> frames, std::optional<polarization::Size> const& size);
+    View_setup const& setup, Frame_preparation const& preparation,
+    std::optional<Reception> const& reception, std::optional<std::size_t> frames,
+    std::optional<polarization::Size> const& size);
 
 /// A header in JSON, and behind it planes, each from a multiple of 8 bytes on.
 /// @param region has a pixel in the frame

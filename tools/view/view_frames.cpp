@@ -68,7 +68,8 @@ public:
             require_none(query);
             std::optional<std::size_t> const frames =
                 live_ == nullptr ? source_.count() : std::nullopt;
-            return source_answer(setup_, preparation_, live_ != nullptr, frames, shown_size());
+            return source_answer(
+                setup_, preparation_, reception(std::nullopt), frames, shown_size());
         });
     }
 
@@ -105,6 +106,11 @@ public:
                 });
             });
         });
+    }
+
+    bool has_frame() const {
+        std::scoped_lock const lock(receiving_);
+        return newest_.has_value();
     }
 
     bool has_ended() const {
@@ -266,11 +272,12 @@ private:
         return answer;
     }
 
-    std::optional<Reception> reception(Steady_time arrival) const {
+    // Nothing where there is no camera.
+    std::optional<Reception> reception(std::optional<Steady_time> arrival) const {
         if (live_ == nullptr) {
             return std::nullopt;
         }
-        Reception result{live_->counts(), std::nullopt, 0.0};
+        Reception result{live_->counts(), std::nullopt, std::nullopt};
         std::scoped_lock const lock(receiving_);
         Steady_time const now = std::chrono::steady_clock::now();
         if (arrivals_.size() > 1 && now - arrivals_.back() < rate_time) {
@@ -280,7 +287,9 @@ private:
             // The second once the next frame is late.
             result.rate = std::min((count - 1) / between.count(), count / until_now.count());
         }
-        result.latency_ms = std::chrono::duration<double, std::milli>(now - arrival).count();
+        if (arrival) {
+            result.latency_ms = std::chrono::duration<double, std::milli>(now - *arrival).count();
+        }
         return result;
     }
 
@@ -360,6 +369,10 @@ Handlers View_frames::handlers() {
         {"/source", [&parts](Query const& query) { return parts.source(query); }},
         {"/frame", [&parts](Query const& query) { return parts.frame(query); }},
         {"/statistics", [&parts](Query const& query) { return parts.statistics(query); }}};
+}
+
+bool View_frames::has_frame() const {
+    return parts_->has_frame();
 }
 
 bool View_frames::has_ended() const {

@@ -65,6 +65,8 @@ public:
     /// Valid as long as this object.
     Handlers handlers();
 
+    /// Whether a camera has sent a whole frame.
+    bool has_frame() const;
     /// Whether a camera sends no more; those frames that are kept can still be asked for.
     bool has_ended() const;
     /// Why it went away, in one line; empty if it did not.

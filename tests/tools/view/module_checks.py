@@ -180,7 +180,13 @@ def check_texts(test):
         const {angle_text} = await import('/page/values.js');
         const source = {name: 'a/run.raw', kind: 'recording', width: 4, height: 2, bit_depth: 12};
         const told = (name) => facts(source, {number: 7, name, frame_width: 4, frame_height: 2});
-        const {facts} = await import('/page/toolbar.js');
+        const {camera_line, facts} = await import('/page/toolbar.js');
+        const sent = (received) => ({received, dropped: 0, lost: 0, incomplete: 4, reconnections: 0});
+        const header = {camera: {...sent(7), rate: 20, latency_ms: 0.3}};
+        const lines = [
+          {header: null}, {header: null, silent: true, reception: sent(3)},
+          {header, silent: true, reception: sent(9)}, {header, silent: false, reception: sent(9)},
+        ].map(camera_line);
         const shown = [];
         const listener = paced((now) => shown.push(now.header));
         const now = {};
@@ -190,13 +196,21 @@ def check_texts(test):
         listener(now, new Set(['views']));
         return [[0, 32767, 32768, 65535].map((azimuth) => angle_text(azimuth, 1, 65535)), angle_text(0, 0, 65535),
                 ['a/run.raw, frame 7', 'a/run.raw', 'a/7.png', 'b.raw, frame 2'].map(told),
-                last, count <= 3, shown.length - count];
+                last, count <= 3, shown.length - count, lines];
     """
     )
     test.equal("angles", found[:2], [["90.00°", "0.00°", "0.00°", "90.00°"], "none"])
     size = "4 × 2 pixels · 12 bits · frame 7"
     test.equal("facts", found[2], [size, size, f"{size} · a/7.png", f"{size} · b.raw, frame 2"])
-    test.equal("paced", found[3:], [50, True, 1])
+    test.equal("paced", found[3:6], [50, True, 1])
+    counts = "0 dropped, 0 lost, 4 incomplete"
+    wanted = [
+        "waiting for the first frame",
+        f"waiting for the first frame · 3 received, {counts}",
+        f"nothing new for a second · 9 received, {counts}",
+        f"20.0 frames/s · 7 received, {counts} · 0.3 ms old",
+    ]
+    test.equal("lines of a camera", found[6], wanted)
 
 
 def check_modules(test):

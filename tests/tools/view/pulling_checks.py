@@ -159,6 +159,36 @@ def check_gone(test):
     test.equal("on from there", found[2], [["20", "after -1", "after 31"], [7, 20, 31], None])
 
 
+def check_silence(test):
+    """Who is let go early by a busy program asks again a little later; after a second the camera is silent."""
+    found = test.browser.script(
+        """
+        const give = async (response) => (await turn(), asked.at(-1).answer(response), await turn(), await turn());
+        const none = () => new Response(null, {status: 204});
+        const now = performance.now.bind(performance);
+        begin({source: {kind: 'camera', frames: null}, playing: true});
+        await give(frame(7));
+        window.hurry = true;
+        await give(none());
+        const early = [asked.map(({fields}) => fields.after), pulled.now.silent];
+        let later = 0;
+        performance.now = () => now() + later;
+        await give(none());
+        later = 900;
+        await give(none());
+        const waits = pulled.now.silent;
+        await give(new Response(JSON.stringify({reception: {received: 9, incomplete: 4}})));
+        const silent = [pulled.now.silent, pulled.now.reception.incomplete, asked.at(-1).fields.after];
+        await give(frame(8));
+        performance.now = now;
+        window.hurry = false;
+        return [early, waits, silent, pulled.now.silent, troubles.filter(Boolean)];
+    """
+    )
+    wanted = [[["-1", "7", "7"], False], True, [True, 4, "7"], False, []]
+    test.equal("silence", found, wanted)
+
+
 def check_ahead(test):
     """While a recording plays the next frame is under way; it is used, or dropped."""
     found = test.browser.script(
@@ -236,5 +266,5 @@ def check_ahead(test):
 def check_pulling(test):
     test.browser.open(test.address)
     test.browser.script(DOUBLES)
-    for check in (check_roads, check_sizes, check_gone, check_ahead):
+    for check in (check_roads, check_sizes, check_gone, check_silence, check_ahead):
         check(test)

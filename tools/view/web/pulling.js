@@ -3,10 +3,13 @@
 
 import {new_ahead} from './ahead.js';
 import {planes_for} from './scales.js';
-import {ask_frame, Refusal} from './source.js';
+import {ask_frame, ask_source, Refusal} from './source.js';
 
 const retry_after = 1000;
 const coarse_scale = 8;
+// The program waits a second for a camera's next frame.
+const least_silence = 800;
+const let_go_pause = 200;
 const gone_text = 'This frame is not kept any more, so no more of it can be seen. “Go on” shows the newest.';
 const pause = (time) => new Promise((resolve) => setTimeout(resolve, time));
 
@@ -66,10 +69,17 @@ export const start_pulling = (state, views, trouble) => {
     return {shape, parameters: {after: shown.number, ...parameters}, waits: shown.number >= 0};
   };
 
-  const refused = async (refusal, want) => {
+  const refused = async (refusal, want, elapsed) => {
     const {number} = want.parameters;
     if (refusal.status === 204) {
+      // Where many look on, the program lets those wait no longer who have waited longest.
+      if (elapsed < least_silence) {
+        await pause(let_go_pause);
+        return;
+      }
       state.set({silent: true});
+      const {reception} = await ask_source().catch(() => ({}));
+      if (reception) state.set({reception});
       return;
     }
     // A frame is gone, and others have come; without a number it is the camera that is gone.
@@ -99,6 +109,7 @@ export const start_pulling = (state, views, trouble) => {
 
   const pull_one = async (want) => {
     waiting_for_new = want.waits ? new AbortController() : null;
+    const begun = performance.now();
     try {
       const ask = () => ask_frame(want.parameters, waiting_for_new?.signal);
       const asked = ahead.taken(want) ?? ask();
@@ -113,7 +124,7 @@ export const start_pulling = (state, views, trouble) => {
     } catch (error) {
       if (error.name === 'AbortError') return;
       if (error.status === undefined) throw error;
-      await refused(error, want);
+      await refused(error, want, performance.now() - begun);
     }
   };
 

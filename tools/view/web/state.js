@@ -18,7 +18,7 @@
 //   pointer    {row, column} that values are shown for, or null
 //   source     what /source says, header: what /frame says of the frame that is shown; null before
 //   failed     number of the frame that was wanted and is not to be had, or null
-//   silent     whether the camera has sent nothing new for a second
+//   silent     whether the camera has sent nothing new for a second, reception: what it had sent then
 //   measured   number of the last frame that the held pixels and regions were measured in
 //   drawn      region whose second corner is still to be given, or null
 
@@ -70,6 +70,7 @@ const not_in_address = {
   header: null,
   failed: null,
   silent: false,
+  reception: null,
   measured: null,
   drawn: null,
 };

@@ -5,13 +5,15 @@ import {shared_address} from './state.js';
 
 const by_id = (id) => document.getElementById(id);
 
-const camera_line = (header, silent) => {
-  const {camera} = header;
-  if (!camera) return '';
+export const camera_line = ({header, silent, reception}) => {
+  // Frames that come incomplete are none that tell of themselves.
+  const camera = (silent && reception) || header?.camera;
+  if (!camera) return header ? '' : 'waiting for the first frame';
   const losses = [['dropped', camera.dropped], ['lost', camera.lost], ['incomplete', camera.incomplete]];
   if (camera.reconnections > 0) losses.push([camera.reconnections === 1 ? 'reconnection' : 'reconnections', camera.reconnections]);
   const lost = losses.map(([name, count]) => `${count ?? 0} ${name}`).join(', ');
-  if (silent) return `nothing new for a second · ${camera.received} received, ${lost}`;
+  const waits = header ? 'nothing new for a second' : 'waiting for the first frame';
+  if (silent) return `${waits} · ${camera.received} received, ${lost}`;
   const rate = camera.rate == null ? '' : `${camera.rate.toFixed(1)} frames/s · `;
   const delay = camera.latency_ms == null ? '' : ` · ${camera.latency_ms.toFixed(1)} ms old`;
   return `${rate}${camera.received} received, ${lost}${delay}`;
@@ -100,7 +102,7 @@ export const attach_toolbar = (state, views) => {
     camera.hidden = !now.source.camera;
     if (!camera.hidden) {
       const settings = camera_settings(now.source.camera);
-      const line = now.header ? camera_line(now.header, now.silent) : 'waiting for the first frame';
+      const line = camera_line(now);
       say(camera, settings ? `${settings} · ${line}` : line);
     }
   };
