@@ -86,6 +86,14 @@ bool can_be_host(std::string const& host) {
     return can_be_name(name) && (!has_port || is_port);
 }
 
+// Addresses that several machines have, or that mean another one on each network.
+bool is_of_many(std::array<unsigned char, 16> const& bytes) {
+    if (is_mapped(bytes)) {
+        return bytes[12] >= 224;
+    }
+    return bytes[0] == 0xff || (bytes[0] == 0xfe && (bytes[1] & 0xc0) == 0x80);
+}
+
 void check_listen(std::string const& listen) {
     auto const bytes = bytes_of(listen);
     if (!bytes) {
@@ -98,6 +106,12 @@ void check_listen(std::string const& listen) {
         inet_ntop(AF_INET, bytes->data() + 12, text.data(), text.size());
         throw Usage_error(
             "--listen is " + listen + ", as which no browser names it; give " + text.data());
+    }
+    if (is_of_many(*bytes)) {
+        throw Usage_error(
+            "--listen is " + listen +
+            ", an address that no browser can name this machine by; give another one, or use a "
+            "tunnel");
     }
 }
 
