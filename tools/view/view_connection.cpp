@@ -138,24 +138,34 @@ void View_connection::answer(Decision decision) {
     }
 }
 
-// Of the answer that goes out now.
+// Of the answer that goes out, from when it was made: as long as it waits for the server's thread,
+// it takes memory too.
 void View_connection::count_out(std::size_t bytes) {
     *bytes_of_all_ += bytes - own_bytes_;
     own_bytes_ = bytes;
 }
 
-void View_connection::call(Call call) {
-    if (*bytes_of_all_ > surroundings_.limits.bytes_going_out) {
-        write(refusal(
+// On the thread of a call. Asked here and not as the request comes, so that what is made beyond the
+// bound is an answer for each of these threads, however many requests came at once.
+Answer View_connection::made(Call const& call) {
+    bool const is_too_much = *bytes_of_all_ > surroundings_.limits.bytes_going_out;
+    Answer answer =
+        is_too_much
+            ? refusal(
                   503, "Too much waits for readers that are slow to take it; ask again in a while.")
-                  .answer);
-        return;
-    }
+                  .answer
+            : answer_of(call);
+    count_out(answer.body.size());
+    return answer;
+}
+
+void View_connection::call(Call call) {
     asio::post(
         surroundings_.workers, [self = shared_from_this(), call = std::move(call)]() mutable {
             auto const server = self->stream_.get_executor();
             // The connection goes back whole: it must not end on this thread.
-            auto reply = [self = std::move(self), answer = answer_of(call)]() mutable {
+            Answer answer = self->made(call);
+            auto reply = [self = std::move(self), answer = std::move(answer)]() mutable {
                 self->write(std::move(answer));
             };
             asio::post(server, std::move(reply));

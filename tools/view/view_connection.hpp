@@ -6,6 +6,7 @@
 #include "view/view_http.hpp"
 #include "view/view_server.hpp"
 
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/steady_timer.hpp>
@@ -23,7 +24,7 @@ struct Connection_surroundings {
     Request_rules const& rules;
     View_limits const& limits;
     boost::asio::io_context& workers;
-    std::shared_ptr<std::size_t> bytes_going_out; ///< of the answers of all connections
+    std::shared_ptr<std::atomic<std::size_t>> bytes_going_out; ///< of the answers of all
 };
 
 class View_connection : public std::enable_shared_from_this<View_connection> {
@@ -56,13 +57,14 @@ private:
     void answer_in_time(Decision decision);
     void answer(Decision decision);
     void call(Call call);
+    Answer made(Call const& call);
     void write(Answer answer);
     void write_rest();
     void next();
     void count_out(std::size_t bytes);
 
     Connection_surroundings const& surroundings_;
-    std::shared_ptr<std::size_t> bytes_of_all_; // it may outlive its surroundings
+    std::shared_ptr<std::atomic<std::size_t>> bytes_of_all_; // it may outlive its surroundings
     std::size_t own_bytes_ = 0;
     boost::beast::tcp_stream stream_;
     boost::asio::steady_timer pause_;

@@ -204,7 +204,7 @@ private:
     Request_rules rules_;
     View_workers workers_; // ends before what its handlers and their answers need
     Connection_surroundings surroundings_{
-        rules_, options_.limits, workers_.context(), std::make_shared<std::size_t>(0)};
+        rules_, options_.limits, workers_.context(), std::make_shared<std::atomic<std::size_t>>(0)};
 };
 
 View_server::View_server(View_server_options options, Page_files files, Handlers handlers) try

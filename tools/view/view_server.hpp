@@ -22,7 +22,7 @@ struct View_limits {
     std::chrono::milliseconds idle_time{60'000};          ///< between two requests
     std::chrono::milliseconds write_time{15'000};         ///< for any part of an answer to go out
     std::chrono::milliseconds guess_pause{200};           ///< before the answer to a wrong token
-    std::size_t bytes_going_out = std::size_t{512} << 20; ///< of all; then nothing more is made
+    std::size_t bytes_going_out = std::size_t{512} << 20; ///< of all; then no thread makes more
     int requests_per_second = 400;                        ///< of one connection; further ones wait
     int burst = 100;                                      ///< of requests that come without waiting
 };
