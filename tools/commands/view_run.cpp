@@ -110,7 +110,8 @@ void complain_of_missing(std::vector<Frame_place> const& frames) {
         std::error_code error;
         if (frames[at].index == 0 && !std::filesystem::exists(frames[at].file, error)) {
             complain(
-                visible(frames[at].file.native()) + ": cannot be read: No such file or directory");
+                visible(frames[at].file.native()) +
+                ": cannot be read: " + (error ? error.message() : "No such file or directory"));
         }
     }
 }

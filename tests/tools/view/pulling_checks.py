@@ -182,10 +182,10 @@ def check_silence(test):
         await give(frame(8));
         performance.now = now;
         window.hurry = false;
-        return [early, waits, silent, pulled.now.silent, troubles.filter(Boolean)];
+        return [early, waits, silent, [pulled.now.silent, pulled.now.reception], troubles.filter(Boolean)];
     """
     )
-    wanted = [[["-1", "7", "7"], False], True, [True, 4, "7"], False, []]
+    wanted = [[["-1", "7", "7"], False], True, [True, 4, "7"], [False, None], []]
     test.equal("silence", found, wanted)
 
 

@@ -119,7 +119,7 @@ export const start_pulling = (state, views, trouble) => {
       failed = {number: -1, shape: ''};
       smaller = null;
       tell(null);
-      if (want.parameters.after !== undefined) state.set({silent: false});
+      if (want.parameters.after !== undefined) state.set({silent: false, reception: null});
       views.show(answer);
     } catch (error) {
       if (error.name === 'AbortError') return;
