@@ -20,8 +20,9 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr std::chrono::seconds longest_wait(1);
 
-// Those asked for last: a page asks once more for parts of the frame that it shows.
-constexpr std::size_t frames_kept = 3;
+// Those asked for last: a page asks once more for parts of the frame that it shows, while it has up
+// to three others under way.
+constexpr std::size_t frames_kept = 4;
 
 // Of a camera with the newest. Such a frame is gone for good, and a page that stands still shows
 // one while others look on.

@@ -190,7 +190,7 @@ def check_silence(test):
 
 
 def check_ahead(test):
-    """While a recording plays the next frame is under way; it is used, or dropped."""
+    """While a recording plays the next frame, or two, is under way; each is used, or dropped."""
     found = test.browser.script(
         """
         const of = (number) => asked.findLast((one) => one.number === number);
@@ -207,15 +207,20 @@ def check_ahead(test):
         await give(2);
         results.every = [numbers(), shown.slice()];
         await want({number: 40});
-        results.jump = [numbers(), of(3).signal.aborted];
+        results.jump = [numbers(), [3, 4].map((number) => of(number).signal.aborted)];
         need = {...need, scale: 2};
         await give(40);
-        results.shape = [numbers().slice(-2), asked.find(({number}) => number === 41).signal.aborted];
+        const first = (number) => asked.find((one) => one.number === number);
+        results.shape = [numbers().slice(-4), [41, 42].map((number) => first(number).signal.aborted)];
         await give(40);
         await want({playing: false, every: false});
         await want({number: 41});
         await give(41);
-        results.step = [numbers().slice(-3), shown.at(-1), most_in_flight];
+        results.step = [numbers().slice(-3), shown.at(-1), of(42).signal.aborted, most_in_flight];
+        const ends = async (fields) => (begin({playing: true, every: true, ...fields}), await turn(), numbers());
+        results.every_end = [await ends({number: 98}), await ends({number: 98, loop: true}), await ends({number: 99})];
+        const two = {kind: 'recording', frames: 2};
+        results.every_round = await ends({number: 0, loop: true, source: two});
 
         begin({number: 0, playing: true});
         await turn();
@@ -248,11 +253,13 @@ def check_ahead(test):
     """
     )
     wanted = {
-        "begin": [0, 1],
-        "every": [[0, 1, 2, 3], [0, 1, 2]],
-        "jump": [[0, 1, 2, 3, 40, 41], True],
-        "shape": [[40, 41], True],
-        "step": [[41, 40, 41], 41, 2],
+        "begin": [0, 1, 2],
+        "every": [[0, 1, 2, 3, 4], [0, 1, 2]],
+        "jump": [[0, 1, 2, 3, 4, 40, 41, 42], [True, True]],
+        "shape": [[42, 40, 41, 42], [True, True]],
+        "step": [[40, 41, 42], 41, True, 3],
+        "every_end": [[98, 99], [98, 99, 0], [99]],
+        "every_round": [0, 1],
         "late": [[0, 1, 3, 6, 8, 7, 10, 14], [0, 1, 3, 6, 7, 8], 2],
         "repeat": [98, 99, 0, 1],
         "end": [99],

@@ -1,7 +1,11 @@
-// The frame behind the wanted one, asked for while a recording plays: the program makes it while the
-// wanted one is sent and painted. There is one at most, and it is used or dropped, so nothing queues up.
+// The frames behind the wanted one, asked for while a recording plays: the program makes them while the
+// wanted one is sent and painted. Each is used or dropped, and there are two at most, so nothing queues up.
 
 import {frame_after} from './player.js';
+
+// Where every frame is shown, the second makes up for one that comes late. Where frames are left out, it
+// would only be older when it is shown.
+const most_ahead = (every) => (every ? 2 : 1);
 
 /** Frames from one to another; where frames repeat, the first follows the last. */
 export const distance = (from, to, {source, loop}) =>
@@ -9,7 +13,8 @@ export const distance = (from, to, {source, loop}) =>
 
 /** `ask(parameters, signal)` gives an answer, like ask_frame. */
 export const new_ahead = (state, ask) => {
-  let asked = null;
+  // In the order in which they are shown.
+  let asked = [];
   let wanted_last = 0;
   // Frames between the last that were wanted. The lesser is asked ahead: what comes late by no more than
   // the greater is still of use, what is too far ahead is not.
@@ -17,8 +22,8 @@ export const new_ahead = (state, ask) => {
 
   const step = () => (state.now.every ? 1 : Math.max(1, Math.min(...steps)));
   const leaps = () => state.now.playing && !state.now.every;
-  const is_late = (frames) => leaps() && frames > 0 && frames <= Math.max(...steps);
-  const is_early = (frames) => leaps() && frames > 0 && frames <= step();
+  const is_late = (frames) => frames === 0 || (leaps() && frames > 0 && frames <= Math.max(...steps));
+  const is_early = (frames) => state.now.playing && frames > 0 && frames <= most_ahead(state.now.every) * step();
 
   return {
     /**
@@ -26,31 +31,33 @@ export const new_ahead = (state, ask) => {
      * not be had. Null, without a promise, if it was not asked for.
      */
     taken({shape, parameters}) {
-      if (!asked) return null;
-      const {number, answer, road} = asked;
-      const fits = asked.shape === shape;
-      if (fits && is_early(distance(parameters.number, number, state.now))) return null;
-      asked = null;
-      if (fits && (number === parameters.number || is_late(distance(number, parameters.number, state.now)))) {
-        return answer;
+      const fitting = asked.filter((one) => one.shape === shape);
+      const kept = fitting.filter(({number}) => is_early(distance(parameters.number, number, state.now)));
+      const taken = fitting.find((one) => !kept.includes(one) &&
+          is_late(distance(one.number, parameters.number, state.now)));
+      for (const one of asked) {
+        if (one !== taken && !kept.includes(one)) one.road.abort();
       }
-      road.abort();
-      return null;
+      asked = kept;
+      return taken?.answer ?? null;
     },
-    /** Asks for the frame behind the wanted one. */
+    /** Asks for the frames behind the wanted one. */
     ask({shape, parameters}) {
-      const {source, playing, loop} = state.now;
+      const {source, playing, loop, every} = state.now;
       if (source.kind !== 'recording') return;
       const since = distance(wanted_last, parameters.number, state.now);
       if (since !== 0) steps = [steps[1], since];
       wanted_last = parameters.number;
-      if (!playing || asked) return;
-      const number = frame_after(parameters.number, step(), source.frames, loop);
-      if (number === parameters.number) return;
-      const road = new AbortController();
-      // Why it failed shows when it is asked for as the wanted one.
-      const answer = ask({...parameters, number}, road.signal).catch(() => null);
-      asked = {number, shape, road, answer};
+      if (!playing) return;
+      while (asked.length < most_ahead(every)) {
+        const last = asked.at(-1)?.number ?? parameters.number;
+        const number = frame_after(last, step(), source.frames, loop);
+        if (number === last || number === parameters.number) return;
+        const road = new AbortController();
+        // Why it failed shows when it is asked for as the wanted one.
+        const answer = ask({...parameters, number}, road.signal).catch(() => null);
+        asked.push({number, shape, road, answer});
+      }
     },
   };
 };
