@@ -146,7 +146,7 @@ void View_connection::count_out(std::size_t bytes) {
 }
 
 // On the thread of a call. Asked here and not as the request comes, so that what is made beyond the
-// bound is an answer for each of these threads, however many requests came at once.
+// bound is at most one answer for each of these threads, however many requests came at once.
 Answer View_connection::made(Call const& call) {
     bool const is_too_much = *bytes_of_all_ > surroundings_.limits.bytes_going_out;
     Answer answer =

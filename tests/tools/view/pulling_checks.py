@@ -190,7 +190,7 @@ def check_silence(test):
 
 
 def check_ahead(test):
-    """While a recording plays the next frame, or two, is under way; each is used, or dropped."""
+    """While a recording plays the next one or two frames are under way; each is used, or dropped."""
     found = test.browser.script(
         """
         const of = (number) => asked.findLast((one) => one.number === number);
@@ -211,16 +211,30 @@ def check_ahead(test):
         need = {...need, scale: 2};
         await give(40);
         const first = (number) => asked.find((one) => one.number === number);
-        results.shape = [numbers().slice(-4), [41, 42].map((number) => first(number).signal.aborted)];
+        results.shape = [numbers().slice(-3), [41, 42].map((number) => first(number).signal.aborted)];
         await give(40);
-        await want({playing: false, every: false});
         await want({number: 41});
         await give(41);
-        results.step = [numbers().slice(-3), shown.at(-1), of(42).signal.aborted, most_in_flight];
-        const ends = async (fields) => (begin({playing: true, every: true, ...fields}), await turn(), numbers());
-        results.every_end = [await ends({number: 98}), await ends({number: 98, loop: true}), await ends({number: 99})];
-        const two = {kind: 'recording', frames: 2};
-        results.every_round = await ends({number: 0, loop: true, source: two});
+        await want({playing: false, every: false});
+        await want({number: 42});
+        await give(42);
+        results.step = [numbers().slice(-3), shown.at(-1), of(43).signal.aborted, most_in_flight];
+        const to = async (first, next, fields) => {
+          begin({number: first, playing: true, every: true, ...fields});
+          await turn();
+          await give(first);
+          await want({number: next});
+          return numbers();
+        };
+        results.every_end = [await to(98, 99), await to(98, 99, {loop: true})];
+        const frames = (count) => ({loop: true, source: {kind: 'recording', frames: count}});
+        results.every_round = [await to(0, 0, frames(1)), await to(0, 1, frames(2)), await to(0, 1, frames(3))];
+        await to(0, 1);
+        await give(1);
+        await want({every: false});
+        await want({number: 3});
+        await give(3);
+        results.every_off = [numbers(), shown.slice()];
 
         begin({number: 0, playing: true});
         await turn();
@@ -253,13 +267,14 @@ def check_ahead(test):
     """
     )
     wanted = {
-        "begin": [0, 1, 2],
+        "begin": [0, 1],
         "every": [[0, 1, 2, 3, 4], [0, 1, 2]],
         "jump": [[0, 1, 2, 3, 4, 40, 41, 42], [True, True]],
-        "shape": [[42, 40, 41, 42], [True, True]],
-        "step": [[40, 41, 42], 41, True, 3],
-        "every_end": [[98, 99], [98, 99, 0], [99]],
-        "every_round": [0, 1],
+        "shape": [[42, 40, 41], [True, True]],
+        "step": [[41, 42, 43], 42, True, 3],
+        "every_end": [[98, 99], [98, 99, 0, 1]],
+        "every_round": [[0], [0, 1, 0], [0, 1, 2, 0]],
+        "every_off": [[0, 1, 2, 3, 4], [0, 1, 3]],
         "late": [[0, 1, 3, 6, 8, 7, 10, 14], [0, 1, 3, 6, 7, 8], 2],
         "repeat": [98, 99, 0, 1],
         "end": [99],

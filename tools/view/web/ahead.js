@@ -1,11 +1,12 @@
 // The frames behind the wanted one, asked for while a recording plays: the program makes them while the
-// wanted one is sent and painted. Each is used or dropped, and there are two at most, so nothing queues up.
+// wanted one is sent and painted. Each is used, or dropped when something else is wanted, and there are two at
+// most, so nothing queues up.
 
 import {frame_after} from './player.js';
 
 // Where every frame is shown, the second makes up for one that comes late. Where frames are left out, it
-// would only be older when it is shown.
-const most_ahead = (every) => (every ? 2 : 1);
+// would only be older when it is shown, and where another part is wanted each time, made in vain.
+const most_ahead = (every, stays) => (every && stays ? 2 : 1);
 
 /** Frames from one to another; where frames repeat, the first follows the last. */
 export const distance = (from, to, {source, loop}) =>
@@ -16,6 +17,7 @@ export const new_ahead = (state, ask) => {
   // In the order in which they are shown.
   let asked = [];
   let wanted_last = 0;
+  let shape_last = '';
   // Frames between the last that were wanted. The lesser is asked ahead: what comes late by no more than
   // the greater is still of use, what is too far ahead is not.
   let steps = [1, 1];
@@ -23,7 +25,7 @@ export const new_ahead = (state, ask) => {
   const step = () => (state.now.every ? 1 : Math.max(1, Math.min(...steps)));
   const leaps = () => state.now.playing && !state.now.every;
   const is_late = (frames) => frames === 0 || (leaps() && frames > 0 && frames <= Math.max(...steps));
-  const is_early = (frames) => state.now.playing && frames > 0 && frames <= most_ahead(state.now.every) * step();
+  const is_early = (frames) => state.now.playing && frames > 0 && frames <= most_ahead(state.now.every, true) * step();
 
   return {
     /**
@@ -33,7 +35,7 @@ export const new_ahead = (state, ask) => {
     taken({shape, parameters}) {
       const fitting = asked.filter((one) => one.shape === shape);
       const kept = fitting.filter(({number}) => is_early(distance(parameters.number, number, state.now)));
-      const taken = fitting.find((one) => !kept.includes(one) &&
+      const taken = fitting.findLast((one) => !kept.includes(one) &&
           is_late(distance(one.number, parameters.number, state.now)));
       for (const one of asked) {
         if (one !== taken && !kept.includes(one)) one.road.abort();
@@ -48,8 +50,10 @@ export const new_ahead = (state, ask) => {
       const since = distance(wanted_last, parameters.number, state.now);
       if (since !== 0) steps = [steps[1], since];
       wanted_last = parameters.number;
+      const most = most_ahead(every, shape === shape_last);
+      shape_last = shape;
       if (!playing) return;
-      while (asked.length < most_ahead(every)) {
+      while (asked.length < most) {
         const last = asked.at(-1)?.number ?? parameters.number;
         const number = frame_after(last, step(), source.frames, loop);
         if (number === last || number === parameters.number) return;
