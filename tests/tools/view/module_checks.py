@@ -53,7 +53,7 @@ def check_player_choices(test):
     """Which frame is next, without a clock."""
     found = test.browser.script(
         """
-        const {frame_after, frames_due, next_frame} = await import('/page/player.js');
+        const {due_time, frame_after, frames_due, next_frame} = await import('/page/player.js');
         const now = (more) => ({number: 0, speed: 1, every: false, loop: false, source: {frames: 10, rate: 100}, ...more});
         const anchor = {time: 1000, number: 0};
         const next = (more, time, shown) => {
@@ -62,7 +62,8 @@ def check_player_choices(test):
         };
         return [
           frame_after(8, 5, 10, false), frame_after(8, 5, 10, true), frame_after(0, -1, 10, true),
-          frame_after(0, -1, 10, false), frames_due(anchor, 1029.9999, 100), frames_due(anchor, 900, 100),
+          frame_after(0, -1, 10, false), frames_due(anchor, 1026, 100), frames_due(anchor, 1025, 100),
+          frames_due(anchor, 900, 100), due_time(anchor, 1008, 100), due_time(anchor, 1016, 100), due_time(anchor, 1035, 100),
           next({}, 1005, true), next({}, 1035, false), next({speed: 2}, 1035, true), next({speed: 0.125}, 1085, true),
           next({every: true}, 1035, true), next({every: true}, 1035, false), next({every: true}, 1005, true),
           next({number: 9}, 1035, true), next({number: 9}, 1035, false), next({number: 9, loop: true}, 1010, true),
@@ -71,10 +72,29 @@ def check_player_choices(test):
         ];
     """
     )
-    wanted = [9, 3, 9, 0, 3, 0]
+    wanted = [9, 3, 9, 0, 3, 2, 0, 1010, 1010, 1025]
     wanted += [[0, False], [3, False], [7, False], [1, False], [1, False], [0, False], [0, False]]
     wanted += [[9, True], [9, False], [0, False], [9, True], [9, False], [30, False]]
     test.equal("choices", found, wanted)
+    # Ten seconds of a screen that is drawn at 60 Hz, give or take 1.6 ms.
+    found = test.browser.script(
+        """
+        const {due_time, next_frame} = await import('/page/player.js');
+        return [15, 24, 30, 60].map((rate) => {
+          const now = {number: 0, speed: 1, every: true, loop: false, source: {frames: 1000, rate}};
+          let anchor = {time: 0, number: 0};
+          for (let picture = 1; picture <= 600; ++picture) {
+            const time = (picture * 1000) / 60 + 0.8 * (((7 * picture) % 5) - 2);
+            const {number} = next_frame(now, anchor, time, true);
+            if (number === now.number) continue;
+            anchor = {time: due_time(anchor, time, rate), number};
+            now.number = number;
+          }
+          return now.number;
+        });
+    """
+    )
+    test.equal("frames in ten seconds, every one shown", found, [150, 240, 300, 600])
 
 
 def check_charts(test):

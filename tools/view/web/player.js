@@ -9,10 +9,21 @@ const usual_rate = 30;
 export const frame_after = (number, steps, frames, loop) =>
     loop ? (((number + steps) % frames) + frames) % frames : limited(number + steps, 0, frames - 1);
 
+// In ms. The screen is drawn at times of its own; what becomes due this little later counts as due, or else frames
+// as frequent as its pictures would come now before one of them and now behind it.
+const soon = 4;
+
 /** Frames that are due since `anchor` ({time in ms, number}) was shown, at `rate` frames/s. */
 export const frames_due = (anchor, time, rate) =>
-    // Times are rounded by the browser; a frame is not late for that.
-    Math.max(0, Math.floor(((time - anchor.time) * rate) / 1000 + 1e-3));
+    Math.max(0, Math.floor(((time + soon - anchor.time) * rate) / 1000));
+
+/**
+ * Where every frame is shown: the time from which the one behind `anchor`, wanted at `time`, has its own. What it is
+ * late is made up for, so that the rate is kept, but no more than a frame's time.
+ */
+export const due_time = (anchor, time, rate) => Math.max(anchor.time + 1000 / rate, time - 1000 / rate);
+
+const rate_of = ({source, speed}) => (source.rate || usual_rate) * speed;
 
 /**
  * What a playing recording wants next: {number, ended}. `shown` says that the wanted frame is on the
@@ -20,7 +31,7 @@ export const frames_due = (anchor, time, rate) =>
  */
 export const next_frame = (now, anchor, time, shown) => {
   const frames = now.source.frames;
-  const rate = (now.source.rate || usual_rate) * now.speed;
+  const rate = rate_of(now);
   const due = frames_due(anchor, time, rate);
   const steps = now.every ? Math.min(due, shown ? 1 : 0) : due;
   const number = now.every ? now.number : anchor.number;
@@ -49,8 +60,7 @@ export const attach_player = (state, place) => {
       return;
     }
     if (next.number === now.number) return;
-    // Every frame is shown for its time from when it was wanted: what was late is not made up for.
-    if (now.every) anchor = {time, number: next.number};
+    if (now.every) anchor = {time: due_time(anchor, time, rate_of(now)), number: next.number};
     own = true;
     state.set({number: next.number});
     own = false;
