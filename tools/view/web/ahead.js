@@ -4,10 +4,6 @@
 
 import {frame_after} from './player.js';
 
-// Where every frame is shown, the second makes up for one that comes late. Where frames are left out, it
-// would only be older when it is shown, and where another part is wanted each time, made in vain.
-const most_ahead = (every, stays) => (every && stays ? 2 : 1);
-
 /** Frames from one to another; where frames repeat, the first follows the last. */
 export const distance = (from, to, {source, loop}) =>
     loop ? (to - from + source.frames) % source.frames : to - from;
@@ -22,10 +18,13 @@ export const new_ahead = (state, ask) => {
   // the greater is still of use, what is too far ahead is not.
   let steps = [1, 1];
 
+  // Where every frame is shown, a second one makes up for one that comes late. Where frames are left out, it
+  // would only be older when it is shown.
+  const most = () => (state.now.every ? 2 : 1);
   const step = () => (state.now.every ? 1 : Math.max(1, Math.min(...steps)));
   const leaps = () => state.now.playing && !state.now.every;
   const is_late = (frames) => frames === 0 || (leaps() && frames > 0 && frames <= Math.max(...steps));
-  const is_early = (frames) => state.now.playing && frames > 0 && frames <= most_ahead(state.now.every, true) * step();
+  const is_early = (frames) => state.now.playing && frames > 0 && frames <= most() * step();
 
   return {
     /**
@@ -45,15 +44,16 @@ export const new_ahead = (state, ask) => {
     },
     /** Asks for the frames behind the wanted one. */
     ask({shape, parameters}) {
-      const {source, playing, loop, every} = state.now;
+      const {source, playing, loop} = state.now;
       if (source.kind !== 'recording') return;
       const since = distance(wanted_last, parameters.number, state.now);
       if (since !== 0) steps = [steps[1], since];
       wanted_last = parameters.number;
-      const most = most_ahead(every, shape === shape_last);
+      // While another part is wanted each time, a second one would be made in vain.
+      const count = shape === shape_last ? most() : 1;
       shape_last = shape;
       if (!playing) return;
-      while (asked.length < most) {
+      while (asked.length < count) {
         const last = asked.at(-1)?.number ?? parameters.number;
         const number = frame_after(last, step(), source.frames, loop);
         if (number === last || number === parameters.number) return;

@@ -18,8 +18,8 @@ export const frames_due = (anchor, time, rate) =>
     Math.max(0, Math.floor(((time + soon - anchor.time) * rate) / 1000));
 
 /**
- * Where every frame is shown: the time from which the one behind `anchor`, wanted at `time`, has its own. What it is
- * late is made up for, so that the rate is kept, but no more than a frame's time.
+ * When the frame after `anchor`, wanted at `time`, begins to have its time on the screen, where every frame is shown.
+ * Lateness is made up for, so that the rate is kept, but no more of it than a frame's time.
  */
 export const due_time = (anchor, time, rate) => Math.max(anchor.time + 1000 / rate, time - 1000 / rate);
 

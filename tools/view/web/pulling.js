@@ -1,5 +1,6 @@
 // Frames for the pictures: one request at a time, and the next one asks for what is wanted then. So
-// nothing queues up, however slow the road is. While a recording plays, the frames after it are asked for ahead.
+// nothing queues up, however slow the road is. While a recording plays, the frames after the wanted one are
+// asked for ahead.
 
 import {new_ahead} from './ahead.js';
 import {planes_for} from './scales.js';
